@@ -1,0 +1,7 @@
+#pragma once
+
+namespace foundation::msg_svc::eventmgr {
+
+class EventMgr;
+
+} // namespace foundation::msg_svc::eventmgr
