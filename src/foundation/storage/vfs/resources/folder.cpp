@@ -1,0 +1,142 @@
+#include <foundation/storage/vfs/resources/folder.hpp>
+
+#include <foundation/storage/vfs/errors/detail/translated.hpp>
+#include <foundation/storage/vfs/errors/exception.hpp>
+#include <foundation/storage/vfs/resources/detail/handle.hpp>
+
+#include <ostream>
+#include <utility>
+
+namespace foundation::storage::vfs {
+
+using detail::translated;
+using provider::ExtendedFeature;
+using provider::StorageItem;
+
+struct Folder::Impl : detail::Handle {};
+
+Folder::Folder(AbsoluteIRI const& location, StorageSystemReference storageSystem)
+    : impl_(std::make_shared<Impl const>(
+          Impl{detail::makeHandle(location, std::move(storageSystem), false)})) {}
+
+Folder::Folder(CanonicalAbsoluteIRI const& location, StorageSystemReference storageSystem)
+    : impl_(std::make_shared<Impl const>(
+          Impl{detail::makeHandle(location, std::move(storageSystem), true)})) {}
+
+Folder::Folder(Folder const& parent, ustring const& name)
+    : Folder(StorageItem(parent.item(), name), parent.getStorageSystem()) {}
+
+Folder::Folder(StorageItem item, StorageSystemReference storageSystem)
+    : impl_(
+          std::make_shared<Impl const>(Impl{{std::move(item), std::move(storageSystem), false}})) {}
+
+Folder::~Folder() = default;
+
+StorageItem const& Folder::item() const {
+    return impl_->item;
+}
+
+AbsoluteIRI Folder::getLocation() const {
+    return impl_->getLocation();
+}
+CanonicalAbsoluteIRI Folder::getCanonicalLocation() const {
+    return impl_->getCanonicalLocation();
+}
+ustring Folder::getName() const {
+    return impl_->item.getName();
+}
+bool Folder::hasParent() const {
+    return impl_->item.hasParent();
+}
+Folder Folder::getParent() const {
+    return Folder(impl_->item.getParent(), impl_->storageSystem);
+}
+StorageSystemReference Folder::getStorageSystem() const {
+    return impl_->storageSystem;
+}
+
+void Folder::createFolder() const {
+    translated([this] { impl_->item.createFolder(); });
+}
+
+void Folder::createFolderRecursive() const {
+    translated([this] { impl_->item.createFolderRecursive(); });
+}
+
+bool Folder::folderExists() const {
+    return detail::existsTranslated([this] { return impl_->item.folderExists(); });
+}
+
+void Folder::removeFolder(FolderRemovalPolicy const& policy) const {
+    translated([&] {
+        if (policy == FolderRemovalPolicy::NonRecursive) {
+            impl_->item.removeFolder();
+        } else if (impl_->item.hasFeature(ExtendedFeature::RecursiveFolderRemoval)) {
+            impl_->item.removeFolderRecursively();
+        } else {
+            throw Exception(ErrorCode::UnsupportedOperation, getLocation());
+        }
+    });
+}
+
+provider::FolderAttributes Folder::getAttributes() const {
+    return translated([this] { return impl_->item.getFolderAttributes(); });
+}
+
+provider::ExtendedAttributes Folder::getExtendedAttributes() const {
+    return translated([this] { return impl_->item.getExtendedAttributes(); });
+}
+
+void Folder::setLastModified(boost::posix_time::ptime const& time) const {
+    translated([&] { impl_->item.setLastModified(time); });
+}
+
+void Folder::setWritable(bool writable) const {
+    translated([&] { impl_->item.setWritable(writable); });
+}
+
+provider::FilenameSensitivity Folder::getFilenameSensitivity() const {
+    return translated([this] { return impl_->item.getFilenameSensitivity(); });
+}
+
+PathComparator Folder::getPathComparator() const {
+    return translated([this] { return PathComparator(impl_->item.getPathComparator()); });
+}
+
+bool Folder::providerSupportsFlatWildcardListing() const {
+    return impl_->item.hasFeature(ExtendedFeature::FlatWildcardListing);
+}
+
+void Folder::flushFilesystem() {
+    translated([this] { StorageItem(impl_->item).flushFilesystem(); });
+}
+
+void Folder::swap(Folder& other) {
+    auto mine = std::make_shared<Impl const>(
+        Impl{{other.impl_->item, impl_->storageSystem, impl_->canonicalFlag}});
+    auto theirs = std::make_shared<Impl const>(
+        Impl{{impl_->item, other.impl_->storageSystem, other.impl_->canonicalFlag}});
+    impl_ = std::move(mine);
+    other.impl_ = std::move(theirs);
+}
+
+bool Folder::operator==(Folder const& other) const {
+    StorageIRI const theirs = other.impl_->item.getLocation();
+    return impl_->item.getLocation() == theirs;
+}
+
+bool Folder::operator!=(Folder const& other) const {
+    StorageIRI const theirs = other.impl_->item.getLocation();
+    return impl_->item.getLocation() != theirs;
+}
+
+bool Folder::operator<(Folder const& other) const {
+    StorageIRI const theirs = other.impl_->item.getLocation();
+    return impl_->item.getLocation() < theirs;
+}
+
+std::ostream& operator<<(std::ostream& out, Folder const& folder) {
+    return out << folder.getLocation();
+}
+
+} // namespace foundation::storage::vfs

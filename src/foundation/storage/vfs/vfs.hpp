@@ -1,0 +1,15 @@
+#pragma once
+
+/// Everything that a program needs to use the system. Headers for parts of it compile faster.
+
+#include <foundation/storage/vfs/errors/exception.hpp>
+#include <foundation/storage/vfs/iri/absolute_iri.hpp>
+#include <foundation/storage/vfs/resources/file.hpp>
+#include <foundation/storage/vfs/resources/folder.hpp>
+#include <foundation/storage/vfs/storage_system/exists.hpp>
+#include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
+#include <foundation/storage/vfs/storage_system/storage_system_decorator.hpp>
+#include <foundation/storage/vfs/storage_system/storage_system_reference.hpp>
+#include <foundation/storage/vfs/streams/buffered_io_device.hpp>
+#include <foundation/storage/vfs/streams/file_streams.hpp>
+#include <foundation/storage/vfs/streams/io_device.hpp>
