@@ -1,0 +1,167 @@
+#include <foundation/storage/provider/memory/detail/tree.hpp>
+
+#include <foundation/network/iri.hpp>
+#include <foundation/storage/provider/exception.hpp>
+
+#include <array>
+#include <utility>
+
+namespace foundation::storage::provider::memory::detail {
+
+namespace {
+
+constexpr std::size_t maximumLinks = 40;
+
+/// Takes the first segment off `rest`; empty at the end. What is left of a text that ends in a
+/// slash is a `.`: what came before must be a folder.
+std::u16string_view takeSegment(std::u16string_view& rest) {
+    std::size_t const begin = rest.find_first_not_of(u'/');
+    if (begin == std::u16string_view::npos) {
+        bool const slash = !rest.empty();
+        rest = {};
+        return slash ? std::u16string_view(u".") : std::u16string_view();
+    }
+    std::size_t const end = rest.find(u'/', begin);
+    std::u16string_view const segment = rest.substr(begin, end - begin);
+    rest = end == std::u16string_view::npos ? std::u16string_view() : rest.substr(end);
+    return segment;
+}
+
+Place failed(ErrorCode code) {
+    Place place;
+    place.error = code;
+    return place;
+}
+
+Place folderItself(FolderNode& folder) {
+    Place place;
+    place.node = &folder;
+    return place;
+}
+
+bool hasOnlyAPath(StorageIRI const& location) {
+    // The text of an ordinary location is its scheme, a colon, perhaps an empty authority, and the
+    // path. Only where there is more, its parts are worth taking apart.
+    std::u16string_view rest = location.toString();
+    rest.remove_prefix(location.getSchemeView().size() + 1);
+    std::size_t const path = location.getPathView().size();
+    if (rest.size() == path || (rest.size() == path + 2 && rest.starts_with(u"//"))) {
+        return true;
+    }
+    foundation::network::IRI const iri = location.toIRI();
+    auto const& args = iri.args();
+    return !args.hasUserInformation && !args.hasPort && !args.hasQuery && args.host.empty();
+}
+
+} // namespace
+
+std::u16string_view pathOf(StorageIRI const& location) {
+    if (location.hasInnerIRI() || !location.hasPath() || !hasOnlyAPath(location)) {
+        throw Exception(ErrorCode::InvalidLocation, location);
+    }
+    std::u16string_view path = location.getResolvedPath();
+    while (path.ends_with(u'/')) {
+        path.remove_suffix(1);
+    }
+    return path;
+}
+
+Tree::Tree(MemoryOptions const& options)
+    : space_(std::make_shared<Space>(options)),
+      root_([this] {
+          // The root counts as no entry: it is there before anything is created.
+          auto unlimited = std::make_shared<Space>(MemoryOptions{});
+          return std::make_shared<FolderNode>(std::move(unlimited), newFolderMode);
+      }()) {}
+
+Place Tree::walk(FolderNode& start, std::u16string_view path, LastLink last) const {
+    // What is still to be followed, the innermost link's target last.
+    std::array<std::u16string_view, maximumLinks + 1> rests;
+    rests[0] = path;
+    std::size_t depth = 0;
+    std::size_t links = 0;
+    Place place = folderItself(start);
+    for (;;) {
+        std::u16string_view const segment = takeSegment(rests[depth]);
+        if (segment.empty()) {
+            if (depth == 0) {
+                return place;
+            }
+            --depth;
+            continue;
+        }
+        FolderNode* const folder = place.asFolder();
+        if (!folder) {
+            return failed(ErrorCode::ResourceNotFound);
+        }
+        if (segment == u".") {
+            place = folderItself(*folder);
+            continue;
+        }
+        if (segment == u"..") {
+            place = folderItself(folder->parent() ? *folder->parent() : *folder);
+            continue;
+        }
+        place.folder = folder;
+        place.name = segment;
+        place.node = folder->find(segment);
+        LinkNode const* const link = place.link();
+        if (!link) {
+            continue;
+        }
+        while (depth > 0 && rests[depth].empty()) {
+            --depth;
+        }
+        bool const isLast = depth == 0 && rests[0].empty();
+        if (isLast && last == LastLink::Keep) {
+            return place;
+        }
+        if (++links > maximumLinks) {
+            return failed(ErrorCode::InvalidLocation);
+        }
+        place = folderItself(link->target().starts_with(u'/') ? *root_ : *folder);
+        if (!rests[depth].empty()) {
+            ++depth;
+        }
+        rests[depth] = link->target();
+    }
+}
+
+void checkWritable(StorageIRI const& location, FolderNode const& folder) {
+    if (!folder.isWritable()) {
+        throw Exception(ErrorCode::PermissionDenied, location);
+    }
+}
+
+void checkDestination(StorageIRI const& location, Place const& place, ReplacementPolicy policy) {
+    if (place.error) {
+        throw Exception(*place.error, location);
+    }
+    if (place.node) {
+        if (policy == ReplacementPolicy::FailIfExists ||
+            policy == ReplacementPolicy::KeepExisting) {
+            throw Exception(ErrorCode::ResourceAlreadyExists, location);
+        }
+        if (place.node->isFolder()) {
+            throw Exception(ErrorCode::InvalidLocation, location);
+        }
+        if (place.file() && !place.file()->isWritable()) {
+            throw Exception(ErrorCode::PermissionDenied, location);
+        }
+    }
+    checkWritable(location, *place.folder);
+}
+
+std::shared_ptr<Node> Tree::publish(StorageIRI const& location, std::shared_ptr<Node> item,
+                                    ReplacementPolicy policy) {
+    Place const place = walk(pathOf(location), LastLink::Keep);
+    checkDestination(location, place, policy);
+    ustring name(place.name);
+    if (!place.node) {
+        place.folder->add(std::move(name), std::move(item));
+        return nullptr;
+    }
+    return place.folder->replace(name, std::move(item));
+}
+
+} // namespace foundation::storage::provider::memory::detail

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <foundation/storage/provider/copy_file_options.hpp>
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/memory/detail/nodes.hpp>
+#include <foundation/storage/provider/storage_iri.hpp>
+
+#include <memory>
+#include <optional>
+#include <shared_mutex>
+#include <string_view>
+#include <utility>
+
+namespace foundation::storage::provider::memory::detail {
+
+/// What to do with a link in the last place of a path.
+enum class LastLink { Keep, Follow };
+
+/// Where a path leads. Valid while the tree is locked and the path's text lives.
+struct Place {
+    std::optional<ErrorCode> error; ///< set: the path leads nowhere, and this is why
+    FolderNode* folder = nullptr;   ///< that holds the name; null for a folder by itself
+    std::u16string_view name;       ///< empty where `folder` is null
+    Node* node = nullptr;           ///< null: the name is free
+
+    FileNode* file() const noexcept { return as<FileNode>(Node::Kind::File); }
+    FolderNode* asFolder() const noexcept { return as<FolderNode>(Node::Kind::Folder); }
+    LinkNode* link() const noexcept { return as<LinkNode>(Node::Kind::Link); }
+    /// Neither an item nor a folder to put it in, or no item.
+    bool isMissing() const noexcept {
+        return error == ErrorCode::ResourceNotFound || (!error && !node);
+    }
+
+  private:
+    template<class Type>
+    Type* as(Node::Kind kind) const noexcept {
+        return node && node->kind() == kind ? static_cast<Type*>(node) : nullptr;
+    }
+};
+
+/// The items of one store, from the root down. Everything but the content of files is guarded by
+/// `mutex`, shared for looking and exclusive for changing. Shared by the provider and by streams
+/// that have something to publish.
+class Tree {
+  public:
+    explicit Tree(MemoryOptions const& options);
+    Tree(Tree const&) = delete;
+    Tree& operator=(Tree const&) = delete;
+
+    /// Follows a path from `start`, and links in it up to 40 of them; more are a loop
+    /// (InvalidLocation). A part that is missing, or is a file, gives ResourceNotFound.
+    /// REQUIRES: the mutex is held.
+    Place walk(FolderNode& start, std::u16string_view path, LastLink last) const;
+    Place walk(std::u16string_view path, LastLink last) const { return walk(*root_, path, last); }
+
+    FolderNode& root() const noexcept { return *root_; }
+
+    /// A new item that is not in the tree yet. Throws provider::Exception with code NoSpaceLeft,
+    /// naming `location`. Needs no lock.
+    template<class Type, class... Arguments>
+    std::shared_ptr<Type> make(StorageIRI const& location, Arguments&&... arguments) const {
+        if (!space_->bytes.isExhausted()) {
+            try {
+                return std::make_shared<Type>(space_, std::forward<Arguments>(arguments)...);
+            } catch (OutOfSpace const&) {
+                // Told below: the store knows no locations.
+            }
+        }
+        throw Exception(ErrorCode::NoSpaceLeft, location);
+    }
+
+    /// Puts a complete file or link under a name that is free, or that the policy allows to be
+    /// replaced. What was there before is handed out, to be destroyed when the lock is released.
+    /// Throws provider::Exception naming `location`. REQUIRES: the mutex is held exclusively.
+    std::shared_ptr<Node> publish(StorageIRI const& location, std::shared_ptr<Node> item,
+                                  ReplacementPolicy policy);
+
+    mutable std::shared_mutex mutex;
+
+  private:
+    std::shared_ptr<Space> const space_;
+    std::shared_ptr<FolderNode> const root_;
+};
+
+/// The path of a location in a store. Throws provider::Exception with code InvalidLocation where
+/// the location has none, or has anything that a store does not know: an authority, a query, an
+/// inner location. The view is the location's own text.
+std::u16string_view pathOf(StorageIRI const& location);
+
+/// Refuses a destination that is not free for a file under the policy: ResourceAlreadyExists,
+/// PermissionDenied for a read-only file, InvalidLocation for a folder, and what stands in the way
+/// of making an entry. Throws provider::Exception naming `location`.
+void checkDestination(StorageIRI const& location, Place const& place, ReplacementPolicy policy);
+
+/// Refuses a folder that takes no entries and gives none away. Throws PermissionDenied.
+void checkWritable(StorageIRI const& location, FolderNode const& folder);
+
+} // namespace foundation::storage::provider::memory::detail

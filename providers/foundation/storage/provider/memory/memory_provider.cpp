@@ -1,0 +1,345 @@
+#include <foundation/storage/provider/memory/memory_provider.hpp>
+
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/memory/detail/tree.hpp>
+#include <foundation/storage/provider/memory/memory_stream.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+namespace foundation::storage::provider::memory {
+
+using detail::FileNode;
+using detail::FolderNode;
+using detail::LastLink;
+using detail::LinkNode;
+using detail::Node;
+using detail::pathOf;
+using detail::Place;
+using detail::Tree;
+
+namespace {
+
+[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
+    throw Exception(code, location);
+}
+
+/// What a path leads to, or a failure where that is nothing.
+Place existing(Tree const& tree, StorageIRI const& location, LastLink last) {
+    Place const place = tree.walk(pathOf(location), last);
+    if (place.error || !place.node) {
+        fail(place.error.value_or(ErrorCode::ResourceNotFound), location);
+    }
+    return place;
+}
+
+/// The same for a question: absence is an answer.
+Place lookUp(Tree const& tree, StorageIRI const& location, LastLink last) {
+    Place const place = tree.walk(pathOf(location), last);
+    if (place.error && !place.isMissing()) {
+        fail(*place.error, location);
+    }
+    return place;
+}
+
+/// What a path leads to; a link that leads nowhere is what it is itself.
+Place described(Tree const& tree, StorageIRI const& location) {
+    Place const place = tree.walk(pathOf(location), LastLink::Follow);
+    return place.error || !place.node ? existing(tree, location, LastLink::Keep) : place;
+}
+
+std::shared_ptr<FileNode> share(Place const& place) {
+    return std::static_pointer_cast<FileNode>(place.folder->share(place.name));
+}
+
+AttributeValues attributesOf(Place const& place) {
+    switch (place.node->kind()) {
+    case Node::Kind::File:
+        return place.file()->attributes();
+    case Node::Kind::Link:
+        return place.link()->attributes();
+    case Node::Kind::Folder:
+        break;
+    }
+    return place.asFolder()->attributes();
+}
+
+/// A place for a new entry. Throws where it is taken, or where there is no folder to make it in.
+Place freePlace(Tree const& tree, StorageIRI const& location, LastLink last) {
+    Place const place = tree.walk(pathOf(location), last);
+    if (place.error) {
+        fail(*place.error, location);
+    }
+    if (place.node) {
+        fail(ErrorCode::ResourceAlreadyExists, location);
+    }
+    checkWritable(location, *place.folder);
+    return place;
+}
+
+ustring pathOfFolder(FolderNode const& folder) {
+    ustring path;
+    for (FolderNode const* at = &folder; at->parent(); at = at->parent()) {
+        path.insert(0, u"/" + at->name());
+    }
+    return path;
+}
+
+std::shared_ptr<FileNode> openExisting(Place const& place, StorageIRI const& location) {
+    if (!place.file()) {
+        fail(place.node && place.node->isFolder() ? ErrorCode::InvalidLocation
+                                                  : ErrorCode::ResourceNotFound,
+             location);
+    }
+    return share(place);
+}
+
+} // namespace
+
+MemoryProvider::MemoryProvider(MemoryOptions const& options)
+    : tree_(std::make_shared<Tree>(options)) {}
+
+MemoryProvider::~MemoryProvider() = default;
+
+ExistsResult MemoryProvider::exists(StorageIRI const& location) const {
+    std::shared_lock const lock(tree_->mutex);
+    Place const place = lookUp(*tree_, location, LastLink::Keep);
+    if (!place.node) {
+        return ExistsResult::Nothing;
+    }
+    return place.node->isFolder() ? ExistsResult::Folder : ExistsResult::File;
+}
+
+ExtendedExistsResult MemoryProvider::existsExtended(StorageIRI const& location) const {
+    std::shared_lock const lock(tree_->mutex);
+    Place const place = lookUp(*tree_, location, LastLink::Keep);
+    if (!place.node) {
+        return ExtendedExistsResult::Nothing;
+    }
+    if (!place.link()) {
+        return place.node->isFolder() ? ExtendedExistsResult::Folder : ExtendedExistsResult::File;
+    }
+    Place const target = tree_->walk(pathOf(location), LastLink::Follow);
+    if (target.error || !target.node) {
+        return ExtendedExistsResult::DanglingLink;
+    }
+    return target.node->isFolder() ? ExtendedExistsResult::LinkToFolder
+                                   : ExtendedExistsResult::LinkToFile;
+}
+
+bool MemoryProvider::fileExists(StorageIRI const& location) const {
+    return exists(location) == ExistsResult::File;
+}
+
+bool MemoryProvider::folderExists(StorageIRI const& location) const {
+    std::shared_lock const lock(tree_->mutex);
+    return lookUp(*tree_, location, LastLink::Follow).asFolder() != nullptr;
+}
+
+StorageIRI MemoryProvider::getCanonicalLocation(StorageIRI const& location) const {
+    ustring path;
+    {
+        std::shared_lock const lock(tree_->mutex);
+        Place const place = tree_->walk(pathOf(location), LastLink::Follow);
+        if (place.error) {
+            fail(*place.error, location);
+        }
+        if (FolderNode const* const folder = place.asFolder()) {
+            path = pathOfFolder(*folder);
+        } else {
+            path = pathOfFolder(*place.folder);
+            path += u'/';
+            path += place.name;
+        }
+    }
+    return StorageIRI(location, path.empty() ? ustring(u"/") : path);
+}
+
+FileAttributes MemoryProvider::getFileAttributes(StorageIRI const& location) const {
+    std::shared_lock const lock(tree_->mutex);
+    Place const place = described(*tree_, location);
+    if (place.node->isFolder()) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    return FileAttributes(attributesOf(place));
+}
+
+FolderAttributes MemoryProvider::getFolderAttributes(StorageIRI const& location) const {
+    std::shared_lock const lock(tree_->mutex);
+    Place const place = described(*tree_, location);
+    if (!place.node->isFolder()) {
+        fail(ErrorCode::ResourceNotFound, location);
+    }
+    return FolderAttributes(attributesOf(place));
+}
+
+ExtendedAttributes MemoryProvider::getExtendedAttributes(StorageIRI const& location) const {
+    std::shared_lock const lock(tree_->mutex);
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%04o", *attributesOf(described(*tree_, location)).mode);
+    return {{"posix.mode", mode}};
+}
+
+void MemoryProvider::setLastModified(StorageIRI const& location,
+                                     boost::posix_time::ptime const& time) {
+    Timestamp const timestamp = toTimestamp(time);
+    std::unique_lock const lock(tree_->mutex);
+    Place const place = existing(*tree_, location, LastLink::Follow);
+    if (FileNode* const file = place.file()) {
+        file->setLastModified(timestamp);
+    } else {
+        place.asFolder()->setLastModified(timestamp);
+    }
+}
+
+void MemoryProvider::setWritable(StorageIRI const& location, bool writable) {
+    std::unique_lock const lock(tree_->mutex);
+    Place const place = existing(*tree_, location, LastLink::Follow);
+    if (FileNode* const file = place.file()) {
+        file->setWritable(writable);
+    } else {
+        place.asFolder()->setWritable(writable);
+    }
+}
+
+void MemoryProvider::createFile(StorageIRI const& location) {
+    std::unique_lock const lock(tree_->mutex);
+    Place const place = freePlace(*tree_, location, LastLink::Keep);
+    place.folder->add(ustring(place.name), tree_->make<FileNode>(location, detail::newFileMode));
+}
+
+void MemoryProvider::createFolder(StorageIRI const& location) {
+    std::unique_lock const lock(tree_->mutex);
+    Place const place = freePlace(*tree_, location, LastLink::Keep);
+    place.folder->add(ustring(place.name),
+                      tree_->make<FolderNode>(location, detail::newFolderMode));
+}
+
+void MemoryProvider::createFolderRecursive(StorageIRI const& location) {
+    std::u16string_view path = pathOf(location);
+    std::unique_lock const lock(tree_->mutex);
+    FolderNode* at = &tree_->root();
+    while (!path.empty()) {
+        std::size_t const end = std::min(path.find(u'/', 1), path.size());
+        std::u16string_view const step = path.substr(0, end);
+        path.remove_prefix(end);
+        Place const place = tree_->walk(*at, step, LastLink::Follow);
+        if (place.error == ErrorCode::InvalidLocation) {
+            fail(ErrorCode::InvalidLocation, location);
+        }
+        if (place.asFolder()) {
+            at = place.asFolder();
+            continue;
+        }
+        Place const there = tree_->walk(*at, step, LastLink::Keep);
+        if (there.node) {
+            // A file, or a link that leads nowhere.
+            fail(path.empty() ? ErrorCode::ResourceAlreadyExists : ErrorCode::ResourceNotFound,
+                 location);
+        }
+        checkWritable(location, *at);
+        auto folder = tree_->make<FolderNode>(location, detail::newFolderMode);
+        FolderNode* const made = folder.get();
+        at->add(ustring(there.name), std::move(folder));
+        at = made;
+    }
+}
+
+void MemoryProvider::removeFile(StorageIRI const& location) {
+    std::shared_ptr<Node> removed; // destroyed behind the lock
+    std::unique_lock const lock(tree_->mutex);
+    Place const place = existing(*tree_, location, LastLink::Keep);
+    if (place.node->isFolder()) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    checkWritable(location, *place.folder);
+    removed = place.folder->remove(place.name);
+}
+
+void MemoryProvider::removeFolder(StorageIRI const& location) {
+    std::shared_ptr<Node> removed;
+    std::unique_lock const lock(tree_->mutex);
+    Place const place = existing(*tree_, location, LastLink::Keep);
+    FolderNode const* const folder = place.asFolder();
+    if (!folder) {
+        fail(ErrorCode::ResourceNotFound, location);
+    }
+    if (folder == &tree_->root()) {
+        fail(ErrorCode::ResourceInUse, location);
+    }
+    checkWritable(location, *place.folder);
+    if (!folder->children().empty()) {
+        fail(ErrorCode::FolderNotEmpty, location);
+    }
+    removed = place.folder->remove(place.name);
+}
+
+std::unique_ptr<ByteStream> MemoryProvider::openReadOnlyStream(StorageIRI const& location) const {
+    std::shared_lock const lock(tree_->mutex);
+    return std::make_unique<MemoryStream>(
+        openExisting(existing(*tree_, location, LastLink::Follow), location), StreamAccess::Read,
+        StreamWriting::AtPosition);
+}
+
+std::unique_ptr<ByteStream> MemoryProvider::openStream(StorageIRI const& location,
+                                                       ByteStreamOpenOptions const& options) {
+    auto const find = [&](bool create) -> std::shared_ptr<FileNode> {
+        Place const place = tree_->walk(pathOf(location), LastLink::Follow);
+        if (place.error) {
+            fail(*place.error, location);
+        }
+        if (place.node) {
+            return openExisting(place, location);
+        }
+        if (options.creation == ByteStreamCreation::OpenExisting) {
+            fail(ErrorCode::ResourceNotFound, location);
+        }
+        if (!create) {
+            return nullptr;
+        }
+        checkWritable(location, *place.folder);
+        auto made = tree_->make<FileNode>(location, detail::newFileMode);
+        place.folder->add(ustring(place.name), made);
+        return made;
+    };
+    std::shared_ptr<FileNode> file;
+    {
+        std::shared_lock const lock(tree_->mutex);
+        file = find(false);
+    }
+    if (!file) {
+        std::unique_lock const lock(tree_->mutex);
+        file = find(true);
+    }
+    bool const truncate = options.withoutTruncate == 0;
+    if (!(truncate ? file->truncateIfWritable() : file->isWritable())) {
+        fail(ErrorCode::PermissionDenied, location);
+    }
+    return std::make_unique<MemoryStream>(
+        std::move(file),
+        options.access == ByteStreamAccess::ReadWrite ? StreamAccess::ReadWrite
+                                                      : StreamAccess::Write,
+        options.withoutAppend == 0 ? StreamWriting::AtEnd : StreamWriting::AtPosition);
+}
+
+ustring MemoryProvider::readLink(StorageIRI const& location) const {
+    std::shared_lock const lock(tree_->mutex);
+    LinkNode const* const link = existing(*tree_, location, LastLink::Keep).link();
+    if (!link) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    return link->target();
+}
+
+void MemoryProvider::createLink(StorageIRI const& location, ustring const& target) {
+    if (target.empty()) {
+        fail(ErrorCode::ResourceNotFound, location);
+    }
+    std::unique_lock const lock(tree_->mutex);
+    Place const place = freePlace(*tree_, location, LastLink::Keep);
+    place.folder->add(ustring(place.name), tree_->make<LinkNode>(location, target));
+}
+
+} // namespace foundation::storage::provider::memory

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <foundation/export.hpp>
+#include <foundation/storage/provider/extensions/i_links.hpp>
+#include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
+#include <foundation/storage/provider/i_provider.hpp>
+#include <foundation/storage/provider/memory/memory_options.hpp>
+
+#include <memory>
+
+namespace foundation::storage::provider::memory {
+
+namespace detail {
+class Tree;
+}
+
+/// Files, folders and links in the memory of the process, with the meaning that they have on the
+/// local disk. Each provider is a store of its own, empty but for the root at first, and gone when
+/// the provider and the last stream are.
+///
+/// Safe on any number of threads. A look at the tree takes a shared lock, a change an exclusive
+/// one, both for the time of a few map lookups; bytes move under a lock of the file alone.
+/// README.md says where it is stricter than a disk.
+class FOUNDATION_EXPORT MemoryProvider final : public IProvider,
+                                               public extensions::ILinks,
+                                               public extensions::IReplacingStreams {
+  public:
+    explicit MemoryProvider(MemoryOptions const& options = {});
+    ~MemoryProvider() override;
+
+    ExistsResult exists(StorageIRI const& location) const override;
+    ExtendedExistsResult existsExtended(StorageIRI const& location) const override;
+    bool fileExists(StorageIRI const& location) const override;
+    bool folderExists(StorageIRI const& location) const override;
+
+    StorageIRI getCanonicalLocation(StorageIRI const& location) const override;
+
+    FileAttributes getFileAttributes(StorageIRI const& location) const override;
+    FolderAttributes getFolderAttributes(StorageIRI const& location) const override;
+    ExtendedAttributes getExtendedAttributes(StorageIRI const& location) const override;
+    void setLastModified(StorageIRI const& location, boost::posix_time::ptime const& time) override;
+    void setWritable(StorageIRI const& location, bool writable) override;
+
+    void createFile(StorageIRI const& location) override;
+    void createFolder(StorageIRI const& location) override;
+    void createFolderRecursive(StorageIRI const& location) override;
+    void removeFile(StorageIRI const& location) override;
+    void removeFolder(StorageIRI const& location) override;
+
+    /// Within the store a copy shares the content until one of the two is written, and has the
+    /// mode and the time of its source.
+    CopyStatus copyFile(StorageIRI const& source, StorageItem const& destination,
+                        CopyFileOptions const& options) override;
+    void moveFile(StorageIRI const& source, StorageIRI const& destination,
+                  ReplacementPolicy const& policy) override;
+    void moveFolder(StorageIRI const& source, StorageIRI const& destination,
+                    ReplacementPolicy const& policy) override;
+
+    std::unique_ptr<ByteStream> openStream(StorageIRI const& location,
+                                           ByteStreamOpenOptions const& options) override;
+    std::unique_ptr<ByteStream> openReadOnlyStream(StorageIRI const& location) const override;
+    std::unique_ptr<ByteStream> openReplacement(StorageIRI const& location,
+                                                ReplacementPolicy const& policy) override;
+
+    ustring readLink(StorageIRI const& location) const override;
+    void createLink(StorageIRI const& location, ustring const& target) override;
+
+  private:
+    std::shared_ptr<detail::Tree> const tree_;
+};
+
+} // namespace foundation::storage::provider::memory

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/copy_file_options.hpp>
+#include <foundation/storage/provider/memory/detail/tree.hpp>
+#include <foundation/storage/provider/storage_iri.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace foundation::storage::provider::memory {
+
+enum class StreamAccess { Read, Write, ReadWrite };
+enum class StreamWriting { AtPosition, AtEnd };
+
+/// A stream on a file in memory. The file lives as long as the stream, also when it is removed or
+/// replaced meanwhile, and any number of streams work on one file at once.
+class MemoryStream : public ByteStream {
+  public:
+    MemoryStream(std::shared_ptr<detail::FileNode> file, StreamAccess access,
+                 StreamWriting writing) noexcept;
+
+    long read(char* buffer, long count) override;
+    long write(char const* buffer, long count) override;
+    long seek(long offset, std::ios_base::seekdir way) override;
+    void close() override;
+
+  protected:
+    std::shared_ptr<detail::FileNode> const& file() const noexcept { return file_; }
+    /// Throws the failure that poisoned the stream, if one did, as a failure to close.
+    void checkBeforeClose() const;
+    void markClosed();
+
+  private:
+    struct Poison {
+        std::string reason;
+        ErrorCode code;
+    };
+    template<class Failure>
+    void checkPoison(char const* what) const;
+    [[noreturn]] void failWrite(std::string const& reason, ErrorCode code);
+
+    std::shared_ptr<detail::FileNode> const file_;
+    StreamAccess const access_;
+    StreamWriting const writing_;
+    std::uint64_t position_ = 0;
+    std::optional<Poison> poison_;
+};
+
+/// A stream on a file that has no name yet; closing it publishes the file.
+class MemoryReplacement final : public MemoryStream {
+  public:
+    MemoryReplacement(std::shared_ptr<detail::Tree> tree, StorageIRI location,
+                      ReplacementPolicy policy, std::shared_ptr<detail::FileNode> file) noexcept;
+
+    /// May be tried again where publishing failed.
+    void close() override;
+
+  private:
+    std::shared_ptr<detail::Tree> const tree_;
+    StorageIRI const location_;
+    ReplacementPolicy const policy_;
+};
+
+} // namespace foundation::storage::provider::memory

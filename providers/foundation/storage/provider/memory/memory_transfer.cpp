@@ -1,0 +1,171 @@
+// What takes a file or folder from one place to another: copies, moves and replacing streams.
+
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/memory/detail/tree.hpp>
+#include <foundation/storage/provider/memory/memory_provider.hpp>
+#include <foundation/storage/provider/memory/memory_stream.hpp>
+#include <foundation/storage/provider/storage_item.hpp>
+#include <foundation/storage/provider/streaming_copy.hpp>
+
+#include <mutex>
+#include <utility>
+
+namespace foundation::storage::provider::memory {
+
+using detail::FileNode;
+using detail::FolderNode;
+using detail::LastLink;
+using detail::LinkNode;
+using detail::Node;
+using detail::pathOf;
+using detail::Place;
+using detail::Tree;
+
+namespace {
+
+[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
+    throw Exception(code, location);
+}
+
+Place sourceOf(Tree const& tree, StorageIRI const& location) {
+    Place const place = tree.walk(pathOf(location), LastLink::Keep);
+    if (place.error || !place.node) {
+        fail(place.error.value_or(ErrorCode::ResourceNotFound), location);
+    }
+    return place;
+}
+
+/// What a path leads to in the end, links followed; a link that leads nowhere itself.
+Node const* finalNode(Tree const& tree, std::u16string_view path) {
+    Place const followed = tree.walk(path, LastLink::Follow);
+    return followed.node ? followed.node : tree.walk(path, LastLink::Keep).node;
+}
+
+/// Two names of one item: acting on the one would destroy what the other shows.
+void refuseSameItem(Tree const& tree, StorageIRI const& source, StorageIRI const& destination) {
+    Node const* const node = finalNode(tree, pathOf(source));
+    if (node && node == finalNode(tree, pathOf(destination))) {
+        fail(ErrorCode::InvalidLocation, source);
+    }
+}
+
+void refuseOtherStore(StorageIRI const& source, StorageIRI const& destination) {
+    if (source.getSchemeView() != destination.getSchemeView()) {
+        fail(ErrorCode::UnsupportedOperation, source);
+    }
+}
+
+bool isInside(FolderNode const* folder, FolderNode const& ancestor) {
+    for (; folder; folder = folder->parent()) {
+        if (folder == &ancestor) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// A file or link that is to be taken elsewhere, and a place for it.
+Place fileToTake(Tree const& tree, StorageIRI const& source, StorageIRI const& destination,
+                 ReplacementPolicy policy) {
+    Place const from = sourceOf(tree, source);
+    if (from.node->isFolder()) {
+        fail(ErrorCode::InvalidLocation, source);
+    }
+    refuseSameItem(tree, source, destination);
+    checkDestination(destination, tree.walk(pathOf(destination), LastLink::Keep), policy);
+    return from;
+}
+
+} // namespace
+
+CopyStatus MemoryProvider::copyFile(StorageIRI const& source, StorageItem const& destination,
+                                    CopyFileOptions const& options) {
+    if (destination.getProvider().get() != this) {
+        return copyFileByStreams(*this, source, destination, options);
+    }
+    StorageIRI const target = destination.getLocation();
+    std::shared_ptr<Node> original;
+    {
+        std::shared_lock const lock(tree_->mutex);
+        Place const from = fileToTake(*tree_, source, target, options.policy);
+        original = from.folder->share(from.name);
+    }
+    std::shared_ptr<Node> copy;
+    std::uint64_t size = 0;
+    if (original->kind() == Node::Kind::Link) {
+        copy = tree_->make<LinkNode>(target, static_cast<LinkNode&>(*original).target());
+    } else {
+        auto file = tree_->make<FileNode>(target, static_cast<FileNode&>(*original));
+        size = file->size();
+        copy = std::move(file);
+    }
+    if (options.progress && !options.progress(size, size)) {
+        fail(ErrorCode::IOError, target);
+    }
+    std::shared_ptr<Node> replaced; // destroyed behind the lock
+    std::unique_lock const lock(tree_->mutex);
+    refuseSameItem(*tree_, source, target); // once more: the tree was free in between
+    replaced = tree_->publish(target, std::move(copy), options.policy);
+    return CopyStatus::CopiedWithTimes;
+}
+
+void MemoryProvider::moveFile(StorageIRI const& source, StorageIRI const& destination,
+                              ReplacementPolicy const& policy) {
+    refuseOtherStore(source, destination);
+    std::shared_ptr<Node> replaced;
+    std::unique_lock const lock(tree_->mutex);
+    Place const from = fileToTake(*tree_, source, destination, policy);
+    checkWritable(source, *from.folder);
+    Place const to = tree_->walk(pathOf(destination), LastLink::Keep);
+    replaced = from.folder->moveTo(*to.folder, from.name, ustring(to.name));
+}
+
+void MemoryProvider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
+                                ReplacementPolicy const& policy) {
+    refuseOtherStore(source, destination);
+    std::shared_ptr<Node> replaced;
+    std::unique_lock const lock(tree_->mutex);
+    Place const from = sourceOf(*tree_, source);
+    FolderNode const* const folder = from.asFolder();
+    if (!folder) {
+        fail(ErrorCode::ResourceNotFound, source);
+    }
+    refuseSameItem(*tree_, source, destination);
+    Place const to = tree_->walk(pathOf(destination), LastLink::Keep);
+    if (to.error) {
+        fail(*to.error, destination);
+    }
+    if (folder == &tree_->root() || isInside(to.folder, *folder)) {
+        fail(ErrorCode::InvalidLocation, source);
+    }
+    if (to.node) {
+        if (policy == ReplacementPolicy::FailIfExists ||
+            policy == ReplacementPolicy::KeepExisting) {
+            fail(ErrorCode::ResourceAlreadyExists, destination);
+        }
+        if (!to.node->isFolder()) {
+            fail(ErrorCode::ResourceNotFound, destination);
+        }
+        if (!to.folder || !to.asFolder()->children().empty()) {
+            fail(ErrorCode::FolderNotEmpty, destination);
+        }
+    }
+    checkWritable(source, *from.folder);
+    checkWritable(destination, *to.folder);
+    if (from.folder != to.folder) {
+        checkWritable(source, *folder); // its `..` changes
+    }
+    replaced = from.folder->moveTo(*to.folder, from.name, ustring(to.name));
+}
+
+std::unique_ptr<ByteStream> MemoryProvider::openReplacement(StorageIRI const& location,
+                                                            ReplacementPolicy const& policy) {
+    {
+        std::shared_lock const lock(tree_->mutex);
+        checkDestination(location, tree_->walk(pathOf(location), LastLink::Keep), policy);
+    }
+    return std::make_unique<MemoryReplacement>(
+        tree_, location, policy, tree_->make<FileNode>(location, detail::newFileMode));
+}
+
+} // namespace foundation::storage::provider::memory
