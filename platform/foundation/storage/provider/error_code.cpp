@@ -26,6 +26,7 @@ ErrorCode errorCodeOfErrno(int number) noexcept {
     case EFBIG:
     case EOVERFLOW:
         return ErrorCode::FileTooLarge;
+    case EAGAIN:
     case EBUSY:
     case ETXTBSY:
         return ErrorCode::ResourceInUse;
@@ -33,6 +34,7 @@ ErrorCode errorCodeOfErrno(int number) noexcept {
         return ErrorCode::ReadOnlyProvider;
     case ENOSPC:
     case EDQUOT:
+    case EMLINK:
         return ErrorCode::NoSpaceLeft;
     case EIO:
     case EPIPE:
@@ -41,6 +43,11 @@ ErrorCode errorCodeOfErrno(int number) noexcept {
     case ENODEV:
     case ETIMEDOUT:
         return ErrorCode::IOError;
+    case EBADF:
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+        return ErrorCode::InternalError;
     case EXDEV:
     case ENOSYS:
     case EOPNOTSUPP:

@@ -1,0 +1,162 @@
+#include <foundation/storage/provider/local/local_copy.hpp>
+
+#include <foundation/storage/provider/local/detail/content_copy.hpp>
+#include <foundation/storage/provider/local/detail/failures.hpp>
+#include <foundation/storage/provider/local/detail/rename.hpp>
+#include <foundation/storage/provider/local/detail/same_item.hpp>
+#include <foundation/storage/provider/local/detail/staged_file.hpp>
+#include <foundation/storage/provider/local/local_links.hpp>
+#include <foundation/storage/provider/local/local_replacement.hpp>
+#include <foundation/storage/provider/local/local_stream.hpp>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <utility>
+
+namespace foundation::storage::provider::local {
+
+using detail::FileDescriptor;
+using detail::FolderSlot;
+using detail::KernelPath;
+using detail::StagedFile;
+using detail::throwErrno;
+
+namespace {
+
+/// A file system without modes or times says so in one of these ways; nothing is lost there.
+bool meansNotKept(int error) noexcept {
+    return error == EPERM || error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
+}
+
+/// Mode and times of `item`. The set-id bits are kept where they mean the same as before, that is,
+/// where the copy has the same owner. Returns whether the times were taken.
+bool carryOver(struct stat const& item, int destination, StorageIRI const& location) {
+    struct stat made {};
+    if (::fstat(destination, &made) != 0) {
+        throwErrno(errno, location);
+    }
+    mode_t mode = item.st_mode & 07777;
+    if (made.st_uid != item.st_uid) {
+        mode &= ~static_cast<mode_t>(S_ISUID);
+    }
+    if (made.st_gid != item.st_gid) {
+        mode &= ~static_cast<mode_t>(S_ISGID);
+    }
+    if ((made.st_mode & 07777) != mode && ::fchmod(destination, mode) != 0 &&
+        !meansNotKept(errno)) {
+        throwErrno(errno, location);
+    }
+    struct timespec const times[] = {item.st_atim, item.st_mtim};
+    if (::futimens(destination, times) == 0) {
+        return true;
+    }
+    if (!meansNotKept(errno)) {
+        throwErrno(errno, location);
+    }
+    return false;
+}
+
+void throwCanceled(StorageIRI const& location) {
+    throw Exception(ErrorCode::IOError, location);
+}
+
+CopyStatus copyLink(KernelPath const& path, StorageIRI const& source, struct stat const& item,
+                    FolderSlot const& slot, StorageIRI const& destination,
+                    CopyFileOptions const& options) {
+    if (options.progress && !options.progress(0, 0)) {
+        throwCanceled(destination);
+    }
+    std::string const target = linkTarget(path, source);
+    struct timespec const times[] = {item.st_atim, item.st_mtim};
+    auto const make = [&](char const* name) {
+        if (::symlinkat(target.c_str(), slot.folder(), name) != 0) {
+            return errno;
+        }
+        // A file system that keeps no times of links has lost nothing that could be read there.
+        static_cast<void>(::utimensat(slot.folder(), name, times, AT_SYMLINK_NOFOLLOW));
+        return 0;
+    };
+    int error = make(slot.name());
+    if (error == EEXIST && replaces(options.policy)) {
+        std::string const name = detail::temporaryName();
+        error = make(name.c_str());
+        if (error == 0) {
+            error =
+                detail::renameReplacing(slot.folder(), name.c_str(), slot.folder(), slot.name());
+            if (error != 0) {
+                ::unlinkat(slot.folder(), name.c_str(), 0);
+            }
+        }
+    }
+    if (error != 0) {
+        throwErrno(error, destination);
+    }
+    return CopyStatus::CopiedWithTimes;
+}
+
+CopyStatus copyFileContent(KernelPath const& path, StorageIRI const& source, FolderSlot slot,
+                           StorageIRI const& destination, CopyFileOptions const& options,
+                           bool followLinks) {
+    struct stat item {};
+    FileDescriptor const from =
+        openRegularFile(path, source, O_RDONLY | (followLinks ? 0 : O_NOFOLLOW), item);
+    // From the start no more open to others than the source is.
+    StagedFile staged(std::move(slot), item.st_mode & 0777, destination);
+    if (auto const failure =
+            detail::copyContent(from.get(), item, staged.descriptor(), options.progress)) {
+        switch (failure->where) {
+        case detail::ContentCopyFailure::Where::Reading:
+            throwErrno(failure->error, source);
+        case detail::ContentCopyFailure::Where::Writing:
+            throwErrno(failure->error, destination);
+        case detail::ContentCopyFailure::Where::Canceled:
+            throwCanceled(destination);
+        }
+    }
+    bool const withTimes = carryOver(item, staged.descriptor(), destination);
+    int error = staged.settle();
+    if (error == 0) {
+        error = staged.publish(replaces(options.policy) ? StagedFile::Existing::Replace
+                                                        : StagedFile::Existing::Refuse);
+    }
+    if (error != 0) {
+        throwErrno(error, destination);
+    }
+    return withTimes ? CopyStatus::CopiedWithTimes : CopyStatus::Copied;
+}
+
+} // namespace
+
+CopyStatus copyLocalFile(StorageIRI const& source, StorageIRI const& destination,
+                         CopyFileOptions const& options, bool followLinks) {
+    KernelPath const path(source);
+    struct stat item {};
+    int error = followLinks ? statFollowed(path, item) : statItem(path, false, item);
+    if (error != 0) {
+        throwErrno(error, source);
+    }
+    if (S_ISDIR(item.st_mode)) {
+        throw Exception(ErrorCode::InvalidLocation, source);
+    }
+    if (!S_ISREG(item.st_mode) && !S_ISLNK(item.st_mode)) {
+        throw Exception(ErrorCode::UnsupportedOperation, source);
+    }
+
+    FolderSlot slot = slotFor(destination, followLinks);
+    struct stat existing {};
+    error = statItem(slot, false, existing);
+    if (error == 0) {
+        if (relationOf(path, KernelPath(destination)) == detail::Relation::SameEntry) {
+            throw Exception(ErrorCode::InvalidLocation, destination);
+        }
+        checkReplaceable(existing, options.policy, destination);
+    } else if (error != ENOENT) {
+        throwErrno(error, destination);
+    }
+    if (S_ISLNK(item.st_mode)) {
+        return copyLink(path, source, item, slot, destination, options);
+    }
+    return copyFileContent(path, source, std::move(slot), destination, options, followLinks);
+}
+
+} // namespace foundation::storage::provider::local

@@ -1,0 +1,89 @@
+#include <foundation/storage/provider/local/local_folders.hpp>
+
+#include <foundation/storage/provider/local/detail/failures.hpp>
+#include <foundation/storage/provider/local/detail/kernel_path.hpp>
+#include <foundation/storage/provider/local_path.hpp>
+
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace foundation::storage::provider::local {
+
+using detail::FileDescriptor;
+using detail::KernelPath;
+using detail::throwErrno;
+
+namespace {
+
+/// How often a folder that somebody removes between making and opening it is made again.
+constexpr int attemptsPerFolder = 16;
+
+int openFolder(int base, char const* name) noexcept {
+    return detail::uninterrupted(
+        [&] { return ::openat(base, name, O_PATH | O_DIRECTORY | O_CLOEXEC); });
+}
+
+FileDescriptor openOrMakeFolder(int base, char const* name, bool last, StorageIRI const& location) {
+    int error = ENOENT;
+    for (int i = 0; error == ENOENT && i < attemptsPerFolder; ++i) {
+        FileDescriptor folder(openFolder(base, name));
+        if (folder) {
+            return folder;
+        }
+        error = errno;
+        if (error == ENOENT && ::mkdirat(base, name, 0777) != 0 && errno != EEXIST) {
+            error = errno;
+            break;
+        }
+    }
+    struct stat item {};
+    if (last && detail::meansAbsent(error) && detail::statItem(base, name, false, item) == 0) {
+        throwErrno(EEXIST, location); // a file, or a link that leads nowhere
+    }
+    throwErrno(error, location);
+}
+
+} // namespace
+
+void createLocalFolders(StorageIRI const& location) {
+    // From the top, one folder at a time: the depth of the path costs no more than its length.
+    std::string const path = toLocalPath(location);
+    FileDescriptor folder(openFolder(AT_FDCWD, "/"));
+    if (!folder) {
+        throwErrno(errno, location);
+    }
+    std::size_t begin = path.find_first_not_of('/');
+    while (begin != std::string::npos) {
+        std::size_t const end = path.find('/', begin);
+        std::string const name = path.substr(begin, end - begin);
+        begin = end == std::string::npos ? end : path.find_first_not_of('/', end);
+        folder = openOrMakeFolder(folder.get(), name.c_str(), begin == std::string::npos, location);
+    }
+}
+
+void removeEmptyLocalFolder(StorageIRI const& location, bool followLinks) {
+    KernelPath const path(location);
+    if (::unlinkat(path.folder(), path.path(), AT_REMOVEDIR) == 0) {
+        return;
+    }
+    int const error = errno;
+    struct stat item {};
+    if (error == ENOTDIR && statItem(path, false, item) == 0) {
+        struct stat target {};
+        if (!followLinks || !S_ISLNK(item.st_mode) || statItem(path, true, target) != 0 ||
+            !S_ISDIR(target.st_mode)) {
+            throw Exception(ErrorCode::InvalidLocation, location);
+        }
+        if (::unlinkat(path.folder(), path.path(), 0) == 0) {
+            return;
+        }
+        throwErrno(errno, location);
+    }
+    // Some file systems say EEXIST of a folder that is not empty.
+    throwErrno(error == EEXIST ? ENOTEMPTY : error, location);
+}
+
+} // namespace foundation::storage::provider::local

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <foundation/storage/provider/extensions/i_links.hpp>
+#include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
+#include <foundation/storage/provider/i_provider.hpp>
+#include <foundation/storage/provider/local/local_options.hpp>
+
+namespace foundation::storage::provider::local {
+
+/// The local disk. Every operation is one or a few system calls; nothing is kept between them, so
+/// any number of threads may use one provider. Failures are provider::Exception.
+class LocalProvider final : public IProvider,
+                            public extensions::ILinks,
+                            public extensions::IReplacingStreams {
+  public:
+    explicit LocalProvider(LocalOptions const& options) : options_(options) {}
+
+    ExistsResult exists(StorageIRI const& location) const override;
+    ExtendedExistsResult existsExtended(StorageIRI const& location) const override;
+    bool fileExists(StorageIRI const& location) const override;
+    bool folderExists(StorageIRI const& location) const override;
+
+    StorageIRI getCanonicalLocation(StorageIRI const& location) const override;
+
+    FileAttributes getFileAttributes(StorageIRI const& location) const override;
+    FolderAttributes getFolderAttributes(StorageIRI const& location) const override;
+    ExtendedAttributes getExtendedAttributes(StorageIRI const& location) const override;
+    void setLastModified(StorageIRI const& location, boost::posix_time::ptime const& time) override;
+    void setWritable(StorageIRI const& location, bool writable) override;
+
+    void createFile(StorageIRI const& location) override;
+    void createFolder(StorageIRI const& location) override;
+    void createFolderRecursive(StorageIRI const& location) override;
+    void removeFile(StorageIRI const& location) override;
+    void removeFolder(StorageIRI const& location) override;
+
+    CopyStatus copyFile(StorageIRI const& source, StorageItem const& destination,
+                        CopyFileOptions const& options) override;
+    void moveFile(StorageIRI const& source, StorageIRI const& destination,
+                  ReplacementPolicy const& policy) override;
+    void moveFolder(StorageIRI const& source, StorageIRI const& destination,
+                    ReplacementPolicy const& policy) override;
+
+    std::unique_ptr<ByteStream> openStream(StorageIRI const& location,
+                                           ByteStreamOpenOptions const& options) override;
+    std::unique_ptr<ByteStream> openReadOnlyStream(StorageIRI const& location) const override;
+
+    ustring readLink(StorageIRI const& location) const override;
+    void createLink(StorageIRI const& location, ustring const& target) override;
+
+    std::unique_ptr<ByteStream> openReplacement(StorageIRI const& location,
+                                                ReplacementPolicy const& policy) override;
+
+  private:
+    LocalOptions const options_;
+};
+
+} // namespace foundation::storage::provider::local

@@ -1,0 +1,149 @@
+#include <foundation/storage/provider/local/local_replacement.hpp>
+
+#include <foundation/storage/provider/local/detail/failures.hpp>
+#include <foundation/storage/provider/local/detail/staged_file.hpp>
+#include <foundation/storage/provider/local/local_stream.hpp>
+
+#include <cstdlib>
+#include <optional>
+#include <sys/stat.h>
+#include <utility>
+
+namespace foundation::storage::provider::local {
+
+using detail::FolderSlot;
+using detail::KernelPath;
+using detail::StagedFile;
+using detail::throwErrno;
+
+namespace {
+
+/// What has the final name, if anything has and it may be replaced.
+std::optional<struct stat> checkDestination(FolderSlot const& slot, ReplacementPolicy policy,
+                                            StorageIRI const& location) {
+    struct stat existing {};
+    int const error = statItem(slot, false, existing);
+    if (error == ENOENT) {
+        return std::nullopt;
+    }
+    if (error != 0) {
+        throwErrno(error, location);
+    }
+    checkReplaceable(existing, policy, location);
+    return existing;
+}
+
+class ReplacementStream final : public ByteStream {
+  public:
+    ReplacementStream(FolderSlot slot, mode_t mode, StorageIRI const& location,
+                      ReplacementPolicy policy)
+        : location_(location),
+          policy_(policy),
+          staged_(std::move(slot), mode, location),
+          io_(staged_.descriptor(), StreamAccess::ReadWrite) {}
+
+    long read(char* buffer, long count) override { return io_.read(buffer, count); }
+    long write(char const* buffer, long count) override { return io_.write(buffer, count); }
+    long seek(long offset, std::ios_base::seekdir way) override { return io_.seek(offset, way); }
+
+    void close() override {
+        io_.checkBeforeClose();
+        if (!settled_) {
+            if (int const error = staged_.settle()) {
+                io_.failClose(reasonOf(error), errorCodeOfErrno(error));
+            }
+            settled_ = true;
+        }
+        publish();
+        io_.markClosed();
+    }
+
+  private:
+    /// May be tried again: a failure here leaves the new content as it is, and poisons nothing.
+    void publish() {
+        try {
+            if (auto const old = checkDestination(staged_.slot(), policy_, location_);
+                old && S_ISREG(old->st_mode)) {
+                takeOver(*old);
+            }
+        } catch (Exception const& e) {
+            refuse(e.getErrorCode() == ErrorCode::ResourceAlreadyExists ? reasonOf(EEXIST)
+                   : e.getErrorCode() == ErrorCode::PermissionDenied
+                       ? "Permission denied: the file is read-only"
+                       : "the file cannot be replaced",
+                   e.getErrorCode());
+        }
+        int const error = staged_.publish(replaces(policy_) ? StagedFile::Existing::Replace
+                                                            : StagedFile::Existing::Refuse);
+        if (error != 0) {
+            refuse(reasonOf(error), errorCodeOfErrno(error));
+        }
+    }
+
+    /// Owner first: a change of owner clears the set-id bits. Who may not give files away keeps
+    /// them, and then no set-id bit may stay.
+    void takeOver(struct stat const& old) noexcept {
+        bool const sameOwner = ::fchown(staged_.descriptor(), old.st_uid, old.st_gid) == 0;
+        // A file system without permissions refuses this, and has nothing to lose by it.
+        static_cast<void>(
+            ::fchmod(staged_.descriptor(), old.st_mode & (sameOwner ? 07777 : 01777)));
+    }
+
+    [[noreturn]] static void refuse(std::string const& reason, ErrorCode code) {
+        throw ByteStreamCloseFailure("close: " + reason, code);
+    }
+
+    StorageIRI location_;
+    ReplacementPolicy policy_;
+    StagedFile staged_;
+    DescriptorIo io_;
+    bool settled_ = false;
+};
+
+} // namespace
+
+bool isReadOnly(struct stat const& item) noexcept {
+    return !S_ISLNK(item.st_mode) && (item.st_mode & S_IWUSR) == 0;
+}
+
+void checkReplaceable(struct stat const& existing, ReplacementPolicy policy,
+                      StorageIRI const& location) {
+    if (!replaces(policy)) {
+        throw Exception(ErrorCode::ResourceAlreadyExists, location);
+    }
+    if (S_ISDIR(existing.st_mode)) {
+        throw Exception(ErrorCode::InvalidLocation, location);
+    }
+    if (!S_ISREG(existing.st_mode) && !S_ISLNK(existing.st_mode)) {
+        throw Exception(ErrorCode::UnsupportedOperation, location);
+    }
+    if (isReadOnly(existing)) {
+        throw Exception(ErrorCode::PermissionDenied, location);
+    }
+}
+
+FolderSlot slotFor(StorageIRI const& location, bool followLinks) {
+    KernelPath const path(location);
+    if (followLinks) {
+        struct stat item {};
+        if (statItem(path, false, item) == 0 && S_ISLNK(item.st_mode)) {
+            std::unique_ptr<char, decltype(&std::free)> const real(
+                ::realpath(path.text().c_str(), nullptr), &std::free);
+            if (real) {
+                return FolderSlot(std::string(real.get()), location);
+            }
+        }
+    }
+    return FolderSlot(path, location);
+}
+
+std::unique_ptr<ByteStream> openReplacementStream(StorageIRI const& location,
+                                                  ReplacementPolicy policy, bool followLinks) {
+    FolderSlot slot = slotFor(location, followLinks);
+    bool const replacing = checkDestination(slot, policy, location).has_value();
+    // Until it takes the old file's mode over, new content is nobody else's to read.
+    return std::make_unique<ReplacementStream>(std::move(slot), replacing ? 0600 : 0666, location,
+                                               policy);
+}
+
+} // namespace foundation::storage::provider::local

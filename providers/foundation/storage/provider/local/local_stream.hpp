@@ -1,0 +1,78 @@
+#pragma once
+
+#include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/byte_stream_failure.hpp>
+#include <foundation/storage/provider/byte_stream_open_options.hpp>
+#include <foundation/storage/provider/local/detail/kernel_path.hpp>
+#include <foundation/storage/provider/storage_iri.hpp>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace foundation::storage::provider::local {
+
+enum class StreamAccess { Read, Write, ReadWrite };
+
+/// Reads, writes and seeks on a descriptor that another object owns, and remembers the failure that
+/// poisons it. The position is the kernel's.
+class DescriptorIo {
+  public:
+    DescriptorIo(int descriptor, StreamAccess access) noexcept
+        : descriptor_(descriptor),
+          access_(access) {}
+
+    long read(char* buffer, long count);
+    long write(char const* buffer, long count);
+    long seek(long offset, std::ios_base::seekdir way);
+
+    /// Throws the failure that poisoned the stream, if one did, as a failure to close.
+    void checkBeforeClose() const;
+    /// Makes every later call fail for this reason, and throws it as a failure to close.
+    [[noreturn]] void failClose(std::string const& reason, ErrorCode code);
+    /// Every later call fails: the stream has been closed.
+    void markClosed();
+
+  private:
+    struct Poison {
+        std::string reason;
+        ErrorCode code;
+    };
+    template<class Failure>
+    void checkPoison(char const* what) const;
+    [[noreturn]] void failWrite(std::string const& reason, ErrorCode code);
+
+    int descriptor_;
+    StreamAccess access_;
+    std::optional<Poison> poison_;
+};
+
+/// The words for a system error number.
+std::string reasonOf(int error);
+
+/// A stream on a file of the local disk. Holds one descriptor.
+class LocalStream final : public ByteStream {
+  public:
+    LocalStream(detail::FileDescriptor file, StreamAccess access) noexcept;
+
+    long read(char* buffer, long count) override;
+    long write(char const* buffer, long count) override;
+    long seek(long offset, std::ios_base::seekdir way) override;
+    void close() override;
+
+  private:
+    detail::FileDescriptor file_;
+    DescriptorIo io_;
+};
+
+/// Opens a file and nothing but a file: a FIFO, socket or device is refused with code
+/// UnsupportedOperation before anything could come of opening it, a folder with InvalidLocation.
+/// `flags` are those of open(2); with `found`, what is open.
+detail::FileDescriptor openRegularFile(detail::KernelPath const& path, StorageIRI const& location,
+                                       int flags, struct stat& found);
+
+std::unique_ptr<ByteStream> openForReading(StorageIRI const& location);
+std::unique_ptr<ByteStream> openWithOptions(StorageIRI const& location,
+                                            ByteStreamOpenOptions const& options);
+
+} // namespace foundation::storage::provider::local
