@@ -53,11 +53,18 @@ class FOUNDATION_EXPORT StorageIRI {
     ustring getScheme() const;
     /// The same without a copy; valid while a handle on this value lives.
     std::u16string_view getSchemeView() const noexcept;
+    /// User, host and port decoded, the host in small letters; what they compare by. Empty for a
+    /// nested location. Delimiters stay encoded, so that the three can be told apart.
+    std::u16string_view getAuthorityView() const noexcept;
+    bool hasQuery() const noexcept;
+    bool hasFragment() const noexcept;
     bool hasPath() const noexcept;
     /// The path as it stands in the text.
     ustring const& getPath() const noexcept;
     std::u16string_view getPathView() const noexcept;
-    /// The path decoded, `.` and `..` removed, never above the root.
+    /// The path decoded, without empty segments, `.` and `..` kept; what it compares by.
+    ustring const& getDecodedPath() const noexcept;
+    /// The path decoded, without empty segments, `.` and `..` removed, never above the root.
     ustring const& getResolvedPath() const noexcept;
     /// The decoded last segment: the name exactly as the storage knows it. Empty for a root.
     ustring const& getName() const noexcept;
@@ -72,6 +79,9 @@ class FOUNDATION_EXPORT StorageIRI {
     /// The decoded path of this location below `base`, without a leading slash; the whole resolved
     /// path where `base` is not an ancestor, and empty where both are one.
     ustring makePathRelativeTo(StorageIRI const& base) const;
+    /// The same location with its resolved path; query and fragment stay. What is canonical where no
+    /// storage is asked.
+    StorageIRI withResolvedPath() const;
     foundation::network::IRI toIRI() const;
     /// The text as given, or as composed.
     ustring const& toString() const noexcept;
