@@ -1,0 +1,176 @@
+#include "../commands.hpp"
+#include "../display.hpp"
+#include "../iso_time.hpp"
+
+#include <fl/i18n/conversion.hpp>
+#include <foundation/storage/provider/extensions/i_links.hpp>
+#include <foundation/storage/vfs/resources/file.hpp>
+#include <foundation/storage/vfs/resources/folder.hpp>
+#include <foundation/storage/vfs/storage_system/exists.hpp>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <optional>
+#include <stdexcept>
+
+namespace cli {
+
+namespace provider = foundation::storage::provider;
+namespace vfs = foundation::storage::vfs;
+
+using provider::ExtendedExistsResult;
+
+namespace {
+
+struct Facts {
+    std::string location;
+    std::string canonical;
+    ExtendedExistsResult kind;
+    std::optional<std::string> target; // of a link
+    provider::AttributeValues values;
+    provider::ExtendedAttributes attributes;
+};
+
+bool isLink(ExtendedExistsResult kind) {
+    return kind == ExtendedExistsResult::LinkToFile || kind == ExtendedExistsResult::LinkToFolder ||
+           kind == ExtendedExistsResult::DanglingLink;
+}
+
+std::optional<std::string> linkTarget(vfs::StorageSystemReference const& system,
+                                      vfs::AbsoluteIRI const& iri) {
+    auto const owner = system.buildProvider(iri.toStorageIRI());
+    auto const* const links = dynamic_cast<provider::extensions::ILinks const*>(owner.get());
+    if (links == nullptr) {
+        return std::nullopt;
+    }
+    return fl::i18n::toDisplayString(links->readLink(iri.toStorageIRI()));
+}
+
+template<class Resource>
+void readFrom(Resource const& resource, bool withAttributes, Facts& facts) {
+    facts.values = resource.getAttributes().values();
+    facts.canonical = fl::i18n::toDisplayString(resource.getCanonicalLocation().toString());
+    if (withAttributes) {
+        facts.attributes = resource.getExtendedAttributes();
+    }
+}
+
+Facts factsOf(vfs::StorageSystemReference const& system, Location const& location,
+              bool withAttributes) {
+    Facts facts;
+    facts.location = fl::i18n::toDisplayString(location.iri.toString());
+    facts.kind = existsExtended(location.iri, system);
+    if (facts.kind == ExtendedExistsResult::Nothing) {
+        throw Refusal(wordsFor(vfs::ErrorCode::ResourceNotFound));
+    }
+    if (isLink(facts.kind)) {
+        facts.target = linkTarget(system, location.iri);
+    }
+    if (facts.kind == ExtendedExistsResult::Folder ||
+        facts.kind == ExtendedExistsResult::LinkToFolder) {
+        readFrom(vfs::Folder(location.iri, system), withAttributes, facts);
+    } else {
+        readFrom(vfs::File(location.iri, system), withAttributes, facts);
+    }
+    return facts;
+}
+
+std::string asText(Facts const& facts, Output const& output) {
+    std::string text;
+    auto const add = [&](std::string const& label, std::string const& value) {
+        text += output.heading(fmt::format("{:<11}", label + ":")) + value + "\n";
+    };
+    add("location", onOneLine(facts.location));
+    add("canonical", onOneLine(facts.canonical));
+    add("kind", kindInWords(facts.kind));
+    if (facts.target) {
+        add("target", onOneLine(*facts.target));
+    }
+    if (facts.values.size) {
+        add("size", sizeInWords(*facts.values.size));
+    }
+    add("modified", isoTime(facts.values.lastModified));
+    if (facts.values.mode) {
+        add("mode", modeInWords(*facts.values.mode));
+    }
+    add("writable", facts.values.writable ? "yes" : "no");
+    for (auto const& [key, value] : facts.attributes) {
+        add("attribute", onOneLine(key) + " = " + onOneLine(value));
+    }
+    return text;
+}
+
+// Values are bytes. Those that are not UTF-8 go into an object of their own, so that none is lost.
+nlohmann::ordered_json bytesAsJson(std::string const& bytes) {
+    try {
+        fl::i18n::to_ustring(bytes);
+        return bytes;
+    } catch (std::range_error const&) {
+        std::string hex;
+        for (unsigned char const byte : bytes) {
+            hex += fmt::format("{:02x}", byte);
+        }
+        return {{"hex", hex}};
+    }
+}
+
+std::string asJson(Facts const& facts, bool withAttributes) {
+    nlohmann::ordered_json object{{"location", facts.location},
+                                  {"canonical", facts.canonical},
+                                  {"kind", kindForPrograms(facts.kind)}};
+    if (facts.target) {
+        object["target"] = bytesAsJson(*facts.target);
+    }
+    if (facts.values.size) {
+        object["size"] = *facts.values.size;
+    }
+    object["modified"] = isoTime(facts.values.lastModified);
+    if (facts.values.mode) {
+        object["mode"] = fmt::format("{:04o}", *facts.values.mode);
+    }
+    object["writable"] = facts.values.writable;
+    if (withAttributes) {
+        object["attributes"] = nlohmann::ordered_json::object();
+        for (auto const& [key, value] : facts.attributes) {
+            object["attributes"][onOneLine(key)] = bytesAsJson(value);
+        }
+    }
+    using Handler = nlohmann::ordered_json::error_handler_t;
+    return object.dump(-1, ' ', false, Handler::replace) + "\n";
+}
+
+} // namespace
+
+int runStat(Host& host, Words const& words) {
+    bool json = false;
+    bool extended = false;
+    Arguments arguments(
+        {"stat",
+         "Shows what is known of files and folders. Of a link it shows where the link "
+         "leads, and the attributes of what is there.",
+         {"vfs stat notes.txt", "vfs stat --json notes.txt docs", "vfs stat -x notes.txt"}});
+    arguments.flag("-x,--extended", extended, "Show extended attributes too")
+        .flag("--json", json, "Print a JSON object for each location, on a line")
+        .takes("LOCATION", 1, Arguments::unlimited);
+    if (!arguments.read(words)) {
+        return printHelp(host, arguments);
+    }
+    Invocation invocation(host, "stat");
+    bool first = true;
+    invocation.forEach(arguments.operands(), [&](Location const& location) {
+        Facts const facts = factsOf(invocation.system(), location, extended);
+        if (json) {
+            invocation.output().print(asJson(facts, extended));
+            return;
+        }
+        if (!first) {
+            invocation.output().printLine("");
+        }
+        first = false;
+        invocation.output().print(asText(facts, invocation.output()));
+    });
+    return invocation.finish();
+}
+
+} // namespace cli

@@ -1,0 +1,200 @@
+#include "failure.hpp"
+
+#include "display.hpp"
+
+#include <fl/i18n/conversion.hpp>
+#include <foundation/storage/provider/byte_stream_failure.hpp>
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/malformed_iri_exception.hpp>
+#include <foundation/storage/vfs/errors/exception.hpp>
+#include <foundation/storage/vfs/storage_system/exists.hpp>
+#include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
+#include <foundation/storage/vfs/streams/io_exception.hpp>
+
+#include <exception>
+#include <new>
+#include <optional>
+
+namespace cli {
+
+namespace provider = foundation::storage::provider;
+namespace vfs = foundation::storage::vfs;
+
+namespace {
+
+// A failure before it is put into words.
+struct Facts {
+    std::optional<vfs::ErrorCode> code;
+    std::optional<vfs::AbsoluteIRI> location; // where the failure names one
+    bool reading = false;
+    std::string reason; // the words so far
+};
+
+// Streams say what happened in a text of the storage's own; it helps where the code says little.
+std::string withDetail(vfs::ErrorCode code, std::string detail) {
+    // What the standard library appends to the text of a stream's failure.
+    std::string_view const suffix = ": iostream error";
+    if (detail.ends_with(suffix)) {
+        detail.resize(detail.size() - suffix.size());
+    }
+    bool const vague = code == vfs::ErrorCode::IOError || code == vfs::ErrorCode::InternalError ||
+                       code == vfs::ErrorCode::Unknown;
+    std::string const words = wordsFor(code);
+    return vague && !detail.empty() ? words + " (" + onOneLine(detail) + ")" : words;
+}
+
+vfs::ErrorCode systemCode(provider::ErrorCode code) {
+    switch (code) {
+    case provider::ErrorCode::FolderNotEmpty:
+        return vfs::ErrorCode::FolderNotEmpty;
+    case provider::ErrorCode::InvalidLocation:
+        return vfs::ErrorCode::InvalidLocation;
+    case provider::ErrorCode::PermissionDenied:
+        return vfs::ErrorCode::PermissionDenied;
+    case provider::ErrorCode::ResourceAlreadyExists:
+        return vfs::ErrorCode::ResourceAlreadyExists;
+    case provider::ErrorCode::ResourceNotFound:
+        return vfs::ErrorCode::ResourceNotFound;
+    case provider::ErrorCode::FileTooLarge:
+        return vfs::ErrorCode::FileTooLarge;
+    case provider::ErrorCode::ResourceInUse:
+        return vfs::ErrorCode::ResourceInUse;
+    case provider::ErrorCode::ReadOnlyProvider:
+        return vfs::ErrorCode::ReadOnlyProvider;
+    case provider::ErrorCode::NoSpaceLeft:
+        return vfs::ErrorCode::NoSpaceLeft;
+    case provider::ErrorCode::IOError:
+        return vfs::ErrorCode::IOError;
+    case provider::ErrorCode::InternalError:
+        return vfs::ErrorCode::InternalError;
+    case provider::ErrorCode::UnsupportedOperation:
+        return vfs::ErrorCode::UnsupportedOperation;
+    case provider::ErrorCode::Unknown:
+        break;
+    }
+    return vfs::ErrorCode::Unknown;
+}
+
+Facts factsOfCurrentFailure() {
+    try {
+        throw;
+    } catch (Refusal const& refusal) {
+        return {{}, {}, false, refusal.what()};
+    } catch (vfs::Exception const& failure) {
+        vfs::ErrorCode const code = failure.getErrorCode();
+        return {code, failure.getLocation(), false, wordsFor(code)};
+    } catch (vfs::IOException const& failure) {
+        vfs::ErrorCode const code = failure.getErrorCode();
+        bool const reading = dynamic_cast<vfs::IOReadException const*>(&failure) != nullptr;
+        return {code, {}, reading, withDetail(code, failure.what())};
+    } catch (provider::Exception const& failure) {
+        vfs::ErrorCode const code = systemCode(failure.getErrorCode());
+        return {code, vfs::AbsoluteIRI(failure.getStorageIRI(), false), false, wordsFor(code)};
+    } catch (provider::ByteStreamFailure const& failure) {
+        vfs::ErrorCode const code = systemCode(failure.getErrorCode());
+        bool const reading =
+            dynamic_cast<provider::ByteStreamReadFailure const*>(&failure) != nullptr;
+        return {code, {}, reading, withDetail(code, failure.what())};
+    } catch (provider::MalformedIRIException const& malformed) {
+        return {{}, {}, false, "not a valid location: " + onOneLine(malformed.what())};
+    } catch (vfs::UnsupportedIRISchemeException const& unknown) {
+        std::string const scheme = onOneLine(fl::i18n::toDisplayString(unknown.getScheme()));
+        return {{}, {}, false, "no provider for the scheme '" + scheme + "'"};
+    } catch (vfs::InvalidIRIException const&) {
+        return {{}, {}, false, "not a valid location"};
+    } catch (std::bad_alloc const&) {
+        return {{}, {}, false, "out of memory"};
+    } catch (std::exception const& other) {
+        return {{}, {}, false, onOneLine(other.what())};
+    }
+}
+
+// What the code leaves open, the storage can often tell.
+std::string plainer(vfs::StorageSystemReference const& system, vfs::AbsoluteIRI const& at,
+                    vfs::ErrorCode code) {
+    bool const lookedFor = code == vfs::ErrorCode::ResourceNotFound;
+    if (!lookedFor && code != vfs::ErrorCode::InvalidLocation) {
+        return {};
+    }
+    try {
+        switch (existsExtended(at, system)) {
+        case provider::ExtendedExistsResult::DanglingLink:
+            return "is a link that leads nowhere";
+        case provider::ExtendedExistsResult::Folder:
+        case provider::ExtendedExistsResult::LinkToFolder:
+            return lookedFor ? "" : "is a folder";
+        case provider::ExtendedExistsResult::Other:
+            return lookedFor ? "" : "is not a regular file";
+        default:
+            return {};
+        }
+    } catch (std::exception const&) {
+        return {}; // the first failure is the one to tell of
+    }
+}
+
+std::string textOf(vfs::AbsoluteIRI const& iri) {
+    return shownLocation(fl::i18n::toDisplayString(fromAbsoluteIRI(iri)));
+}
+
+} // namespace
+
+char const* wordsFor(vfs::ErrorCode code) noexcept {
+    switch (code) {
+    case vfs::ErrorCode::FolderNotEmpty:
+        return "folder not empty";
+    case vfs::ErrorCode::InvalidLocation:
+        return "the storage cannot use this name or kind of item here";
+    case vfs::ErrorCode::PermissionDenied:
+        return "permission denied";
+    case vfs::ErrorCode::ResourceAlreadyExists:
+        return "already exists";
+    case vfs::ErrorCode::ResourceNotFound:
+        return "no such file or folder";
+    case vfs::ErrorCode::ReadOnlyProvider:
+        return "the storage is read-only";
+    case vfs::ErrorCode::FileTooLarge:
+        return "file too large";
+    case vfs::ErrorCode::ResourceInUse:
+        return "in use";
+    case vfs::ErrorCode::NoSpaceLeft:
+        return "no space left";
+    case vfs::ErrorCode::IOError:
+        return "input or output failed";
+    case vfs::ErrorCode::InternalError:
+        return "internal error of the storage";
+    case vfs::ErrorCode::UnsupportedOperation:
+        return "not supported by this storage";
+    case vfs::ErrorCode::Unknown:
+        break;
+    }
+    return "failed for a reason that the storage does not tell";
+}
+
+char const* wordsFor(provider::ErrorCode code) noexcept {
+    return wordsFor(systemCode(code));
+}
+
+FailureText describeCurrentFailure(vfs::StorageSystemReference const& system,
+                                   std::span<Location const> operands) {
+    Facts const facts = factsOfCurrentFailure();
+    Location const& reads = operands.front();
+    Location const& changes = operands.back();
+    if (!facts.location) {
+        return {(facts.reading ? reads : changes).shown(), facts.reason};
+    }
+    std::string const more = facts.code ? plainer(system, *facts.location, *facts.code) : "";
+    std::string const reason = more.empty() ? facts.reason : more;
+    for (Location const& operand : operands) {
+        if (operand.iri == *facts.location) {
+            return {operand.shown(), reason};
+        }
+    }
+    return {textOf(*facts.location), reason};
+}
+
+std::string reasonOfCurrentFailure() {
+    return factsOfCurrentFailure().reason;
+}
+
+} // namespace cli

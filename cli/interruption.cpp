@@ -1,0 +1,63 @@
+#include "interruption.hpp"
+
+#include <array>
+#include <csignal>
+#include <unistd.h>
+
+namespace cli {
+
+namespace {
+
+constexpr std::array watched{SIGINT, SIGTERM, SIGHUP};
+
+std::sig_atomic_t volatile noted = 0;
+std::array<struct sigaction, watched.size()> before{};
+
+extern "C" void noteSignal(int signal) {
+    noted = signal;
+}
+
+} // namespace
+
+InterruptionGuard::InterruptionGuard() {
+    for (std::size_t i = 0; i < watched.size(); ++i) {
+        ::sigaction(watched[i], nullptr, &before[i]);
+        if (before[i].sa_handler == SIG_IGN) {
+            continue;
+        }
+        struct sigaction note {};
+        note.sa_handler = noteSignal;
+        // Once: the second signal has its usual effect. And without SA_RESTART, so that a read that
+        // waits for input returns.
+        note.sa_flags = static_cast<int>(SA_RESETHAND);
+        ::sigemptyset(&note.sa_mask);
+        ::sigaction(watched[i], &note, nullptr);
+    }
+}
+
+InterruptionGuard::~InterruptionGuard() {
+    for (std::size_t i = 0; i < watched.size(); ++i) {
+        ::sigaction(watched[i], &before[i], nullptr);
+    }
+}
+
+int interruptingSignal() noexcept {
+    return noted;
+}
+
+void throwIfInterrupted() {
+    if (noted != 0) {
+        throw Interrupted{noted};
+    }
+}
+
+void endBySignal(int signal) {
+    struct sigaction usual {};
+    usual.sa_handler = SIG_DFL;
+    ::sigemptyset(&usual.sa_mask);
+    ::sigaction(signal, &usual, nullptr);
+    ::raise(signal);
+    ::_exit(128 + signal); // where the signal is blocked
+}
+
+} // namespace cli

@@ -1,0 +1,31 @@
+#pragma once
+
+namespace cli {
+
+/// A signal asked the process to end. Thrown to unwind what is under way, so that nothing half done
+/// stays behind; whoever catches it ends the process by that signal.
+struct Interrupted {
+    int signal;
+};
+
+/// While one of these lives, SIGINT, SIGTERM and SIGHUP are noted instead of ending the process at
+/// once; a second signal ends it. A signal that was ignored at the start stays ignored. One at a
+/// time, on the main thread.
+class InterruptionGuard {
+  public:
+    InterruptionGuard();
+    ~InterruptionGuard();
+    InterruptionGuard(InterruptionGuard const&) = delete;
+    InterruptionGuard& operator=(InterruptionGuard const&) = delete;
+};
+
+/// The signal that was noted, or 0.
+int interruptingSignal() noexcept;
+
+/// Throws Interrupted where a signal was noted.
+void throwIfInterrupted();
+
+/// Ends the process by `signal`, as if it had never been caught.
+[[noreturn]] void endBySignal(int signal);
+
+} // namespace cli
