@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/memory/memory_provider.hpp>
 
+#include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/memory/detail/tree.hpp>
 #include <foundation/storage/provider/memory/memory_stream.hpp>
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
+#include <stdexcept>
 #include <utility>
 
 namespace foundation::storage::provider::memory {
@@ -44,10 +46,10 @@ Place lookUp(Tree const& tree, StorageIRI const& location, LastLink last) {
     return place;
 }
 
-/// What a path leads to; a link that leads nowhere is what it is itself.
+/// What a path leads to, links followed; a link that leads nowhere, or in circles, itself.
 Place described(Tree const& tree, StorageIRI const& location) {
     Place const place = tree.walk(pathOf(location), LastLink::Follow);
-    return place.error || !place.node ? existing(tree, location, LastLink::Keep) : place;
+    return place.node ? place : existing(tree, location, LastLink::Keep);
 }
 
 std::shared_ptr<FileNode> share(Place const& place) {
@@ -85,6 +87,15 @@ ustring pathOfFolder(FolderNode const& folder) {
         path.insert(0, u"/" + at->name());
     }
     return path;
+}
+
+/// Whether a link's target could stand on a disk.
+bool isStorable(ustring const& target) {
+    try {
+        return fl::i18n::ustringToStorageName(target).find('\0') == std::string::npos;
+    } catch (std::range_error const&) {
+        return false;
+    }
 }
 
 std::shared_ptr<FileNode> openExisting(Place const& place, StorageIRI const& location) {
@@ -135,7 +146,11 @@ bool MemoryProvider::fileExists(StorageIRI const& location) const {
 
 bool MemoryProvider::folderExists(StorageIRI const& location) const {
     std::shared_lock const lock(tree_->mutex);
-    return lookUp(*tree_, location, LastLink::Follow).asFolder() != nullptr;
+    Place const place = tree_->walk(pathOf(location), LastLink::Follow);
+    if (!place.node) {
+        lookUp(*tree_, location, LastLink::Keep); // a loop on the way is more than absence
+    }
+    return place.asFolder() != nullptr;
 }
 
 StorageIRI MemoryProvider::getCanonicalLocation(StorageIRI const& location) const {
@@ -159,10 +174,11 @@ StorageIRI MemoryProvider::getCanonicalLocation(StorageIRI const& location) cons
 
 FileAttributes MemoryProvider::getFileAttributes(StorageIRI const& location) const {
     std::shared_lock const lock(tree_->mutex);
-    Place const place = described(*tree_, location);
-    if (place.node->isFolder()) {
+    // A link to a folder counts as a file, with the attributes of what it leads to.
+    if (existing(*tree_, location, LastLink::Keep).node->isFolder()) {
         fail(ErrorCode::InvalidLocation, location);
     }
+    Place const place = described(*tree_, location);
     return FileAttributes(attributesOf(place));
 }
 
@@ -186,21 +202,25 @@ void MemoryProvider::setLastModified(StorageIRI const& location,
                                      boost::posix_time::ptime const& time) {
     Timestamp const timestamp = toTimestamp(time);
     std::unique_lock const lock(tree_->mutex);
-    Place const place = existing(*tree_, location, LastLink::Follow);
+    Place const place = described(*tree_, location);
     if (FileNode* const file = place.file()) {
         file->setLastModified(timestamp);
+    } else if (FolderNode* const folder = place.asFolder()) {
+        folder->setLastModified(timestamp);
     } else {
-        place.asFolder()->setLastModified(timestamp);
+        place.link()->setLastModified(timestamp);
     }
 }
 
 void MemoryProvider::setWritable(StorageIRI const& location, bool writable) {
     std::unique_lock const lock(tree_->mutex);
-    Place const place = existing(*tree_, location, LastLink::Follow);
+    Place const place = described(*tree_, location);
     if (FileNode* const file = place.file()) {
         file->setWritable(writable);
+    } else if (FolderNode* const folder = place.asFolder()) {
+        folder->setWritable(writable);
     } else {
-        place.asFolder()->setWritable(writable);
+        fail(ErrorCode::UnsupportedOperation, location); // links have no mode of their own
     }
 }
 
@@ -251,10 +271,12 @@ void MemoryProvider::removeFile(StorageIRI const& location) {
     std::shared_ptr<Node> removed; // destroyed behind the lock
     std::unique_lock const lock(tree_->mutex);
     Place const place = existing(*tree_, location, LastLink::Keep);
+    if (place.folder) {
+        checkWritable(location, *place.folder);
+    }
     if (place.node->isFolder()) {
         fail(ErrorCode::InvalidLocation, location);
     }
-    checkWritable(location, *place.folder);
     removed = place.folder->remove(place.name);
 }
 
@@ -262,14 +284,14 @@ void MemoryProvider::removeFolder(StorageIRI const& location) {
     std::shared_ptr<Node> removed;
     std::unique_lock const lock(tree_->mutex);
     Place const place = existing(*tree_, location, LastLink::Keep);
+    if (place.node == &tree_->root()) {
+        fail(ErrorCode::ResourceInUse, location);
+    }
+    checkWritable(location, *place.folder);
     FolderNode const* const folder = place.asFolder();
     if (!folder) {
         fail(ErrorCode::ResourceNotFound, location);
     }
-    if (folder == &tree_->root()) {
-        fail(ErrorCode::ResourceInUse, location);
-    }
-    checkWritable(location, *place.folder);
     if (!folder->children().empty()) {
         fail(ErrorCode::FolderNotEmpty, location);
     }
@@ -336,6 +358,9 @@ ustring MemoryProvider::readLink(StorageIRI const& location) const {
 void MemoryProvider::createLink(StorageIRI const& location, ustring const& target) {
     if (target.empty()) {
         fail(ErrorCode::ResourceNotFound, location);
+    }
+    if (!isStorable(target)) {
+        fail(ErrorCode::InvalidLocation, location);
     }
     std::unique_lock const lock(tree_->mutex);
     Place const place = freePlace(*tree_, location, LastLink::Keep);

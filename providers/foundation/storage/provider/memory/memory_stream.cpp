@@ -103,11 +103,12 @@ void MemoryStream::close() {
 }
 
 MemoryReplacement::MemoryReplacement(std::shared_ptr<detail::Tree> tree, StorageIRI location,
-                                     ReplacementPolicy policy,
+                                     detail::Slot slot, ReplacementPolicy policy,
                                      std::shared_ptr<detail::FileNode> file) noexcept
-    : MemoryStream(std::move(file), StreamAccess::Write, StreamWriting::AtPosition),
+    : MemoryStream(std::move(file), StreamAccess::ReadWrite, StreamWriting::AtPosition),
       tree_(std::move(tree)),
       location_(std::move(location)),
+      slot_(std::move(slot)),
       policy_(policy) {}
 
 void MemoryReplacement::close() {
@@ -115,7 +116,11 @@ void MemoryReplacement::close() {
     try {
         std::shared_ptr<detail::Node> replaced; // destroyed behind the lock
         std::unique_lock const lock(tree_->mutex);
-        replaced = tree_->publish(location_, file(), policy_);
+        detail::FileNode const* const old = tree_->placeIn(slot_).file();
+        replaced = tree_->publish(location_, slot_, file(), policy_);
+        if (old) {
+            file()->takeModeOf(*old);
+        }
     } catch (Exception const& e) {
         std::ostringstream text;
         text << "close: the file could not be published: " << e.getErrorCode();

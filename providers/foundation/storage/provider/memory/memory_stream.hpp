@@ -49,10 +49,11 @@ class MemoryStream : public ByteStream {
     std::optional<Poison> poison_;
 };
 
-/// A stream on a file that has no name yet; closing it publishes the file.
+/// A stream on a file that has no name yet; closing it publishes the file, with the mode of the one
+/// that it replaces.
 class MemoryReplacement final : public MemoryStream {
   public:
-    MemoryReplacement(std::shared_ptr<detail::Tree> tree, StorageIRI location,
+    MemoryReplacement(std::shared_ptr<detail::Tree> tree, StorageIRI location, detail::Slot slot,
                       ReplacementPolicy policy, std::shared_ptr<detail::FileNode> file) noexcept;
 
     /// May be tried again where publishing failed.
@@ -61,6 +62,7 @@ class MemoryReplacement final : public MemoryStream {
   private:
     std::shared_ptr<detail::Tree> const tree_;
     StorageIRI const location_;
+    detail::Slot const slot_;
     ReplacementPolicy const policy_;
 };
 

@@ -51,7 +51,7 @@ void refuseSameItem(Tree const& tree, StorageIRI const& source, StorageIRI const
 
 void refuseOtherStore(StorageIRI const& source, StorageIRI const& destination) {
     if (source.getSchemeView() != destination.getSchemeView()) {
-        fail(ErrorCode::UnsupportedOperation, source);
+        fail(ErrorCode::UnsupportedOperation, destination);
     }
 }
 
@@ -64,16 +64,67 @@ bool isInside(FolderNode const* folder, FolderNode const& ancestor) {
     return false;
 }
 
+struct Transfer {
+    Place from;
+    Place to;
+};
+
 /// A file or link that is to be taken elsewhere, and a place for it.
-Place fileToTake(Tree const& tree, StorageIRI const& source, StorageIRI const& destination,
-                 ReplacementPolicy policy) {
+Transfer fileTransfer(Tree const& tree, StorageIRI const& source, StorageIRI const& destination,
+                      ReplacementPolicy policy) {
     Place const from = sourceOf(tree, source);
     if (from.node->isFolder()) {
         fail(ErrorCode::InvalidLocation, source);
     }
     refuseSameItem(tree, source, destination);
-    checkDestination(destination, tree.walk(pathOf(destination), LastLink::Keep), policy);
-    return from;
+    Place const to = tree.walk(pathOf(destination), LastLink::Keep);
+    checkReplaceable(destination, to, policy);
+    return {from, to};
+}
+
+/// A folder that is to be moved, and a place for it.
+Transfer folderTransfer(Tree const& tree, StorageIRI const& source, StorageIRI const& destination,
+                        ReplacementPolicy policy) {
+    Place const from = sourceOf(tree, source);
+    FolderNode const* const folder = from.asFolder();
+    if (!folder) {
+        fail(ErrorCode::InvalidLocation, source);
+    }
+    refuseSameItem(tree, source, destination);
+    Place const to = tree.walk(pathOf(destination), LastLink::Keep);
+    if (to.error) {
+        fail(*to.error, destination);
+    }
+    FolderNode const* const old = to.asFolder();
+    if (to.node) {
+        if (!detail::replaces(policy)) {
+            fail(ErrorCode::ResourceAlreadyExists, destination);
+        }
+        if (!old) {
+            fail(ErrorCode::InvalidLocation, destination);
+        }
+        if (!old->isWritable()) {
+            fail(ErrorCode::PermissionDenied, destination);
+        }
+    }
+    if (!from.folder || !to.folder) { // the root stays
+        fail(ErrorCode::ResourceInUse, destination);
+    }
+    if (isInside(to.folder, *folder)) {
+        fail(ErrorCode::InvalidLocation, destination);
+    }
+    if (old && isInside(from.folder, *old)) {
+        fail(ErrorCode::FolderNotEmpty, destination);
+    }
+    checkWritable(source, *from.folder);
+    checkWritable(destination, *to.folder);
+    if (from.folder != to.folder) {
+        checkWritable(destination, *folder); // its `..` changes
+    }
+    if (old && !old->children().empty()) {
+        fail(ErrorCode::FolderNotEmpty, destination);
+    }
+    return {from, to};
 }
 
 } // namespace
@@ -84,18 +135,22 @@ CopyStatus MemoryProvider::copyFile(StorageIRI const& source, StorageItem const&
         return copyFileByStreams(*this, source, destination, options);
     }
     StorageIRI const target = destination.getLocation();
-    std::shared_ptr<Node> original;
-    {
-        std::shared_lock const lock(tree_->mutex);
-        Place const from = fileToTake(*tree_, source, target, options.policy);
-        original = from.folder->share(from.name);
-    }
+    std::shared_ptr<FileNode> original;
     std::shared_ptr<Node> copy;
+    auto const slot = [&] {
+        std::shared_lock const lock(tree_->mutex);
+        auto const [from, to] = fileTransfer(*tree_, source, target, options.policy);
+        checkWritable(target, *to.folder);
+        if (LinkNode const* const link = from.link()) {
+            copy = tree_->make<LinkNode>(target, *link);
+        } else {
+            original = std::static_pointer_cast<FileNode>(from.folder->share(from.name));
+        }
+        return detail::Slot(to);
+    }();
     std::uint64_t size = 0;
-    if (original->kind() == Node::Kind::Link) {
-        copy = tree_->make<LinkNode>(target, static_cast<LinkNode&>(*original).target());
-    } else {
-        auto file = tree_->make<FileNode>(target, static_cast<FileNode&>(*original));
+    if (original) {
+        auto file = tree_->make<FileNode>(target, *original);
         size = file->size();
         copy = std::move(file);
     }
@@ -104,68 +159,45 @@ CopyStatus MemoryProvider::copyFile(StorageIRI const& source, StorageItem const&
     }
     std::shared_ptr<Node> replaced; // destroyed behind the lock
     std::unique_lock const lock(tree_->mutex);
-    refuseSameItem(*tree_, source, target); // once more: the tree was free in between
-    replaced = tree_->publish(target, std::move(copy), options.policy);
+    if (original && tree_->placeIn(slot).node == original.get()) {
+        fail(ErrorCode::InvalidLocation, source); // it was moved there in between
+    }
+    replaced = tree_->publish(target, slot, std::move(copy), options.policy);
     return CopyStatus::CopiedWithTimes;
 }
 
 void MemoryProvider::moveFile(StorageIRI const& source, StorageIRI const& destination,
                               ReplacementPolicy const& policy) {
     refuseOtherStore(source, destination);
-    std::shared_ptr<Node> replaced;
+    std::shared_ptr<Node> replaced; // destroyed behind the lock
     std::unique_lock const lock(tree_->mutex);
-    Place const from = fileToTake(*tree_, source, destination, policy);
+    auto const [from, to] = fileTransfer(*tree_, source, destination, policy);
     checkWritable(source, *from.folder);
-    Place const to = tree_->walk(pathOf(destination), LastLink::Keep);
+    checkWritable(destination, *to.folder);
     replaced = from.folder->moveTo(*to.folder, from.name, ustring(to.name));
 }
 
 void MemoryProvider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
                                 ReplacementPolicy const& policy) {
     refuseOtherStore(source, destination);
-    std::shared_ptr<Node> replaced;
+    std::shared_ptr<Node> replaced; // destroyed behind the lock
     std::unique_lock const lock(tree_->mutex);
-    Place const from = sourceOf(*tree_, source);
-    FolderNode const* const folder = from.asFolder();
-    if (!folder) {
-        fail(ErrorCode::ResourceNotFound, source);
-    }
-    refuseSameItem(*tree_, source, destination);
-    Place const to = tree_->walk(pathOf(destination), LastLink::Keep);
-    if (to.error) {
-        fail(*to.error, destination);
-    }
-    if (folder == &tree_->root() || isInside(to.folder, *folder)) {
-        fail(ErrorCode::InvalidLocation, source);
-    }
-    if (to.node) {
-        if (policy == ReplacementPolicy::FailIfExists ||
-            policy == ReplacementPolicy::KeepExisting) {
-            fail(ErrorCode::ResourceAlreadyExists, destination);
-        }
-        if (!to.node->isFolder()) {
-            fail(ErrorCode::ResourceNotFound, destination);
-        }
-        if (!to.folder || !to.asFolder()->children().empty()) {
-            fail(ErrorCode::FolderNotEmpty, destination);
-        }
-    }
-    checkWritable(source, *from.folder);
-    checkWritable(destination, *to.folder);
-    if (from.folder != to.folder) {
-        checkWritable(source, *folder); // its `..` changes
-    }
+    auto const [from, to] = folderTransfer(*tree_, source, destination, policy);
     replaced = from.folder->moveTo(*to.folder, from.name, ustring(to.name));
 }
 
 std::unique_ptr<ByteStream> MemoryProvider::openReplacement(StorageIRI const& location,
                                                             ReplacementPolicy const& policy) {
-    {
-        std::shared_lock const lock(tree_->mutex);
-        checkDestination(location, tree_->walk(pathOf(location), LastLink::Keep), policy);
+    std::shared_lock const lock(tree_->mutex);
+    Place const place = tree_->walk(pathOf(location), LastLink::Keep);
+    checkReplaceable(location, place, policy);
+    checkWritable(location, *place.folder);
+    auto file = tree_->make<FileNode>(location, detail::newFileMode);
+    if (place.file()) {
+        file->takeModeOf(*place.file());
     }
-    return std::make_unique<MemoryReplacement>(
-        tree_, location, policy, tree_->make<FileNode>(location, detail::newFileMode));
+    return std::make_unique<MemoryReplacement>(tree_, location, detail::Slot(place), policy,
+                                               std::move(file));
 }
 
 } // namespace foundation::storage::provider::memory

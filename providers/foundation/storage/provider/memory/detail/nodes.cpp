@@ -154,9 +154,11 @@ bool FileNode::truncateIfWritable() {
     if ((mode_ & ownerMayWrite) == 0) {
         return false;
     }
-    dropped.swap(blocks_);
-    size_ = 0;
-    lastModified_ = now();
+    if (size_ != 0) { // an empty file keeps its time
+        dropped.swap(blocks_);
+        size_ = 0;
+        lastModified_ = now();
+    }
     return true;
 }
 
@@ -187,13 +189,26 @@ void FileNode::setWritable(bool writable) {
     mode_ = withWritable(mode_, writable);
 }
 
+void FileNode::takeModeOf(FileNode const& other) {
+    std::uint32_t const mode = *other.attributes().mode;
+    std::unique_lock const lock(mutex_);
+    mode_ = mode;
+}
+
 LinkNode::LinkNode(std::shared_ptr<Space> space, ustring target)
     : Node(Kind::Link, std::move(space)),
       target_(std::move(target)),
-      created_(now()) {}
+      created_(now()),
+      lastModified_(created_) {}
+
+LinkNode::LinkNode(std::shared_ptr<Space> space, LinkNode const& source)
+    : Node(Kind::Link, std::move(space)),
+      target_(source.target_),
+      created_(now()),
+      lastModified_(source.lastModified_) {}
 
 AttributeValues LinkNode::attributes() const {
-    AttributeValues values = valuesOf(created_, created_, 0777);
+    AttributeValues values = valuesOf(lastModified_, created_, 0777);
     values.size = fl::i18n::toDisplayString(target_).size();
     return values;
 }

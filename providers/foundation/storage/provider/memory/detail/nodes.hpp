@@ -73,6 +73,7 @@ class FileNode final : public Node {
     AttributeValues attributes() const;
     void setLastModified(Timestamp time);
     void setWritable(bool writable);
+    void takeModeOf(FileNode const& other);
 
   private:
     using Blocks = std::map<std::uint64_t, BlockPtr>; // by index; what is missing is a hole
@@ -91,21 +92,25 @@ class FileNode final : public Node {
     std::uint32_t mode_;
 };
 
-/// A symbolic link. Immutable but for its place in the tree.
+/// A symbolic link. Its time is guarded by the lock of the tree; the rest never changes.
 class LinkNode final : public Node {
   public:
     LinkNode(std::shared_ptr<Space> space, ustring target);
+    /// A second link with the target and the time of `source`.
+    LinkNode(std::shared_ptr<Space> space, LinkNode const& source);
 
     ustring const& target() const noexcept { return target_; }
     AttributeValues attributes() const;
+    void setLastModified(Timestamp time) noexcept { lastModified_ = time; }
 
   private:
     ustring const target_;
     Timestamp const created_;
+    Timestamp lastModified_;
 };
 
 /// A folder. Everything in it is guarded by the lock of the tree.
-class FolderNode final : public Node {
+class FolderNode final : public Node, public std::enable_shared_from_this<FolderNode> {
   public:
     /// Ordered by name, so that a listing can go on behind any name.
     using Children = std::map<ustring, std::shared_ptr<Node>, std::less<>>;

@@ -1,8 +1,5 @@
 #include <foundation/storage/provider/memory/detail/tree.hpp>
 
-#include <foundation/network/iri.hpp>
-#include <foundation/storage/provider/exception.hpp>
-
 #include <array>
 #include <utility>
 
@@ -39,24 +36,11 @@ Place folderItself(FolderNode& folder) {
     return place;
 }
 
-bool hasOnlyAPath(StorageIRI const& location) {
-    // The text of an ordinary location is its scheme, a colon, perhaps an empty authority, and the
-    // path. Only where there is more, its parts are worth taking apart.
-    std::u16string_view rest = location.toString();
-    rest.remove_prefix(location.getSchemeView().size() + 1);
-    std::size_t const path = location.getPathView().size();
-    if (rest.size() == path || (rest.size() == path + 2 && rest.starts_with(u"//"))) {
-        return true;
-    }
-    foundation::network::IRI const iri = location.toIRI();
-    auto const& args = iri.args();
-    return !args.hasUserInformation && !args.hasPort && !args.hasQuery && args.host.empty();
-}
-
 } // namespace
 
 std::u16string_view pathOf(StorageIRI const& location) {
-    if (location.hasInnerIRI() || !location.hasPath() || !hasOnlyAPath(location)) {
+    if (!location.hasPath() || location.hasInnerIRI() || !location.getAuthorityView().empty() ||
+        location.hasQuery() || location.hasFragment()) {
         throw Exception(ErrorCode::InvalidLocation, location);
     }
     std::u16string_view path = location.getResolvedPath();
@@ -127,41 +111,57 @@ Place Tree::walk(FolderNode& start, std::u16string_view path, LastLink last) con
     }
 }
 
+bool replaces(ReplacementPolicy policy) noexcept {
+    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
+}
+
 void checkWritable(StorageIRI const& location, FolderNode const& folder) {
     if (!folder.isWritable()) {
         throw Exception(ErrorCode::PermissionDenied, location);
     }
 }
 
-void checkDestination(StorageIRI const& location, Place const& place, ReplacementPolicy policy) {
+void checkReplaceable(StorageIRI const& location, Place const& place, ReplacementPolicy policy) {
     if (place.error) {
         throw Exception(*place.error, location);
     }
-    if (place.node) {
-        if (policy == ReplacementPolicy::FailIfExists ||
-            policy == ReplacementPolicy::KeepExisting) {
-            throw Exception(ErrorCode::ResourceAlreadyExists, location);
-        }
-        if (place.node->isFolder()) {
-            throw Exception(ErrorCode::InvalidLocation, location);
-        }
-        if (place.file() && !place.file()->isWritable()) {
-            throw Exception(ErrorCode::PermissionDenied, location);
-        }
+    if (!place.node) {
+        return;
     }
-    checkWritable(location, *place.folder);
+    if (!replaces(policy)) {
+        throw Exception(ErrorCode::ResourceAlreadyExists, location);
+    }
+    if (place.node->isFolder()) {
+        throw Exception(ErrorCode::InvalidLocation, location);
+    }
+    if (place.file() && !place.file()->isWritable()) {
+        throw Exception(ErrorCode::PermissionDenied, location);
+    }
 }
 
-std::shared_ptr<Node> Tree::publish(StorageIRI const& location, std::shared_ptr<Node> item,
-                                    ReplacementPolicy policy) {
-    Place const place = walk(pathOf(location), LastLink::Keep);
-    checkDestination(location, place, policy);
-    ustring name(place.name);
+Place Tree::placeIn(Slot const& slot) const {
+    for (FolderNode* at = slot.folder.get(); at != root_.get(); at = at->parent()) {
+        if (!at) {
+            return failed(ErrorCode::ResourceNotFound);
+        }
+    }
+    Place place;
+    place.folder = slot.folder.get();
+    place.name = slot.name;
+    place.node = slot.folder->find(slot.name);
+    return place;
+}
+
+std::shared_ptr<Node> Tree::publish(StorageIRI const& location, Slot const& slot,
+                                    std::shared_ptr<Node> item, ReplacementPolicy policy) {
+    Place const place = placeIn(slot);
+    checkReplaceable(location, place, policy);
+    checkWritable(location, *slot.folder);
     if (!place.node) {
-        place.folder->add(std::move(name), std::move(item));
+        slot.folder->add(slot.name, std::move(item));
         return nullptr;
     }
-    return place.folder->replace(name, std::move(item));
+    return slot.folder->replace(slot.name, std::move(item));
 }
 
 } // namespace foundation::storage::provider::memory::detail

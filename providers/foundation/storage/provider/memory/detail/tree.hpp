@@ -38,6 +38,19 @@ struct Place {
     }
 };
 
+/// A name in a folder, held without the lock: what goes there goes into this folder, wherever it is
+/// moved meanwhile.
+struct Slot {
+    explicit Slot(Place const& place)
+        : folder(place.folder->shared_from_this()),
+          name(place.name) {}
+
+    std::shared_ptr<FolderNode> folder;
+    ustring name;
+};
+
+bool replaces(ReplacementPolicy policy) noexcept;
+
 /// The items of one store, from the root down. Everything but the content of files is guarded by
 /// `mutex`, shared for looking and exclusive for changing. Shared by the provider and by streams
 /// that have something to publish.
@@ -69,11 +82,14 @@ class Tree {
         throw Exception(ErrorCode::NoSpaceLeft, location);
     }
 
-    /// Puts a complete file or link under a name that is free, or that the policy allows to be
+    /// What a slot holds now; an error where its folder is no longer in the tree.
+    /// REQUIRES: the mutex is held.
+    Place placeIn(Slot const& slot) const;
+    /// Puts a complete file or link into a slot that is free, or whose item the policy allows to be
     /// replaced. What was there before is handed out, to be destroyed when the lock is released.
     /// Throws provider::Exception naming `location`. REQUIRES: the mutex is held exclusively.
-    std::shared_ptr<Node> publish(StorageIRI const& location, std::shared_ptr<Node> item,
-                                  ReplacementPolicy policy);
+    std::shared_ptr<Node> publish(StorageIRI const& location, Slot const& slot,
+                                  std::shared_ptr<Node> item, ReplacementPolicy policy);
 
     mutable std::shared_mutex mutex;
 
@@ -87,10 +103,10 @@ class Tree {
 /// inner location. The view is the location's own text.
 std::u16string_view pathOf(StorageIRI const& location);
 
-/// Refuses a destination that is not free for a file under the policy: ResourceAlreadyExists,
-/// PermissionDenied for a read-only file, InvalidLocation for a folder, and what stands in the way
-/// of making an entry. Throws provider::Exception naming `location`.
-void checkDestination(StorageIRI const& location, Place const& place, ReplacementPolicy policy);
+/// Refuses a destination that is neither free for a file nor to be replaced by one under the
+/// policy: ResourceAlreadyExists, PermissionDenied for a read-only file, InvalidLocation for a
+/// folder, and what stands in the way of a place. Throws provider::Exception naming `location`.
+void checkReplaceable(StorageIRI const& location, Place const& place, ReplacementPolicy policy);
 
 /// Refuses a folder that takes no entries and gives none away. Throws PermissionDenied.
 void checkWritable(StorageIRI const& location, FolderNode const& folder);

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <foundation/export.hpp>
+#include <foundation/msg_svc/eventmgr/fwd.hpp>
+#include <foundation/storage/provider/local/local_options.hpp>
+#include <foundation/storage/provider/memory/memory_options.hpp>
+
+#include <boost/shared_ptr.hpp>
+
+#include <memory>
+#include <span>
+#include <string_view>
+
+namespace foundation::storage::vfs {
+class PluggableStorageSystem;
+}
+
+namespace foundation::storage::provider::standard {
+
+/// What a ready storage system is made with. A plain value.
+struct StandardOptions {
+    /// Where change events go; may be null.
+    boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventMgr;
+    local::LocalOptions local;
+    memory::MemoryOptions memory;
+};
+
+/// A storage system with every provider of this build registered under its usual scheme; others may
+/// be added before it is shared. Its files in memory are its own, and live as long as it does or an
+/// item holds them.
+FOUNDATION_EXPORT std::shared_ptr<vfs::PluggableStorageSystem>
+makeStandardStorageSystem(StandardOptions const& options = {});
+
+struct StandardProvider {
+    std::string_view scheme;
+    std::string_view description; ///< one line for people
+};
+
+/// What makeStandardStorageSystem registers, in the order of the schemes.
+FOUNDATION_EXPORT std::span<StandardProvider const> standardProviders() noexcept;
+
+} // namespace foundation::storage::provider::standard
