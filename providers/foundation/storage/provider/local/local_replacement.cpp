@@ -35,11 +35,14 @@ std::optional<struct stat> checkDestination(FolderSlot const& slot, ReplacementP
 
 class ReplacementStream final : public ByteStream {
   public:
-    ReplacementStream(FolderSlot slot, mode_t mode, StorageIRI const& location,
-                      ReplacementPolicy policy)
+    /// `old` is the file that stands there, if one does. Until the new content takes its mode over,
+    /// it is nobody else's to read.
+    ReplacementStream(FolderSlot slot, std::optional<struct stat> const& old,
+                      StorageIRI const& location, ReplacementPolicy policy)
         : location_(location),
           policy_(policy),
-          staged_(std::move(slot), mode, location),
+          old_(old),
+          staged_(std::move(slot), old ? 0600 : 0666, location),
           io_(staged_.descriptor(), StreamAccess::ReadWrite) {}
 
     long read(char* buffer, long count) override { return io_.read(buffer, count); }
@@ -62,9 +65,12 @@ class ReplacementStream final : public ByteStream {
     /// May be tried again: a failure here leaves the new content as it is, and poisons nothing.
     void publish() {
         try {
-            if (auto const old = checkDestination(staged_.slot(), policy_, location_);
-                old && S_ISREG(old->st_mode)) {
-                takeOver(*old);
+            if (auto const now = checkDestination(staged_.slot(), policy_, location_);
+                now && S_ISREG(now->st_mode)) {
+                old_ = now;
+            }
+            if (old_) { // also where it is gone by now: its mode is what was meant
+                takeOver(*old_);
             }
         } catch (Exception const& e) {
             refuse(e.getErrorCode() == ErrorCode::ResourceAlreadyExists ? reasonOf(EEXIST)
@@ -95,6 +101,7 @@ class ReplacementStream final : public ByteStream {
 
     StorageIRI location_;
     ReplacementPolicy policy_;
+    std::optional<struct stat> old_;
     StagedFile staged_;
     DescriptorIo io_;
     bool settled_ = false;
@@ -140,10 +147,11 @@ FolderSlot slotFor(StorageIRI const& location, bool followLinks) {
 std::unique_ptr<ByteStream> openReplacementStream(StorageIRI const& location,
                                                   ReplacementPolicy policy, bool followLinks) {
     FolderSlot slot = slotFor(location, followLinks);
-    bool const replacing = checkDestination(slot, policy, location).has_value();
-    // Until it takes the old file's mode over, new content is nobody else's to read.
-    return std::make_unique<ReplacementStream>(std::move(slot), replacing ? 0600 : 0666, location,
-                                               policy);
+    std::optional<struct stat> old = checkDestination(slot, policy, location);
+    if (old && !S_ISREG(old->st_mode)) {
+        old.reset(); // a link has no mode to take over
+    }
+    return std::make_unique<ReplacementStream>(std::move(slot), old, location, policy);
 }
 
 } // namespace foundation::storage::provider::local

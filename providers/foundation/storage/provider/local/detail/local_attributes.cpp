@@ -73,7 +73,8 @@ void addUserAttributes(ExtendedAttributes& result, KernelPath const& path,
         return ::listxattr(plain.get(), buffer, size);
     });
     // File systems without them, and a link that leads nowhere, have none.
-    if (error == EOPNOTSUPP || error == ENOSYS || error == ENOENT || error == ELOOP) {
+    if (error == EOPNOTSUPP || error == ENOSYS || error == ENOENT || error == ENOTDIR ||
+        error == ELOOP) {
         return;
     }
     if (error != 0) {
