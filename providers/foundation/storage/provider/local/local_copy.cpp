@@ -147,7 +147,7 @@ CopyStatus copyLocalFile(StorageIRI const& source, StorageIRI const& destination
     error = statItem(slot, false, existing);
     if (error == 0) {
         if (relationOf(path, KernelPath(destination)) == detail::Relation::SameEntry) {
-            throw Exception(ErrorCode::InvalidLocation, destination);
+            throw Exception(ErrorCode::InvalidLocation, source);
         }
         checkReplaceable(existing, options.policy, destination);
     } else if (error != ENOENT) {

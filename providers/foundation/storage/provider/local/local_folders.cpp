@@ -69,18 +69,15 @@ void removeEmptyLocalFolder(StorageIRI const& location, bool followLinks) {
     if (::unlinkat(path.folder(), path.path(), AT_REMOVEDIR) == 0) {
         return;
     }
-    int const error = errno;
-    struct stat item {};
-    if (error == ENOTDIR && statItem(path, false, item) == 0) {
-        struct stat target {};
-        if (!followLinks || !S_ISLNK(item.st_mode) || statItem(path, true, target) != 0 ||
-            !S_ISDIR(target.st_mode)) {
-            throw Exception(ErrorCode::InvalidLocation, location);
-        }
+    int error = errno;
+    struct stat own {};
+    struct stat target {};
+    if (error == ENOTDIR && followLinks && statItem(path, false, own) == 0 &&
+        S_ISLNK(own.st_mode) && statItem(path, true, target) == 0 && S_ISDIR(target.st_mode)) {
         if (::unlinkat(path.folder(), path.path(), 0) == 0) {
             return;
         }
-        throwErrno(errno, location);
+        error = errno;
     }
     // Some file systems say EEXIST of a folder that is not empty.
     throwErrno(error == EEXIST ? ENOTEMPTY : error, location);

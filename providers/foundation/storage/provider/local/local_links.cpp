@@ -38,8 +38,7 @@ void createLocalLink(StorageIRI const& location, ustring const& target) {
     } catch (std::range_error const&) {
         throw Exception(ErrorCode::InvalidLocation, location);
     }
-    // The kernel would say that nothing is there, or cut the target at the NUL.
-    if (bytes.empty() || bytes.find('\0') != std::string::npos) {
+    if (bytes.find('\0') != std::string::npos) { // the kernel would cut it there
         throw Exception(ErrorCode::InvalidLocation, location);
     }
     KernelPath const path(location);

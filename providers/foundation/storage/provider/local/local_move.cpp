@@ -100,7 +100,7 @@ void moveLocalItem(StorageIRI const& source, StorageIRI const& destination,
     if (int const error = statItem(to, false, existing); error == 0) {
         Relation const relation = relationOf(from, to);
         if (relation == Relation::SameEntry) {
-            throw Exception(ErrorCode::InvalidLocation, destination);
+            throw Exception(ErrorCode::InvalidLocation, source);
         }
         if (relation == Relation::OtherSpelling) {
             return moveOntoOwnName(from, source, destination);

@@ -13,7 +13,6 @@
 #include <foundation/storage/provider/streaming_copy.hpp>
 
 #include <fcntl.h>
-#include <stdexcept>
 #include <unistd.h>
 
 namespace foundation::storage::provider::local {
@@ -109,7 +108,7 @@ FileAttributes LocalProvider::getFileAttributes(StorageIRI const& location) cons
 FolderAttributes LocalProvider::getFolderAttributes(StorageIRI const& location) const {
     struct statx const item = attributesOf(KernelPath(location), location);
     if (!S_ISDIR(item.stx_mode)) {
-        throw Exception(ErrorCode::InvalidLocation, location);
+        throwErrno(ENOTDIR, location);
     }
     return FolderAttributes(detail::attributeValuesOf(item));
 }
@@ -120,12 +119,7 @@ ExtendedAttributes LocalProvider::getExtendedAttributes(StorageIRI const& locati
 
 void LocalProvider::setLastModified(StorageIRI const& location,
                                     boost::posix_time::ptime const& time) {
-    Timestamp stamp;
-    try {
-        stamp = toTimestamp(time);
-    } catch (std::invalid_argument const&) {
-        throw Exception(ErrorCode::InvalidLocation, location);
-    }
+    Timestamp const stamp = toTimestamp(time);
     KernelPath const path(location);
     struct timespec const times[] = {{0, UTIME_OMIT}, {stamp.seconds, stamp.nanoseconds}};
     if (::utimensat(path.folder(), path.path(), times, 0) == 0) {
