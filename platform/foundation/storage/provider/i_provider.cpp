@@ -80,7 +80,7 @@ bool IProvider::hasFeature(StorageIRI const&, ExtendedFeature const&) const {
 }
 
 StorageIRI IProvider::getCanonicalLocation(StorageIRI const& location) const {
-    return location.hasPath() ? StorageIRI(location, location.getResolvedPath()) : location;
+    return location.withResolvedPath();
 }
 
 PathComparatorFunction IProvider::getPathComparator(StorageIRI const&) const {

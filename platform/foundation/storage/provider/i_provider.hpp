@@ -44,7 +44,7 @@ class FOUNDATION_EXPORT IProvider {
 
     /// Default: no feature.
     virtual bool hasFeature(StorageIRI const& location, ExtendedFeature const& feature) const;
-    /// Default: the resolved path, without I/O.
+    /// Default: StorageIRI::withResolvedPath, without I/O.
     virtual StorageIRI getCanonicalLocation(StorageIRI const& location) const;
     /// Default: names differ unless they are equal, ASCII case aside where the caller says so.
     virtual PathComparatorFunction getPathComparator(StorageIRI const& location) const;

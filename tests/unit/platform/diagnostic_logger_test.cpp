@@ -1,0 +1,111 @@
+#include <foundation/log/diagnostic_logger.hpp>
+
+#include <boost/log/attributes/value_extraction.hpp>
+#include <boost/log/core.hpp>
+#include <boost/log/expressions.hpp>
+#include <boost/log/sinks/basic_sink_backend.hpp>
+#include <boost/log/sinks/sync_frontend.hpp>
+#include <boost/make_shared.hpp>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace logging = boost::log;
+
+struct Record {
+    std::string channel;
+    int severity;
+    std::string text;
+};
+
+class Collector : public logging::sinks::basic_sink_backend<logging::sinks::synchronized_feeding> {
+  public:
+    void consume(logging::record_view const& record) {
+        records.push_back({logging::extract<std::string>("Channel", record).get(),
+                           logging::extract<int>("Severity", record).get(),
+                           logging::extract<std::string>("Message", record).get()});
+    }
+    std::vector<Record> records;
+};
+
+class DiagnosticLogger : public testing::Test {
+  protected:
+    DiagnosticLogger() {
+        logging::core::get()->add_sink(sink_);
+        logging::core::get()->set_filter(logging::expressions::attr<int>("Severity") >= 10 &&
+                                         logging::expressions::attr<std::string>("Channel") ==
+                                             "a::name");
+    }
+    ~DiagnosticLogger() override {
+        logging::core::get()->remove_sink(sink_);
+        logging::core::get()->reset_filter();
+    }
+
+    std::vector<Record> const& records() { return sink_->locked_backend()->records; }
+
+    boost::shared_ptr<logging::sinks::synchronous_sink<Collector>> sink_ =
+        boost::make_shared<logging::sinks::synchronous_sink<Collector>>();
+    foundation::log::diagnostic_logger logger_{"a::name"};
+};
+
+} // namespace
+
+TEST_F(DiagnosticLogger, WritesNameLevelAndText) {
+    logger_.write(16, "Exception caught: \xC3\xA9");
+
+    ASSERT_EQ(records().size(), 1U);
+    EXPECT_EQ(records()[0].channel, "a::name");
+    EXPECT_EQ(records()[0].severity, 16);
+    EXPECT_EQ(records()[0].text, "Exception caught: \xC3\xA9");
+}
+
+TEST_F(DiagnosticLogger, IsEnabledWhereTheHostWantsTheRecord) {
+    EXPECT_TRUE(logger_.isEnabled(16));
+    EXPECT_TRUE(logger_.isEnabled(10));
+    EXPECT_FALSE(logger_.isEnabled(9));
+    EXPECT_FALSE(foundation::log::diagnostic_logger("another").isEnabled(16));
+    EXPECT_TRUE(records().empty()) << "asking writes nothing";
+}
+
+TEST_F(DiagnosticLogger, DropsWhatTheHostDoesNotWant) {
+    logger_.write(9, "too fine");
+    foundation::log::diagnostic_logger("another").write(16, "elsewhere");
+
+    EXPECT_TRUE(records().empty());
+}
+
+TEST_F(DiagnosticLogger, AnEmptyTextAndAHoleAreRecordsToo) {
+    logger_.write(16, "");
+    logger_.write(16, std::string_view("a\0b", 3));
+
+    ASSERT_EQ(records().size(), 2U);
+    EXPECT_EQ(records()[0].text, "");
+    EXPECT_EQ(records()[1].text, std::string("a\0b", 3));
+}
+
+TEST_F(DiagnosticLogger, ManyThreadsWriteWholeRecords) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([this] {
+            for (int k = 0; k < 100; ++k) {
+                logger_.write(16, "a text");
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    ASSERT_EQ(records().size(), 400U);
+    for (auto const& record : records()) {
+        EXPECT_EQ(record.text, "a text");
+    }
+}
+
+TEST_F(DiagnosticLogger, KnowsItsName) {
+    EXPECT_EQ(logger_.name(), "a::name");
+}
