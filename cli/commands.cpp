@@ -15,8 +15,8 @@ namespace {
 std::string programHelp() {
     std::string text = "Usage: vfs COMMAND [OPTIONS] [OPERANDS]\n"
                        "\n"
-                       "Works on files and folders wherever they lie. A location is a path of the "
-                       "local disk\nor an IRI: notes.txt, file:///etc/hosts, mem:/notes.txt.\n"
+                       "Works on files and folders wherever they lie. A location is a path of the\n"
+                       "local disk or an IRI: notes.txt, file:///etc/hosts, mem:/notes.txt.\n"
                        "\n"
                        "Commands:\n";
     for (Command const& command : allCommands()) {

@@ -113,7 +113,9 @@ Facts factsOfCurrentFailure() {
 std::string plainer(vfs::StorageSystemReference const& system, vfs::AbsoluteIRI const& at,
                     vfs::ErrorCode code) {
     bool const lookedFor = code == vfs::ErrorCode::ResourceNotFound;
-    if (!lookedFor && code != vfs::ErrorCode::InvalidLocation) {
+    bool const wrongKind =
+        code == vfs::ErrorCode::InvalidLocation || code == vfs::ErrorCode::UnsupportedOperation;
+    if (!lookedFor && !wrongKind) {
         return {};
     }
     try {
@@ -191,6 +193,10 @@ FailureText describeCurrentFailure(vfs::StorageSystemReference const& system,
         }
     }
     return {textOf(*facts.location), reason};
+}
+
+std::optional<vfs::ErrorCode> codeOfCurrentFailure() {
+    return factsOfCurrentFailure().code;
 }
 
 std::string reasonOfCurrentFailure() {

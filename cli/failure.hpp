@@ -6,6 +6,7 @@
 #include <foundation/storage/vfs/errors/error_code.hpp>
 #include <foundation/storage/vfs/storage_system/storage_system_reference.hpp>
 
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -35,6 +36,9 @@ struct FailureText {
 /// REQUIRES: an exception is being handled, and there is an operand.
 FailureText describeCurrentFailure(foundation::storage::vfs::StorageSystemReference const& system,
                                    std::span<Location const> operands);
+
+/// The code of the exception that is being handled; empty for one that carries none.
+std::optional<foundation::storage::vfs::ErrorCode> codeOfCurrentFailure();
 
 /// The reason alone, for a failure that comes before there is a location.
 std::string reasonOfCurrentFailure();

@@ -5,12 +5,13 @@
 #include "progress.hpp"
 
 #include <fl/i18n/conversion.hpp>
-#include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/resources/file.hpp>
 #include <foundation/storage/vfs/resources/folder.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
 
 #include <array>
+#include <exception>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -59,18 +60,27 @@ bool isSameItem(vfs::StorageSystemReference const& system, Transfer const& trans
                destination.getCanonicalLocation();
 }
 
-// Codes that the person can do something about get the reason that stands behind them.
-void throwPlainer(vfs::StorageSystemReference const& system, Transfer const& transfer,
-                  vfs::Exception const& failure) {
-    if (failure.getErrorCode() == vfs::ErrorCode::InvalidLocation && isSameItem(system, transfer)) {
-        throw Refusal("source and destination are the same file");
+bool isReadOnlyFile(vfs::StorageSystemReference const& system, Location const& location) {
+    vfs::File const file(location.iri, system);
+    return file.fileExists() && !file.getAttributes().isWritable();
+}
+
+// The reason behind a code that the person can do something about; empty where there is none.
+std::string plainerReason(vfs::StorageSystemReference const& system, Transfer const& transfer,
+                          std::optional<vfs::ErrorCode> code) {
+    try {
+        if (code == vfs::ErrorCode::InvalidLocation && isSameItem(system, transfer)) {
+            return "source and destination are the same file";
+        }
+        if (code == vfs::ErrorCode::PermissionDenied &&
+            transfer.policy != ReplacementPolicy::ReplaceReadOnly &&
+            isReadOnlyFile(system, transfer.destination)) {
+            return "is read-only (-f replaces it)";
+        }
+    } catch (std::exception const&) { // NOLINT(bugprone-empty-catch)
+        // The first failure is the one to tell of.
     }
-    vfs::File const destination(transfer.destination.iri, system);
-    if (failure.getErrorCode() == vfs::ErrorCode::PermissionDenied && destination.fileExists() &&
-        transfer.policy != ReplacementPolicy::ReplaceReadOnly &&
-        !destination.getAttributes().isWritable()) {
-        throw Refusal("is read-only (-f replaces it)");
-    }
+    return {};
 }
 
 } // namespace
@@ -100,20 +110,25 @@ void forEachTransfer(Invocation& invocation, std::vector<std::string> const& ope
     invocation.forEach(sources, [&](Location const& source) {
         checkSource(invocation.system(), source, verb);
         std::array const both{source, destinationFor(source, *last, isFolder)};
-        if (!written.insert(both[1].iri).second) {
+        if (written.contains(both[1].iri)) {
             throw Refusal("another source has this name; it would be lost");
         }
         Transfer const transfer{both[0], both[1], policy};
         bool const done = invocation.attempt(both, [&] {
             try {
                 action(transfer);
-            } catch (vfs::Exception const& failure) {
+            } catch (std::exception const&) {
+                std::optional<vfs::ErrorCode> const code = codeOfCurrentFailure();
                 throwIfInterrupted();
-                throwPlainer(invocation.system(), transfer, failure);
+                std::string const reason = plainerReason(invocation.system(), transfer, code);
+                if (!reason.empty()) {
+                    throw Refusal(reason);
+                }
                 throw;
             }
         });
         if (done) {
+            written.insert(transfer.destination.iri);
             invocation.changed(transfer.destination);
         }
     });

@@ -4,8 +4,8 @@
 
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
-#include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/resources/file.hpp>
+#include <foundation/storage/vfs/storage_system/exists.hpp>
 
 #include <exception>
 
@@ -73,10 +73,16 @@ bool movedByStorage(vfs::StorageSystemReference const& system, Transfer const& t
     return true;
 }
 
-// A storage that cannot set times still holds the file.
-void carryTimeOver(vfs::File const& source, vfs::File const& destination) {
+// Not of a link: that would set the time of what it leads to. A storage that cannot set times still
+// holds the file.
+void carryTimeOver(vfs::StorageSystemReference const& system, Transfer const& transfer) {
     try {
-        destination.setLastModified(source.getAttributes().getLastModified());
+        if (existsExtended(transfer.destination.iri, system) ==
+            provider::ExtendedExistsResult::File) {
+            vfs::File const source(transfer.source.iri, system);
+            vfs::File(transfer.destination.iri, system)
+                .setLastModified(source.getAttributes().getLastModified());
+        }
     } catch (std::exception const&) { // NOLINT(bugprone-empty-catch)
     }
 }
@@ -85,11 +91,10 @@ void moveFile(vfs::StorageSystemReference const& system, Transfer const& transfe
     if (movedByStorage(system, transfer)) {
         return;
     }
-    vfs::File const source(transfer.source.iri, system);
     copyFile(system, transfer);
     checkCopy(system, transfer);
-    carryTimeOver(source, vfs::File(transfer.destination.iri, system));
-    source.removeFile();
+    carryTimeOver(system, transfer);
+    vfs::File(transfer.source.iri, system).removeFile();
 }
 
 } // namespace

@@ -1,0 +1,175 @@
+#include "command_run.hpp"
+
+#include <gmock/gmock.h>
+
+#include <sstream>
+
+namespace cli_test {
+namespace {
+
+using ::testing::HasSubstr;
+
+std::vector<std::string> linesOf(std::string const& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// The first words of the indented lines behind `heading`.
+std::vector<std::string> listedUnder(std::string const& text, std::string const& heading) {
+    std::vector<std::string> names;
+    bool inside = false;
+    for (std::string const& line : linesOf(text)) {
+        if (line == heading) {
+            inside = true;
+        } else if (inside && line.starts_with("  ")) {
+            std::string name;
+            std::istringstream(line) >> name;
+            names.push_back(name);
+        } else {
+            inside = false;
+        }
+    }
+    return names;
+}
+
+std::vector<std::string> commands() {
+    TemporaryFolder folder;
+    return listedUnder(vfs(folder, {"--help"}).out, "Commands:");
+}
+
+// What the examples speak of.
+void prepare(TemporaryFolder const& folder) {
+    writeFile(folder / "notes.txt", "Buy milk.\n");
+    writeFile(folder / "photo.jpg", "JFIF");
+    writeFile(folder / "old.log", "");
+    writeFile(folder / "script.vfs", "mkdir mem:/a\ncp notes.txt mem:/a\ncat mem:/a/notes.txt\n");
+    std::filesystem::create_directory(folder / "docs");
+    std::filesystem::create_directory(folder / "empty");
+}
+
+TEST(CommandHelp, ListsTheCommands) {
+    EXPECT_THAT(commands(),
+                ::testing::ElementsAre("cat", "cp", "exists", "mkdir", "mv", "providers", "put",
+                                       "rm", "sh", "stat", "touch"));
+}
+
+TEST(CommandHelp, ShowsExamplesForEveryCommandAndTheyRun) {
+    for (std::string const& command : commands()) {
+        TemporaryFolder folder;
+        Outcome const help = vfs(folder, {command, "--help"});
+        EXPECT_EQ(help.code, 0) << command;
+        EXPECT_EQ(help.err, "");
+        EXPECT_THAT(help.out, HasSubstr("Usage: vfs " + command + " "));
+        std::size_t const examples = help.out.find("\nExamples:\n");
+        ASSERT_NE(examples, std::string::npos) << command;
+        int ran = 0;
+        for (std::string const& line : linesOf(help.out.substr(examples + 11))) {
+            TemporaryFolder prepared;
+            prepare(prepared);
+            Outcome const outcome = shell(prepared, "set -o pipefail; " + line);
+            EXPECT_EQ(outcome.code, 0) << line << '\n' << outcome.err;
+            EXPECT_EQ(outcome.err, "") << line;
+            EXPECT_THAT(line, HasSubstr("vfs " + command));
+            ++ran;
+        }
+        EXPECT_GT(ran, 0) << command;
+    }
+}
+
+TEST(CommandHelp, FitsATerminalOfEightyColumns) {
+    TemporaryFolder folder;
+    std::vector<std::vector<std::string>> requests{{"--help"}};
+    for (std::string const& command : commands()) {
+        requests.push_back({command, "--help"});
+    }
+    for (auto const& request : requests) {
+        for (std::string const& line : linesOf(vfs(folder, request).out)) {
+            EXPECT_LE(line.size(), 80u) << line;
+        }
+    }
+}
+
+TEST(CommandHelp, ManualRendersWithoutWarnings) {
+    TemporaryFolder folder;
+    std::string const page = VFS_SOURCE_FOLDER "/cli/vfs.1";
+
+    Outcome const lint = shell(folder, "mandoc -Tlint -Wwarning " + page);
+    EXPECT_EQ(lint.code, 0) << lint.out << lint.err;
+    Outcome const text = shell(folder, "mandoc -Tutf8 -O width=100 " + page +
+                                           " | col -b 2>/dev/null"
+                                           " || mandoc -Tutf8 " +
+                                           page);
+    EXPECT_THAT(text.out, HasSubstr("work on files and folders wherever they lie"));
+}
+
+// The letters and names of the options that a command's help shows.
+std::vector<std::string> optionsOf(std::string const& command) {
+    TemporaryFolder folder;
+    std::vector<std::string> options;
+    for (std::string const& words : listedUnder(vfs(folder, {command, "--help"}).out, "Options:")) {
+        std::istringstream in(words);
+        for (std::string option; std::getline(in, option, ',');) {
+            if (option.starts_with('-')) {
+                options.push_back(option);
+            }
+        }
+    }
+    return options;
+}
+
+TEST(CommandHelp, ManualSpeaksOfEveryCommandAndOption) {
+    std::string const page = readFile(VFS_SOURCE_FOLDER "/cli/vfs.1");
+    for (std::string const& command : commands()) {
+        EXPECT_THAT(page, HasSubstr("\n.Cm " + command)) << command;
+        for (std::string const& option : optionsOf(command)) {
+            if (option == "-h") {
+                continue; // --help is described once for all
+            }
+            bool const isLong = option.starts_with("--");
+            EXPECT_THAT(page,
+                        HasSubstr(isLong ? "Fl Fl " + option.substr(2) : "Fl " + option.substr(1)))
+                << command;
+        }
+    }
+}
+
+TEST(CommandHelp, CompletionKnowsEveryCommandAndOption) {
+    TemporaryFolder folder;
+    std::string const script = "source " VFS_SOURCE_FOLDER "/packaging/bash-completion/vfs; ";
+    Outcome const names = shell(folder, script + "COMP_WORDS=(vfs ''); COMP_CWORD=1; _vfs; "
+                                                 "printf '%s\\n' \"${COMPREPLY[@]}\"");
+    std::vector<std::string> expected = commands();
+    expected.insert(expected.end(), {"--help", "--version"});
+    EXPECT_THAT(linesOf(names.out), ::testing::ElementsAreArray(expected));
+    for (std::string const& command : commands()) {
+        Outcome const offered = shell(folder, script + "COMP_WORDS=(vfs " + command +
+                                                  " --); COMP_CWORD=2; _vfs; "
+                                                  "printf '%s\\n' \"${COMPREPLY[@]}\"");
+        std::vector<std::string> longOptions;
+        for (std::string const& option : optionsOf(command)) {
+            if (option.starts_with("--")) {
+                longOptions.push_back(option);
+            }
+        }
+        EXPECT_THAT(linesOf(offered.out), ::testing::UnorderedElementsAreArray(longOptions))
+            << command;
+    }
+}
+
+TEST(CommandHelp, CompletionOffersFiles) {
+    TemporaryFolder folder;
+    writeFile(folder / "notes.txt", "");
+
+    Outcome const offered =
+        shell(folder, "source " VFS_SOURCE_FOLDER "/packaging/bash-completion/vfs; "
+                      "COMP_WORDS=(vfs cat no); COMP_CWORD=2; _vfs; echo \"${COMPREPLY[@]}\"");
+
+    EXPECT_EQ(offered.out, "notes.txt\n");
+}
+
+} // namespace
+} // namespace cli_test

@@ -1,0 +1,112 @@
+#include "command_run.hpp"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+namespace cli_test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// A terminal, of which the command gets one end.
+class Terminal {
+  public:
+    Terminal() {
+        winsize const size{24, 60, 0, 0};
+        EXPECT_EQ(::openpty(&master_, &slave_, nullptr, nullptr, &size), 0);
+        ::fcntl(master_, F_SETFD, FD_CLOEXEC);
+        ::fcntl(slave_, F_SETFD, FD_CLOEXEC);
+    }
+    ~Terminal() {
+        ::close(master_);
+        ::close(slave_);
+    }
+    int slave() const { return slave_; }
+    // What has come out within the time.
+    std::string read(int milliseconds) {
+        std::string text;
+        pollfd ready{master_, POLLIN, 0};
+        while (::poll(&ready, 1, milliseconds) == 1 && (ready.revents & POLLIN) != 0) {
+            char buffer[4096];
+            ssize_t const count = ::read(master_, buffer, sizeof buffer);
+            if (count <= 0) {
+                break;
+            }
+            text.append(buffer, static_cast<std::size_t>(count));
+            milliseconds = 0;
+        }
+        return text;
+    }
+
+  private:
+    int master_ = -1;
+    int slave_ = -1;
+};
+
+TEST(CommandOnATerminal, ShowsProgressOfLongWorkAndWipesItAway) {
+    TemporaryFolder folder;
+    Terminal terminal;
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    Process process = CommandRun::vfs({"put", "long.bin"})
+                          .in(folder.path())
+                          .inputFrom(ends[0])
+                          .errorsTo(terminal.slave())
+                          .start();
+    ::close(ends[0]);
+
+    // Bytes trickle until the line is there; the deadline only ends a test that has failed.
+    std::string seen;
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (seen.find("/s") == std::string::npos && std::chrono::steady_clock::now() < deadline) {
+        ASSERT_EQ(::write(ends[1], "bytes", 5), 5);
+        seen += terminal.read(20);
+    }
+    ::close(ends[1]);
+    Outcome const outcome = process.wait();
+    seen += terminal.read(1000);
+
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_THAT(seen, HasSubstr("\rlong.bin  "));
+    EXPECT_THAT(seen, ::testing::EndsWith("\r\x1b[K"));
+}
+
+TEST(CommandOnATerminal, ShowsNoProgressInAPipe) {
+    TemporaryFolder folder;
+
+    Outcome const outcome =
+        shell(folder, "{ echo one; sleep 0.8; echo two; } | vfs put a 2>&1 | cat");
+
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(readFile(folder / "a"), "one\ntwo\n");
+}
+
+std::string shownOn(Terminal& terminal, CommandRun run) {
+    Outcome const outcome = run.outputTo(terminal.slave()).run();
+    EXPECT_EQ(outcome.code, 0);
+    return terminal.read(1000);
+}
+
+TEST(CommandOnATerminal, UsesColoursUnlessNoColorIsSet) {
+    Terminal terminal;
+    CommandRun const stat = CommandRun::vfs({"stat", "mem:"}).environment("TERM", "xterm");
+
+    EXPECT_THAT(shownOn(terminal, CommandRun(stat).environment("NO_COLOR", "")),
+                HasSubstr("\x1b[1mlocation:"));
+    EXPECT_THAT(shownOn(terminal, CommandRun(stat).environment("NO_COLOR", "1")),
+                Not(HasSubstr("\x1b")));
+    EXPECT_THAT(shownOn(terminal, CommandRun(stat).environment("TERM", "dumb")),
+                Not(HasSubstr("\x1b")));
+    EXPECT_THAT(CommandRun(stat).run().out, Not(HasSubstr("\x1b")));
+}
+
+} // namespace
+} // namespace cli_test
