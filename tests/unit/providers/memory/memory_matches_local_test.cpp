@@ -96,6 +96,23 @@ std::string contentOf(IProvider const& provider, StorageIRI const& location) {
     return content;
 }
 
+void clearTree(Storage& storage, ustring const& path, std::ostream& out) {
+    bool const folder = storage.provider->exists(storage.at(path)) == ExistsResult::Folder;
+    if (folder) {
+        for (char16_t const* const name : names) {
+            clearTree(storage, path + u"/" + name, out);
+        }
+    }
+    out << resultOf(storage, [&](Storage& s, std::ostream& result) {
+        if (folder) {
+            s.provider->removeFolder(s.at(path));
+        } else {
+            s.provider->removeFile(s.at(path));
+        }
+        result << " removed " << narrow(path);
+    });
+}
+
 /// Makes operations, the same for the same seed.
 class Generator {
   public:
@@ -112,11 +129,19 @@ class Generator {
     unsigned upTo(unsigned limit) { return static_cast<unsigned>(random_() % limit); }
     bool oneIn(unsigned chances) { return upTo(chances) == 0; }
 
+    /// Often one of those that were used last: what happens to one item is what can go wrong.
     ustring path() {
+        if (!recent_.empty() && !oneIn(3)) {
+            return recent_[upTo(static_cast<unsigned>(recent_.size()))];
+        }
         ustring path = names[upTo(names.size())];
-        for (unsigned more = upTo(deepest); more > 0; --more) {
+        for (int depth = 1; depth < deepest && oneIn(2); ++depth) {
             path += u'/';
             path += names[upTo(names.size())];
+        }
+        recent_.push_back(path);
+        if (recent_.size() > 5) {
+            recent_.pop_front();
         }
         return path;
     }
@@ -151,15 +176,22 @@ class Generator {
                 s.provider->createFile(s.at(p));
             });
         case 2:
-        case 3:
+            if (oneIn(4)) {
+                return simple(text, "createFolderRecursive",
+                              [](Storage& s, ustring const& p, std::ostream&) {
+                                  s.provider->createFolderRecursive(s.at(p));
+                              });
+            }
             return simple(text, "createFolder", [](Storage& s, ustring const& p, std::ostream&) {
                 s.provider->createFolder(s.at(p));
             });
+        case 3:
+            if (oneIn(4)) {
+                return clear(text);
+            }
+            return openStream(text);
         case 4:
-            return simple(text, "createFolderRecursive",
-                          [](Storage& s, ustring const& p, std::ostream&) {
-                              s.provider->createFolderRecursive(s.at(p));
-                          });
+            return copy(text);
         case 5:
             return simple(text, "removeFile", [](Storage& s, ustring const& p, std::ostream&) {
                 s.provider->removeFile(s.at(p));
@@ -203,6 +235,13 @@ class Generator {
         default:
             return useStream(text);
         }
+    }
+
+    /// Takes a whole tree away, as far as it lets itself be taken, so that none fills up for good.
+    Operation clear(std::ostream& text) {
+        ustring const p = path();
+        text << "clear " << narrow(p);
+        return [p](Storage& s, std::ostream& out) { clearTree(s, p, out); };
     }
 
     template<class Call>
@@ -397,6 +436,7 @@ class Generator {
 
     std::mt19937 random_;
     ustring base_;
+    std::deque<ustring> recent_;
 };
 
 void describeTree(Storage& storage, ustring const& path, int depth, std::ostream& out) {

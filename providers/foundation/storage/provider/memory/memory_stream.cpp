@@ -59,6 +59,9 @@ long MemoryStream::write(char const* buffer, long count) {
     if (count < 0) {
         failWrite("a negative count", ErrorCode::InternalError);
     }
+    if (count == 0) {
+        return 0; // moves nothing, at the end neither
+    }
     auto const bytes = static_cast<std::size_t>(count);
     std::uint64_t const start = writing_ == StreamWriting::AtEnd ? file_->size() : position_;
     if (start > longest - bytes) {
