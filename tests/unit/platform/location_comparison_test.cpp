@@ -124,6 +124,22 @@ TEST(LocationOrder, SortsBySchemeAuthorityInnerLocationAndPath) {
     }
 }
 
+TEST(LocationOrder, FirstDifferentUnitDecidesWhereverItStands) {
+    ustring const path = u"file:/abcdefghijkl";
+    for (std::size_t i = path.find(u'a'); i < path.size(); ++i) {
+        ustring above = path;
+        above[i] = u'\u0901'; // smaller than every letter by its low byte alone
+        ustring const shorter = path.substr(0, i);
+
+        EXPECT_LT(StorageIRI(path), StorageIRI(above)) << "unit " << i;
+        EXPECT_FALSE(StorageIRI(above) < StorageIRI(path)) << "unit " << i;
+        EXPECT_LT(StorageIRI(shorter), StorageIRI(path)) << "length " << i;
+        EXPECT_FALSE(StorageIRI(path) < StorageIRI(shorter)) << "length " << i;
+    }
+    EXPECT_LT(StorageIRI(u"file:/zbcda"), StorageIRI(u"file:/zbcdz"));
+    EXPECT_LT(StorageIRI(u"file:/azzzz"), StorageIRI(u"file:/baaaa"));
+}
+
 TEST(LocationOrder, MapsAndSetsFindOtherSpellings) {
     std::map<StorageIRI, int> ordered{{StorageIRI(u"file:/a%62c"), 1}};
     std::unordered_set<StorageIRI> hashed{StorageIRI(u"file:/a%62c")};

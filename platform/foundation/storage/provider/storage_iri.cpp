@@ -3,6 +3,8 @@
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/detail/storage_iri_impl.hpp>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <ostream>
 #include <utility>
@@ -14,6 +16,25 @@ namespace {
 bool sameUnits(std::u16string_view a, std::u16string_view b) noexcept {
     return a.size() == b.size() &&
            (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(char16_t)) == 0);
+}
+
+/// As a.compare(b), which goes unit by unit.
+int compareUnits(std::u16string_view a, std::u16string_view b) noexcept {
+    std::size_t const common = std::min(a.size(), b.size());
+    std::size_t i = 0;
+    for (std::uint64_t left = 0, right = 0; i + 4 <= common; i += 4) {
+        std::memcpy(&left, a.data() + i, sizeof left);
+        std::memcpy(&right, b.data() + i, sizeof right);
+        if (left != right) {
+            break;
+        }
+    }
+    for (; i < common; ++i) {
+        if (a[i] != b[i]) {
+            return a[i] < b[i] ? -1 : 1;
+        }
+    }
+    return a.size() == b.size() ? 0 : a.size() < b.size() ? -1 : 1;
 }
 
 } // namespace
@@ -137,10 +158,10 @@ int StorageIRI::Impl::compare(Impl const& a, Impl const& b) noexcept {
     if (&a == &b) {
         return 0;
     }
-    if (int const order = a.scheme().compare(b.scheme())) {
+    if (int const order = compareUnits(a.scheme(), b.scheme())) {
         return order;
     }
-    if (int const order = a.authority.compare(b.authority)) {
+    if (int const order = compareUnits(a.authority, b.authority)) {
         return order;
     }
     if ((a.inner == nullptr) != (b.inner == nullptr)) {
@@ -152,19 +173,19 @@ int StorageIRI::Impl::compare(Impl const& a, Impl const& b) noexcept {
         }
     }
     // No path is the empty one, and comes before the root.
-    if (int const order = a.identity->compare(*b.identity)) {
+    if (int const order = compareUnits(*a.identity, *b.identity)) {
         return order;
     }
     if (a.layout.hasQuery != b.layout.hasQuery) {
         return a.layout.hasQuery ? 1 : -1;
     }
-    if (int const order = a.query.compare(b.query)) {
+    if (int const order = compareUnits(a.query, b.query)) {
         return order;
     }
     if (a.layout.hasFragment != b.layout.hasFragment) {
         return a.layout.hasFragment ? 1 : -1;
     }
-    return a.fragment.compare(b.fragment);
+    return compareUnits(a.fragment, b.fragment);
 }
 
 bool StorageIRI::Impl::isAncestor(Impl const& a, Impl const& b) noexcept {
