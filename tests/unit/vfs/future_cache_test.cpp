@@ -34,6 +34,36 @@ TEST(FutureCache, KeysSayHowWidelyAProviderIsShared) {
               StorageIRI(u"zip", StorageIRI(u"web://h/a.zip"), u"/"));
 }
 
+TEST(FutureCache, KeysAreTheSameWhetherOrNotTheSchemeIsRegistered) {
+    Cache cache;
+    StorageIRI const iri(u"web://me@host:81/a/b?q#f");
+    cache.registerPhysicalProvider("web", newProvider);
+    EXPECT_EQ(cache.cacheKeyForPhysical(iri), StorageIRI(u"web:/"));
+    cache.doBuildProvider(iri);
+    cache.unregisterProvider("web");
+    EXPECT_EQ(cache.cachedProviders(), 0U);
+    EXPECT_EQ(cache.cacheKeyForPhysical(iri), StorageIRI(u"web:/"));
+}
+
+TEST(FutureCache, SchemeThatNoLocationCanHaveMayBeRegistered) {
+    Cache cache;
+    cache.registerPhysicalProvider("x", newProvider);
+    cache.registerPhysicalProvider("", newProvider);
+    cache.registerPhysicalProvider("mem", newProvider);
+    EXPECT_NE(cache.doBuildProvider(StorageIRI(u"mem:/a")), nullptr);
+}
+
+TEST(FutureCache, BuilderThatUnregistersItselfAndFailsLeavesNothingBehind) {
+    Cache cache;
+    cache.registerPhysicalProvider("mem", [&]() -> std::shared_ptr<provider::IProvider> {
+        cache.unregisterProvider("mem");
+        throw std::runtime_error("no memory here");
+    });
+    EXPECT_THROW(cache.doBuildProvider(StorageIRI(u"mem:/a")), std::runtime_error);
+    EXPECT_EQ(cache.cachedProviders(), 0U);
+    EXPECT_THROW(cache.doBuildProvider(StorageIRI(u"mem:/a")), vfs::UnsupportedIRISchemeException);
+}
+
 TEST(FutureCache, SchemeThatIsNotUTF16CannotMakeAKey) {
     EXPECT_THROW(Cache::cacheKeyForScheme(vfs::ustring{u'a', char16_t(0xD800)}), std::out_of_range);
     EXPECT_THROW(Cache::cacheKeyForScheme(vfs::ustring{char16_t(0xDC00), u'a'}), std::out_of_range);

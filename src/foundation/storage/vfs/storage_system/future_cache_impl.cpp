@@ -3,6 +3,7 @@
 #include <fl/i18n/conversion.hpp>
 #include <foundation/core/except/exception.hpp>
 #include <foundation/network/iri.hpp>
+#include <foundation/storage/provider/malformed_iri_exception.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 
 #include <boost/regex/pending/unicode_iterator.hpp>
@@ -23,11 +24,6 @@ std::wstring decode(ustring const& text) {
         decoded.push_back(static_cast<wchar_t>(*unit));
     }
     return decoded;
-}
-
-void setRootPath(foundation::network::IRIArgs& args) {
-    args.path = decode(fl::i18n::to_ustring("/"));
-    args.hasPath = true;
 }
 
 template<class Table>
@@ -72,20 +68,25 @@ std::shared_ptr<provider::IProvider> FutureCacheImpl::doBuildProvider(StorageIRI
     // A builder is looked up again and copied when its turn comes, so that it survives being
     // unregistered during the call.
     if (physical_.find(scheme) != physical_.end()) {
-        CacheKey const key = &FutureCacheImpl::cacheKeyForPhysical;
+        std::optional<StorageIRI> made;
+        auto const key = [&]() -> StorageIRI const& {
+            auto const known = physicalKeys_.find(scheme);
+            return known != physicalKeys_.end() ? known->second
+                                                : made.emplace(cacheKeyForPhysical(iri));
+        };
         auto const entry =
-            claimAndBuild(iri, key, [&] { return builderOf(physical_, iri.getScheme())(); });
-        return awaitProvider(*entry, iri, key);
+            claimAndBuild(key, [&] { return builderOf(physical_, iri.getScheme())(); });
+        return awaitProvider(*entry, iri, &FutureCacheImpl::cacheKeyForPhysical);
     }
-    CacheKey const key = &FutureCacheImpl::cacheKeyForAlias;
-    auto const entry =
-        claimAndBuild(iri, key, [&] { return builderOf(alias_, iri.getScheme())(iri); });
-    return awaitProvider(*entry, iri, key);
+    auto const entry = claimAndBuild([&] { return cacheKeyForAlias(iri); },
+                                     [&] { return builderOf(alias_, iri.getScheme())(iri); });
+    return awaitProvider(*entry, iri, &FutureCacheImpl::cacheKeyForAlias);
 }
 
 std::shared_ptr<FutureCacheImpl::UniqueFutureProvider>
 FutureCacheImpl::doBuildContainerProvider(StorageIRI const& iri) const {
-    return claimAndBuild(iri, &FutureCacheImpl::cacheKeyForContainer, [&] {
+    auto const key = [&] { return cacheKeyForContainer(iri); };
+    return claimAndBuild(key, [&] {
         // The outer scheme is tested before any work on the inner location.
         ContainerBuilder const builder = builderOf(container_, iri.getScheme());
         StorageIRI const inner = iri.getInnerIRI();
@@ -93,11 +94,11 @@ FutureCacheImpl::doBuildContainerProvider(StorageIRI const& iri) const {
     });
 }
 
-template<class Build>
+template<class Key, class Build>
 std::shared_ptr<FutureCacheImpl::UniqueFutureProvider>
-FutureCacheImpl::claimAndBuild(StorageIRI const& iri, CacheKey key, Build build) const {
+FutureCacheImpl::claimAndBuild(Key key, Build build) const {
     ProviderPromise promise;
-    Claim claimed = claim(iri, key, promise);
+    Claim claimed = claim(key, promise);
     if (claimed.builds) {
         try {
             promise.set_value(build());
@@ -108,10 +109,10 @@ FutureCacheImpl::claimAndBuild(StorageIRI const& iri, CacheKey key, Build build)
     return std::move(claimed.entry);
 }
 
-FutureCacheImpl::Claim FutureCacheImpl::claim(StorageIRI const& iri, CacheKey key,
-                                              ProviderPromise& promise) const {
+template<class Key>
+FutureCacheImpl::Claim FutureCacheImpl::claim(Key key, ProviderPromise& promise) const {
     std::lock_guard const lock(mutex_);
-    StorageIRI const cacheKey = (this->*key)(iri);
+    StorageIRI const& cacheKey = key();
     auto const found = cache_.find(cacheKey);
     if (found != cache_.end() && found->second) {
         return {found->second, false};
@@ -153,7 +154,8 @@ provider::StorageIRI FutureCacheImpl::cacheKeyForScheme(ustring const& scheme) {
     foundation::network::IRIArgs args;
     args.scheme = decode(scheme);
     args.hasScheme = !args.scheme.empty();
-    setRootPath(args);
+    args.path = L"/";
+    args.hasPath = true;
     return StorageIRI(foundation::network::IRI(args));
 }
 
@@ -162,17 +164,13 @@ provider::StorageIRI FutureCacheImpl::cacheKeyForPhysical(StorageIRI const& iri)
 }
 
 provider::StorageIRI FutureCacheImpl::cacheKeyForContainer(StorageIRI const& iri) const {
-    return StorageIRI(iri.getScheme(), iri.getInnerIRI(), u"/");
+    // Another path for the same scheme and inner location, which need not be put together again.
+    return StorageIRI(iri, u"/");
 }
 
 provider::StorageIRI FutureCacheImpl::cacheKeyForAlias(StorageIRI const& iri) const {
-    foundation::network::IRIArgs args(iri.toIRI());
-    args.query.clear();
-    args.hasQuery = false;
-    args.fragment.clear();
-    args.hasFragment = false;
-    setRootPath(args);
-    return StorageIRI(foundation::network::IRI(args));
+    // An absolute path replaces the path, and drops query and fragment.
+    return StorageIRI(iri, u"/");
 }
 
 std::size_t FutureCacheImpl::cachedProviders() const {
@@ -181,7 +179,13 @@ std::size_t FutureCacheImpl::cachedProviders() const {
 }
 
 void FutureCacheImpl::registerPhysicalProvider(std::string const& scheme, PhysicalBuilder builder) {
-    physical_[fl::i18n::to_ustring(scheme)] = std::move(builder);
+    ustring const name = fl::i18n::to_ustring(scheme);
+    try {
+        physicalKeys_.try_emplace(name, cacheKeyForScheme(name));
+    } catch (provider::MalformedIRIException const&) {
+        // Not a scheme, so no location will ask for its key.
+    }
+    physical_[name] = std::move(builder);
 }
 
 void FutureCacheImpl::registerContainerProvider(std::string const& scheme,

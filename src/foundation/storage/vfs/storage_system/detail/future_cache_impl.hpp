@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <exception>
+#include <functional>
 #include <future>
 #include <map>
 #include <memory>
@@ -49,11 +50,12 @@ class PluggableStorageSystem::FutureCacheImpl {
     using CacheKey = StorageIRI (FutureCacheImpl::*)(StorageIRI const&) const;
     struct Claim;
 
-    /// The entry for the key, and whether the caller is the one to build it.
-    Claim claim(StorageIRI const& iri, CacheKey key, ProviderPromise& promise) const;
-    template<class Build>
-    std::shared_ptr<UniqueFutureProvider> claimAndBuild(StorageIRI const& iri, CacheKey key,
-                                                        Build build) const;
+    /// The entry for the key, which is asked for under the mutex, and whether the caller is the one
+    /// to build it.
+    template<class Key>
+    Claim claim(Key key, ProviderPromise& promise) const;
+    template<class Key, class Build>
+    std::shared_ptr<UniqueFutureProvider> claimAndBuild(Key key, Build build) const;
     std::shared_ptr<IProvider> awaitProvider(UniqueFutureProvider& entry, StorageIRI const& iri,
                                              CacheKey key) const;
     std::shared_ptr<UniqueFutureProvider> doBuildContainerProvider(StorageIRI const& iri) const;
@@ -66,6 +68,9 @@ class PluggableStorageSystem::FutureCacheImpl {
     std::map<ustring, ContainerBuilder> container_;
     std::map<ustring, AliasBuilder> alias_;
     mutable std::map<StorageIRI, std::shared_ptr<UniqueFutureProvider>> cache_;
+    /// The keys of the physical schemes, made once: of all keys they are asked for most. Written
+    /// where the physical table is, and kept when a scheme goes, since its key stays what it is.
+    std::map<ustring, StorageIRI, std::less<>> physicalKeys_;
     // Recursive, because dropping an entry may destroy a provider, whose destructor may come back.
     mutable std::recursive_mutex mutex_;
 };
