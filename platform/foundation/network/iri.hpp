@@ -3,27 +3,11 @@
 #include <foundation/export.hpp>
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace foundation::network {
 
-class IRIArgs;
-
-/// An absolute IRI in parts (RFC 3987). An immutable value; a copy is one reference count.
-class FOUNDATION_EXPORT IRI {
-  public:
-    explicit IRI(IRIArgs const& args);
-    ~IRI();
-    IRI(IRI const&) noexcept;
-    IRI& operator=(IRI const&) noexcept;
-
-    /// The parts; valid while a copy of this value lives.
-    IRIArgs const& args() const noexcept;
-
-  private:
-    std::shared_ptr<IRIArgs const> args_;
-};
+class IRI;
 
 namespace iri::detail {
 
@@ -57,6 +41,26 @@ class FOUNDATION_EXPORT IRIArgs : public iri::detail::ArgsBase<std::wstring> {
   public:
     IRIArgs() = default;
     explicit IRIArgs(IRI const& iri);
+};
+
+/// An absolute IRI in parts (RFC 3987). An immutable value, made on the way to a location or from
+/// one, so it holds its parts itself. Values may be read from any number of threads.
+class FOUNDATION_EXPORT IRI {
+  public:
+    explicit IRI(IRIArgs const& args);
+    /// Takes the parts over.
+    explicit IRI(IRIArgs&& args) noexcept;
+    ~IRI();
+    IRI(IRI const&);
+    IRI(IRI&&) noexcept;
+    IRI& operator=(IRI const&);
+    IRI& operator=(IRI&&) noexcept;
+
+    /// The parts; valid while this value lives.
+    IRIArgs const& args() const noexcept { return args_; }
+
+  private:
+    IRIArgs args_;
 };
 
 } // namespace foundation::network

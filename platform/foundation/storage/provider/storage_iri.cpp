@@ -58,7 +58,7 @@ std::u16string_view StorageIRI::getSchemeView() const noexcept {
     return impl_->scheme();
 }
 std::u16string_view StorageIRI::getAuthorityView() const noexcept {
-    return impl_->authority;
+    return impl_->authority();
 }
 bool StorageIRI::hasPath() const noexcept {
     return impl_->hasPath();
@@ -140,8 +140,8 @@ std::ostream& operator<<(std::ostream& out, StorageIRI const& iri) {
 
 bool StorageIRI::Impl::sameStem(Impl const& a, Impl const& b) noexcept {
     return a.stemHash == b.stemHash && sameUnits(a.scheme(), b.scheme()) &&
-           sameUnits(a.authority, b.authority) && (a.inner == nullptr) == (b.inner == nullptr) &&
-           (!a.inner || equal(*a.inner, *b.inner));
+           sameUnits(a.authority(), b.authority()) &&
+           (a.inner == nullptr) == (b.inner == nullptr) && (!a.inner || equal(*a.inner, *b.inner));
 }
 
 bool StorageIRI::Impl::equal(Impl const& a, Impl const& b) noexcept {
@@ -149,8 +149,8 @@ bool StorageIRI::Impl::equal(Impl const& a, Impl const& b) noexcept {
         return true;
     }
     return a.hash == b.hash && sameUnits(*a.identity, *b.identity) &&
-           a.layout.hasQuery == b.layout.hasQuery && sameUnits(a.query, b.query) &&
-           a.layout.hasFragment == b.layout.hasFragment && sameUnits(a.fragment, b.fragment) &&
+           a.layout.hasQuery == b.layout.hasQuery && sameUnits(a.query(), b.query()) &&
+           a.layout.hasFragment == b.layout.hasFragment && sameUnits(a.fragment(), b.fragment()) &&
            sameStem(a, b);
 }
 
@@ -161,7 +161,7 @@ int StorageIRI::Impl::compare(Impl const& a, Impl const& b) noexcept {
     if (int const order = compareUnits(a.scheme(), b.scheme())) {
         return order;
     }
-    if (int const order = compareUnits(a.authority, b.authority)) {
+    if (int const order = compareUnits(a.authority(), b.authority())) {
         return order;
     }
     if ((a.inner == nullptr) != (b.inner == nullptr)) {
@@ -179,13 +179,13 @@ int StorageIRI::Impl::compare(Impl const& a, Impl const& b) noexcept {
     if (a.layout.hasQuery != b.layout.hasQuery) {
         return a.layout.hasQuery ? 1 : -1;
     }
-    if (int const order = compareUnits(a.query, b.query)) {
+    if (int const order = compareUnits(a.query(), b.query())) {
         return order;
     }
     if (a.layout.hasFragment != b.layout.hasFragment) {
         return a.layout.hasFragment ? 1 : -1;
     }
-    return compareUnits(a.fragment, b.fragment);
+    return compareUnits(a.fragment(), b.fragment());
 }
 
 bool StorageIRI::Impl::isAncestor(Impl const& a, Impl const& b) noexcept {

@@ -79,8 +79,8 @@ class FOUNDATION_EXPORT StorageIRI {
     /// The decoded path of this location below `base`, without a leading slash; the whole resolved
     /// path where `base` is not an ancestor, and empty where both are one.
     ustring makePathRelativeTo(StorageIRI const& base) const;
-    /// The same location with its resolved path; query and fragment stay. What is canonical where no
-    /// storage is asked.
+    /// The same location with its resolved path; query and fragment stay. What is canonical where
+    /// no storage is asked.
     StorageIRI withResolvedPath() const;
     foundation::network::IRI toIRI() const;
     /// The text as given, or as composed.

@@ -1,12 +1,13 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
 
 /// The hash of a location. It is folded segment by segment, so that the hash of a child continues
-/// that of its folder.
+/// that of its folder; the segments' own hashes do not wait for each other.
 namespace foundation::storage::provider::detail {
 
 inline constexpr std::uint64_t hashSeed = 0x9E3779B97F4A7C15;
@@ -18,28 +19,38 @@ inline std::uint64_t hashJoin(std::uint64_t a, std::uint64_t b) noexcept {
     return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
 }
 
-inline std::uint64_t hashUnits(std::uint64_t hash, std::u16string_view units) noexcept {
+/// Four units as a word.
+inline std::uint64_t hashWord(char16_t const* units) noexcept {
+    std::uint64_t word;
+    std::memcpy(&word, units, sizeof word);
+    return word;
+}
+
+inline std::uint64_t hashUnits(std::u16string_view units) noexcept {
     char16_t const* in = units.data();
     std::size_t left = units.size();
+    std::uint64_t hash = hashSeed ^ left;
+    for (; left > 8; left -= 8, in += 8) {
+        hash = hashJoin(hashWord(in) ^ hash, hashWord(in + 4));
+    }
+    if (left >= 4) {
+        // The two words overlap where there are fewer than eight units.
+        return hashJoin(hashWord(in) ^ hash, hashWord(in + left - 4));
+    }
     std::uint64_t word = 0;
-    for (; left >= 4; left -= 4, in += 4) {
-        std::memcpy(&word, in, sizeof word);
-        hash = hashJoin(hash, word);
+    for (; left > 0; --left) {
+        word = word << 16 | in[left - 1];
     }
-    word = 0;
-    for (std::size_t i = 0; i < left; ++i) {
-        word = word << 16 | in[i];
-    }
-    return hashJoin(hash, word ^ static_cast<std::uint64_t>(units.size()) << 56);
+    return hashJoin(word ^ hash, hashSeed);
 }
 
 /// The hash of a root, on top of which the segments are folded.
 inline std::uint64_t hashRoot(std::uint64_t stem) noexcept {
-    return hashJoin(stem, u'/');
+    return stem + hashSeed;
 }
 
 inline std::uint64_t hashSegment(std::uint64_t hash, std::u16string_view segment) noexcept {
-    return hashUnits(hash, segment);
+    return (std::rotl(hash, 23) ^ hashUnits(segment)) * 0x9FB21C651E98DF25;
 }
 
 /// `identity` has one slash before each segment; a root is a slash alone.

@@ -64,6 +64,12 @@ bool staysEncoded(char16_t c, Part part) {
            (part == Part::Query && subDelimiters.find(c) != std::u16string_view::npos);
 }
 
+/// Whether a unit may be anything but itself: the beginning of an encoded byte, part of a character
+/// of two units, or what no location holds.
+constexpr bool needsDecoding(char16_t c) {
+    return c == u'%' || c == u'\0' || isSurrogate(c);
+}
+
 /// Whether a character has to be encoded in a path.
 constexpr bool needsEncoding(char16_t c) {
     return c < 0x20 || (c >= 0x7F && c < 0xA0) || c == u'%' || c == u'?' || c == u'#' ||
@@ -112,29 +118,42 @@ std::size_t requireScheme(std::u16string_view text) {
 }
 
 bool isDecoded(std::u16string_view raw) noexcept {
-    for (char16_t const c : raw) {
-        if (c == u'%' || c == u'\0' || isSurrogate(c)) {
-            return false;
-        }
-    }
-    return true;
+    return std::none_of(raw.begin(), raw.end(), needsDecoding);
+}
+
+bool isPlainHost(std::u16string_view authority) noexcept {
+    return std::all_of(authority.begin(), authority.end(), [](char16_t c) {
+        return (c >= u'a' && c <= u'z') || (c >= u'0' && c <= u'9') || c == u'-' || c == u'.' ||
+               c == u'_';
+    });
 }
 
 void appendDecoded(ustring& out, std::u16string_view raw, Part part) {
-    // Bytes that are not ASCII are gathered, since only together they may be a character.
     std::string run;
-    auto const flush = [&] {
-        fl::i18n::appendStorageName(out, run);
-        run.clear();
-    };
-    for (std::size_t i = 0; i < raw.size(); ++i) {
-        char16_t const c = raw[i];
-        if (c == u'%') {
-            unsigned const byte = percentByte(raw, i);
+    std::size_t i = 0;
+    while (i < raw.size()) {
+        std::size_t const plain = i;
+        while (i < raw.size() && !needsDecoding(raw[i])) {
+            ++i;
+        }
+        out.append(raw.data() + plain, i - plain);
+        if (i == raw.size()) {
+            break;
+        }
+        if (isHighSurrogate(raw[i]) && i + 1 < raw.size() && isLowSurrogate(raw[i + 1])) {
+            out.append(raw.data() + i, 2);
             i += 2;
-            if (byte >= 0x80) {
-                run += static_cast<char>(static_cast<unsigned char>(byte));
-                continue;
+            continue;
+        }
+
+        // Bytes are gathered, since those that are not ASCII are a character only together.
+        run.clear();
+        while (i < raw.size() && (raw[i] == u'%' || isEscapedByte(raw[i]))) {
+            unsigned byte = raw[i] - 0xDC00U;
+            std::size_t width = 1;
+            if (raw[i] == u'%') {
+                byte = percentByte(raw, i);
+                width = 3;
             }
             if (byte == 0) {
                 malformed("a location holds a NUL");
@@ -142,29 +161,24 @@ void appendDecoded(ustring& out, std::u16string_view raw, Part part) {
             if (byte == '/' && part != Part::Query) {
                 malformed("a location holds an encoded slash");
             }
-            flush();
             if (staysEncoded(static_cast<char16_t>(byte), part)) {
+                fl::i18n::appendStorageName(out, run);
+                run.clear();
                 appendPercent(out, byte);
             } else {
-                out += static_cast<char16_t>(byte);
+                run += static_cast<char>(static_cast<unsigned char>(byte));
             }
-        } else if (isEscapedByte(c)) {
-            run += static_cast<char>(static_cast<unsigned char>(c - 0xDC00));
-        } else if (c == u'\0') {
+            i += width;
+        }
+        fl::i18n::appendStorageName(out, run);
+        if (i < raw.size() && raw[i] == u'\0') {
             malformed("a location holds a NUL");
-        } else if (isSurrogate(c)) {
-            if (!isHighSurrogate(c) || i + 1 == raw.size() || !isLowSurrogate(raw[i + 1])) {
-                malformed("a location holds half a character");
-            }
-            flush();
-            out += c;
-            out += raw[++i];
-        } else {
-            flush();
-            out += c;
+        }
+        if (i < raw.size() && isSurrogate(raw[i]) &&
+            !(isHighSurrogate(raw[i]) && i + 1 < raw.size() && isLowSurrogate(raw[i + 1]))) {
+            malformed("a location holds half a character");
         }
     }
-    flush();
 }
 
 void appendIdentity(ustring& out, std::u16string_view rawPath) {
@@ -223,15 +237,6 @@ void appendResolved(ustring& out, std::u16string_view identity) {
 
 std::u16string_view lastSegment(std::u16string_view identity) noexcept {
     return identity.substr(identity.rfind(u'/') + 1);
-}
-
-bool standsPlain(std::u16string_view name) noexcept {
-    for (char16_t const c : name) {
-        if (needsEncoding(c)) {
-            return false;
-        }
-    }
-    return true;
 }
 
 void appendEncoded(ustring& out, std::u16string_view name) {

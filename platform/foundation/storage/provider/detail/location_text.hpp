@@ -66,9 +66,6 @@ void appendResolved(ustring& out, std::u16string_view identity);
 /// The last segment of a decoded path without dot segments; empty for a root.
 std::u16string_view lastSegment(std::u16string_view identity) noexcept;
 
-/// Whether the decoded `name` stands in a text as it is.
-bool standsPlain(std::u16string_view name) noexcept;
-
 /// Appends the decoded `name`, in which slashes stay slashes, as it stands in a text.
 void appendEncoded(ustring& out, std::u16string_view name);
 
@@ -85,6 +82,9 @@ struct Authority {
     std::u16string_view host;
     std::uint16_t port = 0; ///< 0 where there is none
 };
+
+/// Whether an authority is a host alone, in the form that it compares by.
+bool isPlainHost(std::u16string_view authority) noexcept;
 
 Authority splitAuthority(std::u16string_view authority);
 

@@ -51,13 +51,8 @@ void StorageIRI::Impl::takeStem(Impl const& other) {
     inner = other.inner;
     stemHash = other.stemHash;
     layout = other.layout;
-    if (other.derived && !other.derived->authority.empty()) {
-        authority = makeDerived().authority = other.derived->authority;
-    } else if (!other.authority.empty()) {
-        // Both texts are the same up to here.
-        authority = std::u16string_view(text).substr(
-            static_cast<std::size_t>(other.authority.data() - other.text.data()),
-            other.authority.size());
+    if (layout.derivedAuthority) {
+        makeDerived().authority = other.derived->authority;
     }
 }
 
@@ -98,13 +93,36 @@ StorageIRI::Impl::withPath(Impl const& base, std::u16string_view path, std::u16s
     return impl;
 }
 
+std::shared_ptr<StorageIRI::Impl const> StorageIRI::Impl::plainChild(Impl const& base,
+                                                                     ustring const& name) {
+    // A root ends with a slash, and nothing else that is regular does.
+    std::size_t const slash = base.path.size() > 1 ? 1 : 0;
+    std::size_t const length = base.layout.pathEnd + slash + name.size();
+    requireLength(length);
+    auto impl = std::make_shared<Impl>();
+    impl->text.reserve(length);
+    impl->text.append(base.text, 0, base.layout.pathEnd).append(slash, u'/').append(name);
+    impl->takeStem(base);
+    Layout& layout = impl->layout;
+    layout.hasQuery = layout.hasFragment = false;
+    layout.pathEnd = layout.queryEnd = offset(length);
+    impl->path.assign(impl->text, layout.pathBegin);
+    impl->name = name;
+    impl->hash = impl->pathHash = hashSegment(base.pathHash, name);
+    return impl;
+}
+
 std::shared_ptr<StorageIRI::Impl const> StorageIRI::Impl::child(StorageIRI const& baseLocation,
                                                                 ustring const& name) {
     Impl const& base = *baseLocation.impl_;
     if (name.empty()) {
         return withoutSuffix(baseLocation.impl_);
     }
-    bool const plain = standsPlain(name);
+    NameScan const scan = scanName(name);
+    bool const plain = scan.plain;
+    if (plain && !scan.slash && base.isRegular() && base.hasPath() && !isDotSegment(name)) {
+        return plainChild(base, name);
+    }
     if (name.front() == u'/') {
         if (plain) {
             return withPath(base, name, {});

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/storage/provider/detail/path_scan.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
 
 #include <cstdint>
@@ -11,7 +12,7 @@ namespace foundation::storage::provider {
 /// What a location is: its text, its parts, and what it compares by. Immutable once a maker has
 /// returned it. Whatever can be read off the text is a view of it; the decoded forms that differ
 /// from the text stand in `derived`, which most locations do without.
-struct StorageIRI::Impl {
+struct FOUNDATION_HIDDEN StorageIRI::Impl {
     /// Where the parts stand in the text.
     struct Layout {
         std::uint32_t schemeEnd = 0;
@@ -23,6 +24,7 @@ struct StorageIRI::Impl {
         std::uint16_t port = 0;      ///< 0 where there is none
         std::uint16_t depth = 0;     ///< how many schemes are nested around the innermost location
         bool hasAuthority = false;
+        bool derivedAuthority = false; ///< its compared form stands in `derived`
         bool hasQuery = false;
         bool hasFragment = false;
     };
@@ -56,15 +58,39 @@ struct StorageIRI::Impl {
     std::size_t pathHash = 0; ///< of these and the path
     std::size_t hash = 0;
     Layout layout;
-    std::u16string_view authority; ///< what it compares by; so for query and fragment
-    std::u16string_view query;
-    std::u16string_view fragment;
     std::unique_ptr<Derived> derived;
 
-    std::u16string_view scheme() const noexcept {
-        return std::u16string_view(text).substr(0, layout.schemeEnd);
+    std::u16string_view scheme() const noexcept { return part(0, layout.schemeEnd); }
+    /// What the authority compares by; so for query and fragment.
+    std::u16string_view authority() const noexcept {
+        if (!layout.hasAuthority) {
+            return {};
+        }
+        if (layout.derivedAuthority) {
+            return derived->authority;
+        }
+        return part(layout.schemeEnd + 3, layout.pathBegin);
+    }
+    std::u16string_view query() const noexcept {
+        if (!layout.hasQuery) {
+            return {};
+        }
+        return derived && !derived->query.empty() ? std::u16string_view(derived->query)
+                                                  : part(layout.pathEnd + 1, layout.queryEnd);
+    }
+    std::u16string_view fragment() const noexcept {
+        if (!layout.hasFragment) {
+            return {};
+        }
+        return derived && !derived->fragment.empty() ? std::u16string_view(derived->fragment)
+                                                     : part(layout.queryEnd + 1, text.size());
+    }
+    std::u16string_view part(std::size_t begin, std::size_t end) const noexcept {
+        return std::u16string_view(text.data() + begin, end - begin);
     }
     bool hasPath() const noexcept { return !path.empty(); }
+    /// Whether the path as written is also its decoded and its resolved form.
+    bool isRegular() const noexcept { return resolved == &path; }
     bool isRoot() const noexcept { return resolved->size() == 1; }
     bool hasSuffix() const noexcept { return layout.hasQuery || layout.hasFragment; }
 
@@ -86,13 +112,14 @@ struct StorageIRI::Impl {
     static bool isAncestor(Impl const& a, Impl const& b) noexcept;
 
   private:
+    /// A child whose name stands in a text as it is, in a folder whose path does.
+    static std::shared_ptr<Impl const> plainChild(Impl const& base, ustring const& name);
     /// The location `base` with another path, as it stands in a text, and with `suffix` behind it,
     /// which is nothing or the query and fragment of `base` with their delimiters.
     static std::shared_ptr<Impl const> withPath(Impl const& base, std::u16string_view path,
                                                 std::u16string_view suffix);
 
-    /// Splits a text that is not nested. `colon` ends its scheme, and a slash follows it.
-    static Layout flatLayout(std::u16string_view text, std::size_t colon);
+    static std::shared_ptr<Impl const> parseFlat(std::u16string_view text, std::size_t colon);
 
     Derived& makeDerived();
     /// Takes over what stands before the path. REQUIRES: the texts are the same up to there.
@@ -100,6 +127,7 @@ struct StorageIRI::Impl {
     /// Each works out what follows from the text and the layout, and is called in this order.
     void finishStem();
     void finishPath();
+    void finishPath(detail::PathScan const& scan);
     void finishSuffix();
 };
 

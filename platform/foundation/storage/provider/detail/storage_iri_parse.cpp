@@ -18,43 +18,53 @@ StorageIRI::Impl::Derived& StorageIRI::Impl::makeDerived() {
 }
 
 void StorageIRI::Impl::finishStem() {
-    std::u16string_view const all = text;
-    stemHash = hashUnits(hashSeed, scheme());
+    stemHash = hashUnits(scheme());
     if (inner) {
         stemHash = hashJoin(stemHash, inner->hash);
         return;
     }
-    if (!layout.hasAuthority) {
-        return;
-    }
     std::size_t const begin = layout.schemeEnd + 3;
-    std::u16string_view const raw = all.substr(begin, layout.pathBegin - begin);
-    if (raw.empty()) {
+    if (!layout.hasAuthority || layout.pathBegin == begin) {
         return;
     }
-    Authority const parts = splitAuthority(raw);
-    layout.hostBegin = offset(static_cast<std::size_t>(parts.host.data() - all.data()));
-    layout.hostEnd = offset(layout.hostBegin + parts.host.size());
-    layout.port = parts.port;
-    Derived canonical;
-    appendCanonicalAuthority(canonical.authority, parts);
-    if (canonical.authority == raw) {
-        authority = raw;
+    std::u16string_view const raw = part(begin, layout.pathBegin);
+    if (isPlainHost(raw)) {
+        layout.hostBegin = offset(begin);
+        layout.hostEnd = layout.pathBegin;
     } else {
-        authority = makeDerived().authority = std::move(canonical.authority);
+        Authority const parts = splitAuthority(raw);
+        layout.hostBegin = offset(static_cast<std::size_t>(parts.host.data() - text.data()));
+        layout.hostEnd = offset(layout.hostBegin + parts.host.size());
+        layout.port = parts.port;
+        ustring canonical;
+        appendCanonicalAuthority(canonical, parts);
+        if (canonical != raw) {
+            layout.derivedAuthority = true;
+            makeDerived().authority = std::move(canonical);
+        }
     }
-    if (!authority.empty()) {
-        stemHash = hashJoin(stemHash, hashUnits(hashSeed, authority));
+    if (std::u16string_view const compared = authority(); !compared.empty()) {
+        stemHash = hashJoin(stemHash, hashUnits(compared));
     }
 }
 
 void StorageIRI::Impl::finishPath() {
-    path.assign(text, layout.pathBegin, layout.pathEnd - layout.pathBegin);
-    pathHash = stemHash;
-    if (path.empty()) {
+    if (layout.pathBegin == layout.pathEnd) {
+        pathHash = stemHash;
+        return;
+    }
+    finishPath(scanPath(part(layout.pathBegin, layout.pathEnd), PathEnd::Text, hashRoot(stemHash)));
+}
+
+void StorageIRI::Impl::finishPath(PathScan const& scan) {
+    path.assign(text, layout.pathBegin, scan.length);
+    if (scan.regular) {
+        name.assign(path, scan.lastSegment);
+        pathHash = scan.hash;
         return;
     }
     ustring decoded;
+    decoded.reserve(path.size());
     appendIdentity(decoded, path);
     if (decoded != path) {
         Derived& forms = makeDerived();
@@ -72,43 +82,57 @@ void StorageIRI::Impl::finishPath() {
 
 void StorageIRI::Impl::finishSuffix() {
     hash = pathHash;
-    std::u16string_view const all = text;
-    auto const canonical = [](std::u16string_view raw, ustring Derived::*form, Impl& self) {
-        if (isDecoded(raw)) {
-            return raw;
-        }
-        ustring& decoded = self.makeDerived().*form;
-        appendDecoded(decoded, raw, Part::Query);
-        return std::u16string_view(decoded);
-    };
     if (layout.hasQuery) {
-        query = canonical(all.substr(layout.pathEnd + 1, layout.queryEnd - layout.pathEnd - 1),
-                          &Derived::query, *this);
-        hash = hashJoin(hash, hashUnits(hashSeed, query));
+        if (!isDecoded(query())) {
+            ustring canonical;
+            appendDecoded(canonical, query(), Part::Query);
+            makeDerived().query = std::move(canonical);
+        }
+        hash = hashJoin(hash, hashUnits(query()));
     }
     if (layout.hasFragment) {
-        fragment = canonical(all.substr(layout.queryEnd + 1), &Derived::fragment, *this);
-        hash = hashJoin(hash, ~hashUnits(hashSeed, fragment));
+        if (!isDecoded(fragment())) {
+            ustring canonical;
+            appendDecoded(canonical, fragment(), Part::Query);
+            makeDerived().fragment = std::move(canonical);
+        }
+        hash = hashJoin(hash, ~hashUnits(fragment()));
     }
 }
 
-StorageIRI::Impl::Layout StorageIRI::Impl::flatLayout(std::u16string_view text, std::size_t colon) {
-    Layout layout;
+std::shared_ptr<StorageIRI::Impl const> StorageIRI::Impl::parseFlat(std::u16string_view given,
+                                                                    std::size_t colon) {
+    auto impl = std::make_shared<Impl>();
+    impl->text = given;
+    Layout& layout = impl->layout;
+    std::u16string_view const text = impl->text;
     layout.schemeEnd = offset(colon);
-    std::size_t pathBegin = colon + 1;
-    if (text.substr(pathBegin).starts_with(u"//")) {
+    std::size_t at = colon + 1;
+    if (text.size() >= at + 2 && text[at + 1] == u'/') {
         layout.hasAuthority = true;
-        layout.hostBegin = layout.hostEnd = offset(pathBegin + 2);
-        pathBegin = std::min(text.find_first_of(u"/?#", pathBegin + 2), text.size());
+        at += 2;
+        layout.hostBegin = layout.hostEnd = offset(at);
+        while (at < text.size() && text[at] != u'/' && text[at] != u'?' && text[at] != u'#') {
+            ++at;
+        }
     }
-    layout.pathBegin = offset(pathBegin);
-    std::size_t const pathEnd = std::min(text.find_first_of(u"?#", pathBegin), text.size());
-    std::size_t const queryEnd = std::min(text.find(u'#', pathEnd), text.size());
-    layout.pathEnd = offset(pathEnd);
-    layout.hasQuery = queryEnd > pathEnd;
-    layout.queryEnd = offset(queryEnd);
-    layout.hasFragment = queryEnd < text.size();
-    return layout;
+    layout.pathBegin = offset(at);
+    impl->finishStem();
+    impl->pathHash = impl->stemHash;
+    if (at < text.size() && text[at] == u'/') {
+        PathScan const scan = scanPath(text.substr(at), PathEnd::Suffix, hashRoot(impl->stemHash));
+        impl->finishPath(scan);
+        at += scan.length;
+    }
+    layout.pathEnd = offset(at);
+    if (at < text.size() && text[at] == u'?') {
+        layout.hasQuery = true;
+        at = std::min(text.find(u'#', at), text.size());
+    }
+    layout.queryEnd = offset(at);
+    layout.hasFragment = at < text.size();
+    impl->finishSuffix();
+    return impl;
 }
 
 std::shared_ptr<StorageIRI::Impl const> StorageIRI::Impl::parse(std::u16string_view text) {
@@ -140,12 +164,8 @@ std::shared_ptr<StorageIRI::Impl const> StorageIRI::Impl::parse(std::u16string_v
     // The innermost text ends at the first separator, the next level at the next one.
     std::size_t end =
         depth == 0 ? text.size() : std::min(text.find(separator, colons[depth]), text.size());
-    auto impl = std::make_shared<Impl>();
-    impl->text = text.substr(begins[depth], end - begins[depth]);
-    impl->layout = flatLayout(impl->text, colons[depth] - begins[depth]);
-    impl->finishStem();
-    impl->finishPath();
-    impl->finishSuffix();
+    std::shared_ptr<Impl const> impl =
+        parseFlat(text.substr(begins[depth], end - begins[depth]), colons[depth] - begins[depth]);
     for (std::size_t level = depth; level-- > 0;) {
         std::size_t const begin = begins[level];
         std::size_t const pathBegin = std::min(end + 1, text.size());

@@ -3,8 +3,9 @@
 #include <foundation/network/iri.hpp>
 #include <foundation/storage/provider/detail/location_text.hpp>
 
-#include <algorithm>
+#include <array>
 #include <string>
+#include <utility>
 
 namespace foundation::storage::provider {
 
@@ -12,29 +13,62 @@ using namespace detail;
 
 namespace {
 
-void appendNarrowed(ustring& out, std::wstring const& wide) {
-    for (wchar_t const w : wide) {
-        auto const c = static_cast<char32_t>(w);
-        if (c < 0x10000) {
-            if ((c & 0xFFFFF800) == 0xD800 && (c < 0xDC80 || c > 0xDCFF)) {
-                malformed("a location holds half a character");
-            }
-            out += static_cast<char16_t>(c);
-        } else if (c <= 0x10FFFF) {
-            out += static_cast<char16_t>(0xD7C0 + (c >> 10));
-            out += static_cast<char16_t>(0xDC00 + (c & 0x3FF));
-        } else {
-            malformed("a location holds a character outside Unicode");
-        }
+/// Some of the characters below 64, where all delimiters of a path and a query are.
+constexpr std::uint64_t bits(std::string_view characters) {
+    std::uint64_t set = 0;
+    for (char const c : characters) {
+        set |= std::uint64_t{1} << c;
     }
+    return set;
 }
 
-/// A part that holds a delimiter would end early in the text, and its rest become another part.
-void requireNone(std::wstring const& part, wchar_t const* delimiters) {
-    if (part.find_first_of(delimiters) != std::wstring::npos) {
-        malformed("a part of a location holds a delimiter that is not encoded");
+/// The text of a location while it is put together: on the stack unless it is long.
+class TextWriter {
+  public:
+    /// REQUIRES: no more than `capacity` units are written.
+    explicit TextWriter(std::size_t capacity) {
+        if (capacity > small_.size()) {
+            large_.resize(capacity);
+            begin_ = large_.data();
+        }
+        end_ = begin_;
     }
-}
+    TextWriter(TextWriter const&) = delete;
+    TextWriter& operator=(TextWriter const&) = delete;
+
+    void write(char16_t unit) { *end_++ = unit; }
+
+    /// Refuses a `delimiter`: it would end the part early in the text, and the rest of the part
+    /// become another one.
+    void write(std::wstring const& part, std::uint64_t delimiters) {
+        for (wchar_t const w : part) {
+            auto const c = static_cast<char32_t>(w);
+            if (c < 64 && (delimiters >> c & 1) != 0) {
+                malformed("a part of a location holds a delimiter that is not encoded");
+            }
+            if (c < 0x10000) {
+                if ((c & 0xFFFFF800) == 0xD800 && (c < 0xDC80 || c > 0xDCFF)) {
+                    malformed("a location holds half a character");
+                }
+                write(static_cast<char16_t>(c));
+            } else if (c <= 0x10FFFF) {
+                write(static_cast<char16_t>(0xD7C0 + (c >> 10)));
+                write(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
+            } else {
+                malformed("a location holds a character outside Unicode");
+            }
+        }
+    }
+
+    std::size_t size() const noexcept { return static_cast<std::size_t>(end_ - begin_); }
+    std::u16string_view text() const noexcept { return {begin_, size()}; }
+
+  private:
+    std::array<char16_t, 128> small_;
+    ustring large_;
+    char16_t* begin_ = small_.data();
+    char16_t* end_;
+};
 
 std::wstring widened(std::u16string_view text) {
     std::wstring out;
@@ -62,66 +96,63 @@ StorageIRI::Impl::fromParts(foundation::network::IRI const& iri) {
     std::size_t const length = args.scheme.size() + args.userInformation.size() + args.host.size() +
                                args.path.size() + args.query.size() + args.fragment.size();
     requireLength(length);
-    ustring text;
-    text.reserve(length + 12); // delimiters and a port
-    appendNarrowed(text, args.scheme);
-    if (requireScheme(text) != text.size()) {
+    TextWriter writer(2 * length + 12); // characters of two units, delimiters and a port
+    writer.write(args.scheme, 0);
+    Layout layout;
+    layout.schemeEnd = offset(writer.size());
+    if (requireScheme(writer.text()) != writer.size()) {
         malformed("a scheme is a letter and at least one letter, digit, hyphen, dot or plus");
     }
-    Layout layout;
-    layout.schemeEnd = offset(text.size());
-    text += u':';
-    std::wstring const none;
-    std::wstring const& path = args.hasPath ? args.path : none;
-    if (!path.empty() && path.front() != L'/') {
+    writer.write(u':');
+    bool const hasPath = args.hasPath && !args.path.empty();
+    if (hasPath && args.path.front() != L'/') {
         if (hasAuthority || args.hasQuery || args.hasFragment) {
             malformed("a path begins with a slash");
         }
-        appendNarrowed(text, path);
-        return parse(text);
+        writer.write(args.path, 0);
+        return parse(writer.text());
     }
 
     std::size_t hostSize = 0;
-    if (hasAuthority || path.empty() || path.starts_with(L"//")) {
+    if (hasAuthority || !hasPath || args.path.starts_with(L"//")) {
         layout.hasAuthority = true;
-        text += u"//";
+        writer.write(u'/');
+        writer.write(u'/');
         if (args.hasUserInformation) {
-            requireNone(args.userInformation, L"/?#");
-            appendNarrowed(text, args.userInformation);
-            text += u'@';
+            writer.write(args.userInformation, bits("/?#"));
+            writer.write(u'@');
         }
-        layout.hostBegin = layout.hostEnd = offset(text.size());
+        layout.hostBegin = layout.hostEnd = offset(writer.size());
         if (args.hasHost) {
-            requireNone(args.host, L"/?#");
-            appendNarrowed(text, args.host);
-            hostSize = text.size() - layout.hostBegin;
+            writer.write(args.host, bits("/?#"));
+            hostSize = writer.size() - layout.hostBegin;
         }
         if (args.hasPort) {
-            text += u':';
-            for (char const c : std::to_string(args.port)) {
-                text += static_cast<char16_t>(c);
+            writer.write(u':');
+            for (char const digit : std::to_string(args.port)) {
+                writer.write(static_cast<char16_t>(digit));
             }
         }
     }
-    requireNone(path, L"?#");
-    layout.pathBegin = offset(text.size());
-    appendNarrowed(text, path);
-    layout.pathEnd = offset(text.size());
-    if (args.hasQuery) {
-        requireNone(args.query, L"#");
-        layout.hasQuery = true;
-        text += u'?';
-        appendNarrowed(text, args.query);
+    layout.pathBegin = offset(writer.size());
+    if (hasPath) {
+        writer.write(args.path, bits("?#"));
     }
-    layout.queryEnd = offset(text.size());
+    layout.pathEnd = offset(writer.size());
+    if (args.hasQuery) {
+        layout.hasQuery = true;
+        writer.write(u'?');
+        writer.write(args.query, bits("#"));
+    }
+    layout.queryEnd = offset(writer.size());
     if (args.hasFragment) {
         layout.hasFragment = true;
-        text += u'#';
-        appendNarrowed(text, args.fragment);
+        writer.write(u'#');
+        writer.write(args.fragment, 0);
     }
 
     auto impl = std::make_shared<Impl>();
-    impl->text = std::move(text);
+    impl->text = writer.text();
     impl->layout = layout;
     impl->finishStem();
     if (layout.hasAuthority && impl->layout.hostEnd - impl->layout.hostBegin != hostSize) {
@@ -142,7 +173,7 @@ foundation::network::IRI StorageIRI::toIRI() const {
         // Behind the scheme of a nested location there is nothing but its path (RFC 3986).
         args.path = widened(text.substr(layout.schemeEnd + 1));
         args.hasPath = true;
-        return foundation::network::IRI(args);
+        return foundation::network::IRI(std::move(args));
     }
     if (layout.hasAuthority) {
         std::size_t const begin = layout.schemeEnd + 3;
@@ -167,7 +198,7 @@ foundation::network::IRI StorageIRI::toIRI() const {
         args.fragment = widened(text.substr(layout.queryEnd + 1));
         args.hasFragment = true;
     }
-    return foundation::network::IRI(args);
+    return foundation::network::IRI(std::move(args));
 }
 
 } // namespace foundation::storage::provider
