@@ -44,18 +44,17 @@ inline std::uint64_t hashUnits(std::u16string_view units) noexcept {
     return hashJoin(word ^ hash, hashSeed);
 }
 
-/// The hash of a root, on top of which the segments are folded.
-inline std::uint64_t hashRoot(std::uint64_t stem) noexcept {
-    return stem + hashSeed;
-}
+/// The hash of a path that is a root, on top of which the segments are folded. A path has the same
+/// hash wherever it belongs; what stands before it is joined to the whole.
+inline constexpr std::uint64_t rootHash = hashSeed;
 
 inline std::uint64_t hashSegment(std::uint64_t hash, std::u16string_view segment) noexcept {
     return (std::rotl(hash, 23) ^ hashUnits(segment)) * 0x9FB21C651E98DF25;
 }
 
 /// `identity` has one slash before each segment; a root is a slash alone.
-inline std::uint64_t hashPath(std::uint64_t stem, std::u16string_view identity) noexcept {
-    std::uint64_t hash = hashRoot(stem);
+inline std::uint64_t hashPath(std::u16string_view identity) noexcept {
+    std::uint64_t hash = rootHash;
     std::size_t begin = 1;
     while (begin < identity.size()) {
         std::size_t end = begin;

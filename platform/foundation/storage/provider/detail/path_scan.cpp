@@ -102,7 +102,7 @@ inline Block classifyRest(std::u16string_view text, std::size_t at) noexcept {
 }
 
 template<Scan scan>
-PathScan scanAs(std::u16string_view text, std::uint64_t rootHash) noexcept {
+PathScan scanAs(std::u16string_view text) noexcept {
     PathScan result;
     result.hash = rootHash;
     std::size_t segment = 1;
@@ -159,26 +159,24 @@ PathScan scanAs(std::u16string_view text, std::uint64_t rootHash) noexcept {
 
 } // namespace
 
-PathScan scanPath(std::u16string_view text, PathEnd end, std::uint64_t rootHash) noexcept {
-    return end == PathEnd::Suffix ? scanAs<Scan::PathWithSuffix>(text, rootHash)
-                                  : scanAs<Scan::Path>(text, rootHash);
+PathScan scanPath(std::u16string_view text, PathEnd end) noexcept {
+    return end == PathEnd::Suffix ? scanAs<Scan::PathWithSuffix>(text) : scanAs<Scan::Path>(text);
 }
 
 NameScan scanName(std::u16string_view name) noexcept {
-    unsigned special = 0;
-    unsigned slash = 0;
-    std::size_t at = 0;
-    for (; name.size() - at >= blockSize; at += blockSize) {
+    if (name.size() < blockSize) {
+        Block const block = classifyRest<Scan::Name>(name, 0);
+        return {block.special == 0, block.slash != 0};
+    }
+    // The last block overlaps the one before it.
+    std::size_t const last = name.size() - blockSize;
+    Block all = classify<Scan::Name>(name.data() + last);
+    for (std::size_t at = 0; at < last; at += blockSize) {
         Block const block = classify<Scan::Name>(name.data() + at);
-        special |= block.special;
-        slash |= block.slash;
+        all.special |= block.special;
+        all.slash |= block.slash;
     }
-    if (at < name.size()) {
-        Block const block = classifyRest<Scan::Name>(name, at);
-        special |= block.special;
-        slash |= block.slash;
-    }
-    return {special == 0, slash != 0};
+    return {all.special == 0, all.slash != 0};
 }
 
 } // namespace foundation::storage::provider::detail

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -18,8 +19,8 @@ struct PathScan {
 /// Where a path ends: with the text, or before a query or fragment.
 enum class PathEnd : std::uint8_t { Text, Suffix };
 
-/// REQUIRES: `text` starts with a slash. `rootHash` is the hash to start from.
-PathScan scanPath(std::u16string_view text, PathEnd end, std::uint64_t rootHash) noexcept;
+/// REQUIRES: `text` starts with a slash.
+PathScan scanPath(std::u16string_view text, PathEnd end) noexcept;
 
 /// What one pass over a decoded name finds.
 struct NameScan {

@@ -3,9 +3,11 @@
 #include <foundation/network/iri.hpp>
 #include <foundation/storage/provider/detail/location_hash.hpp>
 #include <foundation/storage/provider/detail/location_text.hpp>
+#include <foundation/storage/provider/detail/unit_copy.hpp>
 #include <foundation/storage/provider/exception.hpp>
 
 #include <algorithm>
+#include <array>
 
 namespace foundation::storage::provider {
 
@@ -99,16 +101,26 @@ std::shared_ptr<StorageIRI::Impl const> StorageIRI::Impl::plainChild(Impl const&
     std::size_t const slash = base.path.size() > 1 ? 1 : 0;
     std::size_t const length = base.layout.pathEnd + slash + name.size();
     requireLength(length);
-    auto impl = std::make_shared<Impl>();
-    impl->text.reserve(length);
-    impl->text.append(base.text, 0, base.layout.pathEnd).append(slash, u'/').append(name);
+    std::array<char16_t, 256> small;
+    ustring large;
+    char16_t* text = small.data();
+    if (length > small.size()) {
+        large.resize(length);
+        text = large.data();
+    }
+    char16_t* end = copyUnits(text, base.text.data(), base.layout.pathEnd);
+    *end = u'/';
+    copyUnits(end + slash, name.data(), name.size());
+
+    std::size_t const pathBegin = base.layout.pathBegin;
+    auto impl = std::make_shared<Impl>(std::u16string_view(text, length), pathBegin,
+                                       length - pathBegin, std::u16string_view(name));
     impl->takeStem(base);
     Layout& layout = impl->layout;
     layout.hasQuery = layout.hasFragment = false;
     layout.pathEnd = layout.queryEnd = offset(length);
-    impl->path.assign(impl->text, layout.pathBegin);
-    impl->name = name;
-    impl->hash = impl->pathHash = hashSegment(base.pathHash, name);
+    impl->pathHash = hashSegment(base.pathHash, name);
+    impl->hash = hashJoin(impl->stemHash, impl->pathHash);
     return impl;
 }
 
@@ -189,11 +201,11 @@ std::shared_ptr<StorageIRI::Impl const> StorageIRI::Impl::child(StorageIRI const
         impl->resolved = &resolved;
     }
     impl->name = lastSegment(*impl->resolved);
-    impl->pathHash = base.hasPath() ? base.pathHash : hashRoot(base.stemHash);
+    impl->pathHash = base.hasPath() ? base.pathHash : rootHash;
     forEachSegment(decodedName, [&](std::u16string_view segment) {
         impl->pathHash = hashSegment(impl->pathHash, segment);
     });
-    impl->hash = impl->pathHash;
+    impl->hash = hashJoin(impl->stemHash, impl->pathHash);
     return impl;
 }
 

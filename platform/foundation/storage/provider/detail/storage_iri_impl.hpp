@@ -44,6 +44,12 @@ struct FOUNDATION_HIDDEN StorageIRI::Impl {
     }
 
     Impl() = default;
+    /// For a maker that knows the parts already; the path is a piece of the text.
+    Impl(std::u16string_view wholeText, std::size_t pathBegin, std::size_t pathLength,
+         std::u16string_view lastSegment)
+        : text(wholeText),
+          path(wholeText.data() + pathBegin, pathLength),
+          name(lastSegment) {}
     Impl(Impl const&) = delete;
     Impl& operator=(Impl const&) = delete;
 
@@ -55,8 +61,8 @@ struct FOUNDATION_HIDDEN StorageIRI::Impl {
     ustring const* resolved = &path;
     std::shared_ptr<Impl const> inner;
     std::size_t stemHash = 0; ///< of scheme, authority and inner location
-    std::size_t pathHash = 0; ///< of these and the path
-    std::size_t hash = 0;
+    std::size_t pathHash = 0; ///< of the path, where there is one
+    std::size_t hash = 0;     ///< of all
     Layout layout;
     std::unique_ptr<Derived> derived;
 
@@ -127,7 +133,7 @@ struct FOUNDATION_HIDDEN StorageIRI::Impl {
     /// Each works out what follows from the text and the layout, and is called in this order.
     void finishStem();
     void finishPath();
-    void finishPath(detail::PathScan const& scan);
+    void finishIrregularPath();
     void finishSuffix();
 };
 

@@ -50,19 +50,19 @@ void StorageIRI::Impl::finishStem() {
 
 void StorageIRI::Impl::finishPath() {
     if (layout.pathBegin == layout.pathEnd) {
-        pathHash = stemHash;
         return;
     }
-    finishPath(scanPath(part(layout.pathBegin, layout.pathEnd), PathEnd::Text, hashRoot(stemHash)));
-}
-
-void StorageIRI::Impl::finishPath(PathScan const& scan) {
-    path.assign(text, layout.pathBegin, scan.length);
+    path.assign(text, layout.pathBegin, layout.pathEnd - layout.pathBegin);
+    PathScan const scan = scanPath(path, PathEnd::Text);
     if (scan.regular) {
         name.assign(path, scan.lastSegment);
         pathHash = scan.hash;
-        return;
+    } else {
+        finishIrregularPath();
     }
+}
+
+void StorageIRI::Impl::finishIrregularPath() {
     ustring decoded;
     decoded.reserve(path.size());
     appendIdentity(decoded, path);
@@ -77,11 +77,11 @@ void StorageIRI::Impl::finishPath(PathScan const& scan) {
         resolved = &forms.resolved;
     }
     name = lastSegment(*resolved);
-    pathHash = hashPath(stemHash, *identity);
+    pathHash = hashPath(*identity);
 }
 
 void StorageIRI::Impl::finishSuffix() {
-    hash = pathHash;
+    hash = path.empty() ? stemHash : hashJoin(stemHash, pathHash);
     if (layout.hasQuery) {
         if (!isDecoded(query())) {
             ustring canonical;
@@ -100,12 +100,9 @@ void StorageIRI::Impl::finishSuffix() {
     }
 }
 
-std::shared_ptr<StorageIRI::Impl const> StorageIRI::Impl::parseFlat(std::u16string_view given,
+std::shared_ptr<StorageIRI::Impl const> StorageIRI::Impl::parseFlat(std::u16string_view text,
                                                                     std::size_t colon) {
-    auto impl = std::make_shared<Impl>();
-    impl->text = given;
-    Layout& layout = impl->layout;
-    std::u16string_view const text = impl->text;
+    Layout layout;
     layout.schemeEnd = offset(colon);
     std::size_t at = colon + 1;
     if (text.size() >= at + 2 && text[at + 1] == u'/') {
@@ -116,21 +113,32 @@ std::shared_ptr<StorageIRI::Impl const> StorageIRI::Impl::parseFlat(std::u16stri
             ++at;
         }
     }
-    layout.pathBegin = offset(at);
-    impl->finishStem();
-    impl->pathHash = impl->stemHash;
+    std::size_t const pathBegin = at;
+    PathScan scan;
     if (at < text.size() && text[at] == u'/') {
-        PathScan const scan = scanPath(text.substr(at), PathEnd::Suffix, hashRoot(impl->stemHash));
-        impl->finishPath(scan);
+        scan = scanPath(text.substr(at), PathEnd::Suffix);
         at += scan.length;
     }
+    layout.pathBegin = offset(pathBegin);
     layout.pathEnd = offset(at);
+    std::u16string_view const name =
+        scan.regular ? text.substr(pathBegin + scan.lastSegment, scan.length - scan.lastSegment)
+                     : std::u16string_view();
     if (at < text.size() && text[at] == u'?') {
         layout.hasQuery = true;
         at = std::min(text.find(u'#', at), text.size());
     }
     layout.queryEnd = offset(at);
     layout.hasFragment = at < text.size();
+
+    auto impl = std::make_shared<Impl>(text, pathBegin, scan.length, name);
+    impl->layout = layout;
+    impl->finishStem();
+    if (scan.regular) {
+        impl->pathHash = scan.hash;
+    } else if (scan.length > 0) {
+        impl->finishIrregularPath();
+    }
     impl->finishSuffix();
     return impl;
 }
