@@ -3,6 +3,7 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 
 #if defined(__SSE2__)
@@ -32,10 +33,6 @@ constexpr bool isEscapedByte(char32_t c) {
 }
 constexpr char32_t joinSurrogates(char32_t high, char32_t low) {
     return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
-}
-
-constexpr bool isContinuation(Byte b) {
-    return (b & 0xC0) == 0x80;
 }
 
 /// Writes the ASCII at `in` to `out` and moves both on, up to the first byte that is not ASCII or
@@ -84,66 +81,103 @@ struct EscapeByte {
     char16_t operator()(Byte b) const { return static_cast<char16_t>(escapedBytes + b); }
 };
 
+/// The unit of a sequence of three bytes, of which `word` has the first one lowest; 0 where there
+/// is none. No well-formed sequence of three bytes is a 0.
+inline char16_t threeBytes(std::uint32_t word) {
+    if ((word & 0xC0C0F0) != 0x8080E0) {
+        return 0;
+    }
+    auto const c =
+        static_cast<char16_t>((word & 0x0F) << 12 | (word >> 8 & 0x3F) << 6 | (word >> 16 & 0x3F));
+    return c < 0x800 || isSurrogate(c) ? char16_t{0} : c;
+}
+
+/// Decodes the sequence of two or four bytes at `in`, of which `word` has the first one lowest, and
+/// moves both on; false where there is none.
+inline bool decodeSequence(std::uint32_t word, Byte const*& in, char16_t*& out) {
+    if ((word & 0xC0E0) == 0x80C0 && (word & 0x1E) != 0) {
+        *out++ = static_cast<char16_t>((word & 0x1F) << 6 | (word >> 8 & 0x3F));
+        in += 2;
+        return true;
+    }
+    if ((word & 0xC0C0C0F8) != 0x808080F0) {
+        return false;
+    }
+    char32_t const c = (word & 0x07) << 18 | (word >> 8 & 0x3F) << 12 | (word >> 16 & 0x3F) << 6 |
+                       (word >> 24 & 0x3F);
+    if (c < 0x10000 || c > 0x10FFFF) {
+        return false;
+    }
+    *out++ = static_cast<char16_t>(0xD7C0 + (c >> 10));
+    *out++ = static_cast<char16_t>(0xDC00 + (c & 0x3FF));
+    in += 4;
+    return true;
+}
+
 /// UTF-8 to UTF-16; a byte that is not part of a well-formed sequence becomes what `onMalformed`
 /// makes of it. `out` has room for as many units as there are bytes. Returns the end of the output.
 template<class OnMalformed>
 char16_t* decode(Byte const* in, Byte const* end, char16_t* out, OnMalformed const& onMalformed) {
+    static_assert(std::endian::native == std::endian::little);
     for (;;) {
         widenAscii(in, end, out);
         // Text outside ASCII tends to go on outside ASCII, a space now and then aside.
-        for (;;) {
-            if (in == end) {
-                return out;
-            }
-            Byte const lead = *in;
-            std::ptrdiff_t const left = end - in;
-            if (lead < 0x80) {
-                *out++ = lead;
-                ++in;
-                if (in != end && *in < 0x80) {
+        while (end - in >= 4) {
+            std::uint32_t word;
+            std::memcpy(&word, in, sizeof word);
+            if (char16_t const unit = threeBytes(word); unit != 0) {
+                *out++ = unit;
+                in += 3;
+            } else if ((word & 0xC0E0C0E0) == 0x80C080C0 && (word & 0x1E) != 0 &&
+                       (word & 0x1E0000) != 0) {
+                // Two sequences of two bytes, as most alphabets are written.
+                out[0] = static_cast<char16_t>((word & 0x1F) << 6 | (word >> 8 & 0x3F));
+                out[1] = static_cast<char16_t>((word >> 16 & 0x1F) << 6 | (word >> 24 & 0x3F));
+                out += 2;
+                in += 4;
+            } else if ((word & 0x80) == 0) {
+                *out++ = *in++;
+                if ((word & 0x8000) == 0) {
                     break;
                 }
-            } else if (lead >= 0xE0 && lead < 0xF0 && left >= 3 && isContinuation(in[1]) &&
-                       isContinuation(in[2]) && !(lead == 0xE0 && in[1] < 0xA0) &&
-                       !(lead == 0xED && in[1] > 0x9F)) {
-                *out++ = static_cast<char16_t>((lead & 0x0F) << 12 | (in[1] & 0x3F) << 6 |
-                                               (in[2] & 0x3F));
-                in += 3;
-            } else if (lead >= 0xC2 && lead < 0xE0 && left >= 2 && isContinuation(in[1])) {
-                *out++ = static_cast<char16_t>((lead & 0x1F) << 6 | (in[1] & 0x3F));
-                in += 2;
-            } else if (lead >= 0xF0 && lead < 0xF5 && left >= 4 && isContinuation(in[1]) &&
-                       isContinuation(in[2]) && isContinuation(in[3]) &&
-                       !(lead == 0xF0 && in[1] < 0x90) && !(lead == 0xF4 && in[1] > 0x8F)) {
-                char32_t const c =
-                    static_cast<char32_t>((lead & 0x07) << 18 | (in[1] & 0x3F) << 12 |
-                                          (in[2] & 0x3F) << 6 | (in[3] & 0x3F));
-                *out++ = static_cast<char16_t>(0xD7C0 + (c >> 10));
-                *out++ = static_cast<char16_t>(0xDC00 + (c & 0x3FF));
-                in += 4;
-            } else {
-                *out++ = onMalformed(lead);
-                ++in;
+            } else if (!decodeSequence(word, in, out)) {
+                *out++ = onMalformed(*in++);
             }
         }
+        if (end - in >= 4) {
+            continue;
+        }
+        while (in != end) {
+            // What is missing reads as NUL, which continues nothing.
+            std::uint32_t word = 0;
+            std::memcpy(&word, in, static_cast<std::size_t>(end - in));
+            if ((word & 0x80) == 0) {
+                *out++ = *in++;
+            } else if (char16_t const unit = threeBytes(word); unit != 0) {
+                *out++ = unit;
+                in += 3;
+            } else if (!decodeSequence(word, in, out)) {
+                *out++ = onMalformed(*in++);
+            }
+        }
+        return out;
     }
 }
 
+/// The text that `decode` makes of `bytes`.
 template<class OnMalformed>
-void appendDecoded(ustring& out, std::string_view bytes, OnMalformed const& onMalformed) {
+ustring decoded(std::string_view bytes, OnMalformed const& onMalformed) {
     auto const* in = reinterpret_cast<Byte const*>(bytes.data());
     // A name fits the buffer: one allocation of the exact size, and no filling beforehand.
     std::array<char16_t, 256> buffer;
     if (bytes.size() <= buffer.size()) {
         char16_t* const end = decode(in, in + bytes.size(), buffer.data(), onMalformed);
-        out.append(buffer.data(), static_cast<std::size_t>(end - buffer.data()));
-        return;
+        return ustring(buffer.data(), static_cast<std::size_t>(end - buffer.data()));
     }
-    std::size_t const before = out.size();
-    out.resize(before + bytes.size());
-    char16_t* const begin = out.data() + before;
-    char16_t* const end = decode(in, in + bytes.size(), begin, onMalformed);
-    out.resize(before + static_cast<std::size_t>(end - begin));
+    ustring out(bytes.size(), u'\0');
+    char16_t* const end = decode(in, in + bytes.size(), out.data(), onMalformed);
+    out.resize(static_cast<std::size_t>(end - out.data()));
+    return out;
 }
 
 /// Writes the ASCII at `in` to `out` as bytes and moves both on.
@@ -260,9 +294,7 @@ std::string encoded(std::u16string_view text, OnLone const& onLone) {
 } // namespace
 
 ustring to_ustring(std::string_view utf8) {
-    ustring out;
-    appendDecoded(out, utf8, RefuseByte{});
-    return out;
+    return decoded(utf8, RefuseByte{});
 }
 
 std::string to_string(std::u16string_view text) {
@@ -283,13 +315,18 @@ std::u32string to_u32string(std::u16string_view text) {
 }
 
 ustring storageNameToUstring(std::string_view bytes) {
-    ustring out;
-    appendDecoded(out, bytes, EscapeByte{});
-    return out;
+    return decoded(bytes, EscapeByte{});
 }
 
 void appendStorageName(ustring& out, std::string_view bytes) {
-    appendDecoded(out, bytes, EscapeByte{});
+    auto const* in = reinterpret_cast<Byte const*>(bytes.data());
+    std::array<char16_t, 256> buffer;
+    if (bytes.size() <= buffer.size()) {
+        char16_t* const end = decode(in, in + bytes.size(), buffer.data(), EscapeByte{});
+        out.append(buffer.data(), static_cast<std::size_t>(end - buffer.data()));
+    } else {
+        out += decoded(bytes, EscapeByte{});
+    }
 }
 
 std::string ustringToStorageName(std::u16string_view name) {

@@ -263,6 +263,9 @@ void appendEncoded(ustring& out, std::u16string_view name) {
 }
 
 ustring joinedName(std::u16string_view name) {
+    if (std::none_of(name.begin(), name.end(), isSurrogate)) {
+        return ustring(name);
+    }
     try {
         return fl::i18n::storageNameToUstring(fl::i18n::ustringToStorageName(name));
     } catch (std::range_error const&) {
