@@ -3,8 +3,9 @@
 
 #include <atomic>
 #include <barrier>
-#include <sys/resource.h>
+#include <cerrno>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 
 namespace foundation::storage::provider::local::test {
@@ -268,8 +269,7 @@ TEST_F(LocalChanges, FailuresLeaveNoDescriptorOpen) {
 
 TEST_F(LocalChanges, RunningOutOfDescriptorsIsAFailureAndNotACrash) {
     std::string const outcome = inChild([&] {
-        rlimit const none{0, 0};
-        ::setrlimit(RLIMIT_NOFILE, &none);
+        injectFaults({{SYS_openat, 0, 0, EMFILE}});
         std::string codes;
         for (auto const& call : std::vector<std::function<void()>>{
                  [&] { provider_->createFile(at("new")); },

@@ -52,6 +52,9 @@ TEST_F(LocalCopies, ContentOfEverySizeArrives) {
 
 TEST_F(LocalCopies, ModeAndNanosecondTimesAreKept) {
     for (mode_t const mode : {0600U, 0644U, 0755U, 0666U, 0444U, 0000U, 06755U, 01644U}) {
+        if (::geteuid() != 0 && (mode & S_IRUSR) == 0) {
+            continue; // only the super-user can copy it
+        }
         makeFile("source", "bytes", mode);
         setTimes("source", {1'111'111'111, 987'654'321}, {-3, 123'456'789});
 
@@ -148,6 +151,44 @@ TEST_F(LocalCopies, AReadOnlyDestinationIsDeniedEvenToTheSuperUser) {
     }
     EXPECT_EQ(content("destination"), "old");
     EXPECT_EQ(status("destination").st_mode & 07777, 0444U);
+}
+
+TEST_F(LocalCopies, WhatStandsInTheWayIsToldAlikeForSmallFilesLargeOnesAndLinks) {
+    // A small file is copied first and the destination looked at only where there is one.
+    makeFile("large", patterned(100'000));
+    makeFile("protected", "kept", 0444);
+    std::size_t const count = names().size();
+    for (char const* source : {"other", "large", "link to nothing"}) {
+        for (PolicyCase const& expected : policyCases) {
+            ErrorCode const exists = ErrorCode::ResourceAlreadyExists;
+            EXPECT_TRUE(isRefused([&] { copy(source, "protected", expected.policy); },
+                                  expected.replaces ? ErrorCode::PermissionDenied : exists,
+                                  at("protected")));
+            EXPECT_TRUE(isRefused([&] { copy(source, "folder", expected.policy); },
+                                  expected.replaces ? ErrorCode::InvalidLocation : exists,
+                                  at("folder")));
+            EXPECT_TRUE(isRefused([&] { copy(source, "fifo", expected.policy); },
+                                  expected.replaces ? ErrorCode::UnsupportedOperation : exists,
+                                  at("fifo")));
+            EXPECT_TRUE(isRefused([&] { copy(source, source, expected.policy); },
+                                  ErrorCode::InvalidLocation, at(source)));
+        }
+    }
+    EXPECT_EQ(names().size(), count);
+}
+
+TEST_F(LocalCopies, AnExistingDestinationIsToldBeforeTheFolderThatDenies) {
+    makeFile("folder/existing", "old");
+    ASSERT_EQ(::chmod(path("folder").c_str(), 0555), 0);
+
+    std::string const outcome = inChild([&] {
+        becomeUnprivileged();
+        auto const refusal = refusalOf([&] { copy("file", "folder/existing"); });
+        return std::string(refusal && refusal->code == ErrorCode::ResourceAlreadyExists ? "exists"
+                                                                                        : "other");
+    });
+
+    EXPECT_EQ(outcome, "exists");
 }
 
 TEST_F(LocalCopies, AFolderInTheWayIsNotReplaced) {

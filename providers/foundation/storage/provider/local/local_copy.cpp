@@ -56,7 +56,7 @@ bool carryOver(struct stat const& item, int destination, StorageIRI const& locat
     return false;
 }
 
-void throwCanceled(StorageIRI const& location) {
+[[noreturn]] void throwCanceled(StorageIRI const& location) {
     throw Exception(ErrorCode::IOError, location);
 }
 
@@ -94,16 +94,25 @@ CopyStatus copyLink(KernelPath const& path, StorageIRI const& source, struct sta
     return CopyStatus::CopiedWithTimes;
 }
 
-CopyStatus copyFileContent(KernelPath const& path, StorageIRI const& source, FolderSlot slot,
-                           StorageIRI const& destination, CopyFileOptions const& options,
-                           bool followLinks) {
-    struct stat item {};
-    FileDescriptor const from =
-        openRegularFile(path, source, O_RDONLY | (followLinks ? 0 : O_NOFOLLOW), item);
-    // From the start no more open to others than the source is.
-    StagedFile staged(std::move(slot), item.st_mode & 0777, destination);
-    if (auto const failure =
-            detail::copyContent(from.get(), item, staged.descriptor(), options.progress)) {
+/// Throws where the copy may not take the place of what is there.
+void checkDestination(KernelPath const& path, StorageIRI const& source, FolderSlot const& slot,
+                      StorageIRI const& destination, ReplacementPolicy policy) {
+    struct stat existing {};
+    int const error = statItem(slot, false, existing);
+    if (error == 0) {
+        if (relationOf(path, KernelPath(destination)) == detail::Relation::SameEntry) {
+            throw Exception(ErrorCode::InvalidLocation, source);
+        }
+        checkReplaceable(existing, policy, destination);
+    } else if (error != ENOENT) {
+        throwErrno(error, destination);
+    }
+}
+
+/// The complete content in a file that has no name yet. Returns whether it has the times too.
+bool fill(StagedFile& staged, FileDescriptor const& from, struct stat const& item,
+          StorageIRI const& source, StorageIRI const& destination, CopyProgress const& progress) {
+    if (auto const failure = detail::copyContent(from.get(), item, staged.descriptor(), progress)) {
         switch (failure->where) {
         case detail::ContentCopyFailure::Where::Reading:
             throwErrno(failure->error, source);
@@ -114,15 +123,10 @@ CopyStatus copyFileContent(KernelPath const& path, StorageIRI const& source, Fol
         }
     }
     bool const withTimes = carryOver(item, staged.descriptor(), destination);
-    int error = staged.settle();
-    if (error == 0) {
-        error = staged.publish(replaces(options.policy) ? StagedFile::Existing::Replace
-                                                        : StagedFile::Existing::Refuse);
-    }
-    if (error != 0) {
+    if (int const error = staged.settle()) {
         throwErrno(error, destination);
     }
-    return withTimes ? CopyStatus::CopiedWithTimes : CopyStatus::Copied;
+    return withTimes;
 }
 
 } // namespace
@@ -131,8 +135,7 @@ CopyStatus copyLocalFile(StorageIRI const& source, StorageIRI const& destination
                          CopyFileOptions const& options, bool followLinks) {
     KernelPath const path(source);
     struct stat item {};
-    int error = followLinks ? statFollowed(path, item) : statItem(path, false, item);
-    if (error != 0) {
+    if (int const error = followLinks ? statFollowed(path, item) : statItem(path, false, item)) {
         throwErrno(error, source);
     }
     if (S_ISDIR(item.st_mode)) {
@@ -142,21 +145,41 @@ CopyStatus copyLocalFile(StorageIRI const& source, StorageIRI const& destination
         throw Exception(ErrorCode::UnsupportedOperation, source);
     }
 
-    FolderSlot slot = slotFor(destination, followLinks);
-    struct stat existing {};
-    error = statItem(slot, false, existing);
-    if (error == 0) {
-        if (relationOf(path, KernelPath(destination)) == detail::Relation::SameEntry) {
-            throw Exception(ErrorCode::InvalidLocation, source);
-        }
-        checkReplaceable(existing, options.policy, destination);
-    } else if (error != ENOENT) {
-        throwErrno(error, destination);
+    FolderSlot const slot = slotFor(destination, followLinks);
+    auto const check = [&] { checkDestination(path, source, slot, destination, options.policy); };
+    // A look at the destination is saved where the copy costs no more than the look: giving the
+    // copy its name tells whether there is anything to look at.
+    bool const lookFirst =
+        S_ISLNK(item.st_mode) || item.st_size > detail::smallFile || options.progress;
+    if (lookFirst) {
+        check();
     }
     if (S_ISLNK(item.st_mode)) {
         return copyLink(path, source, item, slot, destination, options);
     }
-    return copyFileContent(path, source, std::move(slot), destination, options, followLinks);
+
+    try {
+        FileDescriptor const from =
+            openRegularFile(path, source, O_RDONLY | (followLinks ? 0 : O_NOFOLLOW), item);
+        // From the start no more open to others than the source is.
+        StagedFile staged(slot, item.st_mode & 0777, destination);
+        bool const withTimes = fill(staged, from, item, source, destination, options.progress);
+        int error = staged.publish(StagedFile::Existing::Refuse);
+        if (error == EEXIST) {
+            check();
+            error =
+                replaces(options.policy) ? staged.publish(StagedFile::Existing::Replace) : error;
+        }
+        if (error != 0) {
+            throwErrno(error, destination);
+        }
+        return withTimes ? CopyStatus::CopiedWithTimes : CopyStatus::Copied;
+    } catch (Exception const&) {
+        if (!lookFirst) {
+            check(); // what is wrong with the destination comes before what is wrong with the copy
+        }
+        throw;
+    }
 }
 
 } // namespace foundation::storage::provider::local

@@ -42,7 +42,8 @@ class ReplacementStream final : public ByteStream {
         : location_(location),
           policy_(policy),
           old_(old),
-          staged_(std::move(slot), old ? 0600 : 0666, location),
+          slot_(std::move(slot)),
+          staged_(slot_, old ? 0600 : 0666, location),
           io_(staged_.descriptor(), StreamAccess::ReadWrite) {}
 
     long read(char* buffer, long count) override { return io_.read(buffer, count); }
@@ -65,7 +66,7 @@ class ReplacementStream final : public ByteStream {
     /// May be tried again: a failure here leaves the new content as it is, and poisons nothing.
     void publish() {
         try {
-            if (auto const now = checkDestination(staged_.slot(), policy_, location_);
+            if (auto const now = checkDestination(slot_, policy_, location_);
                 now && S_ISREG(now->st_mode)) {
                 old_ = now;
             }
@@ -102,6 +103,7 @@ class ReplacementStream final : public ByteStream {
     StorageIRI location_;
     ReplacementPolicy policy_;
     std::optional<struct stat> old_;
+    FolderSlot const slot_;
     StagedFile staged_;
     DescriptorIo io_;
     bool settled_ = false;

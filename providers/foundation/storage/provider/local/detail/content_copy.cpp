@@ -16,8 +16,6 @@ namespace {
 using Failure = ContentCopyFailure;
 using Result = std::optional<Failure>;
 
-/// Up to this size a buffer on the stack beats the set-up of a copy inside the kernel.
-constexpr std::size_t smallFile = 32 * 1024;
 constexpr std::size_t bufferSize = 256 * 1024;
 /// How much the kernel copies between two calls of progress, and without progress.
 constexpr off_t watchedStep = 8 * 1024 * 1024;
@@ -36,9 +34,8 @@ class ContentCopy {
         if (Result canceled = report(0)) {
             return canceled;
         }
-        if (static_cast<std::size_t>(size_) <= smallFile && !sparse_) {
-            std::array<char, smallFile> buffer;
-            return copyRest(0, buffer.data(), buffer.size());
+        if (size_ <= smallFile && !sparse_) {
+            return copySmall();
         }
         if (::ioctl(destination_, FICLONE, source_) == 0) {
             return report(size_);
@@ -91,6 +88,15 @@ class ContentCopy {
             buffer_ = std::make_unique_for_overwrite<char[]>(bufferSize);
         }
         return buffer_.get();
+    }
+
+    Result copySmall() {
+        std::array<char, smallFile> space;
+        off_t at = 0;
+        Result const failure = copyPiece(at, space.data(), space.size());
+        // Files of /proc and their like tell no size, and have to be read to their end.
+        return failure || (at == size_ && size_ != 0) ? failure
+                                                      : copyRest(at, space.data(), space.size());
     }
 
     Result copyRange(off_t begin, off_t stop) {

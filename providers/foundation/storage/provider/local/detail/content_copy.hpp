@@ -15,10 +15,14 @@ struct ContentCopyFailure {
     int error;
 };
 
+/// Up to this size content is moved by one read and one write, which costs less than the set-up of
+/// a copy inside the kernel.
+inline constexpr off_t smallFile = 8 * 1024;
+
 /// Copies everything from one open file to another, empty one: by sharing blocks where the file
 /// system can, else inside the kernel, else through a buffer. Holes stay holes. Positions of
-/// `source` and `destination` are undefined afterwards. `source` is `item`; a file that grows or
-/// shrinks meanwhile is copied as far as it is found.
+/// `source` and `destination` are undefined afterwards. `source` is `item`; of a file that
+/// grows or shrinks meanwhile, what is found is copied.
 std::optional<ContentCopyFailure> copyContent(int source, struct stat const& item, int destination,
                                               CopyProgress const& progress);
 

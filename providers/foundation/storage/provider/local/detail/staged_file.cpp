@@ -51,8 +51,8 @@ std::string temporaryName() {
     return name;
 }
 
-StagedFile::StagedFile(FolderSlot slot, mode_t mode, StorageIRI const& location)
-    : slot_(std::move(slot)) {
+StagedFile::StagedFile(FolderSlot const& slot, mode_t mode, StorageIRI const& location)
+    : slot_(slot) {
     int error = EOPNOTSUPP;
     if (hasDescriptorPaths()) {
         file_ = FileDescriptor(uninterrupted(

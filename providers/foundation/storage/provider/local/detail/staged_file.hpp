@@ -18,13 +18,12 @@ class StagedFile {
     enum class Existing { Refuse, Replace };
 
     /// Opens for reading and writing; `mode` is subject to the umask. Throws provider::Exception
-    /// naming `location`.
-    StagedFile(FolderSlot slot, mode_t mode, StorageIRI const& location);
+    /// naming `location`. REQUIRES: `slot` outlives this.
+    StagedFile(FolderSlot const& slot, mode_t mode, StorageIRI const& location);
     StagedFile(StagedFile const&) = delete;
     StagedFile& operator=(StagedFile const&) = delete;
     ~StagedFile();
 
-    FolderSlot const& slot() const noexcept { return slot_; }
     int descriptor() const noexcept { return file_.get(); }
 
     /// Reports what the file system has kept back so far (as network file systems do), so that
@@ -36,7 +35,7 @@ class StagedFile {
   private:
     int takeTemporaryName() noexcept;
 
-    FolderSlot slot_;
+    FolderSlot const& slot_;
     FileDescriptor file_;
     std::string temporary_; ///< the name of a file that has one already
 };
