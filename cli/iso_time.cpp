@@ -12,13 +12,13 @@ using foundation::storage::provider::Timestamp;
 
 std::string isoTime(Timestamp time) {
     using namespace std::chrono;
-    std::int64_t const secondsOfDay = ((time.seconds % 86400) + 86400) % 86400;
-    std::int64_t const dayNumber = (time.seconds - secondsOfDay) / 86400;
     // The calendar type holds the years -32767 to 32767; a storage may name any moment.
-    constexpr std::int64_t lastDay = 11'000'000;
-    if (dayNumber > lastDay || dayNumber < -lastDay) {
+    constexpr std::int64_t last = 11'000'000LL * 86400;
+    if (time.seconds > last || time.seconds < -last) {
         return fmt::format("@{}.{:09}", time.seconds, time.nanoseconds);
     }
+    std::int64_t const secondsOfDay = ((time.seconds % 86400) + 86400) % 86400;
+    std::int64_t const dayNumber = (time.seconds - secondsOfDay) / 86400;
     year_month_day const day{sys_days{days{static_cast<int>(dayNumber)}}};
     return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:09}Z", static_cast<int>(day.year()),
                        static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()),
