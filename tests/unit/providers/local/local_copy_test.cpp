@@ -308,7 +308,7 @@ TEST_F(LocalCopies, ACanceledCopyLeavesTheOldContentAndNoTrace) {
     std::size_t const descriptors = openDescriptors();
     std::vector<std::string> const before = names();
 
-    for (int allowed = 0; allowed < 3; ++allowed) {
+    for (int allowed = 0; allowed < 2; ++allowed) { // shared blocks come in one step
         for (char const* name : {"destination", "new"}) {
             int calls = 0;
             EXPECT_TRUE(isRefused(
@@ -322,7 +322,7 @@ TEST_F(LocalCopies, ACanceledCopyLeavesTheOldContentAndNoTrace) {
         }
     }
 
-    EXPECT_EQ(content("destination"), "old");
+    EXPECT_TRUE(content("destination") == "old");
     EXPECT_EQ(names(), before);
     EXPECT_EQ(openDescriptors(), descriptors);
 }
