@@ -7,7 +7,7 @@
 namespace foundation::storage::vfs {
 
 struct BufferedIODevice::Impl {
-    detail::GuardedStreambuf buffer;
+    detail::GuardedStreambuf<IODevice> buffer;
     bool closed = false;
 };
 

@@ -41,7 +41,7 @@ class detail::FileStreamBuffer {
     }
 
   private:
-    GuardedStreambuf buffer_;
+    GuardedStreambuf<provider::ByteStreamDevice> buffer_;
 };
 
 namespace {
