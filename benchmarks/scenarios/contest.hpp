@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// The most that a contender may cost, as a ratio to another one.
+struct Goal {
+    double ratio;
+    std::string against;
+};
+
+/// One way to do the work. `prepare` comes before each round and is not measured; it may be empty.
+struct Contender {
+    std::string name;
+    std::function<void()> work;
+    std::optional<Goal> goal = std::nullopt;
+    std::function<void()> prepare = nullptr;
+};
+
+/// One work, done by all contenders in turns, round by round in one run, so that whatever else the
+/// machine does falls on all of them alike. The first contender is the one that ratios are given
+/// to.
+///
+/// What counts is processor time, which other programs disturb least; elapsed time is shown beside
+/// it. A ratio is the median of the ratios of the single rounds.
+struct Contest {
+    std::string title;
+    std::string unit;   ///< what times are given in, as "ns a call"
+    double unitSeconds; ///< how many seconds of a round make one of them
+    int rounds;
+    std::vector<Contender> contenders;
+};
+
+/// Holds the contest, after one round that does not count, and prints its table.
+void hold(Contest const& contest);
+
+/// Ends the program with a message about the system's last error.
+[[noreturn]] void fail(std::string const& what);
+
+} // namespace bench
