@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/extensions/i_flushable_filesystem.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
@@ -28,8 +29,6 @@ using provider::StorageIRI;
 /// the interface's default.
 class FakeProvider : public provider::IProvider {
   public:
-    using Progress = provider::CopyProgress;
-
     std::function<provider::ExistsResult(StorageIRI const&)> onExists;
     std::function<provider::ExtendedExistsResult(StorageIRI const&)> onExistsExtended;
     std::function<bool(StorageIRI const&)> onFileExists;
@@ -55,6 +54,9 @@ class FakeProvider : public provider::IProvider {
         onOpenStream;
     std::function<std::unique_ptr<provider::ByteStream>(StorageIRI const&)> onOpenReadOnlyStream;
     std::function<provider::PathComparatorFunction()> onGetPathComparator;
+    std::function<provider::FilenameSensitivity()> onGetFilenameSensitivity;
+    std::function<provider::ExtendedAttributes(StorageIRI const&)> onGetExtendedAttributes;
+    std::function<void(StorageIRI const&)> onStopPublishing;
 
     /// The operations asked so far, in order: "copyFile", "setWritable true".
     std::vector<std::string> calls() const {
@@ -62,115 +64,157 @@ class FakeProvider : public provider::IProvider {
         return calls_;
     }
 
+    /// The same with what each was asked: "setWritable true mem:/a", "moveFile mem:/a mem:/b 1".
+    std::vector<std::string> log() const {
+        std::lock_guard const lock(mutex_);
+        return log_;
+    }
+
     provider::ExistsResult exists(StorageIRI const& location) const override {
-        return answer("exists", onExists, provider::ExistsResult::Nothing, location);
+        note("exists", text(location));
+        return onExists ? onExists(location) : provider::ExistsResult::Nothing;
     }
     provider::ExtendedExistsResult existsExtended(StorageIRI const& location) const override {
-        note("existsExtended");
+        note("existsExtended", text(location));
         return onExistsExtended ? onExistsExtended(location) : IProvider::existsExtended(location);
     }
     bool fileExists(StorageIRI const& location) const override {
-        note("fileExists");
+        note("fileExists", text(location));
         return onFileExists ? onFileExists(location) : IProvider::fileExists(location);
     }
     bool folderExists(StorageIRI const& location) const override {
-        note("folderExists");
+        note("folderExists", text(location));
         return onFolderExists ? onFolderExists(location) : IProvider::folderExists(location);
     }
-    bool hasFeature(StorageIRI const&, provider::ExtendedFeature const& feature) const override {
-        return answer("hasFeature", onHasFeature, false, feature);
+    bool hasFeature(StorageIRI const& location,
+                    provider::ExtendedFeature const& feature) const override {
+        note("hasFeature", text(location) + number(feature));
+        return onHasFeature && onHasFeature(feature);
     }
     StorageIRI getCanonicalLocation(StorageIRI const& location) const override {
-        note("getCanonicalLocation");
+        note("getCanonicalLocation", text(location));
         return onGetCanonicalLocation ? onGetCanonicalLocation(location)
                                       : IProvider::getCanonicalLocation(location);
     }
     provider::PathComparatorFunction getPathComparator(StorageIRI const& location) const override {
+        note("getPathComparator", text(location));
         return onGetPathComparator ? onGetPathComparator() : IProvider::getPathComparator(location);
     }
+    provider::FilenameSensitivity
+    getFilenameSensitivity(StorageIRI const& location) const override {
+        note("getFilenameSensitivity", text(location));
+        return onGetFilenameSensitivity ? onGetFilenameSensitivity()
+                                        : IProvider::getFilenameSensitivity(location);
+    }
     provider::FileAttributes getFileAttributes(StorageIRI const& location) const override {
-        note("getFileAttributes");
+        note("getFileAttributes", text(location));
         return onGetFileAttributes ? onGetFileAttributes(location)
                                    : IProvider::getFileAttributes(location);
     }
     provider::FolderAttributes getFolderAttributes(StorageIRI const& location) const override {
-        note("getFolderAttributes");
+        note("getFolderAttributes", text(location));
         return onGetFolderAttributes ? onGetFolderAttributes(location)
                                      : IProvider::getFolderAttributes(location);
     }
+    provider::ExtendedAttributes getExtendedAttributes(StorageIRI const& location) const override {
+        note("getExtendedAttributes", text(location));
+        return onGetExtendedAttributes ? onGetExtendedAttributes(location)
+                                       : IProvider::getExtendedAttributes(location);
+    }
     void setLastModified(StorageIRI const& location,
                          boost::posix_time::ptime const& time) override {
-        note("setLastModified");
+        note("setLastModified",
+             text(location) + ' ' + std::to_string(provider::toTimestamp(time).seconds));
         onSetLastModified ? onSetLastModified(location, time)
                           : IProvider::setLastModified(location, time);
     }
     void setWritable(StorageIRI const& location, bool writable) override {
-        note(writable ? "setWritable true" : "setWritable false");
+        note(writable ? "setWritable true" : "setWritable false", text(location));
         onSetWritable ? onSetWritable(location, writable)
                       : IProvider::setWritable(location, writable);
     }
     void createFile(StorageIRI const& location) override {
-        note("createFile");
+        note("createFile", text(location));
         onCreateFile ? onCreateFile(location) : IProvider::createFile(location);
     }
     void createFolder(StorageIRI const& location) override {
-        note("createFolder");
+        note("createFolder", text(location));
         onCreateFolder ? onCreateFolder(location) : IProvider::createFolder(location);
     }
+    void createFolderRecursive(StorageIRI const& location) override {
+        note("createFolderRecursive", text(location));
+        onCreateFolder ? onCreateFolder(location) : IProvider::createFolderRecursive(location);
+    }
     void removeFile(StorageIRI const& location) override {
-        note("removeFile");
+        note("removeFile", text(location));
         onRemoveFile ? onRemoveFile(location) : IProvider::removeFile(location);
     }
     void removeFolder(StorageIRI const& location) override {
-        note("removeFolder");
+        note("removeFolder", text(location));
         onRemoveFolder ? onRemoveFolder(location) : IProvider::removeFolder(location);
     }
     void removeFolderRecursively(StorageIRI const& location) override {
-        note("removeFolderRecursively");
+        note("removeFolderRecursively", text(location));
         onRemoveFolderRecursively ? onRemoveFolderRecursively(location)
                                   : IProvider::removeFolderRecursively(location);
     }
     provider::CopyStatus copyFile(StorageIRI const& source,
                                   provider::StorageItem const& destination,
                                   provider::CopyFileOptions const& options) override {
-        note("copyFile");
+        note("copyFile", text(source) + ' ' + text(destination.getLocation()) +
+                             number(options.policy) + (options.progress ? " progress" : ""));
         return onCopyFile ? onCopyFile(source, destination, options)
                           : IProvider::copyFile(source, destination, options);
     }
     void moveFile(StorageIRI const& source, StorageIRI const& destination,
                   provider::ReplacementPolicy const& policy) override {
-        note("moveFile");
+        note("moveFile", text(source) + ' ' + text(destination) + number(policy));
         onMoveFile ? onMoveFile(source, destination, policy)
                    : IProvider::moveFile(source, destination, policy);
     }
     std::unique_ptr<provider::ByteStream>
     openStream(StorageIRI const& location,
                provider::ByteStreamOpenOptions const& options) override {
-        note("openStream");
+        note("openStream", text(location) + number(options.access) + number(options.creation) +
+                               ' ' + std::to_string(options.withoutTruncate) + ' ' +
+                               std::to_string(options.withoutAppend));
         return onOpenStream ? onOpenStream(location, options)
                             : IProvider::openStream(location, options);
     }
     std::unique_ptr<provider::ByteStream>
     openReadOnlyStream(StorageIRI const& location) const override {
-        note("openReadOnlyStream");
+        note("openReadOnlyStream", text(location));
         return onOpenReadOnlyStream ? onOpenReadOnlyStream(location)
                                     : IProvider::openReadOnlyStream(location);
     }
+    void stopPublishingFileEvents(StorageIRI const& location) override {
+        note("stopPublishingFileEvents", text(location));
+        onStopPublishing ? onStopPublishing(location)
+                         : IProvider::stopPublishingFileEvents(location);
+    }
+    void stopPublishingFolderEvents(StorageIRI const& location) override {
+        note("stopPublishingFolderEvents", text(location));
+        onStopPublishing ? onStopPublishing(location)
+                         : IProvider::stopPublishingFolderEvents(location);
+    }
 
   private:
-    void note(char const* call) const {
-        std::lock_guard const lock(mutex_);
-        calls_.emplace_back(call);
+    static std::string text(StorageIRI const& location) {
+        return fl::i18n::toDisplayString(location.toString());
     }
-    template<class Hook, class Default, class Argument>
-    Default answer(char const* call, Hook const& hook, Default standard,
-                   Argument const& argument) const {
-        note(call);
-        return hook ? hook(argument) : standard;
+    template<class Enumeration>
+    static std::string number(Enumeration value) {
+        return ' ' + std::to_string(static_cast<std::uint32_t>(value));
+    }
+    void note(std::string const& call, std::string const& asked) const {
+        std::lock_guard const lock(mutex_);
+        calls_.push_back(call);
+        log_.push_back(call + ' ' + asked);
     }
 
     mutable std::mutex mutex_;
     mutable std::vector<std::string> calls_;
+    mutable std::vector<std::string> log_;
 };
 
 /// A system that serves every location with one provider.

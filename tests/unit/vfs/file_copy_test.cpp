@@ -16,6 +16,7 @@ using vfs::AbsoluteIRI;
 using vfs::ErrorCode;
 using vfs::File;
 using Calls = std::vector<std::string>;
+using Log = std::vector<std::string>;
 
 boost::posix_time::ptime const someTime(boost::gregorian::date(2001, 2, 3));
 
@@ -84,14 +85,18 @@ TEST_F(FileCopy, StatusOneNeedsNoFurtherStep) {
 
 TEST_F(FileCopy, OtherStatusCarriesTheTimeOverWithinOneScheme) {
     copiesAfter({}, CopyStatus::Copied);
-    boost::posix_time::ptime carried;
-    mem->onSetLastModified = [&](StorageIRI const& l, auto const& time) {
-        EXPECT_EQ(l, StorageIRI(u"mem:/destination"));
-        carried = time;
-    };
     EXPECT_EQ(source.copyFile(destination, CopyFileOptions{}), CopyStatus::Copied);
-    EXPECT_EQ(carried, someTime);
-    EXPECT_EQ(mem->calls(), (Calls{"copyFile", "getFileAttributes", "setLastModified"}));
+    EXPECT_EQ(mem->log(),
+              (Log{"copyFile mem:/source mem:/destination 0", "getFileAttributes mem:/source",
+                   "setLastModified mem:/destination " +
+                       std::to_string(provider::toTimestamp(someTime).seconds)}));
+}
+
+TEST_F(FileCopy, LocationWithoutAPathLeavesTheCopyWithoutItsTime) {
+    copiesAfter({}, CopyStatus::Copied);
+    File const pathless(provider::StorageItem(mem, StorageIRI(u"mem://h")), reference);
+    EXPECT_EQ(source.copyFile(pathless, CopyFileOptions{}), CopyStatus::Copied);
+    EXPECT_EQ(mem->calls(), Calls{"copyFile"});
 }
 
 TEST_F(FileCopy, UnknownStatusIsGivenBack) {
@@ -148,8 +153,22 @@ TEST_F(FileCopy, CallableIsPassedOnAndTheRestIsEmpty) {
 TEST_F(FileCopy, ReadOnlyDestinationIsUnlockedAndLockedAgainAfterStatusOne) {
     copiesAfter({2}, CopyStatus::CopiedWithTimes);
     source.copyFile(destination, ReplacementPolicy::ReplaceReadOnly);
-    EXPECT_EQ(mem->calls(),
-              (Calls{"copyFile", "setWritable true", "copyFile", "setWritable false"}));
+    EXPECT_EQ(
+        mem->log(),
+        (Log{"copyFile mem:/source mem:/destination 2", "setWritable true mem:/destination",
+             "copyFile mem:/source mem:/destination 2", "setWritable false mem:/destination"}));
+}
+
+TEST_F(FileCopy, SecondAttemptHasTheOptionsOfTheFirst) {
+    copiesAfter({2}, static_cast<CopyStatus>(7));
+    CopyFileOptions options;
+    options.policy = ReplacementPolicy::ReplaceReadOnly;
+    options.progress = [](std::uint64_t, std::optional<std::uint64_t>) { return true; };
+    EXPECT_EQ(source.copyFile(destination, options), static_cast<CopyStatus>(7));
+    EXPECT_EQ(mem->log().at(2), "copyFile mem:/source mem:/destination 2 progress");
+
+    copiesAfter({2}, CopyStatus::CopiedWithTimes);
+    EXPECT_EQ(source.copyFile(destination, options), CopyStatus::CopiedWithTimes);
 }
 
 TEST_F(FileCopy, ReadOnlyDestinationStaysWritableAfterAnyOtherStatus) {
@@ -203,6 +222,11 @@ TEST_F(FileCopy, FirstFailureIsReportedWhereUnlockingFails) {
         EXPECT_EQ(e.getLocation(), AbsoluteIRI(u"mem:/destination"));
     }
     EXPECT_EQ(mem->calls(), (Calls{"copyFile", "setWritable true"}));
+
+    copiesAfter({2}, CopyStatus::Copied);
+    mem->onSetWritable = [](StorageIRI const& l, bool) { fail(9, l); };
+    EXPECT_EQ(codeOf([&] { source.copyFile(destination, ReplacementPolicy::ReplaceReadOnly); }),
+              ErrorCode::PermissionDenied);
 }
 
 TEST_F(FileCopy, SecondFailureOfTheCopyIsReportedAsItIs) {
@@ -224,21 +248,22 @@ using FileMove = FileCopy;
 TEST_F(FileMove, WithinASchemeIsTheProviders) {
     movesAfter({});
     source.moveFile(destination, ReplacementPolicy::FailIfExists);
-    EXPECT_EQ(mem->calls(), Calls{"moveFile"});
+    EXPECT_EQ(mem->log(), Log{"moveFile mem:/source mem:/destination 0"});
 }
 
 TEST_F(FileMove, BetweenSchemesCopiesAndRemoves) {
     copiesAfter({}, CopyStatus::Copied);
     source.moveFile(farAway, ReplacementPolicy::ReplaceAndDeferDenied);
-    EXPECT_EQ(mem->calls(), (Calls{"copyFile", "removeFile"}));
-    EXPECT_EQ(policies, std::vector{ReplacementPolicy::ReplaceExisting});
+    EXPECT_EQ(mem->log(), (Log{"copyFile mem:/source far:/away 1", "removeFile mem:/source"}));
 }
 
 TEST_F(FileMove, ThatTheProviderDoesNotSupportCopiesAndRemoves) {
     copiesAfter({}, CopyStatus::CopiedWithTimes);
     movesAfter({11});
     source.moveFile(destination, ReplacementPolicy::ReplaceExisting);
-    EXPECT_EQ(mem->calls(), (Calls{"moveFile", "copyFile", "removeFile"}));
+    EXPECT_EQ(mem->log(),
+              (Log{"moveFile mem:/source mem:/destination 1",
+                   "copyFile mem:/source mem:/destination 1", "removeFile mem:/source"}));
 }
 
 TEST_F(FileMove, FailedCopyRemovesNothing) {
@@ -264,7 +289,9 @@ TEST_F(FileMove, FailedRemovalLeavesTheCopyAndIsReported) {
 TEST_F(FileMove, ReadOnlyDestinationIsUnlockedAndStaysSo) {
     movesAfter({2});
     source.moveFile(destination, ReplacementPolicy::ReplaceReadOnly);
-    EXPECT_EQ(mem->calls(), (Calls{"moveFile", "setWritable true", "moveFile"}));
+    EXPECT_EQ(mem->log(),
+              (Log{"moveFile mem:/source mem:/destination 2", "setWritable true mem:/destination",
+                   "moveFile mem:/source mem:/destination 2"}));
 }
 
 TEST_F(FileMove, MissingDestinationNeedsNoUnlocking) {
@@ -289,6 +316,16 @@ TEST_F(FileMove, SecondFailureOfTheMoveIsReportedAsTheFirst) {
     movesAfter({2, 8});
     EXPECT_EQ(codeOf([&] { source.moveFile(destination, ReplacementPolicy::ReplaceReadOnly); }),
               ErrorCode::PermissionDenied);
+
+    mem->onMoveFile = [attempts = 0](auto const&, StorageIRI const& to, auto) mutable {
+        if (++attempts == 1) {
+            fail(2, to);
+        }
+        throw std::bad_alloc();
+    };
+    EXPECT_EQ(codeOf([&] { source.moveFile(destination, ReplacementPolicy::ReplaceReadOnly); }),
+              ErrorCode::PermissionDenied)
+        << "whatever the second attempt throws";
 }
 
 } // namespace

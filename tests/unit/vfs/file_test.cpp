@@ -97,6 +97,79 @@ TEST_F(FileTest, ChildWithAnEmptyAbsoluteOrClimbingNameIsRefusedUntranslated) {
     }
 }
 
+TEST_F(FileTest, EachOperationAsksTheProviderForItselfAndGivesItsAnswer) {
+    boost::posix_time::ptime const time(boost::gregorian::date(1970, 1, 2));
+    auto const nothing = [](StorageIRI const&) {};
+    storage.fake->onCreateFile = nothing;
+    storage.fake->onRemoveFile = nothing;
+    storage.fake->onStopPublishing = nothing;
+    storage.fake->onSetWritable = [](StorageIRI const&, bool) {};
+    storage.fake->onSetLastModified = [](StorageIRI const&, auto const&) {};
+    storage.fake->onGetFileAttributes = [&](StorageIRI const&) {
+        provider::AttributeValues values;
+        values.lastModified = provider::toTimestamp(time);
+        values.writable = true;
+        return provider::FileAttributes(values);
+    };
+    storage.fake->onGetExtendedAttributes = [](StorageIRI const&) {
+        return provider::ExtendedAttributes{{"user.x", "y"}};
+    };
+    storage.fake->onFileExists = [](StorageIRI const&) { return true; };
+
+    File const f = file();
+    f.createFile();
+    f.removeFile();
+    f.setWritable(true);
+    f.setWritable(false);
+    f.setLastModified(time);
+    f.stopPublishingEvents();
+    EXPECT_EQ(f.getAttributes().getLastModified(), time);
+    EXPECT_TRUE(f.getAttributes().isWritable());
+    EXPECT_EQ(f.getExtendedAttributes().at("user.x"), "y");
+    EXPECT_TRUE(f.fileExists());
+
+    EXPECT_EQ(storage.fake->log(),
+              (std::vector<std::string>{
+                  "createFile mem:/a/b.txt", "removeFile mem:/a/b.txt",
+                  "setWritable true mem:/a/b.txt", "setWritable false mem:/a/b.txt",
+                  "setLastModified mem:/a/b.txt 86400", "stopPublishingFileEvents mem:/a/b.txt",
+                  "getFileAttributes mem:/a/b.txt", "getFileAttributes mem:/a/b.txt",
+                  "getExtendedAttributes mem:/a/b.txt", "fileExists mem:/a/b.txt"}));
+}
+
+TEST_F(FileTest, SystemsOwnExceptionPassesWithItsFirstLocation) {
+    AbsoluteIRI const first(u"mem:/first");
+    storage.fake->onRemoveFile = [&](StorageIRI const&) {
+        throw vfs::Exception(ErrorCode::ResourceInUse, first);
+    };
+    try {
+        file().removeFile();
+        FAIL();
+    } catch (vfs::Exception const& e) {
+        EXPECT_EQ(e.getErrorCode(), ErrorCode::ResourceInUse);
+        EXPECT_EQ(e.getLocation(), first);
+    }
+}
+
+TEST_F(FileTest, ProviderWithoutChangeEventsRefusesToStopThemToo) {
+    EXPECT_THROW(file().stopPublishingEvents(), vfs::ChangeEventsNotSupportedException);
+}
+
+TEST_F(FileTest, StreamThatTheProviderDoesNotGiveIsItsInternalError) {
+    storage.fake->onOpenReadOnlyStream = [](StorageIRI const&) { return nullptr; };
+    storage.fake->onOpenStream = [](auto const&, auto const&) { return nullptr; };
+    EXPECT_EQ(codeOf([&] { file().openReadOnly(); }), ErrorCode::InternalError);
+    EXPECT_EQ(codeOf([&] { file().open({}); }), ErrorCode::InternalError);
+}
+
+TEST_F(FileTest, ParentsAndChildrenBelongToTheSameSystem) {
+    FakeStorage other;
+    Folder const folder(AbsoluteIRI(u"mem:/a"), other.reference);
+    EXPECT_TRUE(File(folder, u"b").getStorageSystem() == other.reference);
+    EXPECT_TRUE(File(folder, u"b").getParent().getStorageSystem() == other.reference);
+    EXPECT_TRUE(File(folder, u"b").getStorageSystem() != storage.reference);
+}
+
 TEST_F(FileTest, TranslatesWhatItsOperationsThrow) {
     StorageIRI const named(u"mem:/named/by/the/provider");
     auto const fails = [&] { fail(5, named); };
@@ -226,6 +299,14 @@ TEST_F(FileTest, PrintsItsLocation) {
     std::ostringstream out;
     out << file();
     EXPECT_EQ(out.str(), "mem:/a/b.txt");
+
+    struct Elsewhere : File {
+        using File::File;
+        AbsoluteIRI getLocation() const override { return AbsoluteIRI(u"mem:/elsewhere"); }
+    };
+    std::ostringstream overridden;
+    overridden << Elsewhere(AbsoluteIRI(u"mem:/a"), storage.reference);
+    EXPECT_EQ(overridden.str(), "mem:/elsewhere") << "the location is asked for virtually";
 }
 
 } // namespace

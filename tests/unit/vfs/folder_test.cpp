@@ -65,6 +65,13 @@ TEST_F(FolderTest, TranslatesWhatItsOperationsThrow) {
     storage.fake->onGetPathComparator = [&]() -> provider::PathComparatorFunction {
         fail(6, named);
     };
+    storage.fake->onGetFilenameSensitivity = [&]() -> provider::FilenameSensitivity {
+        fail(6, named);
+    };
+    storage.fake->onGetExtendedAttributes = [&](auto const&) -> provider::ExtendedAttributes {
+        fail(6, named);
+    };
+    storage.fake->onStopPublishing = [&](auto const&) { fail(6, named); };
     Folder const f = folder();
     boost::posix_time::ptime const time(boost::gregorian::date(2020, 1, 1));
     std::vector<std::function<void()>> const operations{
@@ -75,6 +82,10 @@ TEST_F(FolderTest, TranslatesWhatItsOperationsThrow) {
         [&] { f.setWritable(true); },
         [&] { f.setLastModified(time); },
         [&] { f.getPathComparator(); },
+        [&] { f.getFilenameSensitivity(); },
+        [&] { f.createFolderRecursive(); },
+        [&] { f.getExtendedAttributes(); },
+        [&] { f.stopPublishingEvents(); },
     };
     for (std::size_t i = 0; i < operations.size(); ++i) {
         try {
@@ -85,15 +96,67 @@ TEST_F(FolderTest, TranslatesWhatItsOperationsThrow) {
             EXPECT_EQ(e.getLocation().toStorageIRI(), named) << i;
         }
     }
-    EXPECT_EQ(codeOf([&] { f.createFolderRecursive(); }), ErrorCode::UnsupportedOperation);
-    EXPECT_EQ(codeOf([&] { f.getExtendedAttributes(); }), ErrorCode::UnsupportedOperation);
 }
 
-TEST_F(FolderTest, LocationIsTranslatedWhileParentsAreNot) {
+TEST_F(FolderTest, LocationWithoutAPathIsInvalidAndHasNoParent) {
     Folder const pathless(provider::StorageItem(storage.fake, StorageIRI(u"mem://h")),
                           storage.reference);
     EXPECT_THROW(pathless.getLocation(), vfs::InvalidIRIException);
     EXPECT_FALSE(pathless.hasParent());
+    EXPECT_FALSE(folder(u"mem:/").hasParent());
+}
+
+TEST_F(FolderTest, EachOperationAsksTheProviderForItselfAndGivesItsAnswer) {
+    boost::posix_time::ptime const time(boost::gregorian::date(1970, 1, 2));
+    auto const nothing = [](StorageIRI const&) {};
+    storage.fake->onCreateFolder = nothing;
+    storage.fake->onStopPublishing = nothing;
+    storage.fake->onSetWritable = [](StorageIRI const&, bool) {};
+    storage.fake->onSetLastModified = [](StorageIRI const&, auto const&) {};
+    storage.fake->onGetFolderAttributes = [&](StorageIRI const&) {
+        provider::AttributeValues values;
+        values.lastModified = provider::toTimestamp(time);
+        return provider::FolderAttributes(values);
+    };
+    storage.fake->onGetExtendedAttributes = [](StorageIRI const&) {
+        return provider::ExtendedAttributes{{"user.x", "y"}};
+    };
+    storage.fake->onGetFilenameSensitivity = [] {
+        return provider::FilenameSensitivity::Preserving;
+    };
+    storage.fake->onGetPathComparator = [] {
+        return [](auto const&, auto const&, provider::CaseModifier) { return true; };
+    };
+
+    Folder const f = folder();
+    f.createFolder();
+    f.createFolderRecursive();
+    f.setWritable(true);
+    f.setWritable(false);
+    f.setLastModified(time);
+    f.stopPublishingEvents();
+    EXPECT_EQ(f.getAttributes().getLastModified(), time);
+    EXPECT_FALSE(f.getAttributes().isWritable());
+    EXPECT_EQ(f.getExtendedAttributes().at("user.x"), "y");
+    EXPECT_EQ(f.getFilenameSensitivity(), provider::FilenameSensitivity::Preserving);
+    EXPECT_TRUE(f.getPathComparator()(u"a", u"b", provider::CaseModifier::Sensitive));
+
+    EXPECT_EQ(
+        storage.fake->log(),
+        (std::vector<std::string>{
+            "createFolder mem:/a/b", "createFolderRecursive mem:/a/b", "setWritable true mem:/a/b",
+            "setWritable false mem:/a/b", "setLastModified mem:/a/b 86400",
+            "stopPublishingFolderEvents mem:/a/b", "getFolderAttributes mem:/a/b",
+            "getFolderAttributes mem:/a/b", "getExtendedAttributes mem:/a/b",
+            "getFilenameSensitivity mem:/a/b", "getPathComparator mem:/a/b"}));
+}
+
+TEST_F(FolderTest, ParentsAndChildrenBelongToTheSameSystem) {
+    FakeStorage other;
+    Folder const made(AbsoluteIRI(u"mem:/a/b"), other.reference);
+    EXPECT_TRUE(Folder(made, u"c").getStorageSystem() == other.reference);
+    EXPECT_TRUE(made.getParent().getStorageSystem() == other.reference);
+    EXPECT_TRUE(made.getStorageSystem() != storage.reference);
 }
 
 TEST_F(FolderTest, MissingFolderIsAnAnswerAndEveryOtherFailureIsNot) {
@@ -101,6 +164,11 @@ TEST_F(FolderTest, MissingFolderIsAnAnswerAndEveryOtherFailureIsNot) {
     EXPECT_FALSE(folder().folderExists());
     storage.fake->onFolderExists = [](StorageIRI const& l) -> bool { fail(2, l); };
     EXPECT_EQ(codeOf([&] { (void)folder().folderExists(); }), ErrorCode::PermissionDenied);
+    storage.fake->onFolderExists = [](StorageIRI const& l) -> bool {
+        throw provider::ChangeEventsNotSupportedException(l);
+    };
+    EXPECT_THROW((void)folder().folderExists(), provider::ChangeEventsNotSupportedException)
+        << "only provider::Exception is translated here";
     storage.fake->onFolderExists = [](StorageIRI const&) { return true; };
     EXPECT_TRUE(folder().folderExists());
 }
@@ -175,6 +243,9 @@ TEST_F(FolderTest, ComparesLocationsAloneAndPrintsThem) {
     EXPECT_TRUE(a == Folder(AbsoluteIRI(u"mem:/%61/"), other.reference));
     EXPECT_TRUE(a != folder(u"mem:/b"));
     EXPECT_TRUE(a < folder(u"mem:/b"));
+    EXPECT_FALSE(folder(u"mem:/b") < a);
+    EXPECT_FALSE(a != folder(u"mem:/a"));
+    EXPECT_FALSE(a == folder(u"mem:/b"));
     std::ostringstream out;
     out << a;
     EXPECT_EQ(out.str(), "mem:/a");

@@ -1,5 +1,7 @@
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 
+#include <foundation/storage/provider/byte_stream_device.hpp>
+
 namespace foundation::storage::provider {
 
 ByteStreamFailure::ByteStreamFailure(std::string const& text, ErrorCode code)
@@ -23,6 +25,11 @@ ByteStreamFailure const* ByteStreamFailure::clone() const {
 }
 void ByteStreamFailure::rethrow() const {
     throw ByteStreamFailure(*this);
+}
+
+void detail::throwNothingWritten() {
+    throw ByteStreamWriteFailure("write: the stream takes no more, and gives no reason",
+                                 ErrorCode::IOError);
 }
 
 ByteStreamReadFailure const* ByteStreamReadFailure::clone() const {

@@ -72,7 +72,8 @@ bool IProvider::fileExists(StorageIRI const& location) const {
 }
 
 bool IProvider::folderExists(StorageIRI const& location) const {
-    return existsOrNothing(*this, location) == ExistsResult::Folder;
+    ExistsResult const result = existsOrNothing(*this, location);
+    return result != ExistsResult::File && result != ExistsResult::Nothing;
 }
 
 bool IProvider::hasFeature(StorageIRI const&, ExtendedFeature const&) const {

@@ -39,7 +39,7 @@ class FOUNDATION_EXPORT IProvider {
     virtual ExtendedExistsResult existsExtended(StorageIRI const& location) const;
     /// Default: exists() answers File; a missing item is false, also where exists() throws for it.
     virtual bool fileExists(StorageIRI const& location) const;
-    /// Default: exists() answers Folder.
+    /// Default: exists() answers neither File nor Nothing.
     virtual bool folderExists(StorageIRI const& location) const;
 
     /// Default: no feature.

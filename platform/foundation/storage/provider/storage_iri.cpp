@@ -2,6 +2,7 @@
 
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/detail/storage_iri_impl.hpp>
+#include <foundation/storage/provider/malformed_iri_exception.hpp>
 
 #include <algorithm>
 #include <cstdint>
@@ -94,6 +95,9 @@ bool StorageIRI::hasInnerIRI() const noexcept {
     return impl_->inner != nullptr;
 }
 StorageIRI StorageIRI::getInnerIRI() const {
+    if (!impl_->inner) {
+        throw MalformedIRIException("the location has no inner one");
+    }
     return StorageIRI(impl_->inner);
 }
 bool StorageIRI::isAncestorOf(StorageIRI other) const {

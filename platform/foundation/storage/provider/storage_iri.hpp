@@ -72,7 +72,7 @@ class FOUNDATION_EXPORT StorageIRI {
     /// One level up. A root's parent is its form without a path.
     StorageIRI getParent() const;
     bool hasInnerIRI() const noexcept;
-    /// REQUIRES: hasInnerIRI().
+    /// Throws MalformedIRIException where there is none.
     StorageIRI getInnerIRI() const;
     /// Strict, by whole segments, on scheme, authority, inner location and resolved path.
     bool isAncestorOf(StorageIRI other) const;

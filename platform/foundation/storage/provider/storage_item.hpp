@@ -13,6 +13,7 @@ namespace foundation::storage::provider {
 /// provider is.
 class FOUNDATION_EXPORT StorageItem {
   public:
+    /// REQUIRES: a provider.
     StorageItem(std::shared_ptr<IProvider> provider, StorageIRI location);
     /// The child `name`, with the same provider. Throws provider::Exception with code
     /// InvalidLocation, naming the parent, for an empty or absolute name, and for one that climbs.

@@ -12,7 +12,6 @@
 
 #include <array>
 #include <cstddef>
-#include <memory>
 #include <sstream>
 
 namespace foundation::storage::vfs {
@@ -48,14 +47,21 @@ ErrorCode mapCode(provider::ErrorCode code) {
     }
 }
 
-/// The text of a failure that the provider could not explain. It goes nowhere yet.
-void composeDiagnostics(provider::Exception const& e, AbsoluteIRI const& location) {
-    // Asking for the diagnostics writes into the exception, and a stored one may be read by several
-    // threads at once: ask a private copy.
-    std::unique_ptr<provider::Exception const> const copy(e.clone());
-    std::ostringstream text;
-    text << "Internal or Unknown error while operating on " << location << '\n'
-         << boost::diagnostic_information(*copy, true);
+/// The text of a failure that the provider could not explain. It goes nowhere yet, so that nothing
+/// is lost where it cannot be made.
+void composeDiagnostics(provider::Exception const& e, AbsoluteIRI const& location) noexcept {
+    try {
+        // Asking for the diagnostics writes into the container of the error infos, which copies
+        // share, and one stored exception may be translated on several threads at once: ask a copy
+        // with a container of its own.
+        provider::Exception own(e.getErrorCode(), e.getStorageIRI());
+        boost::exception_detail::copy_boost_exception(&own, &e);
+        std::ostringstream text;
+        text << "Internal or Unknown error while operating on " << location << '\n'
+             << e.what() << '\n'
+             << boost::diagnostic_information(own, true);
+    } catch (...) {
+    }
 }
 
 template<class Translated, class E>

@@ -15,6 +15,10 @@ namespace foundation::storage::vfs {
 
 using provider::StorageIRI;
 
+namespace detail {
+struct Handle;
+}
+
 /// Where a file or folder lies. An immutable value over provider::StorageIRI, which does all
 /// parsing; this class adds the rule that a location has a path, and one failure,
 /// InvalidIRIException. A copy costs one reference count, and no accessor parses. A moved-from
@@ -44,7 +48,8 @@ class FOUNDATION_EXPORT AbsoluteIRI {
 
     /// The parent may be without a path.
     AbsoluteIRI getParent() const;
-    /// Throws InvalidIRIException where the inner location has no path.
+    /// Throws InvalidIRIException where the inner location has no path, and
+    /// provider::MalformedIRIException where there is none.
     AbsoluteIRI getInnerIRI() const;
     /// This location with its resolved path. Any failure is a plain InvalidIRIException with the
     /// text of this location.
@@ -82,10 +87,15 @@ class FOUNDATION_EXPORT CanonicalAbsoluteIRI : public AbsoluteIRI {
     explicit CanonicalAbsoluteIRI(ustring const& iri);
     /// The caller vouches that the result is canonical.
     CanonicalAbsoluteIRI(AbsoluteIRI const& base, ustring const& name);
-    /// The caller vouches that `iri` is canonical.
-    explicit CanonicalAbsoluteIRI(AbsoluteIRI iri);
 
     CanonicalAbsoluteIRI getParent() const;
+
+  private:
+    friend struct detail::Handle;
+    friend CanonicalAbsoluteIRI toCanonicalAbsoluteIRI(ustring const& text,
+                                                       fl::filesystem::path const& base);
+
+    explicit CanonicalAbsoluteIRI(AbsoluteIRI iri);
 };
 
 /// What a person typed, to a location: a complete location, or a path of the local disk relative to

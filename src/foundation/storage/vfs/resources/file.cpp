@@ -30,6 +30,14 @@ bool unlockingMayHelp(ReplacementPolicy policy, provider::Exception const& failu
            failure.getErrorCode() == provider::ErrorCode::PermissionDenied;
 }
 
+provider::GenericByteStreamDevice<provider::ByteStream>
+deviceOn(std::unique_ptr<provider::ByteStream> stream, StorageItem const& item) {
+    if (!stream) {
+        throw provider::Exception(provider::ErrorCode::InternalError, item.getLocation());
+    }
+    return provider::GenericByteStreamDevice<provider::ByteStream>(stream);
+}
+
 } // namespace
 
 File::File(AbsoluteIRI const& location, StorageSystemReference storageSystem)
@@ -100,18 +108,13 @@ void File::setWritable(bool writable) const {
     translated([&] { impl_->item.setWritable(writable); });
 }
 
-provider::ByteStreamDevice File::open(provider::ByteStreamOpenOptions const& options) const {
-    return translated([&] {
-        auto stream = impl_->item.openStream(options);
-        return provider::ByteStreamDevice(stream);
-    });
+provider::GenericByteStreamDevice<provider::ByteStream>
+File::open(provider::ByteStreamOpenOptions const& options) const {
+    return translated([&] { return deviceOn(impl_->item.openStream(options), impl_->item); });
 }
 
-provider::ByteStreamDevice File::openReadOnly() const {
-    return translated([this] {
-        auto stream = impl_->item.openReadOnlyStream();
-        return provider::ByteStreamDevice(stream);
-    });
+provider::GenericByteStreamDevice<provider::ByteStream> File::openReadOnly() const {
+    return translated([this] { return deviceOn(impl_->item.openReadOnlyStream(), impl_->item); });
 }
 
 void File::copyFile(File const& destination, ReplacementPolicy const& policy) const {
@@ -206,6 +209,10 @@ void File::doMoveFile(File const& destination, ReplacementPolicy const& policy) 
             throw provider::Exception(failure);
         }
     }
+}
+
+void File::stopPublishingEvents() const {
+    translated([this] { impl_->item.stopPublishingFileEvents(); });
 }
 
 void File::swap(File& other) {

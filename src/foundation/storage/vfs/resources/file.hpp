@@ -62,8 +62,9 @@ class FOUNDATION_EXPORT File : public Resource {
 
     /// The open bytes, unbuffered. What the device then throws is the provider's own; IODevice
     /// translates.
-    provider::ByteStreamDevice open(provider::ByteStreamOpenOptions const& options) const;
-    provider::ByteStreamDevice openReadOnly() const;
+    provider::GenericByteStreamDevice<provider::ByteStream>
+    open(provider::ByteStreamOpenOptions const& options) const;
+    provider::GenericByteStreamDevice<provider::ByteStream> openReadOnly() const;
 
     /// Copies the bytes, by the provider where it can. Within one scheme the time of the last
     /// change is carried over where possible. Under ReplaceReadOnly a read-only destination is
@@ -74,6 +75,9 @@ class FOUNDATION_EXPORT File : public Resource {
     /// Moves by the provider where both have one scheme, otherwise copies and removes. A failed
     /// removal leaves both files.
     void moveFile(File const& destination, provider::ReplacementPolicy const& policy) const;
+
+    /// Ends what the oldest publication of this file's changes started.
+    void stopPublishingEvents() const;
 
     /// Exchanges what the handles name; each keeps its storage system and whether it is canonical.
     void swap(File& other);

@@ -111,6 +111,10 @@ void Folder::flushFilesystem() {
     translated([this] { StorageItem(impl_->item).flushFilesystem(); });
 }
 
+void Folder::stopPublishingEvents() const {
+    translated([this] { impl_->item.stopPublishingFolderEvents(); });
+}
+
 void Folder::swap(Folder& other) {
     auto mine = std::make_shared<Impl const>(
         Impl{{other.impl_->item, impl_->storageSystem, impl_->canonicalFlag}});

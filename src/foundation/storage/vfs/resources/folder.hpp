@@ -60,6 +60,9 @@ class FOUNDATION_EXPORT Folder {
     /// Writes pending state of the storage out.
     void flushFilesystem();
 
+    /// Ends what the oldest publication of this folder's changes started.
+    void stopPublishingEvents() const;
+
     /// Exchanges what the handles name; each keeps its storage system and whether it is canonical.
     void swap(Folder& other);
 

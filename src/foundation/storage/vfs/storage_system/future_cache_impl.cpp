@@ -8,7 +8,6 @@
 
 #include <boost/regex/pending/unicode_iterator.hpp>
 
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -59,6 +58,13 @@ void FutureCacheImpl::UniqueFutureProvider::fulfillOnce() {
     });
 }
 
+FutureCacheImpl::~FutureCacheImpl() {
+    // A dying provider may come back into this cache, which by then is empty and not half
+    // destroyed.
+    auto const dying = std::move(cache_);
+    cache_.clear();
+}
+
 std::shared_ptr<provider::IProvider> FutureCacheImpl::doBuildProvider(StorageIRI const& iri) const {
     ustring const scheme = iri.getScheme();
     if (iri.hasInnerIRI()) {
@@ -68,12 +74,8 @@ std::shared_ptr<provider::IProvider> FutureCacheImpl::doBuildProvider(StorageIRI
     // A builder is looked up again and copied when its turn comes, so that it survives being
     // unregistered during the call.
     if (physical_.find(scheme) != physical_.end()) {
-        std::optional<StorageIRI> made;
-        auto const key = [&]() -> StorageIRI const& {
-            auto const known = physicalKeys_.find(scheme);
-            return known != physicalKeys_.end() ? known->second
-                                                : made.emplace(cacheKeyForPhysical(iri));
-        };
+        // Every scheme that a location can have got its key when it was registered.
+        auto const key = [&]() -> StorageIRI const& { return physicalKeys_.find(scheme)->second; };
         auto const entry =
             claimAndBuild(key, [&] { return builderOf(physical_, iri.getScheme())(); });
         return awaitProvider(*entry, iri, &FutureCacheImpl::cacheKeyForPhysical);

@@ -37,7 +37,10 @@ class FOUNDATION_EXPORT PluggableStorageSystem : public StorageSystem {
     ~PluggableStorageSystem() override;
 
     /// Throws UnsupportedIRISchemeException where no table serves the location, and whatever a
-    /// builder throws, provider exceptions untranslated.
+    /// builder throws, provider exceptions untranslated. Every thread that waited for one build is
+    /// thrown the same exception object, so asking it for boost::diagnostic_information needs a
+    /// copy. A null pointer from a builder is given out as it is, and is no provider that a handle
+    /// can use.
     std::shared_ptr<provider::IProvider>
     buildProvider(provider::StorageIRI const& location) const override;
     boost::shared_ptr<EventMgr> getEventMgr() const override;
@@ -50,7 +53,7 @@ class FOUNDATION_EXPORT PluggableStorageSystem : public StorageSystem {
     /// and lets go of every provider built under the scheme. Handles that hold one keep it.
     void unregisterProvider(std::string const& scheme) const;
 
-    class FutureCacheImpl;
+    class FOUNDATION_HIDDEN FutureCacheImpl; // the library's own
 
   private:
     boost::shared_ptr<EventMgr> eventMgr_;

@@ -17,6 +17,9 @@ class FOUNDATION_EXPORT StorageSystemDecorator : public StorageSystem {
     std::shared_ptr<provider::IProvider>
     buildProvider(provider::StorageIRI const& location) const override;
 
+  protected:
+    StorageSystem const& wrapped() const noexcept { return *wrapped_; }
+
   private:
     std::shared_ptr<StorageSystem> wrapped_;
 };

@@ -22,15 +22,23 @@ namespace foundation::storage::vfs {
 ///
 /// The tables are read without the lock. Only the cache is guarded by it, and it is never held
 /// during a build or a wait, so nesting cannot deadlock.
-class PluggableStorageSystem::FutureCacheImpl {
+class FOUNDATION_HIDDEN PluggableStorageSystem::FutureCacheImpl {
   public:
     using IProvider = provider::IProvider;
     using StorageIRI = provider::StorageIRI;
     using ProviderPromise = std::promise<std::shared_ptr<IProvider>>;
 
-    class UniqueFutureProvider;
+    class FOUNDATION_HIDDEN UniqueFutureProvider;
+
+    FutureCacheImpl() = default;
+    FutureCacheImpl(FutureCacheImpl const&) = delete;
+    FutureCacheImpl& operator=(FutureCacheImpl const&) = delete;
+    ~FutureCacheImpl();
 
     std::shared_ptr<IProvider> doBuildProvider(StorageIRI const& iri) const;
+    /// The entry of a location's inner item; its build is finished if this thread did it, and a
+    /// thread that joins another's build does not wait here.
+    std::shared_ptr<UniqueFutureProvider> doBuildContainerProvider(StorageIRI const& iri) const;
 
     void registerPhysicalProvider(std::string const& scheme, PhysicalBuilder builder);
     void registerContainerProvider(std::string const& scheme, ContainerBuilder builder);
@@ -58,7 +66,6 @@ class PluggableStorageSystem::FutureCacheImpl {
     std::shared_ptr<UniqueFutureProvider> claimAndBuild(Key key, Build build) const;
     std::shared_ptr<IProvider> awaitProvider(UniqueFutureProvider& entry, StorageIRI const& iri,
                                              CacheKey key) const;
-    std::shared_ptr<UniqueFutureProvider> doBuildContainerProvider(StorageIRI const& iri) const;
     /// REQUIRES: the mutex is held.
     std::shared_ptr<UniqueFutureProvider> setAndGetFutureProvider(StorageIRI const& key,
                                                                   ProviderPromise& promise) const;
@@ -68,16 +75,16 @@ class PluggableStorageSystem::FutureCacheImpl {
     std::map<ustring, ContainerBuilder> container_;
     std::map<ustring, AliasBuilder> alias_;
     mutable std::map<StorageIRI, std::shared_ptr<UniqueFutureProvider>> cache_;
+    // Recursive, because dropping an entry may destroy a provider, whose destructor may come back.
+    mutable std::recursive_mutex mutex_;
     /// The keys of the physical schemes, made once: of all keys they are asked for most. Written
     /// where the physical table is, and kept when a scheme goes, since its key stays what it is.
     std::map<ustring, StorageIRI, std::less<>> physicalKeys_;
-    // Recursive, because dropping an entry may destroy a provider, whose destructor may come back.
-    mutable std::recursive_mutex mutex_;
 };
 
 /// One cache entry: a build on its way, or its outcome. Once fulfillOnce() has returned, either the
 /// error is set or the provider is what the builder returned, and neither changes again.
-class PluggableStorageSystem::FutureCacheImpl::UniqueFutureProvider {
+class FOUNDATION_HIDDEN PluggableStorageSystem::FutureCacheImpl::UniqueFutureProvider {
   public:
     explicit UniqueFutureProvider(std::shared_future<std::shared_ptr<IProvider>> future);
 
