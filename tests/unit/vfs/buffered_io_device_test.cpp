@@ -134,12 +134,15 @@ TEST_F(BufferedIODeviceTest, SeekFlushesPendingOutput) {
 }
 
 TEST_F(BufferedIODeviceTest, FailedFlushInSeekIsNotReported) {
-    BufferedIODevice const device(file, ByteStreamOpenOptions{});
+    BufferedIODevice device(file, ByteStreamOpenOptions{});
     device.write("abc", 3);
     script->onWrite = [] {
         throw ByteStreamWriteFailure("full", provider::ErrorCode::NoSpaceLeft);
     };
     EXPECT_EQ(device.seek(0, std::ios_base::beg), 0);
+    script->onWrite = nullptr;
+    device.close();
+    EXPECT_EQ(script->content, "") << "the pending bytes went with the buffer";
 }
 
 TEST_F(BufferedIODeviceTest, WriteAfterReadGoesWhereTheReaderStood) {
@@ -263,9 +266,92 @@ TEST_F(BufferedIODeviceTest, CannotExistWithoutAStream) {
 }
 
 TEST_F(BufferedIODeviceTest, DeviceThatReportsTheEndByNothingReadIsAtItsEnd) {
-    script->content = "";
+    script->atEnd = 0;
+    script->content.assign(131072 + 10, 'x');
     BufferedIODevice const device(file);
+    EXPECT_EQ(device.read(buffer.data(), 200000), 131072 + 10);
     EXPECT_EQ(device.read(buffer.data(), 10), -1);
+}
+
+TEST_F(BufferedIODeviceTest, OptionsArriveAtTheProvider) {
+    ByteStreamOpenOptions options;
+    options.access = provider::ByteStreamAccess::ReadWrite;
+    options.creation = provider::ByteStreamCreation::OpenExisting;
+    options.withoutTruncate = 1;
+    options.withoutAppend = 0;
+    BufferedIODevice const device(file, options);
+    EXPECT_EQ(storage.fake->log(), Calls{"openStream mem:/f 1 1 1 0"});
+}
+
+TEST_F(BufferedIODeviceTest, ShortWritesOfTheDeviceLoseAndRepeatNothing) {
+    script->takesAtMost = 400;
+    BufferedIODevice device(file, ByteStreamOpenOptions{});
+    std::string expected;
+    for (int i = 0; i < 200000; ++i) {
+        expected += static_cast<char>('a' + i % 26);
+    }
+    EXPECT_EQ(device.write(expected.data(), 200000), 200000);
+    device.close();
+    EXPECT_EQ(script->content, expected);
+}
+
+TEST_F(BufferedIODeviceTest, DeviceThatTakesNothingFailsTheWrite) {
+    script->takesAtMost = 0;
+    BufferedIODevice device(file, ByteStreamOpenOptions{});
+    EXPECT_EQ(codeOfIO<vfs::IOWriteException>([&] { device.write(buffer.data(), 200000); }),
+              ErrorCode::IOError);
+}
+
+TEST_F(BufferedIODeviceTest, FailureOutsideTheFamilyInAWriteBecomesAWriteException) {
+    script->onWrite = [] { fail(2, StorageIRI(u"mem:/f")); };
+    BufferedIODevice const device(file, ByteStreamOpenOptions{});
+    EXPECT_EQ(codeOfIO<vfs::IOWriteException>([&] { device.write(buffer.data(), 200000); }),
+              ErrorCode::IOError);
+}
+
+TEST_F(BufferedIODeviceTest, FailedSeekLeavesAWriteAfterAReadAsItIs) {
+    script->content.assign(1000, 'x');
+    BufferedIODevice const device(file, ByteStreamOpenOptions{});
+    device.read(buffer.data(), 1);
+    script->onSeek = [] {
+        throw provider::ByteStreamSeekFailure("where", provider::ErrorCode::FileTooLarge);
+    };
+    EXPECT_EQ(codeOfIO<vfs::IOSeekException>([&] { device.write("a", 1); }),
+              ErrorCode::FileTooLarge);
+}
+
+TEST_F(BufferedIODeviceTest, DestructorAfterAFailedCloseReachesTheDeviceNoMore) {
+    script->onClose = [] { throw ByteStreamCloseFailure("lost", provider::ErrorCode::IOError); };
+    {
+        BufferedIODevice device(file);
+        EXPECT_THROW(device.close(), vfs::IOCloseException);
+    }
+    EXPECT_EQ(script->count("close"), 1);
+    EXPECT_TRUE(script->destroyed);
+}
+
+TEST_F(BufferedIODeviceTest, UseAfterCloseTouchesNothingOfTheOldBuffer) {
+    script->content.assign(1000, 'x');
+    BufferedIODevice device(file, ByteStreamOpenOptions{});
+    device.read(buffer.data(), 1);
+    device.close();
+    auto const calls = script->calls.size();
+    EXPECT_EQ(device.read(buffer.data(), 1), -1);
+    EXPECT_EQ(device.write("a", 1), 0);
+    EXPECT_EQ(device.tell(), -1);
+    EXPECT_EQ(script->calls.size(), calls);
+}
+
+TEST_F(BufferedIODeviceTest, UseAfterAFailedCloseReachesNothing) {
+    script->content.assign(1000, 'x');
+    script->onClose = [] { throw ByteStreamCloseFailure("lost", provider::ErrorCode::IOError); };
+    BufferedIODevice device(file, ByteStreamOpenOptions{});
+    EXPECT_THROW(device.close(), vfs::IOCloseException);
+    auto const calls = script->calls.size();
+    EXPECT_EQ(device.read(buffer.data(), 1), -1);
+    EXPECT_EQ(device.write("a", 1), 0);
+    device.close();
+    EXPECT_EQ(script->calls.size(), calls);
 }
 
 } // namespace

@@ -21,6 +21,8 @@ struct StreamScript {
     std::function<void()> onWrite;
     std::function<void()> onSeek;
     std::function<void()> onClose;
+    long atEnd = -1;       ///< what a read at the end gives
+    long takesAtMost = -1; ///< bytes of one write; -1 for all
     bool destroyed = false;
 
     long count(std::string const& prefix) const {
@@ -44,7 +46,7 @@ class FakeStream final : public foundation::storage::provider::ByteStream {
         long const left = static_cast<long>(script_->content.size()) - script_->position;
         long const got = std::min(count, left);
         if (got <= 0) {
-            return count == 0 ? 0 : -1;
+            return count == 0 ? 0 : script_->atEnd;
         }
         std::memcpy(buffer, script_->content.data() + script_->position,
                     static_cast<std::size_t>(got));
@@ -56,6 +58,9 @@ class FakeStream final : public foundation::storage::provider::ByteStream {
         script_->calls.push_back("write " + std::to_string(count));
         if (script_->onWrite) {
             script_->onWrite();
+        }
+        if (script_->takesAtMost >= 0) {
+            count = std::min(count, script_->takesAtMost);
         }
         auto const at = static_cast<std::size_t>(script_->position);
         auto const size = static_cast<std::size_t>(count);

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -75,7 +76,9 @@ TEST_P(OpenModes, OfFstreamFollowTheTableWithAndWithoutAteAndBinary) {
             EXPECT_EQ(storage.fake->calls().size(), callsBefore);
             continue;
         }
+        script->calls.clear();
         vfs::fstream const stream(file, c.mode | extra);
+        EXPECT_EQ(script->count("seek 0 end"), (extra & ios_base::ate) != 0 ? 1 : 0);
         EXPECT_TRUE(stream.is_open());
         EXPECT_TRUE(stream.good());
         EXPECT_EQ(storage.fake->calls().back(),
@@ -222,6 +225,7 @@ TEST_F(FileStreams, AtEndSeeksOnTheDeviceUntranslated) {
     vfs::ifstream failing;
     EXPECT_THROW(failing.open(file, ios_base::ate), provider::ByteStreamSeekFailure);
     EXPECT_FALSE(failing.is_open());
+    EXPECT_THROW(vfs::fstream(file, in | out | ios_base::ate), provider::ByteStreamSeekFailure);
 }
 
 TEST_F(FileStreams, OpeningAnOpenStreamSetsFailbitAndKeepsTheFirstFile) {
@@ -253,21 +257,104 @@ TEST_F(FileStreams, ClosingTwiceSetsFailbitAndThrowsNothing) {
     EXPECT_EQ(stream.rdstate(), ios_base::failbit);
 }
 
-TEST_F(FileStreams, ReopeningForgetsTheOldState) {
-    script->content = "a";
-    vfs::ifstream stream(file);
-    std::string word;
-    stream >> word;
-    EXPECT_TRUE(stream.eof());
+/// What a stream is after another file was opened on it.
+template<class Stream>
+void expectFreshAfterReopening(vfs::File const& first, vfs::File const& second) {
+    std::ostringstream tied;
+    Stream stream(first);
+    stream.setstate(ios_base::eofbit | ios_base::failbit);
+    stream.setf(ios_base::hex, ios_base::basefield);
+    stream.fill('*');
+    stream.tie(&tied);
+    stream.clear(ios_base::eofbit);
     stream.close();
-    EXPECT_TRUE(stream.eof());
-    script->position = 0;
-    stream.exceptions(ios_base::badbit);
-    stream.open(file);
+    EXPECT_EQ(stream.rdstate(), ios_base::eofbit) << "a close changes no state";
+
+    stream.open(second);
+
+    EXPECT_TRUE(stream.is_open());
     EXPECT_TRUE(stream.good());
     EXPECT_EQ(stream.exceptions(), ios_base::goodbit);
-    stream >> word;
-    EXPECT_EQ(word, "a");
+    EXPECT_EQ(stream.flags(), ios_base::skipws | ios_base::dec);
+    EXPECT_EQ(stream.fill(), ' ');
+    EXPECT_EQ(stream.tie(), nullptr);
+}
+
+TEST_F(FileStreams, ReopeningOnAnotherFileForgetsTheOldState) {
+    vfs::File const other(AbsoluteIRI(u"mem:/other"), storage.reference);
+    expectFreshAfterReopening<vfs::ifstream>(file, other);
+    EXPECT_EQ(storage.fake->log().back(), "openReadOnlyStream mem:/other");
+    expectFreshAfterReopening<vfs::ofstream>(file, other);
+    EXPECT_EQ(storage.fake->log().back(), "openStream mem:/other 0 0 0 1");
+    expectFreshAfterReopening<vfs::fstream>(file, other);
+    EXPECT_EQ(storage.fake->log().back(), "openStream mem:/other 1 1 1 1");
+}
+
+TEST_F(FileStreams, StateBecomesExactlyFailbitWhateverItWas) {
+    vfs::ifstream open(file);
+    open.setstate(ios_base::eofbit);
+    open.open(file);
+    EXPECT_EQ(open.rdstate(), ios_base::failbit);
+
+    vfs::ofstream closed;
+    closed.setstate(ios_base::badbit);
+    closed.close();
+    EXPECT_EQ(closed.rdstate(), ios_base::failbit);
+}
+
+TEST_F(FileStreams, ModeThatOpensNothingLeavesAStreamClosedAndGood) {
+    vfs::fstream stream;
+    EXPECT_THROW(stream.open(file, trunc), std::runtime_error);
+    EXPECT_FALSE(stream.is_open());
+    EXPECT_TRUE(stream.good());
+    vfs::ofstream output;
+    EXPECT_THROW(output.open(file, app | trunc), std::runtime_error);
+    EXPECT_FALSE(output.is_open());
+}
+
+TEST_F(FileStreams, FailureToOpenForWritingIsAnException) {
+    storage.fake->onOpenStream = [](StorageIRI const& l,
+                                    auto const&) -> std::unique_ptr<provider::ByteStream> {
+        fail(2, l);
+    };
+    EXPECT_EQ(codeOf([&] { vfs::ofstream{file}; }), ErrorCode::PermissionDenied);
+    EXPECT_EQ(codeOf([&] { vfs::fstream{file}; }), ErrorCode::PermissionDenied);
+}
+
+TEST_F(FileStreams, WholeBufferIsWrittenAtOnce) {
+    vfs::ofstream stream(file);
+    std::string const data(131077, 'x');
+    stream.write(data.data(), 131076);
+    EXPECT_EQ(script->count("write"), 0);
+    stream.write(data.data(), 1);
+    EXPECT_EQ(script->calls, std::vector<std::string>{"write 131076"});
+}
+
+TEST_F(FileStreams, FailedWriteSetsBadbitAndIsRethrownUntranslatedOnRequest) {
+    script->onWrite = [] {
+        throw ByteStreamWriteFailure("full", provider::ErrorCode::NoSpaceLeft);
+    };
+    std::string const data(200000, 'x');
+    vfs::ofstream quiet(file);
+    quiet.write(data.data(), 200000);
+    EXPECT_TRUE(quiet.bad());
+
+    vfs::ofstream loud(file);
+    loud.exceptions(ios_base::badbit);
+    EXPECT_THROW(loud.write(data.data(), 200000), ByteStreamWriteFailure);
+}
+
+TEST_F(FileStreams, UseAfterAFailedCloseReachesNothing) {
+    script->onClose = [] { throw ByteStreamCloseFailure("lost", provider::ErrorCode::IOError); };
+    vfs::ofstream stream(file);
+    stream << "abc";
+    EXPECT_THROW(stream.close(), vfs::IOCloseException);
+    auto const calls = script->calls.size();
+    stream << "more" << std::flush;
+    EXPECT_TRUE(stream.bad());
+    stream.close();
+    EXPECT_EQ(script->calls.size(), calls);
+    EXPECT_FALSE(stream.is_open());
 }
 
 TEST_F(FileStreams, FailedDeviceCloseIsReportedOnceAndTheNextCloseFinishes) {
@@ -351,6 +438,19 @@ TEST_F(FileStreams, PutbackIsLimitedToWhatTheBufferHolds) {
     } catch (ios_base::failure const& e) {
         EXPECT_EQ(std::string(e.what()).rfind("putback buffer full", 0), 0U) << e.what();
     }
+}
+
+TEST_F(FileStreams, FourBytesBeforeARefillCanBePutBack) {
+    script->content.assign(200000, 'x');
+    vfs::ifstream stream(file);
+    char c;
+    for (int i = 0; i < 131073; ++i) {
+        stream.get(c);
+    }
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_TRUE(stream.unget()) << i;
+    }
+    EXPECT_FALSE(stream.unget());
 }
 
 TEST_F(FileStreams, RdbufIsTheChain) {

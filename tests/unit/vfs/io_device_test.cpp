@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <typeinfo>
 
 namespace {
 
@@ -40,6 +41,7 @@ void expectClosed(Operation operation) {
         operation();
         FAIL();
     } catch (std::logic_error const& e) {
+        EXPECT_EQ(typeid(e), typeid(std::logic_error));
         EXPECT_STREQ(e.what(), "Cannot operate on a closed IODevice.");
     }
 }
@@ -55,7 +57,7 @@ TEST_F(IODeviceTest, ReadsWritesAndSeeks) {
     EXPECT_EQ(script->content, "012345678XY");
     device.close();
     EXPECT_FALSE(device.is_open());
-    EXPECT_EQ(storage.fake->calls(), std::vector<std::string>{"openStream"});
+    EXPECT_EQ(storage.fake->log(), std::vector<std::string>{"openStream mem:/f 0 0 0 1"});
 }
 
 TEST_F(IODeviceTest, OpensForReadingUnlessToldOtherwise) {
@@ -147,10 +149,38 @@ TEST_F(IODeviceTest, OtherFailuresPassAsTheTranslatorLeavesThem) {
     EXPECT_EQ(codeOf([&] { device.write(&c, 1); }), ErrorCode::NoSpaceLeft);
 }
 
+TEST_F(IODeviceTest, OptionsArriveAtTheProvider) {
+    provider::ByteStreamOpenOptions options;
+    options.access = provider::ByteStreamAccess::ReadWrite;
+    options.creation = provider::ByteStreamCreation::OpenExisting;
+    options.withoutTruncate = 1;
+    options.withoutAppend = 0;
+    IODevice const device(file, options);
+    EXPECT_EQ(storage.fake->log(), std::vector<std::string>{"openStream mem:/f 1 1 1 0"});
+}
+
+TEST_F(IODeviceTest, StreamThatTakesLessIsOfferedTheRest) {
+    script->takesAtMost = 3;
+    IODevice const device(file, provider::ByteStreamOpenOptions{});
+    EXPECT_EQ(device.write("abcdefgh", 8), 8);
+    EXPECT_EQ(script->content, "abcdefgh89");
+    EXPECT_EQ(script->calls, (std::vector<std::string>{"write 8", "write 5", "write 2"}));
+    EXPECT_EQ(device.write("", 0), 0);
+
+    script->takesAtMost = 0;
+    EXPECT_THROW(device.write("a", 1), vfs::IOWriteException);
+}
+
 TEST_F(IODeviceTest, CannotExistWithoutAStream) {
     storage.fake->onOpenReadOnlyStream =
         [](StorageIRI const& l) -> std::unique_ptr<provider::ByteStream> { fail(4, l); };
     EXPECT_EQ(codeOf([&] { IODevice{file}; }), ErrorCode::ResourceNotFound);
+    storage.fake->onOpenStream = [](StorageIRI const& l,
+                                    auto const&) -> std::unique_ptr<provider::ByteStream> {
+        fail(2, l);
+    };
+    EXPECT_EQ(codeOf([&] { IODevice(file, provider::ByteStreamOpenOptions{}); }),
+              ErrorCode::PermissionDenied);
 }
 
 } // namespace

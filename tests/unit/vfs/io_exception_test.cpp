@@ -1,5 +1,6 @@
 #include <foundation/storage/vfs/streams/io_exception.hpp>
 
+#include <fl/i18n/conversion.hpp>
 #include <foundation/storage/vfs/errors/exception.hpp>
 
 #include <gtest/gtest.h>
@@ -71,7 +72,7 @@ TYPED_TEST(IOExceptionOf, IsAStreamFailureAndNotTheSystemsException) {
     E const e(vfs::ErrorCode::IOError);
     foundation::core::except::IException const& root = e;
     EXPECT_EQ(std::string(root.what()), e.what());
-    EXPECT_FALSE(root.ToUstringImpl().empty());
+    EXPECT_EQ(root.ToUstringImpl(), fl::i18n::to_ustring(e.what()));
 }
 
 } // namespace

@@ -16,9 +16,10 @@ inline constexpr std::streamsize deviceBufferSize = 131072;
 /// Bytes that can be put back whatever was read; Boost's own default.
 inline constexpr std::streamsize putbackSize = 4;
 
-/// A chain of one device that may be used, and found empty, while it holds none. The base class
-/// reads through pointers into a link that is gone once the chain has been reset, and dereferences
-/// null in a chain that was never complete; here both are the end of the file.
+/// A chain of one device that may be used, and found empty, while it holds none, or one that failed
+/// to close. The base class reads through pointers into a link that is gone once the chain has been
+/// reset, and dereferences null in a chain that was never complete; here both are the end of the
+/// file.
 ///
 /// What the buffer holds is copied without going through the chain, and whole buffers are read past
 /// it, in the calls that the device would see anyway.
@@ -38,7 +39,9 @@ class GuardedStreambuf final
     /// device, since what was pending is forgotten at the first attempt.
     void closeChain() {
         ForgetsBuffer const guard{*this};
+        spent_ = true; // stays so where the device fails to close, until the link is gone
         this->reset();
+        spent_ = false;
     }
 
     /// As closeChain(), by taking the one link off.
@@ -47,21 +50,21 @@ class GuardedStreambuf final
         // Taking it off, the chain does not tell the link what this buffer holds; any operation
         // does.
         Base::xsputn(nullptr, 0);
+        spent_ = true;
         this->pop();
+        spent_ = false;
     }
 
   protected:
-    int_type underflow() override {
-        return this->is_complete() ? Base::underflow() : traits_type::eof();
-    }
+    int_type underflow() override { return usable() ? Base::underflow() : traits_type::eof(); }
     int_type pbackfail(int_type c) override {
-        return this->is_complete() ? Base::pbackfail(c) : traits_type::eof();
+        return usable() ? Base::pbackfail(c) : traits_type::eof();
     }
     int_type overflow(int_type c) override {
-        return this->is_complete() ? Base::overflow(c) : traits_type::eof();
+        return usable() ? Base::overflow(c) : traits_type::eof();
     }
     std::streamsize xsgetn(char* s, std::streamsize n) override {
-        if (!this->is_complete()) {
+        if (!usable()) {
             return 0;
         }
         if (n > 0 && n <= this->egptr() - this->gptr()) {
@@ -71,7 +74,7 @@ class GuardedStreambuf final
         return n < deviceBufferSize ? Base::xsgetn(s, n) : readLarge(s, n);
     }
     std::streamsize xsputn(char const* s, std::streamsize n) override {
-        if (!this->is_complete()) {
+        if (!usable()) {
             return 0;
         }
         if (n > 0 && n <= this->epptr() - this->pptr()) {
@@ -81,16 +84,18 @@ class GuardedStreambuf final
         }
         return Base::xsputn(s, n);
     }
-    int sync() override { return this->is_complete() ? Base::sync() : -1; }
+    int sync() override { return usable() ? Base::sync() : -1; }
     pos_type seekoff(off_type off, std::ios_base::seekdir way,
                      std::ios_base::openmode which) override {
-        return this->is_complete() ? Base::seekoff(off, way, which) : pos_type(off_type(-1));
+        return usable() ? Base::seekoff(off, way, which) : pos_type(off_type(-1));
     }
     pos_type seekpos(pos_type position, std::ios_base::openmode which) override {
-        return this->is_complete() ? Base::seekpos(position, which) : pos_type(off_type(-1));
+        return usable() ? Base::seekpos(position, which) : pos_type(off_type(-1));
     }
 
   private:
+    bool usable() { return !spent_ && this->is_complete(); }
+
     void takeBuffered(char* s, std::streamsize n) {
         std::memcpy(s, this->gptr(), static_cast<std::size_t>(n));
         this->setg(this->eback(), this->gptr() + n, this->egptr());
@@ -132,6 +137,8 @@ class GuardedStreambuf final
             buffer.setp(nullptr, nullptr);
         }
     };
+
+    bool spent_ = false;
 };
 
 } // namespace foundation::storage::vfs::detail
