@@ -58,7 +58,7 @@ std::string canonicalPath(std::string path, StorageIRI const& location) {
         if (folder.back() != '/') {
             folder += '/';
         }
-        std::string const item = folder + last;
+        std::string item = folder + last;
         std::array<char, PATH_MAX> target;
         ssize_t const length = ::readlink(item.c_str(), target.data(), target.size());
         if (length < 0 && errno == ENOENT) {

@@ -100,7 +100,8 @@ StorageIRI StorageIRI::getInnerIRI() const {
     }
     return StorageIRI(impl_->inner);
 }
-bool StorageIRI::isAncestorOf(StorageIRI other) const {
+// The interface takes the other location by value.
+bool StorageIRI::isAncestorOf(StorageIRI other) const { // NOLINT(performance-*)
     return Impl::isAncestor(*impl_, *other.impl_);
 }
 
