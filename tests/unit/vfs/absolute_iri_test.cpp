@@ -16,6 +16,7 @@
 
 #include <cstdlib>
 #include <sstream>
+#include <utility>
 
 namespace {
 
@@ -141,6 +142,26 @@ TEST(AbsoluteIRI, PrintsItsText) {
     EXPECT_EQ(out.str(), "mem:/caf\xc3\xa9");
 }
 
+TEST(AbsoluteIRI, CopiesAndStorageIRIsShareOneValue) {
+    AbsoluteIRI const iri(u"mem:/a");
+    AbsoluteIRI const copy = iri;
+    EXPECT_EQ(&copy.toString(), &iri.toString());
+    StorageIRI const storage = iri.toStorageIRI();
+    EXPECT_EQ(&storage.toString(), &iri.toString());
+}
+
+TEST(AbsoluteIRI, MovedFromValueMayBeAssignedTo) {
+    AbsoluteIRI iri(u"mem:/a");
+    AbsoluteIRI const taken = std::move(iri);
+    iri = AbsoluteIRI(u"mem:/b");
+    EXPECT_EQ(taken.toString(), u"mem:/a");
+    EXPECT_EQ(iri.toString(), u"mem:/b");
+}
+
+TEST(AbsoluteIRI, FlatLocationHasNoInnerOne) {
+    EXPECT_THROW(AbsoluteIRI(u"mem:/a").getInnerIRI(), provider::MalformedIRIException);
+}
+
 TEST(AbsoluteIRI, SelfAssignmentIsHarmless) {
     AbsoluteIRI iri(u"mem:/a");
     AbsoluteIRI const& same = iri;
@@ -181,9 +202,18 @@ TEST(ToAbsoluteIRI, MalformedTextNestsItsCause) {
 TEST(ToCanonicalAbsoluteIRI, ProviderFailureIsTranslatedAndEveryOtherIsAnInvalidIRI) {
     EXPECT_EQ(codeOf([] { vfs::toCanonicalAbsoluteIRI(u"/no/such/parent/x", base); }),
               vfs::ErrorCode::ResourceNotFound);
+    try {
+        vfs::toCanonicalAbsoluteIRI(u"/no/such/parent/x", base);
+        FAIL();
+    } catch (vfs::Exception const& e) {
+        EXPECT_EQ(e.getLocation(), AbsoluteIRI(u"file:///no/such/parent/x"));
+    }
     Wrapped const e = wrappedFrom([] { vfs::toCanonicalAbsoluteIRI(u"mem:/%", base); });
     EXPECT_EQ(e.getInvalidIRIString(), u"mem:/%");
-    EXPECT_THROW(vfs::toCanonicalAbsoluteIRI(u"mem://h", base), InvalidIRIException);
+    EXPECT_THROW(rethrowCause(e), provider::MalformedIRIException);
+    Wrapped const pathless = wrappedFrom([] { vfs::toCanonicalAbsoluteIRI(u"mem://h", base); });
+    EXPECT_EQ(pathless.getInvalidIRIString(), u"mem://h");
+    EXPECT_THROW(rethrowCause(pathless), InvalidIRIException);
 }
 
 TEST(ToCanonicalAbsoluteIRI, LinksOfTheLocalDiskAreResolved) {

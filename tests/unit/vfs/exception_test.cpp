@@ -68,7 +68,17 @@ TEST(Exception, DiagnosticsShowBothErrorInfos) {
         << text;
 }
 
-TEST(Exception, CloneSharesTheErrorInfosAndThrowsItself) {
+TEST(Exception, CloneSharesTheContainerOfErrorInfosAndKeepsTheThrowSite) {
+    using CodeInfo = boost::error_info<vfs::TagErrorCode, ErrorCode>;
+    vfs::Exception e(ErrorCode::NoSpaceLeft, location);
+    e << boost::throw_file("a.cpp") << boost::throw_line(7);
+    std::unique_ptr<vfs::Exception const> const clone(e.clone());
+    EXPECT_EQ(boost::get_error_info<CodeInfo>(*clone), boost::get_error_info<CodeInfo>(e));
+    EXPECT_STREQ(*boost::get_error_info<boost::throw_file>(*clone), "a.cpp");
+    EXPECT_EQ(*boost::get_error_info<boost::throw_line>(*clone), 7);
+}
+
+TEST(Exception, CloneOutlivesItsSourceAndThrowsItself) {
     std::unique_ptr<boost::exception_detail::clone_base const> clone;
     {
         vfs::Exception const e(ErrorCode::NoSpaceLeft, location);

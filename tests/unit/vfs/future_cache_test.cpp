@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <exception>
+#include <future>
 #include <stdexcept>
 
 namespace {
@@ -109,6 +111,47 @@ TEST(FutureCache, MissingInnerItemLeavesTheInnerProviderCached) {
         });
     EXPECT_THROW(cache.doBuildProvider(StorageIRI(u"zip:mem:/a!/x")), std::runtime_error);
     EXPECT_EQ(cache.cachedProviders(), 1U);
+}
+
+TEST(FutureCache, JoinerReturnsAtOnceAndIsThrownTheSameFailure) {
+    Cache cache;
+    std::promise<void> entered;
+    std::promise<void> release;
+    int builds = 0;
+    cache.registerPhysicalProvider("mem", newProvider);
+    cache.registerContainerProvider(
+        "zip", [&](provider::StorageItem const&) -> std::shared_ptr<provider::IProvider> {
+            ++builds;
+            entered.set_value();
+            release.get_future().wait();
+            throw std::runtime_error("down");
+        });
+    StorageIRI const iri(u"zip:mem:/a!/x");
+    std::runtime_error const* first = nullptr;
+    auto builder = std::async(std::launch::async, [&] {
+        try {
+            cache.doBuildProvider(iri);
+        } catch (std::runtime_error const& e) {
+            first = &e;
+            return std::current_exception();
+        }
+        return std::exception_ptr();
+    });
+    entered.get_future().wait();
+    auto const joined = cache.doBuildContainerProvider(iri); // does not wait
+    release.set_value();
+
+    joined->fulfillOnce();
+    std::exception_ptr const kept = builder.get();
+    ASSERT_TRUE(joined->error());
+    try {
+        std::rethrow_exception(joined->error());
+    } catch (std::runtime_error const& e) {
+        EXPECT_EQ(&e, first) << "the stored exception itself";
+    }
+    EXPECT_EQ(builds, 1);
+    EXPECT_EQ(joined->provider(), nullptr);
+    EXPECT_EQ(cache.cachedProviders(), 1U) << "the inner provider";
 }
 
 TEST(FutureCache, UnregisteringEmptiesTheCacheOfTheScheme) {

@@ -80,6 +80,21 @@ TEST(StorageSystemReference, DoesNotKeepTheSystemAlive) {
     EXPECT_TRUE(system.expired());
 }
 
+TEST(StorageSystemReference, KeepsTheSystemForTheTimeOfOneCall) {
+    auto system = std::make_shared<vfs::PluggableStorageSystem>(nullptr);
+    std::weak_ptr<vfs::PluggableStorageSystem> const watched = system;
+    StorageSystemReference const reference(system);
+    bool aliveInside = false;
+    system->registerPhysicalProvider("mem", [&] {
+        system.reset();
+        aliveInside = !watched.expired();
+        return std::make_shared<FakeProvider>();
+    });
+    EXPECT_NE(reference.buildProvider(location.toStorageIRI()), nullptr);
+    EXPECT_TRUE(aliveInside);
+    EXPECT_TRUE(watched.expired());
+}
+
 TEST(StorageSystemReference, HandlesOutliveTheSystem) {
     FakeStorage storage;
     auto script = std::make_shared<StreamScript>();
@@ -150,6 +165,27 @@ TEST(StorageSystemReference, ResolvesTheArgumentOfAComparisonFirst) {
     EXPECT_EQ(order, "rl");
 }
 
+TEST(PluggableStorageSystem, LetsGoOfItsProvidersBeforeTheEventManager) {
+    struct Dying : FakeProvider {
+        explicit Dying(std::string& log) : log_(log) {}
+        ~Dying() override { log_ += "provider "; }
+        std::string& log_;
+    };
+    std::string order;
+    {
+        int manager = 0;
+        boost::shared_ptr<int> owner(&manager, [&](int*) { order += "event manager "; });
+        boost::shared_ptr<EventMgr> carried(owner, reinterpret_cast<EventMgr*>(owner.get()));
+        auto system = std::make_unique<vfs::PluggableStorageSystem>(carried);
+        carried.reset();
+        system->registerPhysicalProvider("mem", [&] { return std::make_shared<Dying>(order); });
+        system->buildProvider(location.toStorageIRI());
+        owner.reset();
+        system.reset();
+    }
+    EXPECT_EQ(order, "provider event manager ");
+}
+
 TEST(StorageSystemDecorator, ForwardsProvidersAndNotTheEventManager) {
     auto const inner = std::make_shared<vfs::PluggableStorageSystem>(someEventMgr());
     auto const served = std::make_shared<FakeProvider>();
@@ -214,6 +250,11 @@ TEST(Exists, TranslatesEveryOtherProviderException) {
     };
     EXPECT_EQ(codeOf([&] { vfs::exists(location, storage.reference); }),
               vfs::ErrorCode::PermissionDenied);
+    storage.fake->onExistsExtended = [](StorageIRI const& asked) -> provider::ExtendedExistsResult {
+        fail(9, asked);
+    };
+    EXPECT_EQ(codeOf([&] { vfs::existsExtended(location, storage.reference); }),
+              vfs::ErrorCode::IOError);
     storage.fake->onExists = [](StorageIRI const&) -> provider::ExistsResult {
         throw std::bad_alloc();
     };

@@ -5,6 +5,7 @@
 #include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/streams/io_exception.hpp>
 
+#include <boost/exception/errinfo_errno.hpp>
 #include <boost/exception/errinfo_nested_exception.hpp>
 #include <boost/exception/get_error_info.hpp>
 #include <boost/exception/info.hpp>
@@ -174,7 +175,9 @@ TEST(Translation, EverythingElseContinuesUnchanged) {
 }
 
 TEST(Translation, OneStoredExceptionMayBeTranslatedOnManyThreads) {
-    auto const stored = std::make_exception_ptr(providerException(12));
+    provider::Exception failure = providerException(12);
+    failure << boost::errinfo_errno(5);
+    auto const stored = std::make_exception_ptr(failure);
     std::vector<std::thread> threads;
     std::atomic<int> translated = 0;
     for (int i = 0; i < 4; ++i) {
