@@ -181,7 +181,8 @@ void appendDecoded(ustring& out, std::u16string_view raw, Part part) {
     }
 }
 
-void appendIdentity(ustring& out, std::u16string_view rawPath) {
+bool appendIdentity(ustring& out, std::u16string_view rawPath) {
+    bool dots = false;
     std::size_t const start = out.size();
     std::size_t i = 0;
     while (i < rawPath.size()) {
@@ -189,44 +190,44 @@ void appendIdentity(ustring& out, std::u16string_view rawPath) {
             ++i;
             continue;
         }
-        std::size_t const end = std::min(rawPath.find(u'/', i), rawPath.size());
+        std::size_t end = i;
+        bool plain = true;
+        for (; end < rawPath.size() && rawPath[end] != u'/'; ++end) {
+            plain = plain && !needsDecoding(rawPath[end]);
+        }
         std::u16string_view const raw = rawPath.substr(i, end - i);
         out += u'/';
-        std::size_t const before = out.size();
-        appendDecoded(out, raw, Part::Path);
-        if (isDotSegment(std::u16string_view(out).substr(before)) && !isDotSegment(raw)) {
-            malformed("a location holds an encoded dot segment");
+        if (plain) {
+            out += raw;
+            dots = dots || isDotSegment(raw);
+        } else {
+            std::size_t const before = out.size();
+            appendDecoded(out, raw, Part::Path);
+            if (isDotSegment(std::u16string_view(out).substr(before))) {
+                malformed("a location holds an encoded dot segment");
+            }
         }
         i = end;
     }
     if (out.size() == start) {
         out += u'/';
     }
-}
-
-bool hasDotSegments(std::u16string_view identity) noexcept {
-    for (std::size_t i = identity.find(u"/."); i != std::u16string_view::npos;
-         i = identity.find(u"/.", i + 1)) {
-        std::size_t const end = std::min(identity.find(u'/', i + 1), identity.size());
-        if (isDotSegment(identity.substr(i + 1, end - i - 1))) {
-            return true;
-        }
-    }
-    return false;
+    return dots;
 }
 
 void appendResolved(ustring& out, std::u16string_view identity) {
     std::size_t const start = out.size();
+    out.reserve(start + identity.size());
     std::size_t i = 0;
     while (i + 1 < identity.size()) {
         std::size_t const end = std::min(identity.find(u'/', i + 1), identity.size());
         std::u16string_view const segment = identity.substr(i + 1, end - i - 1);
-        if (segment == u"..") {
-            std::size_t const slash = out.rfind(u'/');
-            out.resize(slash == ustring::npos || slash < start ? start : slash);
-        } else if (segment != u".") {
+        if (!isDotSegment(segment)) {
             out += u'/';
             out += segment;
+        } else if (segment.size() == 2) {
+            std::size_t const slash = out.rfind(u'/');
+            out.resize(slash == ustring::npos || slash < start ? start : slash);
         }
         i = end;
     }

@@ -54,11 +54,8 @@ bool isDecoded(std::u16string_view raw) noexcept;
 void appendDecoded(ustring& out, std::u16string_view raw, Part part);
 
 /// Appends the identity of a path: decoded, every segment behind one slash, empty segments left
-/// out, dot segments kept; "/" for a root.
-void appendIdentity(ustring& out, std::u16string_view rawPath);
-
-/// Whether a decoded path holds a segment `.` or `..`.
-bool hasDotSegments(std::u16string_view identity) noexcept;
+/// out, dot segments kept; "/" for a root. Says whether there are dot segments.
+bool appendIdentity(ustring& out, std::u16string_view rawPath);
 
 /// Appends an identity with its dot segments removed, never above the root.
 void appendResolved(ustring& out, std::u16string_view identity);
@@ -73,7 +70,8 @@ void appendEncoded(ustring& out, std::u16string_view name);
 ustring joinedName(std::u16string_view name);
 
 inline bool isDotSegment(std::u16string_view segment) noexcept {
-    return segment == u"." || segment == u"..";
+    return (segment.size() == 1 && segment[0] == u'.') ||
+           (segment.size() == 2 && segment[0] == u'.' && segment[1] == u'.');
 }
 
 /// An authority in pieces, which are views of it.

@@ -65,13 +65,13 @@ void StorageIRI::Impl::finishPath() {
 void StorageIRI::Impl::finishIrregularPath() {
     ustring decoded;
     decoded.reserve(path.size());
-    appendIdentity(decoded, path);
+    bool const dots = appendIdentity(decoded, path);
     if (decoded != path) {
         Derived& forms = makeDerived();
         forms.identity = std::move(decoded);
         identity = resolved = &forms.identity;
     }
-    if (hasDotSegments(*identity)) {
+    if (dots) {
         Derived& forms = makeDerived();
         appendResolved(forms.resolved, *identity);
         resolved = &forms.resolved;
