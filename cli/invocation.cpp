@@ -61,7 +61,8 @@ void Invocation::changed(Location const& location) {
 }
 
 int Invocation::finish() {
-    for (auto const& [provider, location] : changed_) {
+    for (auto const& entry : changed_) {
+        Location const& location = entry.second;
         attempt(std::span(&location, 1), [&] {
             foundation::storage::vfs::Folder(location.iri, system()).flushFilesystem();
         });

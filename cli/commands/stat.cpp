@@ -108,8 +108,8 @@ nlohmann::ordered_json bytesAsJson(std::string const& bytes) {
         return bytes;
     } catch (std::range_error const&) {
         std::string hex;
-        for (unsigned char const byte : bytes) {
-            hex += fmt::format("{:02x}", byte);
+        for (char const byte : bytes) {
+            hex += fmt::format("{:02x}", static_cast<unsigned char>(byte));
         }
         return {{"hex", hex}};
     }

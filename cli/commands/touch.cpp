@@ -66,18 +66,24 @@ int runTouch(Host& host, Words const& words) {
     invocation.forEach(arguments.operands(), [&](Location const& location) {
         auto const time = toPtime(wanted.value_or(currentTime()));
         ExtendedExistsResult const kind = existsExtended(location.iri, invocation.system());
-        vfs::File const file(location.iri, invocation.system());
+        if (kind == ExtendedExistsResult::DanglingLink) {
+            throw Refusal("is a link that leads nowhere");
+        }
         if (kind == ExtendedExistsResult::Folder || kind == ExtendedExistsResult::LinkToFolder) {
             vfs::Folder(location.iri, invocation.system()).setLastModified(time);
-        } else if (kind == ExtendedExistsResult::DanglingLink) {
-            throw Refusal("is a link that leads nowhere");
-        } else if (kind != ExtendedExistsResult::Nothing) {
-            file.setLastModified(time);
-        } else if (onlyExisting) {
+            invocation.changed(location);
             return;
-        } else if (location.wantsFolder()) {
+        }
+        bool const missing = kind == ExtendedExistsResult::Nothing;
+        if (missing && onlyExisting) {
+            return;
+        }
+        if (missing && location.wantsFolder()) {
             throw Refusal("no such folder");
-        } else if (!created(file) || wanted) {
+        }
+        vfs::File const file(location.iri, invocation.system());
+        bool const fresh = missing && created(file);
+        if (!fresh || wanted) {
             file.setLastModified(time);
         }
         invocation.changed(location);

@@ -10,9 +10,10 @@ namespace {
 // Every byte that could mean something in an IRI, as %NN.
 std::string encoded(std::string const& path) {
     std::string text;
-    for (unsigned char const byte : path) {
-        if (std::isalnum(byte) != 0 || byte == '/' || byte == '.' || byte == '-') {
-            text += static_cast<char>(byte);
+    for (char const c : path) {
+        auto const byte = static_cast<unsigned char>(c);
+        if (std::isalnum(byte) != 0 || c == '/' || c == '.' || c == '-') {
+            text += c;
         } else {
             char buffer[4];
             std::snprintf(buffer, sizeof buffer, "%%%02X", byte);
