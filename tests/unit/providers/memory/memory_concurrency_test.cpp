@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <future>
 #include <latch>
 #include <random>
 #include <thread>
@@ -164,6 +166,42 @@ TEST(MemoryConcurrency, ACopyOfAFileThatIsBeingWrittenIsOfOneMoment) {
             }
         }
     });
+}
+
+TEST(MemoryConcurrency, AWriterGetsThroughBesideReadersThatNeverPause) {
+    Store store;
+    store.put(u"/file", "content");
+    std::atomic<bool> done{false};
+    std::atomic<int> reading{0};
+    std::vector<std::jthread> readers;
+    for (int i = 0; i < threads; ++i) {
+        readers.emplace_back([&] {
+            auto const stream = store->openReadOnlyStream(at(u"/file"));
+            ++reading;
+            char c = 0;
+            while (!done) {
+                store->exists(at(u"/file"));
+                stream->seek(0, std::ios_base::beg);
+                stream->read(&c, 1);
+            }
+        });
+    }
+    while (reading < threads) {
+        std::this_thread::yield();
+    }
+    auto writing = std::async(std::launch::async, [&] {
+        auto const stream = store->openStream(
+            at(u"/file"), {ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenExisting, 1, 1});
+        for (int i = 0; i < 100; ++i) {
+            store->createFile(at(u"/new"));
+            store->removeFile(at(u"/new"));
+            stream->write("x", 1);
+        }
+    });
+    auto const outcome = writing.wait_for(std::chrono::minutes(2));
+    done = true;
+    EXPECT_EQ(outcome, std::future_status::ready);
+    writing.get();
 }
 
 TEST(MemoryConcurrency, MovesLoseNothingAndDoubleNothing) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
+#include <shared_mutex>
 #include <stdexcept>
 #include <utility>
 

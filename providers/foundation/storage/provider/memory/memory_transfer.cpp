@@ -8,6 +8,7 @@
 #include <foundation/storage/provider/streaming_copy.hpp>
 
 #include <mutex>
+#include <shared_mutex>
 #include <utility>
 
 namespace foundation::storage::provider::memory {

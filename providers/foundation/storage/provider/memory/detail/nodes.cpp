@@ -8,6 +8,7 @@
 #include <iterator>
 #include <mutex>
 #include <new>
+#include <shared_mutex>
 
 namespace foundation::storage::provider::memory::detail {
 

@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/attributes.hpp>
 #include <foundation/storage/provider/memory/detail/block.hpp>
+#include <foundation/storage/provider/memory/detail/fair_shared_mutex.hpp>
 
 #include <fl/i18n/ustring.hpp>
 
@@ -9,7 +10,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <shared_mutex>
 #include <string_view>
 #include <utility>
 
@@ -83,7 +83,7 @@ class FileNode final : public Node {
     bool writeBlock(Blocks::iterator block, std::size_t offset, char const* data,
                     std::size_t count);
 
-    mutable std::shared_mutex mutex_;
+    mutable FairSharedMutex mutex_;
     // guarded by mutex_:
     Blocks blocks_;
     std::uint64_t size_ = 0;

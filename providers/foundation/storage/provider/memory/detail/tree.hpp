@@ -2,12 +2,12 @@
 
 #include <foundation/storage/provider/copy_file_options.hpp>
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/memory/detail/fair_shared_mutex.hpp>
 #include <foundation/storage/provider/memory/detail/nodes.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
 
 #include <memory>
 #include <optional>
-#include <shared_mutex>
 #include <string_view>
 #include <utility>
 
@@ -91,7 +91,7 @@ class Tree {
     std::shared_ptr<Node> publish(StorageIRI const& location, Slot const& slot,
                                   std::shared_ptr<Node> item, ReplacementPolicy policy);
 
-    mutable std::shared_mutex mutex;
+    mutable FairSharedMutex mutex;
 
   private:
     std::shared_ptr<Space> const space_;
