@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <fstream>
+#include <iterator>
 #include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -71,6 +73,34 @@ TEST_F(LocalStreams, AFileThatGrowsIsReadOnBehindItsEnd) {
     writeAll(*writer, "more");
 
     EXPECT_EQ(readAll(*reader), "more");
+}
+
+TEST_F(LocalStreams, AReadToTheEndAsksTheKernelOnce) {
+    std::string const outcome = inChild([&] {
+        auto const stream = provider_->openReadOnlyStream(at("file"));
+        char buffer[32];
+        // Behind the ten bytes of the first read, a second one would ask for the six that are left.
+        injectFaults({{SYS_read, 2, 6, EIO}});
+        std::string found = std::to_string(stream->read(buffer, 16));
+        stream->seek(2, std::ios_base::beg);
+        injectFaults({{SYS_read, 2, 24, EIO}});
+        found += ' ' + std::to_string(stream->read(buffer, 32));
+        return found;
+    });
+
+    EXPECT_EQ(outcome, "10 8");
+}
+
+TEST_F(LocalStreams, AFileWhoseSizeSaysNothingIsReadToItsEnd) {
+    std::ifstream expected("/proc/self/maps");
+    auto const stream = provider_->openReadOnlyStream(StorageIRI(u"file:/proc/self/maps"));
+    char buffer[16384];
+
+    long const got = stream->read(buffer, sizeof buffer);
+
+    std::string whole(std::istreambuf_iterator<char>(expected), {});
+    ASSERT_GT(whole.size(), 4096U) << "the kernel gives a page at a time";
+    EXPECT_GT(got, 4096);
 }
 
 TEST_F(LocalStreams, OnePositionServesReadingAndWriting) {

@@ -109,6 +109,10 @@ long DescriptorIo::read(char* buffer, long count) {
             return done == 0 ? -1 : done;
         }
         done += got;
+        position_ += got;
+        if (position_ == end_) {
+            break;
+        }
     }
     return done;
 }
@@ -148,6 +152,7 @@ long DescriptorIo::seek(long offset, std::ios_base::seekdir way) {
         int const error = errno;
         throw ByteStreamSeekFailure("seek: " + reasonOf(error), errorCodeOfErrno(error));
     }
+    position_ = position;
     return position;
 }
 
@@ -164,9 +169,9 @@ void DescriptorIo::markClosed() {
     poison_ = Poison{"the stream is closed", ErrorCode::InternalError};
 }
 
-LocalStream::LocalStream(FileDescriptor file, StreamAccess access) noexcept
+LocalStream::LocalStream(FileDescriptor file, StreamAccess access, long end) noexcept
     : file_(std::move(file)),
-      io_(file_.get(), access) {}
+      io_(file_.get(), access, end) {}
 
 long LocalStream::read(char* buffer, long count) {
     return io_.read(buffer, count);
@@ -205,8 +210,8 @@ std::unique_ptr<ByteStream> openForReading(StorageIRI const& location) {
         throwErrno(error, location);
     }
     requireRegularFile(item, location);
-    return std::make_unique<LocalStream>(openRegularFile(path, location, O_RDONLY, item),
-                                         StreamAccess::Read);
+    FileDescriptor file = openRegularFile(path, location, O_RDONLY, item);
+    return std::make_unique<LocalStream>(std::move(file), StreamAccess::Read, item.st_size);
 }
 
 std::unique_ptr<ByteStream> openWithOptions(StorageIRI const& location,

@@ -18,9 +18,14 @@ enum class StreamAccess { Read, Write, ReadWrite };
 /// poisons it. The position is the kernel's.
 class DescriptorIo {
   public:
-    DescriptorIo(int descriptor, StreamAccess access) noexcept
+    static constexpr long unknown = -1;
+
+    /// `end` is where a file for reading ended when it was opened at its start: a read that stops
+    /// short there has met the end, and the kernel is not asked once more.
+    DescriptorIo(int descriptor, StreamAccess access, long end = unknown) noexcept
         : descriptor_(descriptor),
-          access_(access) {}
+          access_(access),
+          end_(end) {}
 
     long read(char* buffer, long count);
     long write(char const* buffer, long count);
@@ -44,6 +49,8 @@ class DescriptorIo {
 
     int descriptor_;
     StreamAccess access_;
+    long end_;
+    long position_ = 0; ///< kept for reading alone
     std::optional<Poison> poison_;
 };
 
@@ -53,7 +60,8 @@ std::string reasonOf(int error);
 /// A stream on a file of the local disk. Holds one descriptor.
 class LocalStream final : public ByteStream {
   public:
-    LocalStream(detail::FileDescriptor file, StreamAccess access) noexcept;
+    LocalStream(detail::FileDescriptor file, StreamAccess access,
+                long end = DescriptorIo::unknown) noexcept;
 
     long read(char* buffer, long count) override;
     long write(char const* buffer, long count) override;
