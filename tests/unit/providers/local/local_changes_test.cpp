@@ -102,6 +102,7 @@ TEST_F(LocalChanges, ThreadsThatMakeTheSameFoldersAllSucceed) {
     std::barrier start(threads);
     std::atomic<int> failures = 0;
     std::vector<std::thread> workers;
+    workers.reserve(threads);
     for (int i = 0; i < threads; ++i) {
         workers.emplace_back([&] {
             for (int round = 0; round < 50; ++round) {
@@ -126,6 +127,7 @@ TEST_F(LocalChanges, OfThreadsThatCreateOneFileOneSucceeds) {
     std::barrier start(threads);
     std::atomic<int> successes = 0;
     std::vector<std::thread> workers;
+    workers.reserve(threads);
     for (int i = 0; i < threads; ++i) {
         workers.emplace_back([&] {
             for (int round = 0; round < 50; ++round) {

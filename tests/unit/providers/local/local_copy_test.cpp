@@ -264,11 +264,11 @@ TEST_F(LocalCopies, ACopyOntoItselfIsRefusedUnderEveryNameAndPolicy) {
                                                          {"file", "way around/file"},
                                                          {"link to file", "second link"},
                                                          {"link to nothing", "link to nothing"}};
-    for (auto const& [from, to] : pairs) {
+    for (auto const& pair : pairs) {
         for (ReplacementPolicy const policy : allPolicies) {
-            EXPECT_TRUE(
-                isRefused([&] { copy(from, to, policy); }, ErrorCode::InvalidLocation, at(from)))
-                << from << " to " << to;
+            EXPECT_TRUE(isRefused([&] { copy(pair.first, pair.second, policy); },
+                                  ErrorCode::InvalidLocation, at(pair.first)))
+                << pair.first << " to " << pair.second;
         }
     }
     EXPECT_EQ(content("file"), "content");

@@ -170,10 +170,10 @@ TEST_F(LocalMoves, AMoveOntoItselfIsRefusedUnderEveryNameAndPolicy) {
         {"file", "way around/file"},
         {"link to nothing", "way around/link to nothing"}};
     for (ReplacementPolicy const policy : allPolicies) {
-        for (auto const& [from, to] : pairs) {
-            EXPECT_TRUE(isRefused([&] { moveFile(from, to, policy); }, ErrorCode::InvalidLocation,
-                                  at(from)))
-                << from << " to " << to;
+        for (auto const& pair : pairs) {
+            EXPECT_TRUE(isRefused([&] { moveFile(pair.first, pair.second, policy); },
+                                  ErrorCode::InvalidLocation, at(pair.first)))
+                << pair.first << " to " << pair.second;
         }
         EXPECT_TRUE(isRefused([&] { moveFolder("folder", "way around/folder", policy); },
                               ErrorCode::InvalidLocation, at("folder")));

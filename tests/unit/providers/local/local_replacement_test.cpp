@@ -295,7 +295,7 @@ TEST_F(LocalReplacements, AFolderThatIsRenamedKeepsItsReplacement) {
             writeAll(*stream, "new");
             ::rename(path("before").c_str(), path("after").c_str());
             stream->close();
-            std::string const result = content("after/new");
+            std::string result = content("after/new");
             ::unlink(path("after/new").c_str());
             ::rmdir(path("after").c_str());
             return result;

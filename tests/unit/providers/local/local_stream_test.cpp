@@ -163,21 +163,21 @@ TEST_F(LocalStreams, PositionsBeyondFourGiBWork) {
 
 struct OpenCase {
     ByteStreamOpenOptions options;
-    bool createsMissing;
     char const* contentAfterX; ///< of the existing file, once "x" has been written
+    bool createsMissing;
     bool reads;
 };
 
 // The combinations that the standard's open modes lead to.
 constexpr OpenCase openCases[] = {
-    {{Access::WriteOnly, Creation::OpenExisting, 1, 1}, false, "x123456789", false},
-    {{Access::ReadWrite, Creation::OpenExisting, 1, 1}, false, "x123456789", true},
-    {{Access::WriteOnly, Creation::OpenOrCreate, 1, 0}, true, "0123456789x", false},
-    {{Access::ReadWrite, Creation::OpenOrCreate, 1, 0}, true, "0123456789x", true},
-    {{Access::WriteOnly, Creation::OpenOrCreate, 0, 1}, true, "x", false},
-    {{Access::ReadWrite, Creation::OpenOrCreate, 0, 1}, true, "x", true},
-    {{Access::WriteOnly, Creation::OpenOrCreate, 1, 1}, true, "x123456789", false},
-    {{Access::ReadWrite, Creation::OpenExisting, 0, 1}, false, "x", true},
+    {{Access::WriteOnly, Creation::OpenExisting, 1, 1}, "x123456789", false, false},
+    {{Access::ReadWrite, Creation::OpenExisting, 1, 1}, "x123456789", false, true},
+    {{Access::WriteOnly, Creation::OpenOrCreate, 1, 0}, "0123456789x", true, false},
+    {{Access::ReadWrite, Creation::OpenOrCreate, 1, 0}, "0123456789x", true, true},
+    {{Access::WriteOnly, Creation::OpenOrCreate, 0, 1}, "x", true, false},
+    {{Access::ReadWrite, Creation::OpenOrCreate, 0, 1}, "x", true, true},
+    {{Access::WriteOnly, Creation::OpenOrCreate, 1, 1}, "x123456789", true, false},
+    {{Access::ReadWrite, Creation::OpenExisting, 0, 1}, "x", false, true},
 };
 
 TEST_F(LocalStreams, EveryCombinationOfOptionsDoesWhatItSays) {
