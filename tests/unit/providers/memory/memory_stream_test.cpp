@@ -78,12 +78,16 @@ TEST(MemoryStream, APositionOutsideIsRefusedAndTheOldOneStays) {
     store.put(u"/file", "0123456789");
     auto const stream = store->openReadOnlyStream(at(u"/file"));
     stream->seek(4, ios_base::beg);
-    for (auto const& [offset, way] : {std::pair{-1L, ios_base::beg}, std::pair{-5L, ios_base::cur},
-                                      std::pair{-11L, ios_base::end},
-                                      std::pair{std::numeric_limits<long>::max(), ios_base::cur},
-                                      std::pair{std::numeric_limits<long>::min(), ios_base::end}}) {
-        EXPECT_EQ(streamFailureOf<ByteStreamSeekFailure>([&] { stream->seek(offset, way); }),
-                  ErrorCode::InvalidLocation);
+    struct Row {
+        long offset;
+        ios_base::seekdir way;
+    };
+    for (Row const& row : {Row{-1, ios_base::beg}, Row{-5, ios_base::cur}, Row{-11, ios_base::end},
+                           Row{std::numeric_limits<long>::max(), ios_base::cur},
+                           Row{std::numeric_limits<long>::min(), ios_base::end}}) {
+        EXPECT_EQ(
+            streamFailureOf<ByteStreamSeekFailure>([&] { stream->seek(row.offset, row.way); }),
+            ErrorCode::InvalidLocation);
     }
     EXPECT_EQ(stream->seek(0, ios_base::cur), 4);
 }

@@ -112,13 +112,17 @@ TEST(MemoryTransfer, RefusesTwoNamesOfOneItemUnderEveryPolicy) {
     store->createLink(at(u"/door"), u"folder");
     for (ReplacementPolicy const policy :
          {FailIfExists, ReplaceExisting, ReplaceReadOnly, ReplaceAndDeferDenied, KeepExisting}) {
-        for (auto const& [from, to] :
-             {std::pair{u"/folder/file", u"/folder/file"}, std::pair{u"/folder/file", u"/link"},
-              std::pair{u"/link", u"/folder/file"}, std::pair{u"/folder/file", u"/door/file"}}) {
-            EXPECT_EQ(failureOf([&] { store.copy(from, to, policy); }),
-                      failure(ErrorCode::InvalidLocation, from));
-            EXPECT_EQ(failureOf([&] { store->moveFile(at(from), at(to), policy); }),
-                      failure(ErrorCode::InvalidLocation, from));
+        struct Row {
+            char16_t const* from;
+            char16_t const* to;
+        };
+        for (Row const& row :
+             {Row{u"/folder/file", u"/folder/file"}, Row{u"/folder/file", u"/link"},
+              Row{u"/link", u"/folder/file"}, Row{u"/folder/file", u"/door/file"}}) {
+            EXPECT_EQ(failureOf([&] { store.copy(row.from, row.to, policy); }),
+                      failure(ErrorCode::InvalidLocation, row.from));
+            EXPECT_EQ(failureOf([&] { store->moveFile(at(row.from), at(row.to), policy); }),
+                      failure(ErrorCode::InvalidLocation, row.from));
         }
         EXPECT_EQ(failureOf([&] { store->moveFolder(at(u"/folder"), at(u"/folder"), policy); }),
                   failure(ErrorCode::InvalidLocation, u"/folder"));
@@ -201,11 +205,13 @@ TEST(MemoryMove, TakesALinkAndNotWhatItLeadsTo) {
 TEST(MemoryMove, LeavesAnotherStorageToTheCaller) {
     Store store;
     store.put(u"/file", "content");
-    StorageIRI const elsewhere(u"memory:/file");
-    for (auto const& call : std::initializer_list<std::function<void()>>{
-             [&] { store->moveFile(at(u"/file"), elsewhere, FailIfExists); },
-             [&] { store->moveFolder(at(u"/file"), elsewhere, FailIfExists); }}) {
-        EXPECT_EQ(failureOf(call), failure(ErrorCode::UnsupportedOperation, u"/file"));
+    for (StorageIRI const& elsewhere :
+         {StorageIRI(u"memory:/there"), StorageIRI(u"mem://host/there")}) {
+        for (auto const& call : std::initializer_list<std::function<void()>>{
+                 [&] { store->moveFile(at(u"/file"), elsewhere, FailIfExists); },
+                 [&] { store->moveFolder(at(u"/file"), elsewhere, FailIfExists); }}) {
+            EXPECT_EQ(failureOf(call), failure(ErrorCode::UnsupportedOperation, u"/there"));
+        }
     }
 }
 

@@ -51,7 +51,8 @@ void refuseSameItem(Tree const& tree, StorageIRI const& source, StorageIRI const
 }
 
 void refuseOtherStore(StorageIRI const& source, StorageIRI const& destination) {
-    if (source.getSchemeView() != destination.getSchemeView()) {
+    if (source.getSchemeView() != destination.getSchemeView() ||
+        source.getAuthorityView() != destination.getAuthorityView()) {
         fail(ErrorCode::UnsupportedOperation, destination);
     }
 }

@@ -52,7 +52,7 @@ std::u16string_view pathOf(StorageIRI const& location) {
 
 Tree::Tree(MemoryOptions const& options)
     : space_(std::make_shared<Space>(options)),
-      root_([this] {
+      root_([] {
           // The root counts as no entry: it is there before anything is created.
           auto unlimited = std::make_shared<Space>(MemoryOptions{});
           return std::make_shared<FolderNode>(std::move(unlimited), newFolderMode);
