@@ -1,5 +1,6 @@
-// Bytes in and out of files of the local disk: bench_bytes [FOLDER]. The folder says which file
-// system is written to; without one it is the working directory's.
+// Bytes in and out of files of the local disk: bench_bytes [FOLDER [WORK]]. The folder says which
+// file system is used, the working directory's without one; the work is one of the table below, all
+// of them without one.
 
 #include "bytes.hpp"
 #include "contest.hpp"
@@ -10,10 +11,11 @@
 #include <foundation/storage/vfs/iri/absolute_iri.hpp>
 #include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <fstream>
+#include <iterator>
 #include <stdlib.h>
 #include <thread>
 #include <vector>
@@ -61,30 +63,46 @@ class TemporaryFolder {
     std::string path_;
 };
 
+struct Work {
+    char const* name;
+    void (*hold)(bench::Workplace const&);
+};
+
+// The memory comes first, while this program is small.
+constexpr Work works[] = {
+    {"memory", bench::showMemoryOfCat},    {"files", bench::holdManyFiles},
+    {"read", bench::holdSequentialRead},   {"small", bench::holdSmallReads},
+    {"write", bench::holdSequentialWrite},
+};
+
 } // namespace
 
 int main(int argc, char** argv) try {
     namespace vfs = foundation::storage::vfs;
-    if (argc > 2) {
-        std::fputs("usage: bench_bytes [FOLDER]\n", stderr);
+    std::string const wanted = argc > 2 ? argv[2] : "";
+    bool const known = std::any_of(std::begin(works), std::end(works), [&](Work const& work) {
+        return wanted.empty() || wanted == work.name;
+    });
+    if (argc > 3 || !known) {
+        std::fputs("usage: bench_bytes [FOLDER [memory|files|read|small|write]]\n", stderr);
         return 2;
     }
     // Until a process has had a second thread, its reference counts are not atomic. Hosts have one.
     std::thread([] {}).join();
-    TemporaryFolder const temporary(argc == 2 ? argv[1] : ".");
+    TemporaryFolder const temporary(argc > 1 ? argv[1] : ".");
     auto const system = foundation::storage::provider::standard::makeStandardStorageSystem();
+    vfs::StorageSystemReference const reference{std::weak_ptr<vfs::StorageSystem>(system)};
     vfs::AbsoluteIRI const location =
         vfs::toAbsoluteIRI(fl::i18n::to_ustring(temporary.path()), fl::filesystem::path());
-    bench::Workplace const place{
-        temporary.path(), vfs::Folder(location, vfs::StorageSystemReference(
-                                                    std::weak_ptr<vfs::StorageSystem>(system)))};
+    bench::Workplace const place{temporary.path(), vfs::Folder(location, reference),
+                                 std::filesystem::read_symlink("/proc/self/exe").parent_path() /
+                                     "vfs"};
 
-    bench::showMemoryOfCat(place,
-                           std::filesystem::read_symlink("/proc/self/exe").parent_path() / "vfs");
-    bench::holdManyFiles(place);
-    bench::holdSequentialRead(place);
-    bench::holdSmallReads(place);
-    bench::holdSequentialWrite(place);
+    for (Work const& work : works) {
+        if (wanted.empty() || wanted == work.name) {
+            work.hold(place);
+        }
+    }
     return 0;
 } catch (std::exception const& failure) {
     std::fprintf(stderr, "bench_bytes: %s\n", failure.what());

@@ -7,15 +7,17 @@
 
 namespace bench {
 
-/// Where the works on bytes are done: a folder that is empty at first, and a handle on it.
+/// Where the works on bytes are done: a folder that is empty at first, a handle on it, and the
+/// command of this build.
 struct Workplace {
     std::filesystem::path path;
     foundation::storage::vfs::Folder folder;
+    std::filesystem::path command;
 };
 
 /// How much memory the command holds while it writes a file of 2 GiB to nowhere. To be asked before
 /// this program itself has become large: what a child was before it became the command counts.
-void showMemoryOfCat(Workplace const& place, std::filesystem::path const& command);
+void showMemoryOfCat(Workplace const& place);
 
 void holdSequentialRead(Workplace const& place);
 void holdManyFiles(Workplace const& place);

@@ -3,6 +3,8 @@
 
 #include <cstdio>
 #include <fcntl.h>
+#include <stdexcept>
+#include <string>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,7 +33,7 @@ void makeSparseFile(std::filesystem::path const& path) {
 
 } // namespace
 
-void showMemoryOfCat(Workplace const& place, std::filesystem::path const& command) {
+void showMemoryOfCat(Workplace const& place) {
     std::filesystem::path const file = place.path / "sparse";
     makeSparseFile(file);
     pid_t const child = ::fork();
@@ -39,7 +41,7 @@ void showMemoryOfCat(Workplace const& place, std::filesystem::path const& comman
         fail("fork");
     }
     if (child == 0) {
-        becomeCat(command, file);
+        becomeCat(place.command, file);
     }
     int status = 0;
     struct rusage usage {};
@@ -48,8 +50,8 @@ void showMemoryOfCat(Workplace const& place, std::filesystem::path const& comman
     }
     std::filesystem::remove(file);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        std::fprintf(stderr, "%s cat failed with status %d\n", command.c_str(), status);
-        ::_exit(1);
+        throw std::runtime_error(place.command.string() + " cat failed with status " +
+                                 std::to_string(status));
     }
     double const resident = static_cast<double>(usage.ru_maxrss) * 1024 / mebibyte;
     std::printf("\nvfs cat of a sparse file of 2 GiB\n%-32s %7.1f MiB, less than %ld: %s\n",

@@ -4,9 +4,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
+#include <system_error>
 #include <utility>
 
 namespace bench {
@@ -108,8 +107,7 @@ void hold(Contest const& contest) {
 }
 
 void fail(std::string const& what) {
-    std::fprintf(stderr, "%s: %s\n", what.c_str(), std::strerror(errno));
-    std::exit(1);
+    throw std::system_error(errno, std::generic_category(), what);
 }
 
 } // namespace bench

@@ -38,7 +38,7 @@ struct Contest {
 /// Holds the contest, after one round that does not count, and prints its table.
 void hold(Contest const& contest);
 
-/// Ends the program with a message about the system's last error.
+/// Throws std::system_error about the system's last error.
 [[noreturn]] void fail(std::string const& what);
 
 } // namespace bench
