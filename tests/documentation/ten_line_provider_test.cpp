@@ -26,9 +26,9 @@ class TenLineProvider : public testing::Test {
 TEST_F(TenLineProvider, AnswersWhatIsThere) {
     EXPECT_TRUE(file(u"hi:/hello").fileExists());
     EXPECT_FALSE(file(u"hi:/goodbye").fileExists());
-    EXPECT_EQ(vfs::existsExtended(vfs::AbsoluteIRI(u"hi:/hello"),
-                                  vfs::StorageSystemReference(system)),
-              provider::ExtendedExistsResult::File);
+    EXPECT_EQ(
+        vfs::existsExtended(vfs::AbsoluteIRI(u"hi:/hello"), vfs::StorageSystemReference(system)),
+        provider::ExtendedExistsResult::File);
 }
 
 TEST_F(TenLineProvider, RefusesTheRestByName) {
