@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <random>
+#include <typeinfo>
 #include <utility>
 
 namespace foundation::storage::provider {
@@ -179,33 +180,47 @@ class CreatedFile {
     bool created_ = false;
 };
 
-void writeInPlace(ByteStream& from, StorageItem const& destination, ReplacementPolicy policy,
-                  Progress& progress) {
-    ExtendedExistsResult kind = kindOf(*destination.getProvider(), destination.getLocation());
-    checkDestination(destination, kind, policy);
-    if (kind != ExtendedExistsResult::Nothing && kind != ExtendedExistsResult::File) {
-        destination.removeFile(); // a link is replaced, not written through
-        kind = ExtendedExistsResult::Nothing;
-    }
-    CreatedFile created(destination); // goes after the stream: an open file need not be removable
-    bool createdByOpening = false;
-    if (kind == ExtendedExistsResult::Nothing) {
+/// How a file comes to be what a copy writes into.
+enum class Made { Before, Here, ByOpening };
+
+/// Sees to it that a file may be written at the destination, and creates one where nothing is.
+Made prepareInPlace(StorageItem const& destination, ReplacementPolicy policy) {
+    for (bool mayLookAgain = true;; mayLookAgain = false) {
+        ExtendedExistsResult const kind =
+            kindOf(*destination.getProvider(), destination.getLocation());
+        checkDestination(destination, kind, policy);
+        if (kind == ExtendedExistsResult::File) {
+            return Made::Before;
+        }
+        if (kind != ExtendedExistsResult::Nothing) {
+            destination.removeFile(); // a link is replaced, not written through
+        }
         try {
             destination.createFile(); // exclusive: what somebody else creates now stays theirs
-            created.created();
+            return Made::Here;
         } catch (Exception const& e) {
-            createdByOpening = e.getErrorCode() == ErrorCode::UnsupportedOperation;
-            bool const replaced =
-                e.getErrorCode() == ErrorCode::ResourceAlreadyExists && replaces(policy);
-            if (!createdByOpening && !replaced) {
+            if (e.getErrorCode() == ErrorCode::UnsupportedOperation) {
+                return Made::ByOpening;
+            }
+            // What has come into being meanwhile is for the policy to judge.
+            if (e.getErrorCode() != ErrorCode::ResourceAlreadyExists || !mayLookAgain) {
                 throw;
             }
         }
     }
+}
+
+void writeInPlace(ByteStream& from, StorageItem const& destination, ReplacementPolicy policy,
+                  Progress& progress) {
+    CreatedFile created(destination); // goes after the stream: an open file need not be removable
+    Made const made = prepareInPlace(destination, policy);
+    if (made == Made::Here) {
+        created.created();
+    }
     auto const to =
         destination.openStream({ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenOrCreate,
                                 /*withoutTruncate=*/0, /*withoutAppend=*/1});
-    if (createdByOpening) {
+    if (made == Made::ByOpening) {
         created.created();
     }
     try {
@@ -243,34 +258,76 @@ StorageIRI temporaryNameBeside(StorageIRI const& location) {
     return StorageIRI(location.getParent(), name);
 }
 
-CopyStatus copyLink(extensions::ILinks const& sourceLinks, StorageIRI const& source,
-                    StorageItem const& destination, extensions::ILinks& destinationLinks,
-                    ReplacementPolicy policy) {
-    ustring const target = sourceLinks.readLink(source);
+bool isLink(ExtendedExistsResult kind) {
+    return kind == ExtendedExistsResult::LinkToFile || kind == ExtendedExistsResult::LinkToFolder ||
+           kind == ExtendedExistsResult::DanglingLink;
+}
+
+/// Puts a link at a location where something is.
+void replaceByLink(StorageItem const& destination, ExtendedExistsResult kind,
+                   extensions::ILinks& links, ustring const& target, ReplacementPolicy policy) {
     StorageIRI const location = destination.getLocation();
-    ExtendedExistsResult const kind = kindOf(*destination.getProvider(), location);
-    checkDestination(destination, kind, policy);
-    if (kind == ExtendedExistsResult::Nothing) {
-        destinationLinks.createLink(location, target);
-        return CopyStatus::Copied;
+    if (isLink(kind) && links.readLink(location) == target) {
+        return;
     }
     // Made beside the old item and moved over it, so that one of the two is always there.
     StorageItem const temporary(destination.getProvider(), temporaryNameBeside(location));
-    destinationLinks.createLink(temporary.getLocation(), target);
+    links.createLink(temporary.getLocation(), target);
     CreatedFile created(temporary);
     created.created();
     try {
         temporary.moveFile(location, policy);
         created.keep();
+        return;
     } catch (Exception const& e) {
-        if (e.getErrorCode() != ErrorCode::UnsupportedOperation) {
-            // The caller knows nothing of the temporary item.
-            fail(e.getErrorCode(), location);
+        // Two links that lead to one item may be taken for that item; to take a link away for
+        // another loses nothing.
+        bool const sameTarget = e.getErrorCode() == ErrorCode::InvalidLocation && isLink(kind);
+        if (e.getErrorCode() != ErrorCode::UnsupportedOperation && !sameTarget) {
+            fail(e.getErrorCode(), location); // the caller knows nothing of the temporary item
         }
-        destination.removeFile();
-        destinationLinks.createLink(location, target);
     }
-    return CopyStatus::Copied;
+    destination.removeFile();
+    links.createLink(location, target);
+}
+
+CopyStatus copyLink(extensions::ILinks const& sourceLinks, StorageIRI const& source,
+                    StorageItem const& destination, extensions::ILinks& destinationLinks,
+                    CopyFileOptions const& options) {
+    ustring const target = sourceLinks.readLink(source);
+    StorageIRI const location = destination.getLocation();
+    ExtendedExistsResult const kind = kindOf(*destination.getProvider(), location);
+    checkDestination(destination, kind, options.policy);
+    if (options.progress && !options.progress(0, 0)) {
+        fail(ErrorCode::IOError, location);
+    }
+    if (kind == ExtendedExistsResult::Nothing) {
+        destinationLinks.createLink(location, target);
+    } else {
+        replaceByLink(destination, kind, destinationLinks, target, options.policy);
+    }
+    // What the caller would do next to the destination, it would do to what the link leads to,
+    // which was not copied. After unlocking a destination the lesser harm is a time, not a lock.
+    return options.policy == ReplacementPolicy::ReplaceReadOnly ? CopyStatus::Copied
+                                                                : CopyStatus::CopiedWithTimes;
+}
+
+/// Whether writing to the destination may destroy the source. Providers of one kind may serve one
+/// storage without knowing of each other; where the destination replaces whole files, a source that
+/// is the destination keeps its content.
+bool mayBeOneItem(IProvider const& sourceProvider, StorageIRI const& source,
+                  StorageItem const& destination) {
+    IProvider const& destinationProvider = *destination.getProvider();
+    if (&sourceProvider != &destinationProvider) {
+        if (typeid(sourceProvider) != typeid(destinationProvider) ||
+            dynamic_cast<extensions::IReplacingStreams const*>(&destinationProvider) ||
+            kindOf(destinationProvider, destination.getLocation()) ==
+                ExtendedExistsResult::Nothing) {
+            return false;
+        }
+    }
+    return placeOf(sourceProvider, source) ==
+           placeOf(destinationProvider, destination.getLocation());
 }
 
 } // namespace
@@ -292,15 +349,14 @@ CopyStatus copyFileByStreams(IProvider& sourceProvider, StorageIRI const& source
         break;
     }
     IProvider& destinationProvider = *destination.getProvider();
-    if (&sourceProvider == &destinationProvider &&
-        placeOf(sourceProvider, source) == placeOf(sourceProvider, destination.getLocation())) {
+    if (mayBeOneItem(sourceProvider, source, destination)) {
         fail(ErrorCode::InvalidLocation, source);
     }
     if (kind != ExtendedExistsResult::File) {
         auto* sourceLinks = dynamic_cast<extensions::ILinks*>(&sourceProvider);
         auto* destinationLinks = dynamic_cast<extensions::ILinks*>(&destinationProvider);
         if (sourceLinks && destinationLinks) {
-            return copyLink(*sourceLinks, source, destination, *destinationLinks, options.policy);
+            return copyLink(*sourceLinks, source, destination, *destinationLinks, options);
         }
         if (kind != ExtendedExistsResult::LinkToFile) {
             fail(ErrorCode::UnsupportedOperation, source);

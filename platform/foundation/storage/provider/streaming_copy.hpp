@@ -9,12 +9,14 @@ namespace foundation::storage::provider {
 /// Copies a file between any two providers through one large buffer, and honours policy and
 /// progress. A link is made again where both providers have links, otherwise a linked file's bytes
 /// are copied, and any other link is refused with code UnsupportedOperation; so are FIFOs, sockets
-/// and devices. Two names of one item are refused with code InvalidLocation.
+/// and devices. Two names of one item are refused with code InvalidLocation, and so are equal
+/// places of two providers of one kind where the destination would be written in place.
 ///
 /// Where the destination offers extensions::IReplacingStreams, its final name holds the old content
 /// or the complete new one; elsewhere it is written in place, and a failure removes only what this
 /// created. Failures of the streams come out as they are. A canceled copy throws
-/// provider::Exception with code IOError, naming the destination. Returns Copied.
+/// provider::Exception with code IOError, naming the destination. Returns Copied; for a
+/// link CopiedWithTimes, since what a caller would then do to it would be done to what it leads to.
 FOUNDATION_EXPORT CopyStatus copyFileByStreams(IProvider& sourceProvider, StorageIRI const& source,
                                                StorageItem const& destination,
                                                CopyFileOptions const& options);

@@ -2,6 +2,8 @@
 
 #include "scripted_provider.hpp"
 
+#include <foundation/storage/provider/memory/memory_factory.hpp>
+
 #include <gmock/gmock.h>
 
 namespace {
@@ -268,13 +270,72 @@ TEST(StreamingCopy, CopiesTheSamePathFromOneStorageToAnother) {
     EXPECT_EQ(pair.destination->state.items.at(u"/from").bytes, "abc");
 }
 
+TEST(StreamingCopy, DoesNotEmptyAFileThatTwoProvidersServe) {
+    // Two providers of one kind may stand on one storage; what is written in place there is gone.
+    Pair<Disk, Disk> pair;
+    pair.source->state.items[u"/from"].bytes = "abc";
+    pair.destination->state.items[u"/from"].bytes = "abc";
+    EXPECT_EQ(failureOf([&] {
+                  pair.copy(with(ReplacementPolicy::ReplaceExisting), u"/from", u"/x/../from");
+              }),
+              failure(ErrorCode::InvalidLocation, u"/from"));
+    EXPECT_THAT(pair.destination->state.changes, IsEmpty());
+}
+
+TEST(StreamingCopy, LeavesALinkAloneThatIsAlreadyThere) {
+    Pair<LinkingDisk, LinkingDisk> pair;
+    pair.source->state.items[u"/from"] = {ExtendedExistsResult::LinkToFile, {}, u"v1"};
+    pair.destination->state.items[u"/to"] = {ExtendedExistsResult::LinkToFile, {}, u"v1"};
+    pair.copy(with(ReplacementPolicy::ReplaceExisting));
+    EXPECT_EQ(pair.destination->state.items.at(u"/to").target, u"v1");
+    EXPECT_THAT(pair.destination->state.changes, IsEmpty());
+    EXPECT_EQ(failureOf([&] { pair.copy(); }), failure(ErrorCode::ResourceAlreadyExists, u"/to"));
+}
+
+TEST(StreamingCopy, LinkMayBeCopiedAgainAndAgainBetweenRealStorages) {
+    auto const source = memory::buildMemoryProvider();
+    auto const destination = memory::buildMemoryProvider();
+    auto& sourceLinks = dynamic_cast<extensions::ILinks&>(*source);
+    auto& destinationLinks = dynamic_cast<extensions::ILinks&>(*destination);
+    source->createFile(StorageIRI(u"mem:/v1"));
+    destination->createFile(StorageIRI(u"mem:/v1"));
+    sourceLinks.createLink(StorageIRI(u"mem:/cur"), u"v1");
+    destinationLinks.createLink(StorageIRI(u"mem:/cur"), u"/v1");
+
+    for (int again = 0; again < 2; ++again) {
+        source->copyFile(StorageIRI(u"mem:/cur"), StorageItem(destination, StorageIRI(u"mem:/cur")),
+                         with(ReplacementPolicy::ReplaceExisting));
+        EXPECT_EQ(destinationLinks.readLink(StorageIRI(u"mem:/cur")), u"v1");
+    }
+    EXPECT_EQ(destination->exists(StorageIRI(u"mem:/v1")), ExistsResult::File);
+}
+
+TEST(StreamingCopy, CanceledCopyOfALinkMakesNone) {
+    Pair<LinkingDisk, LinkingDisk> pair;
+    pair.source->state.items[u"/from"] = {ExtendedExistsResult::LinkToFile, {}, u"v1"};
+    CopyFileOptions options;
+    options.progress = [](std::uint64_t, std::optional<std::uint64_t>) { return false; };
+    EXPECT_EQ(failureOf([&] { pair.copy(options); }), failure(ErrorCode::IOError, u"/to"));
+    EXPECT_THAT(pair.destination->state.changes, IsEmpty());
+}
+
+TEST(StreamingCopy, CopiedLinkAsksForNothingToBeDoneToWhatItLeadsTo) {
+    for (auto const& [policy, status] :
+         {std::pair(ReplacementPolicy::ReplaceExisting, CopyStatus::CopiedWithTimes),
+          std::pair(ReplacementPolicy::ReplaceReadOnly, CopyStatus::Copied)}) {
+        Pair<LinkingDisk, LinkingDisk> pair;
+        pair.source->state.items[u"/from"] = {ExtendedExistsResult::LinkToFile, {}, u"v1"};
+        EXPECT_EQ(pair.copy(with(policy)), status);
+    }
+}
+
 TEST(StreamingCopy, MakesALinkAgainWhereBothSidesHaveLinks) {
     for (ExtendedExistsResult const kind :
          {ExtendedExistsResult::LinkToFile, ExtendedExistsResult::LinkToFolder,
           ExtendedExistsResult::DanglingLink}) {
         Pair<LinkingDisk, LinkingDisk> pair;
         pair.source->state.items[u"/from"] = {kind, {}, u"../there"};
-        EXPECT_EQ(pair.copy(), CopyStatus::Copied);
+        EXPECT_EQ(pair.copy(), CopyStatus::CopiedWithTimes);
         EXPECT_EQ(pair.destination->state.items.at(u"/to").target, u"../there");
         EXPECT_THAT(pair.destination->state.changes, ElementsAre("link"));
     }
