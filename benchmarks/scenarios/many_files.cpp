@@ -92,7 +92,7 @@ void holdManyFiles(Workplace const& place) {
         };
     };
     Goal const goal{1.35, "open, read, close"};
-    hold({"10,000 files of 16 KiB, by name in an open or named folder",
+    hold({"10,000 files of 16 KiB, each opened, read and closed",
           "us a file",
           1e-6 * fileCount,
           31,
