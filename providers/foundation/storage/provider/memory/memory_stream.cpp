@@ -29,9 +29,9 @@ void MemoryStream::checkPoison(char const* what) const {
     }
 }
 
-void MemoryStream::failWrite(std::string const& reason, ErrorCode code) {
+void MemoryStream::failWrite(char const* reason, ErrorCode code) {
     poison_ = Poison{reason, code};
-    throw ByteStreamWriteFailure("write: " + reason, code);
+    throw ByteStreamWriteFailure(std::string("write: ") + reason, code);
 }
 
 long MemoryStream::read(char* buffer, long count) {
@@ -96,7 +96,7 @@ void MemoryStream::checkBeforeClose() const {
     checkPoison<ByteStreamCloseFailure>("close");
 }
 
-void MemoryStream::markClosed() {
+void MemoryStream::markClosed() noexcept {
     poison_ = Poison{"the stream is closed", ErrorCode::InternalError};
 }
 

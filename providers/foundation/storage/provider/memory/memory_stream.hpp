@@ -31,16 +31,16 @@ class MemoryStream : public ByteStream {
     std::shared_ptr<detail::FileNode> const& file() const noexcept { return file_; }
     /// Throws the failure that poisoned the stream, if one did, as a failure to close.
     void checkBeforeClose() const;
-    void markClosed();
+    void markClosed() noexcept;
 
   private:
     struct Poison {
-        std::string reason;
+        char const* reason; // a literal: to be poisoned must not fail
         ErrorCode code;
     };
     template<class Failure>
     void checkPoison(char const* what) const;
-    [[noreturn]] void failWrite(std::string const& reason, ErrorCode code);
+    [[noreturn]] void failWrite(char const* reason, ErrorCode code);
 
     std::shared_ptr<detail::FileNode> const file_;
     StreamAccess const access_;

@@ -14,6 +14,9 @@ namespace foundation::storage::provider::memory::detail {
 
 namespace {
 
+/// Bytes that one write puts down without letting others at the file.
+constexpr std::size_t longestHold = 1024 * 1024;
+
 // A block starts small, since most files are; behind a full one a large file is being written.
 constexpr std::size_t smallestBlock = 64;
 
@@ -117,15 +120,16 @@ bool FileNode::writeLocked(std::uint64_t position, char const* data, std::size_t
         std::uint64_t const index = (position + done) / Block::fullSize;
         std::size_t const offset = (position + done) % Block::fullSize;
         std::size_t const piece = std::min(count - done, Block::fullSize - offset);
-        auto const block = blocks_.try_emplace(blocks_.end(), index);
+        auto block = blocks_.end();
         bool written = false;
         try {
+            block = blocks_.try_emplace(blocks_.end(), index);
             written = writeBlock(block, offset, data + done, piece);
         } catch (std::bad_alloc const&) {
             // The machine's memory is this storage's medium: it is full, and the file unchanged.
         }
         if (!written) {
-            if (!block->second || block->second->filled() == 0) {
+            if (block != blocks_.end() && (!block->second || block->second->filled() == 0)) {
                 blocks_.erase(block);
             }
             return false;
@@ -138,8 +142,16 @@ bool FileNode::writeLocked(std::uint64_t position, char const* data, std::size_t
 }
 
 bool FileNode::write(std::uint64_t position, char const* data, std::size_t count) {
-    std::unique_lock const lock(mutex_);
-    return writeLocked(position, data, count);
+    // A piece at a time: whoever waits for this file may hold the whole tree meanwhile.
+    for (std::size_t done = 0; done < count;) {
+        std::size_t const piece = std::min(count - done, longestHold);
+        std::unique_lock const lock(mutex_);
+        if (!writeLocked(position + done, data + done, piece)) {
+            return false;
+        }
+        done += piece;
+    }
+    return true;
 }
 
 bool FileNode::append(char const* data, std::size_t count, std::uint64_t& end) {
