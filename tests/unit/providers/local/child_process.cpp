@@ -3,17 +3,22 @@
 #include <cerrno>
 #include <cstddef>
 #include <exception>
+#include <future>
 #include <grp.h>
+#include <iterator>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace foundation::storage::provider::local::test {
 
@@ -96,6 +101,50 @@ void injectFaults(std::vector<CallFault> const& faults) {
     sock_fprog const filter{static_cast<unsigned short>(program.size()), program.data()};
     check(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, "PR_SET_NO_NEW_PRIVS");
     check(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0, "PR_SET_SECCOMP");
+}
+
+void interceptCalls(int call, unsigned argument, unsigned bits, CallStandIn standIn) {
+    auto const at = static_cast<unsigned>(offsetof(seccomp_data, args)) + 8 * argument;
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 4),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, at),
+        BPF_STMT(BPF_ALU | BPF_AND | BPF_K, bits),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, bits, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    sock_fprog const filter{static_cast<unsigned short>(std::size(program)), program};
+    // The filter is this thread's alone; the other one, started before it, is free of it.
+    std::promise<int> listener;
+    std::thread([listening = listener.get_future(), standIn = std::move(standIn)]() mutable {
+        int const calls = listening.get();
+        for (;;) {
+            seccomp_notif request{};
+            if (::ioctl(calls, SECCOMP_IOCTL_NOTIF_RECV, &request) != 0) {
+                if (errno == EINTR || errno == ENOENT) {
+                    continue;
+                }
+                return;
+            }
+            seccomp_notif_resp response{};
+            response.id = request.id;
+            std::optional<long> const result = standIn(request.data.args);
+            if (!result) {
+                response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+            } else if (*result < 0) {
+                response.error = static_cast<int>(*result);
+            } else {
+                response.val = *result;
+            }
+            ::ioctl(calls, SECCOMP_IOCTL_NOTIF_SEND, &response);
+        }
+    }).detach();
+    check(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, "PR_SET_NO_NEW_PRIVS");
+    long const calls =
+        ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &filter);
+    check(calls >= 0, "SECCOMP_FILTER_FLAG_NEW_LISTENER");
+    listener.set_value(static_cast<int>(calls));
 }
 
 bool mountMemory(std::string const& folder, std::string const& size) {

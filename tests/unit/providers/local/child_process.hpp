@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,15 @@ struct CallFault {
     int error;
 };
 void injectFaults(std::vector<CallFault> const& faults);
+
+/// What stands in for a system call: the arguments go in, what it returns comes out (a negative
+/// error number where it fails), or nothing, and then the kernel does the call itself.
+using CallStandIn = std::function<std::optional<long>(unsigned long long const* arguments)>;
+
+/// Runs `standIn` in place of every system call `call` of this thread whose argument `argument` has
+/// all the bits of `bits`, before the kernel sees it: what another process does at that very moment
+/// is done there. On another thread of this process, for good. For use in a child.
+void interceptCalls(int call, unsigned argument, unsigned bits, CallStandIn standIn);
 
 /// Makes a file system of `size` bytes in memory on a folder, in a mount namespace of its own.
 /// False where that is not permitted.

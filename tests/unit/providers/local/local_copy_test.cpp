@@ -256,14 +256,14 @@ TEST_F(LocalCopies, ACopyOntoALinkReplacesTheLink) {
 }
 
 TEST_F(LocalCopies, ACopyOntoItselfIsRefusedUnderEveryNameAndPolicy) {
-    makeLink("second link", "link to file");
     makeLink("way around", ".");
-    std::pair<char const*, char const*> const pairs[] = {{"file", "file"},
-                                                         {"file", "link to file"},
-                                                         {"link to file", "file"},
-                                                         {"file", "way around/file"},
-                                                         {"link to file", "second link"},
-                                                         {"link to nothing", "link to nothing"}};
+    std::pair<char const*, char const*> const pairs[] = {
+        {"file", "file"},
+        {"file", "link to file"},
+        {"link to file", "file"},
+        {"file", "way around/file"},
+        {"link to file", "way around/link to file"},
+        {"link to nothing", "link to nothing"}};
     for (auto const& pair : pairs) {
         for (ReplacementPolicy const policy : allPolicies) {
             EXPECT_TRUE(isRefused([&] { copy(pair.first, pair.second, policy); },
@@ -273,6 +273,16 @@ TEST_F(LocalCopies, ACopyOntoItselfIsRefusedUnderEveryNameAndPolicy) {
     }
     EXPECT_EQ(content("file"), "content");
     EXPECT_EQ(target("link to file"), "file");
+}
+
+TEST_F(LocalCopies, ALinkIsCopiedOverAnotherLinkToTheSameItem) {
+    makeLink("second link", "link to file");
+
+    copy("link to file", "second link", ReplacementPolicy::ReplaceExisting);
+
+    EXPECT_EQ(target("second link"), "file");
+    EXPECT_EQ(target("link to file"), "file");
+    EXPECT_EQ(content("file"), "content");
 }
 
 TEST_F(LocalCopies, AHardLinkIsAFileOfItsOwn) {

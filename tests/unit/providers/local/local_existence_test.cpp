@@ -323,6 +323,15 @@ TEST_F(LocalFollowingLinks, ACopyOntoALinkReplacesWhatItLeadsTo) {
     EXPECT_EQ(content("file"), "new content");
 }
 
+TEST_F(LocalFollowingLinks, ACopyBetweenTwoLinksToOneFileIsRefused) {
+    makeLink("second link", "file");
+
+    EXPECT_TRUE(
+        isRefused([&] { copy("link to file", "second link", ReplacementPolicy::ReplaceExisting); },
+                  ErrorCode::InvalidLocation, at("link to file")));
+    EXPECT_EQ(content("file"), "content");
+}
+
 TEST_F(LocalFollowingLinks, RemovalTakesTheLinkAndNotItsTarget) {
     provider_->removeFile(at("link to file"));
     provider_->removeFolder(at("link to folder"));

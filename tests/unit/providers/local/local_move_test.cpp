@@ -1,11 +1,13 @@
 #include "child_process.hpp"
 #include "local_fixture.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <sys/mount.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 namespace foundation::storage::provider::local::test {
 namespace {
@@ -161,12 +163,12 @@ TEST_F(LocalMoves, AFolderDoesNotMoveIntoItself) {
 
 TEST_F(LocalMoves, AMoveOntoItselfIsRefusedUnderEveryNameAndPolicy) {
     makeLink("way around", ".");
-    makeLink("second link", "file");
     std::pair<char const*, char const*> const pairs[] = {
         {"file", "file"},
         {"file", "link to file"},
         {"link to file", "file"},
-        {"link to file", "second link"},
+        {"link to file", "link to file"},
+        {"link to file", "way around/link to file"},
         {"file", "way around/file"},
         {"link to nothing", "way around/link to nothing"}};
     for (ReplacementPolicy const policy : allPolicies) {
@@ -223,6 +225,96 @@ TEST_F(LocalMoves, OntoAHardLinkOnlyTheSourceNameGoes) {
         EXPECT_EQ(status(second).st_nlink, 1U);
     }
     EXPECT_EQ(names().size(), 8U);
+}
+
+TEST_F(LocalMoves, ALinkMovesOverAnotherLinkToTheSameItem) {
+    makeLink("second link", "./file");
+
+    moveFile("link to file", "second link", ReplacementPolicy::ReplaceExisting);
+
+    EXPECT_FALSE(isThere("link to file"));
+    EXPECT_EQ(target("second link"), "file");
+    EXPECT_EQ(content("file"), "content");
+}
+
+TEST_F(LocalMoves, ALinkOverASecondNameOfItsTargetIsRenamed) {
+    ASSERT_EQ(::link(path("file").c_str(), path("second name").c_str()), 0);
+
+    moveFile("link to file", "second name", ReplacementPolicy::ReplaceExisting);
+
+    EXPECT_FALSE(isThere("link to file"));
+    EXPECT_EQ(target("second name"), "file");
+    EXPECT_EQ(content("file"), "content");
+}
+
+TEST_F(LocalMoves, AFileOverALinkToItsSecondNameIsRenamed) {
+    ASSERT_EQ(::link(path("file").c_str(), path("second name").c_str()), 0);
+    makeLink("link to second name", "second name");
+
+    moveFile("file", "link to second name", ReplacementPolicy::ReplaceExisting);
+
+    EXPECT_FALSE(isThere("file"));
+    EXPECT_TRUE(S_ISREG(status("link to second name").st_mode));
+    EXPECT_EQ(status("link to second name").st_ino, status("second name").st_ino);
+    EXPECT_EQ(content("second name"), "content");
+}
+
+TEST_F(LocalMoves, TheLastNameOfAFileStaysWhateverTakesThePlaceOfItsSecondOne) {
+    struct {
+        char const* meanwhile;
+        ReplacementPolicy policy;
+        char const* expected;
+    } const cases[] = {
+        {"file", ReplacementPolicy::ReplaceExisting, "moved: shared"},
+        {"link", ReplacementPolicy::ReplaceExisting, "moved: shared"},
+        {"nothing", ReplacementPolicy::ReplaceExisting, "moved: shared"},
+        {"protected", ReplacementPolicy::ReplaceExisting, "2: shared"},
+        {"folder", ReplacementPolicy::ReplaceExisting, "1: shared"},
+    };
+    for (auto const& expected : cases) {
+        std::string const outcome = inChild([&] {
+            ::rmdir(path("second name").c_str());
+            ::unlink(path("second name").c_str());
+            ::unlink(path("first name").c_str());
+            makeFile("first name", "shared");
+            ::link(path("first name").c_str(), path("second name").c_str());
+            bool first = true;
+            interceptCalls(SYS_renameat2, 4, 1, [&](auto const*) -> std::optional<long> {
+                if (std::exchange(first, false)) {
+                    std::string const what = expected.meanwhile;
+                    ::unlink(path("second name").c_str());
+                    if (what == "file" || what == "protected") {
+                        makeFile("second name", "theirs", what == "file" ? 0644 : 0444);
+                    } else if (what == "link") {
+                        makeLink("second name", "first name");
+                    } else if (what == "folder") {
+                        makeFolder("second name");
+                    }
+                }
+                return std::nullopt;
+            });
+            auto const refusal =
+                refusalOf([&] { moveFile("first name", "second name", expected.policy); });
+            return (refusal ? std::to_string(static_cast<int>(refusal->code)) + ": " +
+                                  content("first name")
+                            : "moved: " + content("second name"));
+        });
+
+        EXPECT_EQ(outcome, expected.expected) << expected.meanwhile;
+        EXPECT_TRUE(std::ranges::none_of(
+            names(), [](std::string const& name) { return name.starts_with(".vfs-"); }));
+    }
+}
+
+TEST_F(LocalMoves, AMissingSourceIsToldBeforeAnImpossibleDestination) {
+    StorageIRI const impossible = at(std::string(5000, 'n'));
+
+    EXPECT_TRUE(isRefused(
+        [&] { provider_->moveFile(at("file"), impossible, ReplacementPolicy::FailIfExists); },
+        ErrorCode::InvalidLocation, impossible));
+    EXPECT_TRUE(isRefused(
+        [&] { provider_->moveFile(at("missing"), impossible, ReplacementPolicy::FailIfExists); },
+        ErrorCode::ResourceNotFound, at("missing")));
 }
 
 TEST_F(LocalMoves, AReadOnlyHardLinkIsDenied) {

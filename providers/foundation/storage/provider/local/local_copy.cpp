@@ -96,11 +96,12 @@ CopyStatus copyLink(KernelPath const& path, StorageIRI const& source, struct sta
 
 /// Throws where the copy may not take the place of what is there.
 void checkDestination(KernelPath const& path, StorageIRI const& source, FolderSlot const& slot,
-                      StorageIRI const& destination, ReplacementPolicy policy) {
+                      StorageIRI const& destination, ReplacementPolicy policy,
+                      detail::LinkPairs links) {
     struct stat existing {};
     int const error = statItem(slot, false, existing);
     if (error == 0) {
-        if (relationOf(path, KernelPath(destination)) == detail::Relation::SameEntry) {
+        if (relationOf(path, KernelPath(destination), links) == detail::Relation::SameEntry) {
             throw Exception(ErrorCode::InvalidLocation, source);
         }
         checkReplaceable(existing, policy, destination);
@@ -146,7 +147,10 @@ CopyStatus copyLocalFile(StorageIRI const& source, StorageIRI const& destination
     }
 
     FolderSlot const slot = slotFor(destination, followLinks);
-    auto const check = [&] { checkDestination(path, source, slot, destination, options.policy); };
+    auto const check = [&] {
+        checkDestination(path, source, slot, destination, options.policy,
+                         followLinks ? detail::LinkPairs::Followed : detail::LinkPairs::Themselves);
+    };
     // A look at the destination is saved where the copy costs no more than the look: giving the
     // copy its name tells whether there is anything to look at.
     bool const lookFirst =

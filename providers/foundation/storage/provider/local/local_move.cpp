@@ -19,8 +19,10 @@ using detail::throwErrno;
 
 namespace {
 
-/// A destination elsewhere is not wrong, it is just not to be had by renaming.
-KernelPath destinationPath(StorageIRI const& source, StorageIRI const& destination) {
+/// A destination elsewhere is not wrong, it is just not to be had by renaming. What else is wrong
+/// with it comes after what is wrong with the source, `sourceError`.
+KernelPath destinationPath(StorageIRI const& source, int sourceError,
+                           StorageIRI const& destination) {
     if (source.getSchemeView() != destination.getSchemeView()) {
         throw Exception(ErrorCode::UnsupportedOperation, destination);
     }
@@ -32,6 +34,9 @@ KernelPath destinationPath(StorageIRI const& source, StorageIRI const& destinati
             if (iri.args().hasHost && !iri.args().host.empty()) {
                 throw Exception(ErrorCode::UnsupportedOperation, destination);
             }
+        }
+        if (sourceError != 0) {
+            throwErrno(sourceError, source);
         }
         throw;
     }
@@ -55,10 +60,53 @@ KernelPath destinationPath(StorageIRI const& source, StorageIRI const& destinati
     throwErrno(error == EEXIST && S_ISDIR(item.st_mode) ? ENOTEMPTY : error, destination);
 }
 
+/// Throws where the move may not take the place of `existing`.
+void checkDestination(struct stat const& existing, ReplacementPolicy policy, MovedKind kind,
+                      StorageIRI const& destination) {
+    if (!replaces(policy)) {
+        throw Exception(ErrorCode::ResourceAlreadyExists, destination);
+    }
+    if (S_ISDIR(existing.st_mode) != (kind == MovedKind::Folder)) {
+        throw Exception(ErrorCode::InvalidLocation, destination);
+    }
+    if (isReadOnly(existing)) {
+        throw Exception(ErrorCode::PermissionDenied, destination);
+    }
+}
+
+/// The last step of moveOntoOwnName(): what stands aside gets its new name, or goes where that is
+/// its name already. Something else may have come there meanwhile; it is a destination like any
+/// other then.
+int settleOntoOwnName(FolderSlot const& here, char const* aside, FolderSlot const& there,
+                      StorageIRI const& location, ReplacementPolicy policy, MovedKind kind) {
+    struct stat moved {};
+    if (int const error = detail::statItem(here.folder(), aside, false, moved)) {
+        return error;
+    }
+    struct stat existing {};
+    int error = statItem(there, false, existing);
+    if (error == ENOENT) {
+        error = detail::renameWithoutReplacing(here.folder(), aside, there.folder(), there.name());
+        if (error != EEXIST) {
+            return error;
+        }
+        error = statItem(there, false, existing);
+    }
+    if (error != 0) {
+        return error;
+    }
+    if (detail::sameInode(moved, existing)) {
+        return ::unlinkat(here.folder(), aside, 0) == 0 ? 0 : errno;
+    }
+    checkDestination(existing, policy, kind, location);
+    return detail::renameReplacing(here.folder(), aside, there.folder(), there.name());
+}
+
 /// The same file under a second name, or under a second spelling of its name: rename(2) would do
 /// nothing. The name is taken away by way of another one, so that the last name of a file is never
 /// removed.
-void moveOntoOwnName(KernelPath const& from, StorageIRI const& source, StorageIRI const& location) {
+void moveOntoOwnName(KernelPath const& from, StorageIRI const& source, StorageIRI const& location,
+                     ReplacementPolicy policy, MovedKind kind) {
     FolderSlot const here(from, source);
     FolderSlot const there(location);
     std::string const aside = detail::temporaryName();
@@ -66,16 +114,18 @@ void moveOntoOwnName(KernelPath const& from, StorageIRI const& source, StorageIR
                                                          aside.c_str())) {
         throwErrno(error, source);
     }
-    struct stat item {};
-    int error = statItem(there, false, item);
-    if (error == 0) {
-        error = ::unlinkat(here.folder(), aside.c_str(), 0) == 0 ? 0 : errno;
-    } else if (error == ENOENT) {
-        error = detail::renameWithoutReplacing(here.folder(), aside.c_str(), there.folder(),
-                                               there.name());
+    auto const putBack = [&] {
+        detail::renameWithoutReplacing(here.folder(), aside.c_str(), here.folder(), here.name());
+    };
+    int error = 0;
+    try {
+        error = settleOntoOwnName(here, aside.c_str(), there, location, policy, kind);
+    } catch (Exception const&) {
+        putBack();
+        throw;
     }
     if (error != 0) {
-        detail::renameWithoutReplacing(here.folder(), aside.c_str(), here.folder(), here.name());
+        putBack();
         throwErrno(error, location);
     }
 }
@@ -85,37 +135,27 @@ void moveOntoOwnName(KernelPath const& from, StorageIRI const& source, StorageIR
 void moveLocalItem(StorageIRI const& source, StorageIRI const& destination,
                    ReplacementPolicy policy, MovedKind kind) {
     KernelPath const from(source);
-    KernelPath const to = destinationPath(source, destination);
-    bool const folder = kind == MovedKind::Folder;
-
     struct stat item {};
-    if (int const error = statItem(from, false, item)) {
-        throwErrno(error, source);
+    int const sourceError = statItem(from, false, item);
+    KernelPath const to = destinationPath(source, sourceError, destination);
+    if (sourceError != 0) {
+        throwErrno(sourceError, source);
     }
-    if (S_ISDIR(item.st_mode) != folder) {
+    if (S_ISDIR(item.st_mode) != (kind == MovedKind::Folder)) {
         throw Exception(ErrorCode::InvalidLocation, source);
     }
 
     struct stat existing {};
     if (int const error = statItem(to, false, existing); error == 0) {
-        Relation const relation = relationOf(from, to);
+        Relation const relation = relationOf(from, to, detail::LinkPairs::Themselves);
         if (relation == Relation::SameEntry) {
             throw Exception(ErrorCode::InvalidLocation, source);
         }
-        if (relation == Relation::OtherSpelling) {
-            return moveOntoOwnName(from, source, destination);
+        if (relation != Relation::OtherSpelling) {
+            checkDestination(existing, policy, kind, destination);
         }
-        if (!replaces(policy)) {
-            throw Exception(ErrorCode::ResourceAlreadyExists, destination);
-        }
-        if (S_ISDIR(existing.st_mode) != folder) {
-            throw Exception(ErrorCode::InvalidLocation, destination);
-        }
-        if (isReadOnly(existing)) {
-            throw Exception(ErrorCode::PermissionDenied, destination);
-        }
-        if (relation == Relation::HardLink) {
-            return moveOntoOwnName(from, source, destination);
+        if (relation != Relation::Distinct) {
+            return moveOntoOwnName(from, source, destination, policy, kind);
         }
     } else if (error != ENOENT) {
         throwErrno(error, destination);

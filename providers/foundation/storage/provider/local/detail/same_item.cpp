@@ -27,9 +27,10 @@ std::optional<std::string> realPath(std::string const& path) {
     return real ? std::optional<std::string>(real.get()) : std::nullopt;
 }
 
-/// The entry that a path leads to, links followed; the link's own where it leads nowhere.
-std::optional<Entry> entryOf(std::string const& path) {
-    std::optional<std::string> real = realPath(path);
+/// The entry that a path leads to, with `follow` behind links; the link's own where it leads
+/// nowhere.
+std::optional<Entry> entryOf(std::string const& path, bool follow) {
+    std::optional<std::string> real = follow ? realPath(path) : std::nullopt;
     if (!real) {
         std::size_t const slash = path.rfind('/');
         std::optional<std::string> const folder =
@@ -49,24 +50,37 @@ std::optional<Entry> entryOf(std::string const& path) {
 
 } // namespace
 
-Relation relationOf(KernelPath const& a, KernelPath const& b) {
+bool sameInode(struct stat const& a, struct stat const& b) noexcept {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+Relation relationOf(KernelPath const& a, KernelPath const& b, LinkPairs links) {
     struct stat first {};
     struct stat second {};
-    if (statFollowed(a, first) != 0 || statFollowed(b, second) != 0 ||
-        first.st_dev != second.st_dev || first.st_ino != second.st_ino) {
+    if (statItem(a, false, first) != 0 || statItem(b, false, second) != 0) {
         return Relation::Distinct;
     }
-    std::optional<Entry> const here = entryOf(a.text());
-    std::optional<Entry> const there = entryOf(b.text());
+    bool const same = sameInode(first, second);
+    bool const follow =
+        links == LinkPairs::Followed || !S_ISLNK(first.st_mode) || !S_ISLNK(second.st_mode);
+    if (follow && (statFollowed(a, first) != 0 || statFollowed(b, second) != 0)) {
+        return Relation::Distinct;
+    }
+    if (!sameInode(first, second)) {
+        return Relation::Distinct;
+    }
+    std::optional<Entry> const here = entryOf(a.text(), follow);
+    std::optional<Entry> const there = entryOf(b.text(), follow);
     if (!here || !there || *here == *there) {
         return Relation::SameEntry;
     }
     if (!S_ISDIR(first.st_mode) && first.st_nlink > 1) {
-        return Relation::HardLink;
+        // A link to a file is not the file's second name; replacing either leaves another one.
+        return same ? Relation::HardLink : Relation::Distinct;
     }
     // One link only, so the two names are one entry: another mount shows the folder a second time,
     // or the folder takes both names for one.
-    return here->sharesFolderWith(*there) ? Relation::OtherSpelling : Relation::SameEntry;
+    return same && here->sharesFolderWith(*there) ? Relation::OtherSpelling : Relation::SameEntry;
 }
 
 } // namespace foundation::storage::provider::local::detail

@@ -4,17 +4,22 @@
 
 namespace foundation::storage::provider::local::detail {
 
-/// What two paths have to do with each other.
+/// What two paths have to do with each other. In HardLink and OtherSpelling the two are the same
+/// inode themselves, with no link followed.
 enum class Relation {
     Distinct,     ///< two items
-    SameEntry,    ///< one entry of one folder, links followed
+    SameEntry,    ///< one entry of one folder, a link and what it leads to included
     HardLink,     ///< two entries for one file
     OtherSpelling ///< one entry, in a folder that does not tell the two names apart
 };
 
-/// Compares by device and inode with links followed. Where the entries cannot be told apart with
-/// certainty the answer is SameEntry, which callers refuse: taking one item for two loses its
-/// bytes.
-Relation relationOf(KernelPath const& a, KernelPath const& b);
+bool sameInode(struct stat const& a, struct stat const& b) noexcept;
+
+/// What two links are compared by: as entries of their own, or by what they lead to.
+enum class LinkPairs { Themselves, Followed };
+
+/// Compares by device and inode. Where the entries cannot be told apart with certainty the answer
+/// is SameEntry, which callers refuse: taking one item for two loses its bytes.
+Relation relationOf(KernelPath const& a, KernelPath const& b, LinkPairs links);
 
 } // namespace foundation::storage::provider::local::detail
