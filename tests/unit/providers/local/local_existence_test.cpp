@@ -1,9 +1,12 @@
+#include "child_process.hpp"
 #include "local_fixture.hpp"
 
 #include <foundation/storage/provider/local/local_factory.hpp>
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <cstdio>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
 #include <sys/xattr.h>
@@ -266,6 +269,50 @@ TEST_F(LocalExistence, AFolderCanBeReadOnly) {
 
     EXPECT_FALSE(provider_->getFolderAttributes(at("folder")).isWritable());
     EXPECT_EQ(status("folder").st_mode & 07777, 0555U);
+}
+
+TEST_F(LocalExistence, ALinkThatIsTurnedMeanwhileLetsNoOtherFileBeChanged) {
+    for (bool const withDescriptorPaths : {true, false}) {
+        if (!withDescriptorPaths && !mayMount()) {
+            GTEST_SKIP() << "reason: hiding /proc needs the right to mount";
+        }
+        std::string const outcome = inChild([&] {
+            ::chmod(path("file").c_str(), 0755);
+            ::unlink(path("link to file").c_str());
+            makeLink("link to file", "file");
+            makeFile("secret", "secret", 0600);
+            if (!withDescriptorPaths && !mountMemory("/proc", "1m")) {
+                return std::string("not mounted");
+            }
+            interceptCalls(SYS_fchmodat, 0, 0, [&](auto const*) -> std::optional<long> {
+                ::unlink(path("link to file").c_str());
+                makeLink("link to file", "secret");
+                return std::nullopt;
+            });
+            auto const refusal =
+                refusalOf([&] { provider_->setWritable(at("link to file"), false); });
+            char text[64];
+            std::snprintf(text, sizeof text, "%d %o %o", refusal ? 1 : 0,
+                          status("file").st_mode & 07777U, status("secret").st_mode & 07777U);
+            return std::string(text);
+        });
+        EXPECT_EQ(outcome, withDescriptorPaths ? "0 555 600" : "1 755 600");
+    }
+}
+
+TEST_F(LocalExistence, WritabilityIsSetWithoutDescriptorPathsToo) {
+    if (!mayMount()) {
+        GTEST_SKIP() << "reason: hiding /proc needs the right to mount";
+    }
+    std::string const outcome = inChild([&] {
+        if (!mountMemory("/proc", "1m")) {
+            return std::string("not mounted");
+        }
+        provider_->setWritable(at("link to file"), false);
+        return std::string((status("file").st_mode & 0222) == 0 ? "read-only" : "writable");
+    });
+
+    EXPECT_EQ(outcome, "read-only");
 }
 
 TEST_F(LocalExistence, WhatIsNotThereCannotBeMadeWritable) {

@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/local/detail/failures.hpp>
 #include <foundation/storage/provider/local/detail/local_attributes.hpp>
+#include <foundation/storage/provider/local/detail/same_item.hpp>
 #include <foundation/storage/provider/local/local_copy.hpp>
 #include <foundation/storage/provider/local/local_folders.hpp>
 #include <foundation/storage/provider/local/local_links.hpp>
@@ -13,6 +14,8 @@
 #include <foundation/storage/provider/streaming_copy.hpp>
 
 #include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace foundation::storage::provider::local {
@@ -45,6 +48,43 @@ struct statx attributesOf(KernelPath const& path, StorageIRI const& location) {
         throwErrno(error, location);
     }
     return item;
+}
+
+/// A hold on an item, links followed, that opens nothing.
+FileDescriptor openItem(KernelPath const& path, StorageIRI const& location) {
+    FileDescriptor item(detail::uninterrupted(
+        [&] { return ::openat(path.folder(), path.path(), O_PATH | O_CLOEXEC); }));
+    if (!item) {
+        int const error = errno;
+        struct stat own {};
+        if (error != EACCES && statItem(path, false, own) == 0 && S_ISLNK(own.st_mode)) {
+            // It leads nowhere, and links have no mode of their own.
+            throw Exception(ErrorCode::UnsupportedOperation, location);
+        }
+        throwErrno(error, location);
+    }
+    return item;
+}
+
+/// Changes the mode of the very item that is held, which a path may lead to no more. A held item is
+/// reached by way of /proc only; without one by its path, if that still leads to it.
+int changeMode(FileDescriptor const& held, KernelPath const& path, struct stat const& item,
+               mode_t mode) {
+    std::string const descriptor = "/proc/self/fd/" + std::to_string(held.get());
+    if (::fchmodat(AT_FDCWD, descriptor.c_str(), mode, 0) == 0) {
+        return 0;
+    }
+    if (!detail::meansAbsent(errno)) {
+        return errno;
+    }
+    struct stat now {};
+    if (int const error = statItem(path, true, now)) {
+        return error;
+    }
+    if (!detail::sameInode(item, now)) {
+        return EBUSY;
+    }
+    return ::fchmodat(path.folder(), path.path(), mode, 0) == 0 ? 0 : errno;
 }
 
 } // namespace
@@ -134,18 +174,18 @@ void LocalProvider::setLastModified(StorageIRI const& location,
 
 void LocalProvider::setWritable(StorageIRI const& location, bool writable) {
     KernelPath const path(location);
+    FileDescriptor const file = openItem(path, location);
     struct stat item {};
-    if (int const error = statFollowed(path, item)) {
-        throwErrno(error, location);
-    }
-    if (S_ISLNK(item.st_mode)) { // leads nowhere, and links have no mode of their own
-        throw Exception(ErrorCode::UnsupportedOperation, location);
+    if (::fstat(file.get(), &item) != 0) {
+        throwErrno(errno, location);
     }
     mode_t const old = item.st_mode & 07777;
     mode_t const wanted =
         writable ? old | S_IWUSR : old & ~static_cast<mode_t>(S_IWUSR | S_IWGRP | S_IWOTH);
-    if (wanted != old && ::fchmodat(path.folder(), path.path(), wanted, 0) != 0) {
-        throwErrno(errno, location);
+    if (wanted != old) {
+        if (int const error = changeMode(file, path, item, wanted)) {
+            throwErrno(error, location);
+        }
     }
 }
 
