@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -152,6 +153,46 @@ TEST_F(LocalReplacements, WhoMayNotGiveFilesAwayKeepsNoSetIdBits) {
     EXPECT_EQ(outcome, "replaced");
     EXPECT_EQ(status("file").st_uid, 65534U);
     EXPECT_EQ(status("file").st_mode & 07777, 0755U);
+}
+
+TEST_F(LocalReplacements, AGroupThatCannotBeKeptGainsNothing) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "reason: only the super-user can make a file of another owner";
+    }
+    ASSERT_EQ(::chmod(path("file").c_str(), 02664), 0);
+
+    std::string const outcome = inChild([&] {
+        becomeUnprivileged();
+        replace("file")->close();
+        return std::string("replaced");
+    });
+
+    EXPECT_EQ(outcome, "replaced");
+    EXPECT_EQ(status("file").st_gid, 65534U);
+    EXPECT_EQ(status("file").st_mode & 07777, 0644U);
+}
+
+TEST_F(LocalReplacements, AGroupIsKeptWhereTheOwnerCannotBe) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "reason: only the super-user can make a file of another owner";
+    }
+    gid_t const shared = 12345;
+    ASSERT_EQ(::chown(path("file").c_str(), 0, shared), 0);
+    ASSERT_EQ(::chmod(path("file").c_str(), 06670), 0);
+
+    std::string const outcome = inChild([&] {
+        if (::setgroups(1, &shared) != 0 || ::setresgid(65534, 65534, 65534) != 0 ||
+            ::setresuid(65534, 65534, 65534) != 0) {
+            return std::string("still privileged");
+        }
+        replace("file")->close();
+        return std::string("replaced");
+    });
+
+    EXPECT_EQ(outcome, "replaced");
+    EXPECT_EQ(status("file").st_uid, 65534U);
+    EXPECT_EQ(status("file").st_gid, shared);
+    EXPECT_EQ(status("file").st_mode & 07777, 02670U);
 }
 
 TEST_F(LocalReplacements, ThePolicyIsCheckedAtOnce) {

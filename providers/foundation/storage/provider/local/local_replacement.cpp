@@ -87,13 +87,26 @@ class ReplacementStream final : public ByteStream {
         }
     }
 
-    /// Owner first: a change of owner clears the set-id bits. Who may not give files away keeps
-    /// them, and then no set-id bit may stay.
+    /// Owner first: a change of owner clears the set-id bits. A set-id bit stays only with the
+    /// owner or group that it stands for, and a group that the old file did not have may do no more
+    /// than it could do there, among the others.
     void takeOver(struct stat const& old) noexcept {
-        bool const sameOwner = ::fchown(staged_.descriptor(), old.st_uid, old.st_gid) == 0;
+        int const file = staged_.descriptor();
+        if (::fchown(file, old.st_uid, old.st_gid) != 0) {
+            static_cast<void>(::fchown(file, static_cast<uid_t>(-1), old.st_gid) == 0);
+        }
+        struct stat made {};
+        bool const known = ::fstat(file, &made) == 0;
+        mode_t mode = old.st_mode & 07777;
+        if (!known || made.st_uid != old.st_uid) {
+            mode &= ~static_cast<mode_t>(S_ISUID);
+        }
+        if (!known || made.st_gid != old.st_gid) {
+            mode &= ~static_cast<mode_t>(S_ISGID | S_IRWXG);
+            mode |= (mode & S_IRWXO) << 3;
+        }
         // A file system without permissions refuses this, and has nothing to lose by it.
-        static_cast<void>(
-            ::fchmod(staged_.descriptor(), old.st_mode & (sameOwner ? 07777 : 01777)));
+        static_cast<void>(::fchmod(file, mode));
     }
 
     [[noreturn]] static void refuse(std::string const& reason, ErrorCode code) {
