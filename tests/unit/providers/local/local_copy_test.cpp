@@ -247,6 +247,33 @@ TEST_F(LocalCopies, ALinkIsCopiedOverAFileOnlyWhereThePolicySaysSo) {
     EXPECT_EQ(names().size(), 6U);
 }
 
+TEST_F(LocalCopies, WhatComesInTheWayOfALinkMeanwhileIsLookedAtToo) {
+    std::string const outcome = inChild([&] {
+        interceptCalls(SYS_symlinkat, 0, 0, [&](auto const*) -> std::optional<long> {
+            if (!isThere("new")) {
+                makeFile("new", "kept", 0444);
+            }
+            return std::nullopt;
+        });
+        auto const refusal =
+            refusalOf([&] { copy("link to nothing", "new", ReplacementPolicy::ReplaceExisting); });
+        return std::string(refusal && refusal->code == ErrorCode::PermissionDenied ? "denied"
+                                                                                   : "replaced");
+    });
+
+    EXPECT_EQ(outcome, "denied");
+    EXPECT_EQ(content("new"), "kept");
+}
+
+TEST_F(LocalCopies, ACopiedLinkHasItsTimesAndIsNotLockedAgain) {
+    for (ReplacementPolicy const policy : allPolicies) {
+        EXPECT_EQ(copy("link to file", "copy", policy), policy == ReplacementPolicy::ReplaceReadOnly
+                                                            ? CopyStatus::Copied
+                                                            : CopyStatus::CopiedWithTimes);
+        ASSERT_EQ(::unlink(path("copy").c_str()), 0);
+    }
+}
+
 TEST_F(LocalCopies, ACopyOntoALinkReplacesTheLink) {
     copy("other", "link to file", ReplacementPolicy::ReplaceExisting);
 

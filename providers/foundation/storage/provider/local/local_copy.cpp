@@ -10,6 +10,7 @@
 #include <foundation/storage/provider/local/local_stream.hpp>
 
 #include <fcntl.h>
+#include <functional>
 #include <sys/stat.h>
 #include <utility>
 
@@ -62,7 +63,7 @@ bool carryOver(struct stat const& item, int destination, StorageIRI const& locat
 
 CopyStatus copyLink(KernelPath const& path, StorageIRI const& source, struct stat const& item,
                     FolderSlot const& slot, StorageIRI const& destination,
-                    CopyFileOptions const& options) {
+                    CopyFileOptions const& options, std::function<void()> const& check) {
     if (options.progress && !options.progress(0, 0)) {
         throwCanceled(destination);
     }
@@ -78,6 +79,7 @@ CopyStatus copyLink(KernelPath const& path, StorageIRI const& source, struct sta
     };
     int error = make(slot.name());
     if (error == EEXIST && replaces(options.policy)) {
+        check(); // something may have come there since the last look
         std::string const name = detail::temporaryName();
         error = make(name.c_str());
         if (error == 0) {
@@ -91,7 +93,10 @@ CopyStatus copyLink(KernelPath const& path, StorageIRI const& source, struct sta
     if (error != 0) {
         throwErrno(error, destination);
     }
-    return CopyStatus::CopiedWithTimes;
+    // Where the caller unlocked what stood there, it locks a copy that needs nothing more again,
+    // and that would lock what the new link leads to.
+    return options.policy == ReplacementPolicy::ReplaceReadOnly ? CopyStatus::Copied
+                                                                : CopyStatus::CopiedWithTimes;
 }
 
 /// Throws where the copy may not take the place of what is there.
@@ -159,7 +164,7 @@ CopyStatus copyLocalFile(StorageIRI const& source, StorageIRI const& destination
         check();
     }
     if (S_ISLNK(item.st_mode)) {
-        return copyLink(path, source, item, slot, destination, options);
+        return copyLink(path, source, item, slot, destination, options, check);
     }
 
     try {
