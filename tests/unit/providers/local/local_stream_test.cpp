@@ -371,6 +371,67 @@ TEST_F(LocalStreams, ALinkThatLeadsNowhereIsCreatedThrough) {
     EXPECT_EQ(content("missing"), "through");
 }
 
+TEST_F(LocalStreams, ALinkIntoAMissingFolderCreatesNothing) {
+    makeLink("link to nowhere", "missing/file");
+
+    EXPECT_TRUE(isRefused([&] { provider_->openStream(at("link to nowhere"), truncating); },
+                          ErrorCode::ResourceNotFound, at("link to nowhere")));
+}
+
+TEST_F(LocalStreams, AnExistingFileIsOpenedWithoutAskingForANewOne) {
+    // In a folder like /tmp the kernel may refuse O_CREAT for a file of somebody else.
+    std::string const outcome = inChild([&] {
+        injectFaults({{SYS_openat, 2, O_CREAT, EACCES}});
+        auto const stream = provider_->openStream(at("file"), truncating);
+        writeAll(*stream, "new");
+        stream->close();
+        return content("file");
+    });
+
+    EXPECT_EQ(outcome, "new");
+}
+
+TEST_F(LocalStreams, AFileThatGoesWhileItIsOpenedIsMadeAgain) {
+    std::string const outcome = inChild([&] {
+        interceptCalls(SYS_openat, 2, O_NOCTTY, [&](auto const* arguments) -> std::optional<long> {
+            if ((arguments[2] & O_CREAT) == 0) {
+                ::unlink(path("file").c_str());
+            }
+            return std::nullopt;
+        });
+        auto const refusal = refusalOf([&] { provider_->openStream(at("file"), updating); });
+        auto const stream = provider_->openStream(at("other"), truncating);
+        stream->close();
+        makeFile("file", "0123456789");
+        provider_->openStream(at("file"), appending)->close();
+        return std::string(refusal && refusal->code == ErrorCode::ResourceNotFound ? "missing "
+                                                                                   : "opened ") +
+               std::to_string(status("file").st_size);
+    });
+
+    EXPECT_EQ(outcome, "missing 0");
+}
+
+TEST_F(LocalStreams, WhatALinkLeadsToMeanwhileIsAFileLikeAnyOther) {
+    for (mode_t const mode : {0644U, 0444U}) {
+        std::string const outcome = inChild([&] {
+            ::unlink(path("missing").c_str());
+            interceptCalls(SYS_openat, 2, O_CREAT | O_NOCTTY,
+                           [&](auto const* arguments) -> std::optional<long> {
+                               if ((arguments[2] & O_EXCL) == 0) {
+                                   makeFile("missing", "theirs", mode);
+                               }
+                               return std::nullopt;
+                           });
+            auto const refusal =
+                refusalOf([&] { provider_->openStream(at("link to nothing"), truncating); });
+            return std::string(refusal ? "refused: " : "opened: ") + content("missing");
+        });
+
+        EXPECT_EQ(outcome, mode == 0644 ? "opened: " : "refused: theirs");
+    }
+}
+
 TEST_F(LocalStreams, FifosAndDevicesAreRefusedWithoutBeingOpened) {
     makeLink("link to fifo", "fifo");
     StorageIRI const device(u"file:///dev/null");

@@ -43,35 +43,69 @@ FileDescriptor openFile(KernelPath const& path, int flags) noexcept {
     }));
 }
 
-FileDescriptor openForWriting(KernelPath const& path, StorageIRI const& location, int flags,
-                              bool create, bool truncate) {
-    struct stat item {};
-    int error = statItem(path, true, item);
-    if (error == ENOENT && create) {
-        FileDescriptor made = openFile(path, flags | O_CREAT | O_EXCL);
-        if (made) {
-            return made;
-        }
-        if (errno != EEXIST) {
+/// A file that stands there. Opened without O_CREAT, which some kernels refuse for another user's
+/// file in a folder that everybody may write to. Nothing where it has just gone.
+FileDescriptor openExisting(KernelPath const& path, StorageIRI const& location, int flags,
+                            bool truncate) {
+    FileDescriptor file = openFile(path, flags);
+    if (!file) {
+        if (errno != ENOENT) {
             throwErrno(errno, location);
         }
-        error = statItem(path, true, item);
-        if (error == ENOENT) { // a link that leads nowhere: through it the file is created
-            return openRegularFile(path, location, flags | O_CREAT, item);
-        }
+        return file;
     }
-    if (error != 0) {
-        throwErrno(error, location);
+    struct stat item {};
+    if (::fstat(file.get(), &item) != 0) {
+        throwErrno(errno, location);
     }
     requireRegularFile(item, location);
-    requireWritable(item, location);
-    FileDescriptor file = openRegularFile(path, location, flags | (create ? O_CREAT : 0), item);
     requireWritable(item, location);
     if (truncate && item.st_size != 0 &&
         uninterrupted([&] { return ::ftruncate(file.get(), 0); }) != 0) {
         throwErrno(errno, location);
     }
     return file;
+}
+
+/// How often a file may come and go between two looks at it.
+constexpr int openingAttempts = 8;
+
+FileDescriptor openForWriting(KernelPath const& path, StorageIRI const& location, int flags,
+                              bool create, bool truncate) {
+    for (int i = 0; i < openingAttempts; ++i) {
+        struct stat item {};
+        int error = statItem(path, true, item);
+        if (error == ENOENT && create) {
+            FileDescriptor made = openFile(path, flags | O_CREAT | O_EXCL);
+            if (made) {
+                return made;
+            }
+            if (errno != EEXIST) {
+                throwErrno(errno, location);
+            }
+            error = statItem(path, true, item);
+            if (error == ENOENT) {
+                // A link that leads nowhere: through it the file is created, unless somebody else
+                // does it first.
+                if (FileDescriptor file = openExisting(path, location, flags | O_CREAT, truncate)) {
+                    return file;
+                }
+                throwErrno(ENOENT, location);
+            }
+        }
+        if (error != 0) {
+            throwErrno(error, location);
+        }
+        requireRegularFile(item, location);
+        requireWritable(item, location);
+        if (FileDescriptor file = openExisting(path, location, flags, truncate)) {
+            return file;
+        }
+        if (!create) {
+            throwErrno(ENOENT, location);
+        }
+    }
+    throwErrno(EBUSY, location);
 }
 
 } // namespace
