@@ -1,12 +1,15 @@
 #include "child_process.hpp"
 #include "local_fixture.hpp"
 
+#include <foundation/storage/provider/extensions/i_links.hpp>
+
 #include <atomic>
 #include <barrier>
 #include <cerrno>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <thread>
+#include <utility>
 
 namespace foundation::storage::provider::local::test {
 namespace {
@@ -247,6 +250,12 @@ TEST_F(LocalChanges, PathsBeyondTheKernelsLimitWork) {
     EXPECT_EQ(provider_->getFileAttributes(at(deep + "/file")).values().size, 8U);
     EXPECT_EQ(provider_->getExtendedAttributes(at(deep + "/file")).at("posix.links"), "1");
     EXPECT_EQ(content("moved"), "far down");
+    auto& links = dynamic_cast<extensions::ILinks&>(*provider_);
+    for (auto const& [name, target] : {std::pair(u"nowhere", u"missing"), {u"circle", u"circle"}}) {
+        StorageIRI const link(at(deep), name);
+        links.createLink(link, target);
+        EXPECT_EQ(provider_->getExtendedAttributes(link).at("posix.mode"), "0777");
+    }
     EXPECT_EQ(provider_->exists(at(deep + "/missing/file")), ExistsResult::Nothing);
     EXPECT_EQ(provider_->exists(at("missing/" + deep)), ExistsResult::Nothing);
     EXPECT_TRUE(isRefused([&] { provider_->exists(at(deep + '/' + std::string(5000, 'n'))); },

@@ -4,7 +4,9 @@
 #include <foundation/storage/provider/local/local_factory.hpp>
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <string_view>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
@@ -209,6 +211,22 @@ TEST_F(LocalExistence, ExtendedAttributesHoldTheUsersOwn) {
 TEST_F(LocalExistence, ExtendedAttributesOfALinkThatLeadsNowhereAreItsOwn) {
     EXPECT_EQ(provider_->getExtendedAttributes(at("link to nothing")).at("posix.inode"),
               std::to_string(status("link to nothing").st_ino));
+}
+
+TEST_F(LocalExistence, ExtendedAttributesThatAreCutOffOrUnreadableAreLeftOut) {
+    std::string const outcome = inChild([&] {
+        injectFaults({{SYS_getxattr, 0, 0, EACCES}});
+        interceptCalls(SYS_listxattr, 0, 0, [](auto const* arguments) -> std::optional<long> {
+            static constexpr std::string_view list("user.whole\0user.cut", 19);
+            if (arguments[2] >= list.size()) {
+                list.copy(reinterpret_cast<char*>(arguments[1]), list.size());
+            }
+            return static_cast<long>(list.size());
+        });
+        return std::to_string(provider_->getExtendedAttributes(at("file")).size());
+    });
+
+    EXPECT_EQ(outcome, "6");
 }
 
 TEST_F(LocalExistence, SettingTheTimeKeepsTheTimeOfAccess) {

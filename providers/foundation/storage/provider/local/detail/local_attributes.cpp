@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/local/detail/failures.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <string_view>
 #include <sys/sysmacros.h>
@@ -45,36 +46,53 @@ int readGrowing(std::string& buffer, Call const& call) {
     }
 }
 
+/// File systems without user attributes, and a link that leads nowhere, have none.
+bool meansNoAttributes(int error) noexcept {
+    return error == EOPNOTSUPP || error == ENOSYS || error == ELOOP || meansAbsent(error);
+}
+
+/// Who may list attributes may not read them all, and one may go after it was listed. The question
+/// is for those that can be had.
+bool meansUnreadable(int error) noexcept {
+    return error == EACCES || error == EPERM || error == ENODATA || error == E2BIG ||
+           meansNoAttributes(error);
+}
+
 /// A path for the calls that know no folder descriptors.
 class PlainPath {
   public:
-    PlainPath(KernelPath const& path, StorageIRI const& location) : path_(path.path()) {
+    explicit PlainPath(KernelPath const& path) : path_(path.path()) {
         if (path.folder() == AT_FDCWD) {
             return;
         }
         item_ = FileDescriptor(::openat(path.folder(), path.path(), O_PATH | O_CLOEXEC));
         if (!item_) {
-            throwErrno(errno, location);
+            error_ = errno;
+            return;
         }
         path_ = "/proc/self/fd/" + std::to_string(item_.get());
     }
+    /// Why there is no such path, or 0.
+    int error() const noexcept { return error_; }
     char const* get() const noexcept { return path_.c_str(); }
 
   private:
     FileDescriptor item_;
+    int error_ = 0;
     std::string path_;
 };
 
 void addUserAttributes(ExtendedAttributes& result, KernelPath const& path,
                        StorageIRI const& location) {
-    PlainPath const plain(path, location);
+    PlainPath const plain(path);
     std::string names;
-    int error = readGrowing(names, [&](char* buffer, std::size_t size) {
-        return ::listxattr(plain.get(), buffer, size);
-    });
-    // File systems without them, and a link that leads nowhere, have none.
-    if (error == EOPNOTSUPP || error == ENOSYS || error == ENOENT || error == ENOTDIR ||
-        error == ELOOP) {
+    int error = plain.error();
+    if (error == 0) {
+        error = readGrowing(names, [&](char* buffer, std::size_t size) {
+            return ::listxattr(plain.get(), buffer, size);
+        });
+    }
+    if (meansNoAttributes(error)) {
         return;
     }
     if (error != 0) {
@@ -83,7 +101,7 @@ void addUserAttributes(ExtendedAttributes& result, KernelPath const& path,
     std::string_view rest = names;
     while (!rest.empty()) {
         std::string const name(rest.substr(0, rest.find('\0')));
-        rest.remove_prefix(name.size() + 1);
+        rest.remove_prefix(std::min(name.size() + 1, rest.size())); // the last may be unfinished
         if (!name.starts_with("user.")) {
             continue;
         }
@@ -93,7 +111,7 @@ void addUserAttributes(ExtendedAttributes& result, KernelPath const& path,
         });
         if (error == 0) {
             result.emplace(name, std::move(value));
-        } else if (error != ENODATA) { // removed since it was listed
+        } else if (!meansUnreadable(error)) {
             throwErrno(error, location);
         }
     }
