@@ -1,3 +1,4 @@
+#include "allocation_failure.hpp"
 #include "child_process.hpp"
 #include "local_fixture.hpp"
 
@@ -7,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/resource.h>
@@ -315,6 +317,80 @@ TEST_F(LocalReplacements, WhatTheFileSystemKeptBackIsAskedForBeforePublishing) {
     });
 
     EXPECT_EQ(outcome, "failed old");
+}
+
+TEST_F(LocalReplacements, AnInterruptedQuestionForWhatWasKeptBackIsAskedAgain) {
+    std::string const outcome = inChild([&] {
+        auto const stream = replace("file");
+        writeAll(*stream, "new");
+        interceptCalls(SYS_close, 0, 0, [calls = 0](auto const*) mutable -> std::optional<long> {
+            return calls++ == 0 ? -EINTR : -EIO;
+        });
+        bool const failed = bool(closingFails(*stream, ErrorCode::IOError));
+        return std::string(failed ? "failed " : "published ") + content("file");
+    });
+
+    EXPECT_EQ(outcome, "failed old");
+}
+
+TEST_F(LocalReplacements, RunningOutOfDescriptorsLeavesClosingToBeTriedAgain) {
+    std::string const outcome = inChild([&] {
+        auto const stream = replace("file");
+        writeAll(*stream, "new");
+        rlimit limit{};
+        ::getrlimit(RLIMIT_NOFILE, &limit);
+        rlimit const none{3, limit.rlim_max}; // the three standard ones are open
+        ::setrlimit(RLIMIT_NOFILE, &none);
+        bool const failed = bool(closingFails(*stream, ErrorCode::InternalError));
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+        std::string const before = content("file");
+        stream->close();
+        return std::string(failed ? "failed " : "published ") + before + ' ' + content("file");
+    });
+
+    EXPECT_EQ(outcome, "failed old new");
+}
+
+TEST_F(LocalReplacements, WhatIsWrittenAfterAFailedCloseIsAskedForToo) {
+    std::string const outcome = inChild([&] {
+        auto const stream = replace("new", ReplacementPolicy::FailIfExists);
+        writeAll(*stream, "mine");
+        makeFile("new", "theirs");
+        bool const refused = bool(closingFails(*stream, ErrorCode::ResourceAlreadyExists));
+        ::unlink(path("new").c_str());
+        writeAll(*stream, " and more");
+        injectFaults({{SYS_close, 0, 0, EIO}});
+        bool const failed = bool(closingFails(*stream, ErrorCode::IOError));
+        return std::string(refused && failed && !isThere("new") ? "failed" : "published");
+    });
+
+    EXPECT_EQ(outcome, "failed");
+}
+
+TEST_F(LocalReplacements, WithoutMemoryClosingFailsBeforeItsEffectOrNotAtAll) {
+    onBothKindsOfFileSystem(
+        [&] {
+            for (std::size_t before = 0;; ++before) {
+                makeFile("file", "old");
+                auto const stream = replace("file");
+                writeAll(*stream, "new");
+                bool closed = false;
+                bool failed = false;
+                try {
+                    AllocationFailure const failure(before, failed);
+                    stream->close();
+                    closed = true;
+                } catch (std::exception const&) {
+                }
+                if (content("file") != (closed ? "new" : "old")) {
+                    return "half an effect at allocation " + std::to_string(before);
+                }
+                if (!failed) {
+                    return std::string("all or nothing");
+                }
+            }
+        },
+        "all or nothing");
 }
 
 TEST_F(LocalReplacements, AClosedStreamFailsInEveryCall) {

@@ -47,14 +47,20 @@ class ReplacementStream final : public ByteStream {
           io_(staged_.descriptor(), StreamAccess::ReadWrite) {}
 
     long read(char* buffer, long count) override { return io_.read(buffer, count); }
-    long write(char const* buffer, long count) override { return io_.write(buffer, count); }
+    long write(char const* buffer, long count) override {
+        settled_ = false;
+        return io_.write(buffer, count);
+    }
     long seek(long offset, std::ios_base::seekdir way) override { return io_.seek(offset, way); }
 
     void close() override {
         io_.checkBeforeClose();
         if (!settled_) {
             if (int const error = staged_.settle()) {
-                io_.failClose(reasonOf(error), errorCodeOfErrno(error));
+                if (detail::meansNoDescriptor(error)) {
+                    refuse(reasonOf(error), errorCodeOfErrno(error));
+                }
+                io_.failClose(error);
             }
             settled_ = true;
         }
@@ -63,7 +69,8 @@ class ReplacementStream final : public ByteStream {
     }
 
   private:
-    /// May be tried again: a failure here leaves the new content as it is, and poisons nothing.
+    /// May be tried again, also after more was written: a failure here leaves the new content as it
+    /// is, and poisons nothing.
     void publish() {
         try {
             if (auto const now = checkDestination(slot_, policy_, location_);

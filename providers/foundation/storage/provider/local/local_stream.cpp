@@ -114,10 +114,14 @@ std::string reasonOf(int error) {
     return std::generic_category().message(error);
 }
 
+std::string DescriptorIo::Poison::reason() const {
+    return error != 0 ? reasonOf(error) : std::string(words);
+}
+
 template<class Failure>
 void DescriptorIo::checkPoison(char const* what) const {
     if (poison_) {
-        throw Failure(std::string(what) + ": " + poison_->reason, poison_->code);
+        throw Failure(std::string(what) + ": " + poison_->reason(), poison_->code);
     }
 }
 
@@ -151,19 +155,19 @@ long DescriptorIo::read(char* buffer, long count) {
     return done;
 }
 
-void DescriptorIo::failWrite(std::string const& reason, ErrorCode code) {
-    poison_ = Poison{reason, code};
-    throw ByteStreamWriteFailure("write: " + reason, code);
+void DescriptorIo::failWrite(Poison const& poison) {
+    poison_ = poison;
+    throw ByteStreamWriteFailure("write: " + poison.reason(), poison.code);
 }
 
 long DescriptorIo::write(char const* buffer, long count) {
     checkPoison<ByteStreamWriteFailure>("write");
     if (access_ == StreamAccess::Read) {
-        failWrite("Permission denied: the stream is open for reading only",
-                  ErrorCode::PermissionDenied);
+        failWrite({0, "Permission denied: the stream is open for reading only",
+                   ErrorCode::PermissionDenied});
     }
     if (count < 0) {
-        failWrite(reasonOf(EINVAL), ErrorCode::InternalError);
+        failWrite({EINVAL, "", ErrorCode::InternalError});
     }
     long done = 0;
     while (done < count) {
@@ -172,7 +176,7 @@ long DescriptorIo::write(char const* buffer, long count) {
         });
         if (put <= 0) {
             int const error = put < 0 ? errno : EIO;
-            failWrite(reasonOf(error), errorCodeOfErrno(error));
+            failWrite({error, "", errorCodeOfErrno(error)});
         }
         done += put;
     }
@@ -194,13 +198,13 @@ void DescriptorIo::checkBeforeClose() const {
     checkPoison<ByteStreamCloseFailure>("close");
 }
 
-void DescriptorIo::failClose(std::string const& reason, ErrorCode code) {
-    poison_ = Poison{reason, code};
-    throw ByteStreamCloseFailure("close: " + reason, code);
+void DescriptorIo::failClose(int error) {
+    poison_ = Poison{error, "", errorCodeOfErrno(error)};
+    throw ByteStreamCloseFailure("close: " + reasonOf(error), poison_->code);
 }
 
-void DescriptorIo::markClosed() {
-    poison_ = Poison{"the stream is closed", ErrorCode::InternalError};
+void DescriptorIo::markClosed() noexcept {
+    poison_ = Poison{0, "the stream is closed", ErrorCode::InternalError};
 }
 
 LocalStream::LocalStream(FileDescriptor file, StreamAccess access, long end) noexcept
@@ -221,7 +225,7 @@ void LocalStream::close() {
     int const error = file_.close();
     io_.checkBeforeClose();
     if (error != 0) {
-        io_.failClose(reasonOf(error), errorCodeOfErrno(error));
+        io_.failClose(error);
     }
     io_.markClosed();
 }

@@ -33,19 +33,23 @@ class DescriptorIo {
 
     /// Throws the failure that poisoned the stream, if one did, as a failure to close.
     void checkBeforeClose() const;
-    /// Makes every later call fail for this reason, and throws it as a failure to close.
-    [[noreturn]] void failClose(std::string const& reason, ErrorCode code);
+    /// Makes every later call fail with this system error, and throws it as a failure to close.
+    [[noreturn]] void failClose(int error);
     /// Every later call fails: the stream has been closed.
-    void markClosed();
+    void markClosed() noexcept;
 
   private:
+    /// Held so that poisoning needs no memory: it comes after an effect that stands.
     struct Poison {
-        std::string reason;
+        int error;         ///< a system error number, or 0
+        char const* words; ///< the reason where there is no number
         ErrorCode code;
+
+        std::string reason() const;
     };
     template<class Failure>
     void checkPoison(char const* what) const;
-    [[noreturn]] void failWrite(std::string const& reason, ErrorCode code);
+    [[noreturn]] void failWrite(Poison const& poison);
 
     int descriptor_;
     StreamAccess access_;

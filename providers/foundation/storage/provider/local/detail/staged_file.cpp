@@ -16,6 +16,7 @@ namespace foundation::storage::provider::local::detail {
 namespace {
 
 constexpr int temporaryNameAttempts = 16;
+constexpr int settlingAttempts = 16;
 
 /// Where a name is given to an unnamed file by a path through /proc, as older kernels need it.
 bool hasDescriptorPaths() noexcept {
@@ -87,9 +88,21 @@ StagedFile::~StagedFile() {
     }
 }
 
+bool meansNoDescriptor(int error) noexcept {
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR;
+}
+
 int StagedFile::settle() noexcept {
-    FileDescriptor second(::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0));
-    return second ? second.close() : errno;
+    // An interrupted close has closed, and not told what became of the content.
+    int error = EINTR;
+    for (int i = 0; error == EINTR && i < settlingAttempts; ++i) {
+        int const second = ::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0);
+        if (second < 0) {
+            return errno;
+        }
+        error = ::close(second) == 0 ? 0 : errno;
+    }
+    return error;
 }
 
 int StagedFile::takeTemporaryName() noexcept {
