@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -392,6 +393,71 @@ TEST_F(LocalMoves, WhereRenameKnowsNoFlagsNothingIsReplacedEither) {
         EXPECT_EQ(content("other"), "other content");
         EXPECT_EQ(names("empty").size(), 0U);
     }
+}
+
+TEST_F(LocalMoves, WithoutFlagsAndLinksTheNameIsTakenBeforeTheRename) {
+    std::string const outcome = inChild([&] {
+        injectFaults({{SYS_renameat2, 4, 1, EINVAL}, {SYS_linkat, 0, 0, EPERM}});
+        std::string others;
+        interceptCalls(SYS_renameat, 0, 0, [&](auto const*) -> std::optional<long> {
+            int const file = ::open(path("new").c_str(), O_CREAT | O_EXCL | O_WRONLY, 0600);
+            others += file < 0 ? "kept out " : "got in ";
+            others += ::mkdir(path("new folder").c_str(), 0700) != 0 ? "kept out " : "got in ";
+            return std::nullopt;
+        });
+        makeFolder("new folder");
+        moveFile("file", "new");
+        ::rmdir(path("new folder").c_str());
+        moveFolder("folder", "new folder");
+        return others + content("new") + ' ' + content("new folder/inner");
+    });
+
+    EXPECT_EQ(outcome, "kept out kept out kept out kept out content inside");
+}
+
+TEST_F(LocalMoves, ARenameThatFailsLeavesNoTakenName) {
+    std::string const outcome = inChild([&] {
+        injectFaults(
+            {{SYS_renameat2, 4, 1, EINVAL}, {SYS_linkat, 0, 0, EPERM}, {SYS_renameat, 0, 0, EIO}});
+        auto const file = refusalOf([&] { moveFile("file", "new"); });
+        auto const folder = refusalOf([&] { moveFolder("folder", "new folder"); });
+        return std::string(file && file->code == ErrorCode::IOError ? "failed " : "? ") +
+               (folder && folder->code == ErrorCode::IOError ? "failed" : "?");
+    });
+
+    EXPECT_EQ(outcome, "failed failed");
+    EXPECT_FALSE(isThere("new"));
+    EXPECT_FALSE(isThere("new folder"));
+}
+
+TEST_F(LocalMoves, WithoutFlagsTheLastNameOfAFileStaysWhateverOthersDo) {
+    std::string const gone = inChild([&] {
+        injectFaults({{SYS_renameat2, 4, 1, EINVAL}});
+        interceptCalls(SYS_unlinkat, 0, 0, [&](auto const*) -> std::optional<long> {
+            ::unlink(path("file").c_str());
+            return std::nullopt;
+        });
+        moveFile("file", "new");
+        return content("new");
+    });
+    std::string const replaced = inChild([&] {
+        injectFaults({{SYS_renameat2, 4, 1, EINVAL}});
+        interceptCalls(SYS_unlinkat, 0, 0,
+                       [&, first = true](auto const*) mutable -> std::optional<long> {
+                           if (!std::exchange(first, false)) {
+                               return std::nullopt;
+                           }
+                           ::unlink(path("newer").c_str());
+                           makeFile("newer", "theirs");
+                           return -EACCES;
+                       });
+        auto const refusal = refusalOf([&] { moveFile("other", "newer"); });
+        return (refusal ? "refused " : "moved ") + content("newer");
+    });
+
+    EXPECT_EQ(gone, "content");
+    EXPECT_EQ(replaced, "refused theirs");
+    EXPECT_EQ(content("other"), "other content");
 }
 
 TEST_F(LocalMoves, TheFolderThatDeniesIsNamed) {
