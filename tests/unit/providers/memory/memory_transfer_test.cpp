@@ -39,6 +39,30 @@ TEST(MemoryCopy, SharesTheBytesUntilOneSideIsWritten) {
     EXPECT_EQ(store.get(u"/copy").substr(0, 3), "baa");
 }
 
+TEST(MemoryCopy, ALinkReplacesAnotherLinkToTheSameItem) {
+    Store store;
+    store.put(u"/file", "content");
+    store->createLink(at(u"/link"), u"file");
+    store->createLink(at(u"/second"), u"link");
+    EXPECT_EQ(store.copy(u"/link", u"/second", ReplaceExisting), CopyStatus::CopiedWithTimes);
+    EXPECT_EQ(store->readLink(at(u"/second")), u"file");
+    store->moveFile(at(u"/link"), at(u"/second"), ReplaceExisting);
+    EXPECT_FALSE(store.isThere(u"/link"));
+    EXPECT_EQ(store.get(u"/file"), "content");
+    EXPECT_EQ(failureOf([&] { store.copy(u"/second", u"/second", ReplaceExisting); }),
+              failure(ErrorCode::InvalidLocation, u"/second"));
+    EXPECT_EQ(failureOf([&] { store.copy(u"/second", u"/file", ReplaceExisting); }),
+              failure(ErrorCode::InvalidLocation, u"/second"));
+}
+
+TEST(MemoryCopy, ACopiedLinkLeavesWhatItLeadsToUnlocked) {
+    Store store;
+    store.put(u"/file", "content");
+    store->createLink(at(u"/link"), u"file");
+    EXPECT_EQ(store.copy(u"/link", u"/copy", ReplaceReadOnly), CopyStatus::Copied);
+    EXPECT_EQ(store.copy(u"/file", u"/other", ReplaceReadOnly), CopyStatus::CopiedWithTimes);
+}
+
 TEST(MemoryCopy, ReportsOnceWithoutALockHeldAndCanBeCanceled) {
     Store store;
     store.put(u"/file", "content");

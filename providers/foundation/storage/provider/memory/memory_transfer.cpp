@@ -42,8 +42,14 @@ Node const* finalNode(Tree const& tree, std::u16string_view path) {
     return followed.node ? followed.node : tree.walk(path, LastLink::Keep).node;
 }
 
-/// Two names of one item: acting on the one would destroy what the other shows.
+/// Two names of one item: acting on the one would destroy what the other shows. Of two links, what
+/// they lead to stays as it is.
 void refuseSameItem(Tree const& tree, StorageIRI const& source, StorageIRI const& destination) {
+    Place const from = tree.walk(pathOf(source), LastLink::Keep);
+    Place const to = tree.walk(pathOf(destination), LastLink::Keep);
+    if (from.link() && to.link() && from.node != to.node) {
+        return;
+    }
     Node const* const node = finalNode(tree, pathOf(source));
     if (node && node == finalNode(tree, pathOf(destination))) {
         fail(ErrorCode::InvalidLocation, source);
@@ -165,7 +171,11 @@ CopyStatus MemoryProvider::copyFile(StorageIRI const& source, StorageItem const&
         fail(ErrorCode::InvalidLocation, source); // it was moved there in between
     }
     replaced = tree_->publish(target, slot, std::move(copy), options.policy);
-    return CopyStatus::CopiedWithTimes;
+    // Where the caller unlocked what stood there, it locks a copy that needs nothing more again,
+    // and that would lock what a new link leads to.
+    return !original && options.policy == ReplacementPolicy::ReplaceReadOnly
+               ? CopyStatus::Copied
+               : CopyStatus::CopiedWithTimes;
 }
 
 void MemoryProvider::moveFile(StorageIRI const& source, StorageIRI const& destination,
