@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <mutex>
 #include <sys/mount.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -399,7 +400,9 @@ TEST_F(LocalMoves, WithoutFlagsAndLinksTheNameIsTakenBeforeTheRename) {
     std::string const outcome = inChild([&] {
         injectFaults({{SYS_renameat2, 4, 1, EINVAL}, {SYS_linkat, 0, 0, EPERM}});
         std::string others;
+        std::mutex mutex; // the call waits for the other thread, which only the kernel knows
         interceptCalls(SYS_renameat, 0, 0, [&](auto const*) -> std::optional<long> {
+            std::lock_guard const lock(mutex);
             int const file = ::open(path("new").c_str(), O_CREAT | O_EXCL | O_WRONLY, 0600);
             others += file < 0 ? "kept out " : "got in ";
             others += ::mkdir(path("new folder").c_str(), 0700) != 0 ? "kept out " : "got in ";
@@ -409,6 +412,7 @@ TEST_F(LocalMoves, WithoutFlagsAndLinksTheNameIsTakenBeforeTheRename) {
         moveFile("file", "new");
         ::rmdir(path("new folder").c_str());
         moveFolder("folder", "new folder");
+        std::lock_guard const lock(mutex);
         return others + content("new") + ' ' + content("new folder/inner");
     });
 
