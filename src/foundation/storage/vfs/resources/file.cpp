@@ -216,12 +216,7 @@ void File::stopPublishingEvents() const {
 }
 
 void File::swap(File& other) {
-    auto mine = std::make_shared<Impl const>(
-        Impl{{other.impl_->item, impl_->storageSystem, impl_->canonicalFlag}});
-    auto theirs = std::make_shared<Impl const>(
-        Impl{{impl_->item, other.impl_->storageSystem, other.impl_->canonicalFlag}});
-    impl_ = std::move(mine);
-    other.impl_ = std::move(theirs);
+    detail::swapItems(impl_, other.impl_);
 }
 
 bool File::operator==(File const& other) const {

@@ -116,12 +116,7 @@ void Folder::stopPublishingEvents() const {
 }
 
 void Folder::swap(Folder& other) {
-    auto mine = std::make_shared<Impl const>(
-        Impl{{other.impl_->item, impl_->storageSystem, impl_->canonicalFlag}});
-    auto theirs = std::make_shared<Impl const>(
-        Impl{{impl_->item, other.impl_->storageSystem, other.impl_->canonicalFlag}});
-    impl_ = std::move(mine);
-    other.impl_ = std::move(theirs);
+    detail::swapItems(impl_, other.impl_);
 }
 
 bool Folder::operator==(Folder const& other) const {
