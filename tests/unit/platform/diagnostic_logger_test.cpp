@@ -1,9 +1,9 @@
 #include <foundation/log/diagnostic_logger.hpp>
 
-#include <boost/log/attributes/value_extraction.hpp>
+#include "unit/log_collector.hpp"
+
 #include <boost/log/core.hpp>
 #include <boost/log/expressions.hpp>
-#include <boost/log/sinks/basic_sink_backend.hpp>
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/make_shared.hpp>
 
@@ -16,22 +16,6 @@
 namespace {
 
 namespace logging = boost::log;
-
-struct Record {
-    std::string channel;
-    int severity;
-    std::string text;
-};
-
-class Collector : public logging::sinks::basic_sink_backend<logging::sinks::synchronized_feeding> {
-  public:
-    void consume(logging::record_view const& record) {
-        records.push_back({logging::extract<std::string>("Channel", record).get(),
-                           logging::extract<int>("Severity", record).get(),
-                           logging::extract<std::string>("Message", record).get()});
-    }
-    std::vector<Record> records;
-};
 
 class DiagnosticLogger : public testing::Test {
   protected:
@@ -46,10 +30,10 @@ class DiagnosticLogger : public testing::Test {
         logging::core::get()->reset_filter();
     }
 
-    std::vector<Record> const& records() { return sink_->locked_backend()->records; }
+    std::vector<LogRecord> const& records() { return sink_->locked_backend()->records; }
 
-    boost::shared_ptr<logging::sinks::synchronous_sink<Collector>> sink_ =
-        boost::make_shared<logging::sinks::synchronous_sink<Collector>>();
+    boost::shared_ptr<logging::sinks::synchronous_sink<LogCollector>> sink_ =
+        boost::make_shared<logging::sinks::synchronous_sink<LogCollector>>();
     foundation::log::diagnostic_logger logger_{"a::name"};
 };
 

@@ -1,9 +1,9 @@
 #include <foundation/storage/vfs/iri/detail/guarded_prefix_test.hpp>
 
-#include <boost/log/attributes/value_extraction.hpp>
+#include "unit/log_collector.hpp"
+
 #include <boost/log/core.hpp>
 #include <boost/log/expressions.hpp>
-#include <boost/log/sinks/basic_sink_backend.hpp>
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
@@ -17,22 +17,6 @@ namespace {
 namespace logging = boost::log;
 using foundation::storage::vfs::detail::guardedPrefixTest;
 
-struct Record {
-    std::string channel;
-    int severity;
-    std::string text;
-};
-
-class Collector : public logging::sinks::basic_sink_backend<logging::sinks::synchronized_feeding> {
-  public:
-    void consume(logging::record_view const& record) {
-        records.push_back({logging::extract<std::string>("Channel", record).get(),
-                           logging::extract<int>("Severity", record).get(),
-                           logging::extract<std::string>("Message", record).get()});
-    }
-    std::vector<Record> records;
-};
-
 class GuardedPrefixTest : public testing::Test {
   protected:
     void SetUp() override { logging::core::get()->add_sink(sink_); }
@@ -41,9 +25,9 @@ class GuardedPrefixTest : public testing::Test {
         logging::core::get()->reset_filter();
     }
 
-    boost::shared_ptr<Collector> collector_ = boost::make_shared<Collector>();
-    boost::shared_ptr<logging::sinks::synchronous_sink<Collector>> sink_ =
-        boost::make_shared<logging::sinks::synchronous_sink<Collector>>(collector_);
+    boost::shared_ptr<LogCollector> collector_ = boost::make_shared<LogCollector>();
+    boost::shared_ptr<logging::sinks::synchronous_sink<LogCollector>> sink_ =
+        boost::make_shared<logging::sinks::synchronous_sink<LogCollector>>(collector_);
 };
 
 bool failing(std::u32string_view) {
@@ -54,7 +38,7 @@ TEST_F(GuardedPrefixTest, FailureIsLoggedAndAnsweredWithFalse) {
     EXPECT_FALSE(guardedPrefixTest(U"ab:/", failing));
 
     ASSERT_EQ(collector_->records.size(), 1U);
-    Record const& record = collector_->records.front();
+    LogRecord const& record = collector_->records.front();
     EXPECT_EQ(record.channel, "foundation::storage::vfs");
     EXPECT_EQ(record.severity, 16);
     EXPECT_EQ(record.text.rfind("Exception caught: ", 0), 0U);

@@ -55,7 +55,7 @@ ios_base::openmode forWriting(ios_base::openmode mode) {
     return mode | ios_base::out | (keeps ? ios_base::openmode{} : ios_base::trunc);
 }
 
-/// True where the stream could be opened; an open one gets failbit.
+/// Whether the stream is open already, which gives it failbit and nothing else.
 bool refusedAsOpen(std::ios& stream, detail::FileStreamBuffer& buffer) {
     if (buffer.isOpen()) {
         stream.clear(ios_base::failbit);
