@@ -1,5 +1,7 @@
 #pragma once
 
+#include <boost/variant/variant_fwd.hpp>
+
 #include <cstdint>
 
 namespace foundation::storage::vfs {
@@ -14,7 +16,9 @@ class ChangeEventsNotSupportedException;
 class ChangeEventsSubscriptionException;
 class Exception;
 class File;
+class FileEntry;
 class Folder;
+class FolderEntry;
 class IODevice;
 class IOCloseException;
 class IOException;
@@ -22,6 +26,7 @@ class IOReadException;
 class IOSeekException;
 class IOWriteException;
 class InvalidIRIException;
+class ListEntry;
 class PathComparator;
 class PluggableStorageSystem;
 class Resource;
@@ -29,6 +34,16 @@ class StorageSystem;
 class StorageSystemDecorator;
 class StorageSystemReference;
 class UnsupportedIRISchemeException;
+
+template<class T>
+class FolderListing;
+template<class T>
+class FolderListingIterator;
+
+/// An item of either kind.
+using FileOrFolder = boost::variant<File, Folder>;
+/// A result of a listing whose kind is known.
+using FileOrFolderEntry = boost::variant<FileEntry, FolderEntry>;
 
 class fstream;
 class ifstream;

@@ -103,10 +103,6 @@ PathComparator Folder::getPathComparator() const {
     return translated([this] { return PathComparator(impl_->item.getPathComparator()); });
 }
 
-bool Folder::providerSupportsFlatWildcardListing() const {
-    return impl_->item.hasFeature(ExtendedFeature::FlatWildcardListing);
-}
-
 void Folder::flushFilesystem() {
     translated([this] { StorageItem(impl_->item).flushFilesystem(); });
 }

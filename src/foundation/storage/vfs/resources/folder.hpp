@@ -2,8 +2,10 @@
 
 #include <foundation/export.hpp>
 #include <foundation/storage/provider/attributes.hpp>
+#include <foundation/storage/provider/i_folder_entry_iterator.hpp>
 #include <foundation/storage/provider/path_comparison.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
+#include <foundation/storage/vfs/fwd.hpp>
 #include <foundation/storage/vfs/iri/absolute_iri.hpp>
 #include <foundation/storage/vfs/resources/folder_removal_policy.hpp>
 #include <foundation/storage/vfs/resources/path_comparator.hpp>
@@ -55,8 +57,31 @@ class FOUNDATION_EXPORT Folder {
 
     provider::FilenameSensitivity getFilenameSensitivity() const;
     PathComparator getPathComparator() const;
+
+    /// What is in the folder, as a stream: a missing folder fails here, and what is behind the
+    /// first element is read while the iterators move (listing/folder_listing.hpp, which a caller
+    /// of these includes). A pattern that is not empty leaves the names that match it: `*` any
+    /// number of UTF-16 units, `?` one (provider/wildcard.hpp; a provider that filters by itself
+    /// may have rules of its own).
+    ///
+    /// listFiles, listFolders and listAll fetch names only. The ...Entries carry the attributes
+    /// that came with the listing.
+    FolderListing<File> listFiles(ustring pattern = {}) const;
+    FolderListing<Folder> listFolders(ustring pattern = {}) const;
+    FolderListing<ListEntry> listAll(ustring pattern = {}) const;
+    FolderListing<FileEntry> listFileEntries(ustring pattern = {}) const;
+    FolderListing<FolderEntry> listFolderEntries(ustring pattern = {}) const;
+    FolderListing<FileOrFolderEntry> listAllEntries(ustring pattern = {}) const;
+    /// The whole tree, each folder before what is in it; a pattern chooses what is shown, and not
+    /// what is entered. Folders below this one that deny access or vanish are passed over. The
+    /// elements of a provider that walks by itself belong to this folder and are named by their
+    /// path below it; others belong to their own folder. Where the provider does not walk, the
+    /// listing's empty() answers false without a pattern, and begin() == end() tells.
+    FolderListing<ListEntry> listAllRecursive(ustring pattern = {}) const;
+    FolderListing<FileOrFolderEntry> listAllEntriesRecursive(ustring pattern = {}) const;
     /// Whether the provider filters listings by itself. Provider exceptions are not translated.
     bool providerSupportsFlatWildcardListing() const;
+
     /// Writes pending state of the storage out.
     void flushFilesystem();
 
@@ -74,8 +99,27 @@ class FOUNDATION_EXPORT Folder {
   private:
     friend class File;
     struct Impl;
+    using Cursor = std::unique_ptr<provider::IFolderEntryIterator>;
 
     provider::StorageItem const& item() const;
+
+    Cursor doListFiles(ustring const& pattern) const;
+    Cursor doListFolders(ustring const& pattern) const;
+    Cursor doListAll(ustring const& pattern) const;
+    Cursor doListFileEntries(ustring const& pattern) const;
+    Cursor doListFolderEntries(ustring const& pattern) const;
+    Cursor doListAllEntries(ustring const& pattern) const;
+    Cursor doListAllRecursive_provider_specialization(ustring const& pattern) const;
+    Cursor doListAllEntriesRecursive_provider_specialization(ustring const& pattern) const;
+    /// Runs one of StorageItem's list operations.
+    Cursor list(Cursor (provider::StorageItem::*operation)(ustring) const,
+                ustring const& pattern) const;
+    template<class T>
+    FolderListing<T> listFlat(Cursor (Folder::*operation)(ustring const&) const,
+                              ustring const& pattern) const;
+    template<class T>
+    FolderListing<T> listRecursive(Cursor (Folder::*operation)(ustring const&) const,
+                                   ustring const& pattern) const;
 
     std::shared_ptr<Impl const> impl_;
 };

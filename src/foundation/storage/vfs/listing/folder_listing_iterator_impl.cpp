@@ -1,0 +1,145 @@
+#include <foundation/storage/vfs/listing/detail/folder_listing_iterator_impl.hpp>
+
+#include <foundation/storage/vfs/errors/detail/translated.hpp>
+#include <foundation/storage/vfs/errors/exception.hpp>
+#include <foundation/storage/vfs/listing/file_or_folder_entry.hpp>
+#include <foundation/storage/vfs/listing/list_entry.hpp>
+
+#include <type_traits>
+#include <utility>
+
+namespace foundation::storage::vfs::detail {
+
+namespace {
+
+using Cursor = std::unique_ptr<provider::IFolderEntryIterator>;
+
+Cursor clone(Cursor const& cursor, boost::optional<Folder> const& folder) {
+    if (!cursor) {
+        return nullptr;
+    }
+    Cursor copy(cursor->cloneIterator());
+    if (!copy) {
+        throw Exception(ErrorCode::InternalError, folder->getLocation());
+    }
+    return copy;
+}
+
+/// The element of type `T` for an entry of `folder`. What the type says of the kind is believed:
+/// the provider was asked for nothing else.
+template<class T>
+T makeElement(Folder const& folder, provider::FolderEntry entry) {
+    if constexpr (std::is_same_v<T, FileEntry>) {
+        boost::optional<provider::FileAttributes> const attributes = entry.getFileAttributes();
+        ustring name = std::move(entry).getName();
+        return attributes ? FileEntry(folder, std::move(name), *attributes)
+                          : FileEntry(folder, std::move(name));
+    } else if constexpr (std::is_same_v<T, FolderEntry>) {
+        boost::optional<provider::FolderAttributes> const attributes = entry.getFolderAttributes();
+        ustring name = std::move(entry).getName();
+        return attributes ? FolderEntry(folder, std::move(name), *attributes)
+                          : FolderEntry(folder, std::move(name));
+    } else if constexpr (std::is_same_v<T, FileOrFolder>) {
+        if (entry.isFile()) {
+            return makeElement<File>(folder, std::move(entry));
+        }
+        return makeElement<Folder>(folder, std::move(entry));
+    } else if constexpr (std::is_same_v<T, FileOrFolderEntry>) {
+        if (entry.isFile()) {
+            return makeElement<FileEntry>(folder, std::move(entry));
+        }
+        return makeElement<FolderEntry>(folder, std::move(entry));
+    } else {
+        return T(folder, std::move(entry).getName());
+    }
+}
+
+} // namespace
+
+template<class T>
+FolderListingIteratorImpl<T>::FolderListingIteratorImpl() = default;
+
+template<class T>
+FolderListingIteratorImpl<T>::FolderListingIteratorImpl(Folder folder)
+    : folder_(std::move(folder)) {}
+
+template<class T>
+FolderListingIteratorImpl<T>::FolderListingIteratorImpl(
+    Folder folder, std::unique_ptr<provider::IFolderEntryIterator> iterator)
+    : folder_(std::move(folder)),
+      iterator_(std::move(iterator)) {
+    updateCurrent();
+}
+
+template<class T>
+FolderListingIteratorImpl<T>::FolderListingIteratorImpl(FolderListingIteratorImpl const& other)
+    : IFolderIteratorImpl<T>(other),
+      folder_(other.folder_),
+      iterator_(clone(other.iterator_, other.folder_)),
+      current_(other.current_) {}
+
+template<class T>
+FolderListingIteratorImpl<T>&
+FolderListingIteratorImpl<T>::operator=(FolderListingIteratorImpl const& other) {
+    Cursor copy = clone(other.iterator_, other.folder_);
+    folder_ = other.folder_;
+    iterator_ = std::move(copy);
+    current_ = other.current_;
+    return *this;
+}
+
+template<class T>
+FolderListingIteratorImpl<T>::~FolderListingIteratorImpl() = default;
+
+template<class T>
+void FolderListingIteratorImpl<T>::updateCurrent() {
+    if (!iterator_->hasNext()) {
+        current_.reset();
+        return;
+    }
+    // Only this step is translated; what hasNext() and currentEntry() throw goes out as it is.
+    translated([this] { iterator_->advance(); });
+    current_ = std::make_shared<T const>(makeElement<T>(*folder_, iterator_->currentEntry()));
+}
+
+template<class T>
+void FolderListingIteratorImpl<T>::increment() {
+    updateCurrent();
+}
+
+template<class T>
+bool FolderListingIteratorImpl<T>::equal(IFolderIteratorImpl<T> const& other) const {
+    auto const& that = static_cast<FolderListingIteratorImpl const&>(other);
+    if (current_ != that.current_) {
+        return false;
+    }
+    if (folder_ && that.folder_) {
+        return *folder_ == *that.folder_;
+    }
+    return !folder_ && !that.folder_;
+}
+
+template<class T>
+T const& FolderListingIteratorImpl<T>::dereference() const {
+    return *current_;
+}
+
+template<class T>
+std::shared_ptr<IFolderIteratorImpl<T>> FolderListingIteratorImpl<T>::cloneImpl() const {
+    return std::make_shared<FolderListingIteratorImpl>(*this);
+}
+
+template<class T>
+std::shared_ptr<IFolderIteratorImpl<T>> FolderListingIteratorImpl<T>::buildEndIterator() const {
+    return std::make_shared<FolderListingIteratorImpl>(*folder_);
+}
+
+template class FolderListingIteratorImpl<File>;
+template class FolderListingIteratorImpl<Folder>;
+template class FolderListingIteratorImpl<FileOrFolder>;
+template class FolderListingIteratorImpl<FileEntry>;
+template class FolderListingIteratorImpl<FolderEntry>;
+template class FolderListingIteratorImpl<FileOrFolderEntry>;
+template class FolderListingIteratorImpl<ListEntry>;
+
+} // namespace foundation::storage::vfs::detail
