@@ -33,6 +33,7 @@ class FOUNDATION_EXPORT MemoryProvider final : public IProvider,
     bool fileExists(StorageIRI const& location) const override;
     bool folderExists(StorageIRI const& location) const override;
 
+    bool hasFeature(StorageIRI const& location, ExtendedFeature const& feature) const override;
     StorageIRI getCanonicalLocation(StorageIRI const& location) const override;
 
     FileAttributes getFileAttributes(StorageIRI const& location) const override;
@@ -61,6 +62,26 @@ class FOUNDATION_EXPORT MemoryProvider final : public IProvider,
     std::unique_ptr<ByteStream> openReadOnlyStream(StorageIRI const& location) const override;
     std::unique_ptr<ByteStream> openReplacement(StorageIRI const& location,
                                                 ReplacementPolicy const& policy) override;
+
+    /// Listings go on while the store changes: what is there throughout is delivered exactly once.
+    /// Recursive ones go depth first, each folder before its contents. Siblings come in the order
+    /// of their names' UTF-16 units.
+    std::unique_ptr<IFolderEntryIterator> listAll(StorageIRI const& location,
+                                                  ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listFiles(StorageIRI const& location,
+                                                    ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listFolders(StorageIRI const& location,
+                                                      ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listAllNamesOnly(StorageIRI const& location,
+                                                           ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listFilesNamesOnly(StorageIRI const& location,
+                                                             ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator>
+    listFoldersNamesOnly(StorageIRI const& location, ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listAllRecursive(StorageIRI const& location,
+                                                           ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator>
+    listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const override;
 
     ustring readLink(StorageIRI const& location) const override;
     void createLink(StorageIRI const& location, ustring const& target) override;

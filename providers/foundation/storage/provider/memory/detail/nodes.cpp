@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 #include <ctime>
 #include <iterator>
 #include <mutex>
@@ -317,7 +318,9 @@ std::shared_ptr<Node> FolderNode::moveTo(FolderNode& folder, std::u16string_view
 
 void FolderNode::detach(Node& node) noexcept {
     if (node.isFolder()) {
-        static_cast<FolderNode&>(node).parent_ = nullptr;
+        auto& folder = static_cast<FolderNode&>(node);
+        assert(folder.children_.empty());
+        folder.parent_ = nullptr;
     }
 }
 

@@ -122,7 +122,8 @@ class FolderNode final : public Node, public std::enable_shared_from_this<Folder
     Node* find(std::u16string_view name) const;
     /// REQUIRES: there is nothing under the name.
     void add(ustring name, std::shared_ptr<Node> node);
-    /// REQUIRES: there is something under the name; so do the next three.
+    /// REQUIRES: there is something under the name; so do the next three. What they take out of the
+    /// tree is no folder with content.
     std::shared_ptr<Node> share(std::u16string_view name) const;
     std::shared_ptr<Node> remove(std::u16string_view name);
     /// Puts a file in the place of what was there, which is handed out.

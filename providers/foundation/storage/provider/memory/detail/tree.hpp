@@ -67,6 +67,11 @@ class Tree {
     Place walk(std::u16string_view path, LastLink last) const { return walk(*root_, path, last); }
 
     FolderNode& root() const noexcept { return *root_; }
+    /// Whether a folder is still in the tree. Only empty folders are taken out of it, so that one
+    /// with a parent is. REQUIRES: the mutex is held.
+    bool contains(FolderNode const& folder) const noexcept {
+        return folder.parent() || &folder == root_.get();
+    }
 
     /// A new item that is not in the tree yet. Throws provider::Exception with code NoSpaceLeft,
     /// naming `location`. Needs no lock.
