@@ -1,19 +1,11 @@
 #pragma once
 
-#include <foundation/storage/vfs/resources/folder.hpp>
+#include "workplace.hpp"
 
+#include <cstddef>
 #include <filesystem>
-#include <string>
 
 namespace bench {
-
-/// Where the works on bytes are done: a folder that is empty at first, a handle on it, and the
-/// command of this build.
-struct Workplace {
-    std::filesystem::path path;
-    foundation::storage::vfs::Folder folder;
-    std::filesystem::path command;
-};
 
 /// How much memory the command holds while it writes a file of 2 GiB to nowhere. To be asked before
 /// this program itself has become large: what a child was before it became the command counts.

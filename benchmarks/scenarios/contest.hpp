@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,7 +16,7 @@ struct Goal {
 struct Contender {
     std::string name;
     std::function<void()> work;
-    std::optional<Goal> goal = std::nullopt;
+    std::vector<Goal> goals = {};
     std::function<void()> prepare = nullptr;
 };
 
@@ -25,8 +24,9 @@ struct Contender {
 /// machine does falls on all of them alike. The first contender is the one that ratios are given
 /// to.
 ///
-/// What counts is processor time, which other programs disturb least; elapsed time is shown beside
-/// it. A ratio is the median of the ratios of the single rounds.
+/// What counts is processor time, also that of programs that a contender starts and waits for:
+/// other programs disturb it least. Elapsed time is shown beside it. A ratio is the median of the
+/// ratios of the single rounds.
 struct Contest {
     std::string title;
     std::string unit;   ///< what times are given in, as "ns a call"

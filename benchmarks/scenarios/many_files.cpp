@@ -100,8 +100,8 @@ void holdManyFiles(Workplace const& place) {
               {"open, read, close", byPath(readByCalls)},
               {"std::ifstream", byPath(readByStream<std::ifstream, std::string>)},
               {"fread", byPath(readByFread)},
-              {"File and IODevice", byChild(readByDevice), goal},
-              {"File and vfs::ifstream", byChild(readByStream<vfs::ifstream, vfs::File>), goal},
+              {"File and IODevice", byChild(readByDevice), {goal}},
+              {"File and vfs::ifstream", byChild(readByStream<vfs::ifstream, vfs::File>), {goal}},
           }});
     std::filesystem::remove_all(path);
 }

@@ -86,9 +86,9 @@ void holdSequentialRead(Workplace const& place) {
           {
               {"read(2)", byCalls(path, large)},
               {"std::ifstream", byStream<std::ifstream>(path, large)},
-              {"IODevice", byDevice<vfs::IODevice>(file, large), asRaw},
-              {"BufferedIODevice", byDevice<vfs::BufferedIODevice>(file, large), asRaw},
-              {"vfs::ifstream", byStream<vfs::ifstream>(file, large), asRaw},
+              {"IODevice", byDevice<vfs::IODevice>(file, large), {asRaw}},
+              {"BufferedIODevice", byDevice<vfs::BufferedIODevice>(file, large), {asRaw}},
+              {"vfs::ifstream", byStream<vfs::ifstream>(file, large), {asRaw}},
           }});
     Goal const nearRaw{1.15, "read(2)"};
     hold({"sequential read of 256 MiB in calls of 4 KiB",
@@ -99,9 +99,9 @@ void holdSequentialRead(Workplace const& place) {
               {"read(2)", byCalls(path, small)},
               {"read(2), 128 KiB", byCalls(path, large)},
               {"std::ifstream", byStream<std::ifstream>(path, small)},
-              {"IODevice", byDevice<vfs::IODevice>(file, small), nearRaw},
-              {"BufferedIODevice", byDevice<vfs::BufferedIODevice>(file, small), nearRaw},
-              {"vfs::ifstream", byStream<vfs::ifstream>(file, small), nearRaw},
+              {"IODevice", byDevice<vfs::IODevice>(file, small), {nearRaw}},
+              {"BufferedIODevice", byDevice<vfs::BufferedIODevice>(file, small), {nearRaw}},
+              {"vfs::ifstream", byStream<vfs::ifstream>(file, small), {nearRaw}},
           }});
     std::filesystem::remove(path);
 }

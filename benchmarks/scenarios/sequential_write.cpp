@@ -81,12 +81,14 @@ void holdSequentialWrite(Workplace const& place) {
           1e-3,
           15,
           {
-              {"write(2)", [&] { writeByCalls(path); }, std::nullopt, remove},
-              {"std::ofstream", [&] { writeByStream<std::ofstream>(path); }, std::nullopt, remove},
-              {"IODevice", [&] { writeByDevice<vfs::IODevice>(file); }, asRaw, remove},
-              {"BufferedIODevice", [&] { writeByDevice<vfs::BufferedIODevice>(file); }, asStream,
+              {"write(2)", [&] { writeByCalls(path); }, {}, remove},
+              {"std::ofstream", [&] { writeByStream<std::ofstream>(path); }, {}, remove},
+              {"IODevice", [&] { writeByDevice<vfs::IODevice>(file); }, {asRaw}, remove},
+              {"BufferedIODevice",
+               [&] { writeByDevice<vfs::BufferedIODevice>(file); },
+               {asStream},
                remove},
-              {"vfs::ofstream", [&] { writeByStream<vfs::ofstream>(file); }, asStream, remove},
+              {"vfs::ofstream", [&] { writeByStream<vfs::ofstream>(file); }, {asStream}, remove},
           }});
     remove();
 }

@@ -141,8 +141,8 @@ void holdSmallReads(Workplace const& place) {
 #ifdef WITH_GIO
               {"GIO", [&] { readByGio(path); }},
 #endif
-              {"vfs::ifstream", [&] { readByStream<vfs::ifstream>(file); }, goal},
-              {"BufferedIODevice", [&] { readByDevice(file); }, goal},
+              {"vfs::ifstream", [&] { readByStream<vfs::ifstream>(file); }, {goal}},
+              {"BufferedIODevice", [&] { readByDevice(file); }, {goal}},
           }});
     std::filesystem::remove(path);
 }
