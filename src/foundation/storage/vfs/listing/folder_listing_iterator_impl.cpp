@@ -27,18 +27,20 @@ Cursor clone(Cursor const& cursor, boost::optional<Folder> const& folder) {
 
 /// The element of type `T` for an entry of `folder`. What the type says of the kind is believed:
 /// the provider was asked for nothing else.
+/// With the attributes that came with the entry, or without.
+template<class T, class Attributes>
+T makeEntry(Folder const& folder, provider::FolderEntry&& entry,
+            boost::optional<Attributes> const& delivered) {
+    return delivered ? T(folder, std::move(entry).getName(), *delivered)
+                     : T(folder, std::move(entry).getName());
+}
+
 template<class T>
-T makeElement(Folder const& folder, provider::FolderEntry entry) {
+T makeElement(Folder const& folder, provider::FolderEntry&& entry) {
     if constexpr (std::is_same_v<T, FileEntry>) {
-        boost::optional<provider::FileAttributes> const attributes = entry.getFileAttributes();
-        ustring name = std::move(entry).getName();
-        return attributes ? FileEntry(folder, std::move(name), *attributes)
-                          : FileEntry(folder, std::move(name));
+        return makeEntry<T>(folder, std::move(entry), entry.getFileAttributes());
     } else if constexpr (std::is_same_v<T, FolderEntry>) {
-        boost::optional<provider::FolderAttributes> const attributes = entry.getFolderAttributes();
-        ustring name = std::move(entry).getName();
-        return attributes ? FolderEntry(folder, std::move(name), *attributes)
-                          : FolderEntry(folder, std::move(name));
+        return makeEntry<T>(folder, std::move(entry), entry.getFolderAttributes());
     } else if constexpr (std::is_same_v<T, FileOrFolder>) {
         if (entry.isFile()) {
             return makeElement<File>(folder, std::move(entry));
