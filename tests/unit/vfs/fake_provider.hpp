@@ -57,6 +57,10 @@ class FakeProvider : public provider::IProvider {
     std::function<provider::FilenameSensitivity()> onGetFilenameSensitivity;
     std::function<provider::ExtendedAttributes(StorageIRI const&)> onGetExtendedAttributes;
     std::function<void(StorageIRI const&)> onStopPublishing;
+    /// All eight list operations, told apart by their names: "listFilesNamesOnly".
+    std::function<std::unique_ptr<provider::IFolderEntryIterator>(
+        std::string const& operation, StorageIRI const&, fl::i18n::ustring const& filter)>
+        onList;
 
     /// The operations asked so far, in order: "copyFile", "setWritable true".
     std::vector<std::string> calls() const {
@@ -64,7 +68,8 @@ class FakeProvider : public provider::IProvider {
         return calls_;
     }
 
-    /// The same with what each was asked: "setWritable true mem:/a", "moveFile mem:/a mem:/b 1".
+    /// The same with what each was asked: "setWritable true mem:/a", "moveFile mem:/a mem:/b 1",
+    /// "listAll mem:/a <*.txt>".
     std::vector<std::string> log() const {
         std::lock_guard const lock(mutex_);
         return log_;
@@ -187,6 +192,40 @@ class FakeProvider : public provider::IProvider {
         return onOpenReadOnlyStream ? onOpenReadOnlyStream(location)
                                     : IProvider::openReadOnlyStream(location);
     }
+    std::unique_ptr<provider::IFolderEntryIterator>
+    listAll(StorageIRI const& location, fl::i18n::ustring const& filter) const override {
+        return list("listAll", location, filter);
+    }
+    std::unique_ptr<provider::IFolderEntryIterator>
+    listFiles(StorageIRI const& location, fl::i18n::ustring const& filter) const override {
+        return list("listFiles", location, filter);
+    }
+    std::unique_ptr<provider::IFolderEntryIterator>
+    listFolders(StorageIRI const& location, fl::i18n::ustring const& filter) const override {
+        return list("listFolders", location, filter);
+    }
+    std::unique_ptr<provider::IFolderEntryIterator>
+    listAllNamesOnly(StorageIRI const& location, fl::i18n::ustring const& filter) const override {
+        return list("listAllNamesOnly", location, filter);
+    }
+    std::unique_ptr<provider::IFolderEntryIterator>
+    listFilesNamesOnly(StorageIRI const& location, fl::i18n::ustring const& filter) const override {
+        return list("listFilesNamesOnly", location, filter);
+    }
+    std::unique_ptr<provider::IFolderEntryIterator>
+    listFoldersNamesOnly(StorageIRI const& location,
+                         fl::i18n::ustring const& filter) const override {
+        return list("listFoldersNamesOnly", location, filter);
+    }
+    std::unique_ptr<provider::IFolderEntryIterator>
+    listAllRecursive(StorageIRI const& location, fl::i18n::ustring const& filter) const override {
+        return list("listAllRecursive", location, filter);
+    }
+    std::unique_ptr<provider::IFolderEntryIterator>
+    listAllRecursiveNamesOnly(StorageIRI const& location,
+                              fl::i18n::ustring const& filter) const override {
+        return list("listAllRecursiveNamesOnly", location, filter);
+    }
     void stopPublishingFileEvents(StorageIRI const& location) override {
         note("stopPublishingFileEvents", text(location));
         onStopPublishing ? onStopPublishing(location)
@@ -210,6 +249,16 @@ class FakeProvider : public provider::IProvider {
         std::lock_guard const lock(mutex_);
         calls_.push_back(call);
         log_.push_back(call + ' ' + asked);
+    }
+
+    std::unique_ptr<provider::IFolderEntryIterator> list(std::string const& operation,
+                                                         StorageIRI const& location,
+                                                         fl::i18n::ustring const& filter) const {
+        note(operation, text(location) + " <" + fl::i18n::toDisplayString(filter) + '>');
+        if (!onList) {
+            throw provider::Exception(provider::ErrorCode::UnsupportedOperation, location);
+        }
+        return onList(operation, location, filter);
     }
 
     mutable std::mutex mutex_;
