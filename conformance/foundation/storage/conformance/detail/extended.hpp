@@ -1,0 +1,84 @@
+#pragma once
+
+#include <foundation/storage/conformance/provider_decorator.hpp>
+#include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/extensions/i_flushable_filesystem.hpp>
+#include <foundation/storage/provider/extensions/i_links.hpp>
+#include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
+
+#include <memory>
+#include <utility>
+
+namespace foundation::storage::conformance::detail {
+
+/// A decorator that can be made: opens the protected constructor.
+template<class Base>
+class Complete final : public Base {
+  public:
+    template<class... Arguments>
+    explicit Complete(Arguments&&... arguments) : Base(std::forward<Arguments>(arguments)...) {}
+};
+
+/// A decorator of a provider with links.
+template<class Base>
+class WithLinks : public Base, public provider::extensions::ILinks {
+  public:
+    provider::ustring readLink(provider::StorageIRI const& location) const override {
+        this->before(Operation::ReadLink, &location);
+        return links_.readLink(location);
+    }
+    void createLink(provider::StorageIRI const& location,
+                    provider::ustring const& target) override {
+        this->before(Operation::CreateLink, &location);
+        links_.createLink(location, target);
+    }
+
+  protected:
+    template<class... Arguments>
+    explicit WithLinks(Arguments&&... arguments) : Base(std::forward<Arguments>(arguments)...) {}
+
+  private:
+    provider::extensions::ILinks& links_ =
+        dynamic_cast<provider::extensions::ILinks&>(*this->getInner());
+};
+
+/// A decorator of a provider that replaces files as a whole.
+template<class Base>
+class WithReplacingStreams : public Base, public provider::extensions::IReplacingStreams {
+  public:
+    std::unique_ptr<provider::ByteStream>
+    openReplacement(provider::StorageIRI const& location,
+                    provider::ReplacementPolicy const& policy) override {
+        this->before(Operation::OpenReplacement, &location);
+        return streams_.openReplacement(location, policy);
+    }
+
+  protected:
+    template<class... Arguments>
+    explicit WithReplacingStreams(Arguments&&... arguments)
+        : Base(std::forward<Arguments>(arguments)...) {}
+
+  private:
+    provider::extensions::IReplacingStreams& streams_ =
+        dynamic_cast<provider::extensions::IReplacingStreams&>(*this->getInner());
+};
+
+/// A decorator of a provider that keeps changes back.
+template<class Base>
+class WithFlushing : public Base, public provider::extensions::IFlushableFilesystem {
+  public:
+    void flushFilesystem() override {
+        this->before(Operation::FlushFilesystem, nullptr);
+        filesystem_.flushFilesystem();
+    }
+
+  protected:
+    template<class... Arguments>
+    explicit WithFlushing(Arguments&&... arguments) : Base(std::forward<Arguments>(arguments)...) {}
+
+  private:
+    provider::extensions::IFlushableFilesystem& filesystem_ =
+        dynamic_cast<provider::extensions::IFlushableFilesystem&>(*this->getInner());
+};
+
+} // namespace foundation::storage::conformance::detail
