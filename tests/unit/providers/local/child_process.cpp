@@ -103,6 +103,20 @@ void injectFaults(std::vector<CallFault> const& faults) {
     check(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0, "PR_SET_SECCOMP");
 }
 
+void allowMemoryCallsOnly() {
+    std::vector<sock_filter> program{
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+    for (int const call : {SYS_brk, SYS_mmap, SYS_munmap, SYS_mremap, SYS_mprotect, SYS_madvise,
+                           SYS_futex, SYS_sched_yield, SYS_write, SYS_exit_group}) {
+        program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1));
+        program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    }
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS));
+    sock_fprog const filter{static_cast<unsigned short>(program.size()), program.data()};
+    check(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, "PR_SET_NO_NEW_PRIVS");
+    check(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0, "PR_SET_SECCOMP");
+}
+
 void interceptCalls(int call, unsigned argument, unsigned bits, CallStandIn standIn) {
     auto const at = static_cast<unsigned>(offsetof(seccomp_data, args)) + 8 * argument;
     sock_filter program[] = {

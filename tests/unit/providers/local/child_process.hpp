@@ -25,6 +25,10 @@ struct CallFault {
 };
 void injectFaults(std::vector<CallFault> const& faults);
 
+/// From here on this process dies of every system call but those of memory, locks, writing and
+/// ending.
+void allowMemoryCallsOnly();
+
 /// What stands in for a system call: the arguments go in, what it returns comes out (a negative
 /// error number where it fails), or nothing, and then the kernel does the call itself.
 using CallStandIn = std::function<std::optional<long>(unsigned long long const* arguments)>;

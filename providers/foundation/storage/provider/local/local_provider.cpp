@@ -4,11 +4,13 @@
 #include <foundation/storage/provider/local/detail/local_attributes.hpp>
 #include <foundation/storage/provider/local/detail/same_item.hpp>
 #include <foundation/storage/provider/local/local_copy.hpp>
+#include <foundation/storage/provider/local/local_cursor.hpp>
 #include <foundation/storage/provider/local/local_folders.hpp>
 #include <foundation/storage/provider/local/local_links.hpp>
 #include <foundation/storage/provider/local/local_move.hpp>
 #include <foundation/storage/provider/local/local_replacement.hpp>
 #include <foundation/storage/provider/local/local_stream.hpp>
+#include <foundation/storage/provider/local/local_tree_cursor.hpp>
 #include <foundation/storage/provider/local_path.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/provider/streaming_copy.hpp>
@@ -87,6 +89,9 @@ int changeMode(FileDescriptor const& held, KernelPath const& path, struct stat c
     return ::fchmodat(path.folder(), path.path(), mode, 0) == 0 ? 0 : errno;
 }
 
+using Kinds = detail::ListingQuery::Kinds;
+using Details = detail::ListingQuery::Details;
+
 } // namespace
 
 ExistsResult LocalProvider::exists(StorageIRI const& location) const {
@@ -123,6 +128,12 @@ bool LocalProvider::fileExists(StorageIRI const& location) const {
 bool LocalProvider::folderExists(StorageIRI const& location) const {
     struct stat item {};
     return findItem(KernelPath(location), location, true, item) && S_ISDIR(item.st_mode);
+}
+
+bool LocalProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) const {
+    return feature == ExtendedFeature::RecursiveListing ||
+           feature == ExtendedFeature::FlatWildcardListing ||
+           feature == ExtendedFeature::RecursiveWildcardListing;
 }
 
 StorageIRI LocalProvider::getCanonicalLocation(StorageIRI const& location) const {
@@ -249,6 +260,50 @@ std::unique_ptr<ByteStream> LocalProvider::openStream(StorageIRI const& location
 
 std::unique_ptr<ByteStream> LocalProvider::openReadOnlyStream(StorageIRI const& location) const {
     return openForReading(location);
+}
+
+std::unique_ptr<IFolderEntryIterator> LocalProvider::listAll(StorageIRI const& location,
+                                                             ustring const& filter) const {
+    return listLocalFolder(location,
+                           {Kinds::All, Details::Attributes, options_.followLinks, filter});
+}
+
+std::unique_ptr<IFolderEntryIterator> LocalProvider::listFiles(StorageIRI const& location,
+                                                               ustring const& filter) const {
+    return listLocalFolder(location,
+                           {Kinds::Files, Details::Attributes, options_.followLinks, filter});
+}
+
+std::unique_ptr<IFolderEntryIterator> LocalProvider::listFolders(StorageIRI const& location,
+                                                                 ustring const& filter) const {
+    return listLocalFolder(location,
+                           {Kinds::Folders, Details::Attributes, options_.followLinks, filter});
+}
+
+std::unique_ptr<IFolderEntryIterator> LocalProvider::listAllNamesOnly(StorageIRI const& location,
+                                                                      ustring const& filter) const {
+    return listLocalFolder(location, {Kinds::All, Details::Names, options_.followLinks, filter});
+}
+
+std::unique_ptr<IFolderEntryIterator>
+LocalProvider::listFilesNamesOnly(StorageIRI const& location, ustring const& filter) const {
+    return listLocalFolder(location, {Kinds::Files, Details::Names, options_.followLinks, filter});
+}
+
+std::unique_ptr<IFolderEntryIterator>
+LocalProvider::listFoldersNamesOnly(StorageIRI const& location, ustring const& filter) const {
+    return listLocalFolder(location,
+                           {Kinds::Folders, Details::Names, options_.followLinks, filter});
+}
+
+std::unique_ptr<IFolderEntryIterator> LocalProvider::listAllRecursive(StorageIRI const& location,
+                                                                      ustring const& filter) const {
+    return listLocalTree(location, {Kinds::All, Details::Attributes, options_.followLinks, filter});
+}
+
+std::unique_ptr<IFolderEntryIterator>
+LocalProvider::listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const {
+    return listLocalTree(location, {Kinds::All, Details::Names, options_.followLinks, filter});
 }
 
 ustring LocalProvider::readLink(StorageIRI const& location) const {

@@ -20,6 +20,7 @@ class LocalProvider final : public IProvider,
     bool fileExists(StorageIRI const& location) const override;
     bool folderExists(StorageIRI const& location) const override;
 
+    bool hasFeature(StorageIRI const& location, ExtendedFeature const& feature) const override;
     StorageIRI getCanonicalLocation(StorageIRI const& location) const override;
 
     FileAttributes getFileAttributes(StorageIRI const& location) const override;
@@ -44,6 +45,23 @@ class LocalProvider final : public IProvider,
     std::unique_ptr<ByteStream> openStream(StorageIRI const& location,
                                            ByteStreamOpenOptions const& options) override;
     std::unique_ptr<ByteStream> openReadOnlyStream(StorageIRI const& location) const override;
+
+    std::unique_ptr<IFolderEntryIterator> listAll(StorageIRI const& location,
+                                                  ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listFiles(StorageIRI const& location,
+                                                    ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listFolders(StorageIRI const& location,
+                                                      ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listAllNamesOnly(StorageIRI const& location,
+                                                           ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listFilesNamesOnly(StorageIRI const& location,
+                                                             ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator>
+    listFoldersNamesOnly(StorageIRI const& location, ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listAllRecursive(StorageIRI const& location,
+                                                           ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator>
+    listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const override;
 
     ustring readLink(StorageIRI const& location) const override;
     void createLink(StorageIRI const& location, ustring const& target) override;

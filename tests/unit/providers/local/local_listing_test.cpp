@@ -1,0 +1,718 @@
+#include "child_process.hpp"
+#include "listed_entries.hpp"
+#include "local_fixture.hpp"
+
+#include <foundation/storage/provider/local/local_factory.hpp>
+#include <foundation/storage/provider/local_path.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <map>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+
+namespace foundation::storage::provider::local::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Listing = std::unique_ptr<IFolderEntryIterator> (IProvider::*)(
+    StorageIRI const&, fl::i18n::ustring const&) const;
+
+constexpr Listing flatListings[] = {&IProvider::listAll,     &IProvider::listAllNamesOnly,
+                                    &IProvider::listFiles,   &IProvider::listFilesNamesOnly,
+                                    &IProvider::listFolders, &IProvider::listFoldersNamesOnly};
+
+class LocalListing : public LocalProviderTest {
+  protected:
+    explicit LocalListing(LocalOptions const& options = {}) : LocalProviderTest(options) {}
+
+    Cursor list(Listing listing, std::string_view name = "",
+                fl::i18n::ustring const& filter = {}) const {
+        return (provider_.get()->*listing)(at(name), filter);
+    }
+    Cursor names(std::string_view name = "") const {
+        return list(&IProvider::listAllNamesOnly, name);
+    }
+
+    /// Several chunks, of names as well as of attributes.
+    static constexpr int many = 5000;
+    std::vector<std::string> makeMany(std::string const& folder) const {
+        makeFolder(folder);
+        std::vector<std::string> result;
+        for (int i = 0; i < many; ++i) {
+            result.push_back("file number " + std::to_string(i));
+            std::string const file = path(folder + "/" + result.back());
+            EXPECT_EQ(::mknod(file.c_str(), S_IFREG | 0644, 0), 0);
+        }
+        return sorted(std::move(result));
+    }
+
+    void makeSocket(std::string_view name) const {
+        int const socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::string const text = path(name);
+        ASSERT_LT(text.size(), sizeof address.sun_path);
+        std::memcpy(address.sun_path, text.c_str(), text.size());
+        ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ::close(socket);
+    }
+};
+
+class LocalListingOfAllKinds : public LocalListing {
+  protected:
+    explicit LocalListingOfAllKinds(LocalOptions const& options = {}) : LocalListing(options) {
+        makeFolder("all");
+        makeFile("all/file", "12345");
+        makeFile("all/read-only", "", 0444);
+        makeFolder("all/folder", 0750);
+        makeFile("all/folder/inner", "inside");
+        makeLink("all/to file", "file");
+        makeLink("all/to folder", "folder");
+        makeLink("all/to nothing", "missing");
+        makeLink("all/circle", "circle");
+        makeFifo("all/fifo");
+        makeSocket("all/socket");
+        setTimes("all/file", {1, 2}, {3, 999'999'999});
+        setTimes("all/to file", {5, 6}, {7, 8});
+    }
+};
+
+class LocalListingWithLinksFollowed : public LocalListingOfAllKinds {
+  protected:
+    LocalListingWithLinksFollowed() : LocalListingOfAllKinds({.followLinks = true}) {}
+};
+
+std::string describe(AttributeValues const& values) {
+    auto const time = [](std::optional<Timestamp> const& t) {
+        return t ? std::to_string(t->seconds) + '.' + std::to_string(t->nanoseconds)
+                 : std::string("none");
+    };
+    return "modified " + time(values.lastModified) + " accessed " + time(values.lastAccessed) +
+           " created " + time(values.created) + " size " +
+           (values.size ? std::to_string(*values.size) : "none") + " mode " +
+           (values.mode ? std::to_string(*values.mode) : "none") +
+           (values.writable ? " writable" : "");
+}
+
+/// The attributes of every entry by its name, empty where there are none.
+std::map<std::string, std::string> attributesIn(Cursor const& cursor) {
+    std::map<std::string, std::string> result;
+    while (cursor->hasNext()) {
+        cursor->advance();
+        FolderEntry const entry = cursor->currentEntry();
+        std::string& text = result[textOf(entry)];
+        if (entry.getFileAttributes()) {
+            text = "file " + describe(entry.getFileAttributes()->values());
+        }
+        if (entry.getFolderAttributes()) {
+            text += "folder " + describe(entry.getFolderAttributes()->values());
+        }
+    }
+    return result;
+}
+
+TEST_F(LocalListingOfAllKinds, DeclaresWhatItDoesItself) {
+    EXPECT_TRUE(provider_->hasFeature(at("all"), ExtendedFeature::RecursiveListing));
+    EXPECT_TRUE(provider_->hasFeature(at("all"), ExtendedFeature::FlatWildcardListing));
+    EXPECT_TRUE(provider_->hasFeature(at("all"), ExtendedFeature::RecursiveWildcardListing));
+}
+
+TEST_F(LocalListingOfAllKinds, EverythingThatIsNoFolderIsAFile) {
+    for (auto const listing : {&IProvider::listAll, &IProvider::listAllNamesOnly}) {
+        EXPECT_THAT(listed(list(listing, "all")),
+                    ElementsAre("circle", "fifo", "file", "folder/", "read-only", "socket",
+                                "to file", "to folder", "to nothing"));
+    }
+    for (auto const listing : {&IProvider::listFiles, &IProvider::listFilesNamesOnly}) {
+        EXPECT_THAT(listed(list(listing, "all")),
+                    ElementsAre("circle", "fifo", "file", "read-only", "socket", "to file",
+                                "to folder", "to nothing"));
+    }
+    for (auto const listing : {&IProvider::listFolders, &IProvider::listFoldersNamesOnly}) {
+        EXPECT_THAT(listed(list(listing, "all")), ElementsAre("folder/"));
+    }
+}
+
+TEST_F(LocalListingOfAllKinds, AttributesAreThoseThatTheItemsHave) {
+    std::map<std::string, std::string> const found = attributesIn(list(&IProvider::listAll, "all"));
+
+    for (char const* name : {"file", "read-only", "fifo", "socket"}) {
+        auto const values = provider_->getFileAttributes(at(std::string("all/") + name)).values();
+        EXPECT_EQ(found.at(name), "file " + describe(values));
+    }
+    EXPECT_EQ(found.at("folder/"),
+              "folder " + describe(provider_->getFolderAttributes(at("all/folder")).values()));
+    EXPECT_EQ(attributesIn(list(&IProvider::listFolders, "all")).at("folder/"),
+              found.at("folder/"));
+    EXPECT_EQ(attributesIn(list(&IProvider::listFiles, "all")).at("file"), found.at("file"));
+    EXPECT_THAT(found.at("file"), ::testing::HasSubstr("modified 3.999999999 accessed 1.2"));
+    EXPECT_THAT(found.at("file"), ::testing::HasSubstr(" size 5 mode 420 writable"));
+}
+
+TEST_F(LocalListingOfAllKinds, ALinkHasItsOwnAttributes) {
+    auto const found = attributesIn(list(&IProvider::listAll, "all"));
+
+    EXPECT_THAT(found.at("to file"), ::testing::HasSubstr("modified 7.8 "));
+    EXPECT_THAT(found.at("to file"), ::testing::HasSubstr(" size 4 mode 511 "));
+    EXPECT_THAT(found.at("to folder"), ::testing::StartsWith("file "));
+    EXPECT_THAT(found.at("to nothing"), ::testing::HasSubstr(" size 7 "));
+}
+
+TEST_F(LocalListingOfAllKinds, ListingsOfNamesDeliverNoAttributes) {
+    for (auto const listing : {&IProvider::listAllNamesOnly, &IProvider::listFilesNamesOnly,
+                               &IProvider::listFoldersNamesOnly}) {
+        for (auto const& [name, attributes] : attributesIn(list(listing, "all"))) {
+            EXPECT_EQ(attributes, "") << name;
+        }
+    }
+}
+
+TEST_F(LocalListingWithLinksFollowed, ALinkToAFolderIsAFolder) {
+    std::vector<std::string> const expected{"circle",  "fifo",       "file",
+                                            "folder/", "read-only",  "socket",
+                                            "to file", "to folder/", "to nothing"};
+    EXPECT_EQ(listed(list(&IProvider::listAll, "all")), expected);
+    EXPECT_EQ(listed(names("all")), expected);
+    for (auto const listing : {&IProvider::listFolders, &IProvider::listFoldersNamesOnly}) {
+        EXPECT_THAT(listed(list(listing, "all")), ElementsAre("folder/", "to folder/"));
+    }
+    EXPECT_THAT(
+        listed(list(&IProvider::listFilesNamesOnly, "all")),
+        ElementsAre("circle", "fifo", "file", "read-only", "socket", "to file", "to nothing"));
+}
+
+TEST_F(LocalListingWithLinksFollowed, ALinkHasTheAttributesOfWhatItLeadsTo) {
+    auto const found = attributesIn(list(&IProvider::listAll, "all"));
+
+    EXPECT_EQ(found.at("to file"), found.at("file"));
+    EXPECT_EQ(found.at("to folder/"), found.at("folder/"));
+    EXPECT_THAT(found.at("to nothing"), ::testing::HasSubstr(" size 7 "));
+    EXPECT_THAT(found.at("circle"), ::testing::HasSubstr(" size 6 "));
+}
+
+TEST_F(LocalListingOfAllKinds, AListedLinkToAFolderIsFollowed) {
+    EXPECT_THAT(listed(names("all/to folder")), ElementsAre("inner"));
+    EXPECT_THAT(listed(names("all/to folder/")), ElementsAre("inner"));
+    EXPECT_THAT(listed(names("all/folder///")), ElementsAre("inner"));
+}
+
+TEST_F(LocalListingOfAllKinds, WhatCannotBeListedIsRefusedAtOnce) {
+    struct {
+        char const* name;
+        ErrorCode code;
+    } const refusals[] = {
+        {"missing", ErrorCode::ResourceNotFound},
+        {"missing/below", ErrorCode::ResourceNotFound},
+        {"all/file", ErrorCode::ResourceNotFound},
+        {"all/file/below", ErrorCode::ResourceNotFound},
+        {"all/to file", ErrorCode::ResourceNotFound},
+        {"all/to nothing", ErrorCode::ResourceNotFound},
+        {"all/fifo", ErrorCode::ResourceNotFound},
+        {"all/circle", ErrorCode::InvalidLocation},
+    };
+    for (auto const& [name, code] : refusals) {
+        for (Listing const listing : flatListings) {
+            EXPECT_TRUE(isRefused([&] { list(listing, name); }, code, at(name))) << name;
+        }
+    }
+    StorageIRI const elsewhere(u"file://elsewhere/folder");
+    EXPECT_TRUE(isRefused([&] { provider_->listAll(elsewhere, u""); }, ErrorCode::InvalidLocation,
+                          elsewhere));
+}
+
+TEST_F(LocalListing, AFolderThatMayNotBeReadIsRefused) {
+    makeFolder("closed", 0311);
+
+    std::string const outcome = inChild([&] {
+        becomeUnprivileged();
+        std::string codes;
+        for (Listing const listing : flatListings) {
+            auto const refusal = refusalOf([&] { list(listing, "closed"); });
+            codes += refusal && refusal->code == ErrorCode::PermissionDenied &&
+                             refusal->location == at("closed")
+                         ? "denied "
+                         : "other ";
+        }
+        return codes;
+    });
+
+    EXPECT_EQ(outcome, "denied denied denied denied denied denied ");
+}
+
+TEST_F(LocalListing, EntriesThatMayNotBeAskedComeWithoutAttributes) {
+    makeFolder("unsearchable");
+    makeFile("unsearchable/file");
+    makeFolder("unsearchable/folder");
+    ASSERT_EQ(::chmod(path("unsearchable").c_str(), 0744), 0);
+
+    std::string const outcome = inChild([&] {
+        becomeUnprivileged();
+        std::string found;
+        for (auto const& [name, attributes] :
+             attributesIn(list(&IProvider::listAll, "unsearchable"))) {
+            found += name + (attributes.empty() ? " without " : " with ");
+        }
+        return found;
+    });
+
+    EXPECT_EQ(outcome, "file without folder/ without ");
+}
+
+TEST_F(LocalListing, AnEmptyFolderHasNoEntries) {
+    makeFolder("empty");
+
+    for (Listing const listing : flatListings) {
+        Cursor const cursor = list(listing, "empty");
+        EXPECT_FALSE(cursor->hasNext());
+        EXPECT_FALSE(cursor->hasNext());
+    }
+}
+
+TEST_F(LocalListing, ACursorMovesOnOnlyByAdvancing) {
+    makeFile("a");
+    makeFile("b");
+    Cursor const cursor = names();
+
+    EXPECT_THROW(cursor->currentEntry(), std::logic_error);
+    EXPECT_TRUE(cursor->hasNext());
+    EXPECT_TRUE(cursor->hasNext());
+    cursor->advance();
+    std::string const first = textOf(cursor->currentEntry());
+    EXPECT_TRUE(cursor->hasNext());
+    EXPECT_EQ(textOf(cursor->currentEntry()), first);
+    cursor->advance();
+    std::string const second = textOf(cursor->currentEntry());
+    EXPECT_THAT((std::vector{first, second}), ::testing::UnorderedElementsAre("a", "b"));
+    EXPECT_FALSE(cursor->hasNext());
+    EXPECT_THROW(cursor->advance(), std::logic_error);
+    EXPECT_FALSE(cursor->hasNext());
+    EXPECT_EQ(textOf(cursor->currentEntry()), second);
+}
+
+TEST_F(LocalListing, LargeFoldersAreListedCompletely) {
+    std::vector<std::string> const expected = makeMany("many");
+
+    EXPECT_EQ(listed(names("many")), expected);
+    EXPECT_EQ(listed(list(&IProvider::listAll, "many")), expected);
+    EXPECT_EQ(listed(list(&IProvider::listFiles, "many")), expected);
+    EXPECT_THAT(listed(list(&IProvider::listFolders, "many")), IsEmpty());
+    EXPECT_EQ(attributesIn(list(&IProvider::listFiles, "many")).at("file number 4711"),
+              "file " +
+                  describe(provider_->getFileAttributes(at("many/file number 4711")).values()));
+}
+
+TEST_F(LocalListing, EntriesStayReadableWhileTheCursorLooksAhead) {
+    makeMany("many");
+    Cursor const cursor = names("many");
+
+    while (cursor->hasNext()) {
+        cursor->advance();
+        std::string const before = textOf(cursor->currentEntry());
+        cursor->hasNext();
+        ASSERT_EQ(textOf(cursor->currentEntry()), before);
+    }
+}
+
+TEST_F(LocalListing, ClonesAtEveryPositionGoOnByThemselves) {
+    makeMany("many");
+    std::vector<std::string> const order = restOf(*names("many"));
+    Cursor const cursor = names("many");
+    std::vector<Cursor> clones;
+
+    clones.push_back(clone(cursor));
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        ASSERT_TRUE(cursor->hasNext());
+        cursor->advance();
+        clones.push_back(clone(cursor));
+    }
+    ASSERT_FALSE(cursor->hasNext());
+
+    for (std::size_t i = 0; i < clones.size(); ++i) {
+        if (i != 0) {
+            ASSERT_EQ(textOf(clones[i]->currentEntry()), order[i - 1]);
+        }
+        if (i != order.size()) {
+            clones[i]->advance();
+            ASSERT_EQ(textOf(clones[i]->currentEntry()), order[i]);
+        }
+    }
+    for (std::size_t i = 0; i < order.size(); i += 977) {
+        EXPECT_EQ(restOf(*clones[i]),
+                  std::vector(order.begin() + static_cast<std::ptrdiff_t>(i) + 1, order.end()));
+    }
+}
+
+TEST_F(LocalListing, ClonesMayBeReadOnTwoThreads) {
+    std::vector<std::string> const expected = makeMany("many");
+    Cursor const cursor = list(&IProvider::listAll, "many");
+    Cursor const first = clone(cursor);
+    Cursor const second = clone(cursor);
+    std::vector<std::string> left;
+    std::vector<std::string> right;
+
+    std::thread one([&] { left = listed(first); });
+    std::thread other([&] { right = listed(second); });
+    one.join();
+    other.join();
+
+    EXPECT_EQ(left, expected);
+    EXPECT_EQ(right, expected);
+    EXPECT_EQ(listed(cursor), expected);
+}
+
+TEST_F(LocalListing, ACloneMakesNoSystemCall) {
+    makeMany("many");
+
+    Cursor fresh; // out here, so that the child does not close their descriptors
+    Cursor inside;
+    Cursor ahead;
+    std::string const outcome = inChild([&] {
+        fresh = names("many");
+        inside = names("many");
+        ahead = names("many");
+        inside->advance();
+        for (int i = 1; i < many - 1; ++i) {
+            ahead->advance();
+        }
+        allowMemoryCallsOnly();
+        for (int i = 0; i < 1000; ++i) {
+            for (Cursor const* cursor : {&fresh, &inside, &ahead}) {
+                clone(*cursor);
+            }
+        }
+        return std::string("none");
+    });
+
+    EXPECT_EQ(outcome, "none");
+}
+
+TEST_F(LocalListing, ASmallFolderIsClosedBeforeItsFirstEntry) {
+    makeFolder("small");
+    for (int i = 0; i < 50; ++i) {
+        makeFile("small/" + std::to_string(i));
+    }
+    std::size_t const before = openDescriptors();
+
+    std::vector<Cursor> cursors;
+    for (Listing const listing : flatListings) {
+        cursors.push_back(list(listing, "small"));
+    }
+
+    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(listed(cursors[0]).size(), 50U);
+}
+
+TEST_F(LocalListing, ALargeFolderHasOneDescriptorUntilItsEndIsRead) {
+    makeMany("many");
+    std::size_t const before = openDescriptors();
+    Cursor const cursor = names("many");
+    std::vector<Cursor> clones;
+    for (int i = 0; i < 1000; ++i) {
+        cursor->advance();
+        clones.push_back(clone(cursor));
+    }
+    EXPECT_EQ(openDescriptors(), before + 1);
+
+    restOf(*cursor);
+    EXPECT_EQ(openDescriptors(), before);
+
+    // One that is behind opens the folder again, and it is shared again.
+    for (int i = 0; i < 3000; ++i) {
+        clones.front()->advance();
+        clones.back()->advance();
+    }
+    EXPECT_EQ(openDescriptors(), before + 1);
+    EXPECT_EQ(restOf(*clones.front()).size(), static_cast<std::size_t>(many - 3001));
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(LocalListing, AnAbandonedCursorLeavesNoDescriptor) {
+    makeMany("many");
+    std::size_t const before = openDescriptors();
+
+    Cursor cursor = names("many");
+    cursor->advance();
+    EXPECT_EQ(openDescriptors(), before + 1);
+    cursor.reset();
+
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(LocalListing, HundredsOfLevelsMayBeOpenAtOnceWithFewDescriptors) {
+    std::string const outcome = inChild([&] {
+        std::string deep = "level";
+        for (int i = 0; i < 300; ++i) {
+            makeFolder(deep);
+            deep += "/l";
+        }
+        rlimit const few{40, 40};
+        ::setrlimit(RLIMIT_NOFILE, &few);
+        std::vector<Cursor> open;
+        std::string folder = "level";
+        for (int i = 0; i < 299; ++i) {
+            open.push_back(names(folder));
+            open.push_back(clone(open.back()));
+            open.back()->advance();
+            folder += "/" + textOf(open.back()->currentEntry()).substr(0, 1);
+        }
+        return std::to_string(open.size());
+    });
+
+    EXPECT_EQ(outcome, "598");
+}
+
+TEST_F(LocalListingOfAllKinds, NamesAreListedWithoutAskingForTheirKind) {
+    std::string const outcome = inChild([&] {
+        injectFaults({{SYS_statx, 0, 0, EIO},
+                      {SYS_newfstatat, 0, 0, EIO},
+                      {SYS_stat, 0, 0, EIO},
+                      {SYS_lstat, 0, 0, EIO},
+                      {SYS_fstat, 0, 0, EIO}});
+        return std::to_string(listed(names("all")).size()) + ' ' +
+               listedLine(list(&IProvider::listFoldersNamesOnly, "all"));
+    });
+
+    EXPECT_EQ(outcome, "9 folder/");
+}
+
+TEST_F(LocalListingOfAllKinds, KindsThatTheFileSystemDoesNotTellAreAskedFor) {
+    for (bool const follow : {false, true}) {
+        std::string const outcome = inChild([&] {
+            interceptCalls(SYS_getdents64, 0, 0, [](auto const* arguments) -> std::optional<long> {
+                auto* const buffer = reinterpret_cast<char*>(arguments[1]);
+                long const got = ::syscall(SYS_getdents64, arguments[0], buffer, arguments[2]);
+                for (long at = 0; at < got;) {
+                    auto* const record = reinterpret_cast<dirent64*>(buffer + at);
+                    record->d_type = DT_UNKNOWN;
+                    at += record->d_reclen;
+                }
+                return got < 0 ? -errno : got;
+            });
+            auto const provider = buildLocalProvider({.followLinks = follow});
+            return listedLine(provider->listFoldersNamesOnly(at("all"), u"")) + " | " +
+                   listedLine(provider->listFolders(at("all"), u"f*")) + " | " +
+                   listedLine(provider->listAllNamesOnly(at("all"), u"?o*")) + " | " +
+                   listedLine(provider->listAllRecursiveNamesOnly(at("all"), u"*n*")) + " | " +
+                   listedLine(provider->listAllRecursive(at("all"), u"inner"));
+        });
+        EXPECT_EQ(outcome,
+                  follow ? "folder/ to folder/ | folder/ | folder/ socket to file to folder/ to "
+                           "nothing | folder/inner read-only to folder/inner to nothing | "
+                           "folder/inner to folder/inner"
+                         : "folder/ | folder/ | folder/ socket to file to folder to nothing | "
+                           "folder/inner read-only to nothing | folder/inner");
+    }
+}
+
+TEST_F(LocalListing, ASmallFolderTakesAsManyCallsAsAPlainLoop) {
+    makeFile("file");
+
+    std::string const outcome = inChild([&] {
+        int calls = 0;
+        std::mutex mutex;
+        interceptCalls(SYS_getdents64, 0, 0, [&](auto const*) -> std::optional<long> {
+            std::lock_guard const lock(mutex);
+            ++calls;
+            return std::nullopt;
+        });
+        listed(names());
+        std::lock_guard const lock(mutex);
+        return std::to_string(calls);
+    });
+
+    EXPECT_EQ(outcome, "2");
+}
+
+TEST_F(LocalListing, NamesThatNoItemCanHaveAreNotDelivered) {
+    makeFile("good");
+
+    std::string const outcome = inChild([&] {
+        int calls = 0;
+        interceptCalls(SYS_getdents64, 0, 0, [&](auto const* arguments) -> std::optional<long> {
+            if (calls++ != 0) {
+                return 0;
+            }
+            auto* const buffer = reinterpret_cast<char*>(arguments[1]);
+            long size = 0;
+            for (std::string const name : {"", ".", "..", "a/b", "/", "../up", "good", "..."}) {
+                dirent64 record{};
+                record.d_reclen = static_cast<unsigned short>(
+                    (offsetof(dirent64, d_name) + name.size() + 8) / 8 * 8);
+                record.d_type = DT_REG;
+                std::memcpy(record.d_name, name.c_str(), name.size() + 1);
+                std::memcpy(buffer + size, &record, record.d_reclen);
+                size += record.d_reclen;
+            }
+            return size;
+        });
+        return listedLine(names());
+    });
+
+    EXPECT_EQ(outcome, "... good");
+}
+
+TEST_F(LocalListing, NamesSurviveAsTheyAre) {
+    std::vector<std::string> const spellings =
+        sorted({"caf\xc3\xa9", "cafe\xcc\x81", "caf\xe9", "\xff", "two\nlines", "\xed\xa0\x80",
+                "%41", "\xf0\x9f\x98\x80", "...", " ", "back\\slash", std::string(255, 'n')});
+    for (std::string const& name : spellings) {
+        makeFile(name);
+    }
+
+    EXPECT_EQ(listed(names()), spellings);
+    Cursor const cursor = names();
+    while (cursor->hasNext()) {
+        cursor->advance();
+        StorageIRI const item(at(""), cursor->currentEntry().getName());
+        EXPECT_TRUE(provider_->fileExists(item)) << item;
+    }
+}
+
+TEST_F(LocalListing, PatternsAreThoseOfTheOneMatcher) {
+    makeFolder("all");
+    for (char const* name : {"a", "ab", "b", "a.txt", ".txt", "a.", "AB", "caf\xc3\xa9", "caf\xe9",
+                             "\xf0\x9f\x98\x80", "star*", "what?", "...", "a b"}) {
+        makeFile(std::string("all/") + name);
+        makeFolder(std::string("all/") + name + "-folder");
+    }
+    for (fl::i18n::ustring const pattern :
+         {u"*", u"**", u"a*", u"a**", u"*.txt", u"*.*", u"a?", u"?", u"??", u"AB", u"caf?", u"*r",
+          u"a/b", u"nothing", u"*-folder", u"caf\xDCE9", u".", u"*?", u"star\x2a"}) {
+        for (Listing const listing : flatListings) {
+            EXPECT_EQ(listed(list(listing, "all", pattern)),
+                      matching(listed(list(listing, "all")), pattern));
+        }
+    }
+}
+
+TEST_F(LocalListing, APatternThatNearlyNothingMatchesFindsItInALargeFolder) {
+    makeMany("many");
+    makeFolder("many/the folder");
+
+    EXPECT_THAT(listed(list(&IProvider::listAll, "many", u"*4711")),
+                ElementsAre("file number 4711"));
+    EXPECT_THAT(listed(list(&IProvider::listAllNamesOnly, "many", u"*4711")),
+                ElementsAre("file number 4711"));
+    EXPECT_THAT(listed(list(&IProvider::listFoldersNamesOnly, "many")), ElementsAre("the folder/"));
+    EXPECT_FALSE(list(&IProvider::listAll, "many", u"nothing")->hasNext());
+}
+
+TEST_F(LocalListing, WhatIsThereThroughoutIsListedOnceWhileTheFolderChanges) {
+    std::vector<std::string> const before = makeMany("many");
+    Cursor const cursor = names("many");
+    std::vector<std::string> found;
+    std::set<std::string> removed;
+    for (int step = 0; cursor->hasNext(); ++step) {
+        cursor->advance();
+        found.push_back(textOf(cursor->currentEntry()));
+        if (step < 1000) {
+            std::string const gone = "file number " + std::to_string(step * 4);
+            ASSERT_EQ(::unlink(path("many/" + gone).c_str()), 0);
+            removed.insert(gone);
+            makeFile("many/added " + std::to_string(step));
+        }
+    }
+
+    std::map<std::string, int> times;
+    for (std::string const& name : found) {
+        EXPECT_EQ(++times[name], 1) << name;
+    }
+    for (std::string const& name : before) {
+        EXPECT_TRUE(times.count(name) == 1 || removed.count(name) == 1) << name;
+    }
+}
+
+TEST_F(LocalListing, AFolderThatIsRemovedWhileItIsListedIsNotFound) {
+    makeMany("many");
+    Cursor const cursor = names("many");
+    Cursor const other = clone(cursor);
+    std::filesystem::remove_all(path("many"));
+
+    EXPECT_TRUE(isRefused([&] { restOf(*cursor); }, ErrorCode::ResourceNotFound, at("many")));
+    EXPECT_FALSE(cursor->hasNext());
+    EXPECT_THROW(cursor->advance(), std::logic_error);
+    EXPECT_TRUE(isRefused([&] { restOf(*other); }, ErrorCode::ResourceNotFound, at("many")));
+}
+
+TEST_F(LocalListing, AnotherFolderUnderTheNameIsNotTakenForTheListedOne) {
+    makeMany("many");
+    Cursor const cursor = names("many");
+    Cursor const behind = clone(cursor);
+    restOf(*cursor); // the descriptor is closed now
+    ASSERT_EQ(::rename(path("many").c_str(), path("moved").c_str()), 0);
+    makeMany("many");
+
+    EXPECT_TRUE(isRefused([&] { restOf(*behind); }, ErrorCode::ResourceNotFound, at("many")));
+}
+
+TEST_F(LocalListing, AFailureInTheMiddleComesOutOfAdvanceOnce) {
+    makeMany("many");
+
+    std::string const outcome = inChild([&] {
+        Cursor const cursor = names("many");
+        cursor->advance();
+        Cursor const other = clone(cursor);
+        injectFaults({{SYS_getdents64, 0, 0, EIO}});
+        std::string text;
+        auto const refusal = refusalOf([&] {
+            while (cursor->hasNext() && cursor->hasNext()) {
+                cursor->advance();
+            }
+        });
+        text += refusal && refusal->code == ErrorCode::IOError && refusal->location == at("many")
+                    ? "failed, "
+                    : "other, ";
+        text += cursor->hasNext() ? "more, " : "end, ";
+        text += textOf(cursor->currentEntry()).starts_with("file") ? "entry, " : "none, ";
+        auto const again = refusalOf([&] { restOf(*other); });
+        return text + (again && again->code == ErrorCode::IOError ? "failed" : "other");
+    });
+
+    EXPECT_EQ(outcome, "failed, end, entry, failed");
+}
+
+TEST_F(LocalListing, AFailureOfAttributesIsNone) {
+    makeFile("file");
+    makeFolder("folder");
+
+    std::string const outcome = inChild([&] {
+        injectFaults({{SYS_statx, 0, 0, EIO}});
+        std::string found;
+        for (auto const& [name, attributes] : attributesIn(list(&IProvider::listAll))) {
+            found += name + (attributes.empty() ? " without " : " with ");
+        }
+        return found;
+    });
+
+    EXPECT_EQ(outcome, "file without folder/ without ");
+}
+
+TEST_F(LocalListing, FoldersBeyondTheKernelsLimitAreListed) {
+    std::string deep = path("deep");
+    for (int i = 0; i < 60; ++i) {
+        deep += "/" + std::string(100, static_cast<char>('a' + i % 26));
+    }
+    StorageIRI const location = fromLocalPath(deep);
+    provider_->createFolderRecursive(location);
+    provider_->createFile(StorageIRI(location, u"file"));
+
+    EXPECT_THAT(listed(provider_->listAll(location, u"")), ElementsAre("file"));
+}
+
+} // namespace
+} // namespace foundation::storage::provider::local::test
