@@ -142,7 +142,7 @@ Arguments& Arguments::takes(std::string const& what, std::size_t least, std::siz
     impl_->least = least;
     impl_->most = most;
     if (most > 0) {
-        bool const repeats = most > 1 && what.find("...") == std::string::npos;
+        bool const repeats = most == unlimited && what.find("...") == std::string::npos;
         impl_->usage = " " + what + (repeats ? "..." : "");
         impl_->app.add_option(what, impl_->operands)->group("")->expected(0, -1);
     }

@@ -84,6 +84,8 @@ std::span<Command const> allCommands() noexcept {
         Command{"cat", "Write files to standard output", runCat},
         Command{"cp", "Copy files", runCp},
         Command{"exists", "Ask whether something is at a location", runExists},
+        Command{"find", "List everything below a folder", runFind},
+        Command{"ls", "List folders", runLs},
         Command{"mkdir", "Create folders", runMkdir},
         Command{"mv", "Move or rename files", runMv},
         Command{"providers", "List the schemes and what their storages can do", runProviders},
@@ -92,6 +94,7 @@ std::span<Command const> allCommands() noexcept {
         Command{"sh", "Run commands from standard input in one process", runSh},
         Command{"stat", "Show what is known of files and folders", runStat},
         Command{"touch", "Create files or set their time of modification", runTouch},
+        Command{"tree", "Draw what is below a folder", runTree},
     };
     return commands;
 }

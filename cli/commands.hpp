@@ -34,6 +34,8 @@ int printHelp(Host& host, Arguments const& arguments);
 int runCat(Host& host, Words const& words);
 int runCp(Host& host, Words const& words);
 int runExists(Host& host, Words const& words);
+int runFind(Host& host, Words const& words);
+int runLs(Host& host, Words const& words);
 int runMkdir(Host& host, Words const& words);
 int runMv(Host& host, Words const& words);
 int runProviders(Host& host, Words const& words);
@@ -42,5 +44,6 @@ int runRm(Host& host, Words const& words);
 int runSh(Host& host, Words const& words);
 int runStat(Host& host, Words const& words);
 int runTouch(Host& host, Words const& words);
+int runTree(Host& host, Words const& words);
 
 } // namespace cli

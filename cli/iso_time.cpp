@@ -26,6 +26,14 @@ std::string isoTime(Timestamp time) {
                        time.nanoseconds);
 }
 
+std::string isoTimeToSecond(Timestamp time) {
+    std::string text = isoTime(time);
+    std::size_t const point = text.find('.');
+    bool const calendar = text.ends_with('Z');
+    text.resize(point);
+    return calendar ? text + "Z" : text;
+}
+
 namespace {
 
 // Takes numbers and marks off the front of a text.

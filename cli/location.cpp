@@ -104,4 +104,21 @@ Location parseLocation(std::string const& typed) {
     return {typed, foundation::storage::vfs::AbsoluteIRI(std::move(iri), true)};
 }
 
+Location childLocation(Location const& folder, ustring const& name) {
+    using foundation::storage::vfs::hasIRIPrefix;
+    foundation::storage::vfs::AbsoluteIRI iri(folder.iri, name);
+    bool const isPath = folder.iri.getScheme() == u"file" &&
+                        !hasIRIPrefix(fl::i18n::storageNameToUstring(folder.typed));
+    if (!isPath) {
+        std::string text = fl::i18n::toDisplayString(iri.toString());
+        return {std::move(text), std::move(iri)};
+    }
+    std::string path = folder.typed + (folder.wantsFolder() ? "" : "/");
+    path += fl::i18n::toDisplayString(name);
+    if (hasIRIPrefix(fl::i18n::storageNameToUstring(path))) {
+        path.insert(0, "./"); // in a folder of a name such as `ab:`
+    }
+    return {std::move(path), std::move(iri)};
+}
+
 } // namespace cli

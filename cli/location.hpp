@@ -23,4 +23,8 @@ struct Location {
 /// what StorageIRI throws.
 Location parseLocation(std::string const& typed);
 
+/// The item `name` in `folder`, spelled as the folder was: a path behind a path, and otherwise an
+/// IRI. Throws what AbsoluteIRI throws.
+Location childLocation(Location const& folder, fl::i18n::ustring const& name);
+
 } // namespace cli

@@ -13,16 +13,19 @@ namespace cli {
 
 namespace {
 
-bool wantsColours() {
+// Large enough that calls cost nothing beside the text, and what a pipe holds.
+constexpr std::size_t blockSize = 64 * 1024;
+
+bool wantsColours(bool terminal) {
     char const* const refused = std::getenv("NO_COLOR");
-    char const* const terminal = std::getenv("TERM");
-    bool const capable = terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
-    return (refused == nullptr || *refused == '\0') && capable && ::isatty(STDOUT_FILENO) == 1;
+    char const* const type = std::getenv("TERM");
+    bool const capable = type != nullptr && std::strcmp(type, "dumb") != 0;
+    return (refused == nullptr || *refused == '\0') && capable && terminal;
 }
 
 } // namespace
 
-Output::Output() : colours_(wantsColours()) {}
+Output::Output() : terminal_(::isatty(STDOUT_FILENO) == 1), colours_(wantsColours(terminal_)) {}
 
 void Output::printLine(std::string_view text) {
     gathered_ += text;
@@ -51,6 +54,12 @@ void Output::flush() {
         std::string const text = std::move(gathered_);
         gathered_.clear();
         writeBytes(text.data(), text.size());
+    }
+}
+
+void Output::flushBlock() {
+    if (terminal_ || gathered_.size() >= blockSize) {
+        flush();
     }
 }
 

@@ -13,9 +13,9 @@ class OutputFailure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// Standard output. Facts are gathered and written by flush(); bytes of files are written at once,
-/// behind what was gathered. Throws OutputFailure. Without a reader the process dies of SIGPIPE, as
-/// other filters do, unless whoever started it ignores that signal.
+/// Standard output. Facts are gathered and written by flush() and flushBlock(); bytes of files are
+/// written at once, behind what was gathered. Throws OutputFailure. Without a reader the process
+/// dies of SIGPIPE, as other filters do, unless whoever started it ignores that signal.
 class Output {
   public:
     /// Decides on colours: only on a terminal, and not under NO_COLOR.
@@ -27,9 +27,13 @@ class Output {
     std::string heading(std::string_view text) const;
     void writeBytes(char const* bytes, std::size_t count);
     void flush();
+    /// For facts without a bound: writes what was gathered once it fills a block, and at once on a
+    /// terminal.
+    void flushBlock();
 
   private:
     std::string gathered_;
+    bool terminal_;
     bool colours_;
 };
 

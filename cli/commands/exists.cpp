@@ -1,5 +1,6 @@
 #include "../commands.hpp"
 #include "../display.hpp"
+#include "../json_text.hpp"
 
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
@@ -36,8 +37,7 @@ int runExists(Host& host, Words const& words) {
                 {"location", fl::i18n::toDisplayString(location.iri.toString())},
                 {"exists", there},
                 {"kind", kindForPrograms(kind)}};
-            using Handler = nlohmann::ordered_json::error_handler_t;
-            invocation.output().printLine(object.dump(-1, ' ', false, Handler::replace));
+            invocation.output().print(jsonLine(object));
         } else if (verbose) {
             invocation.output().printLine(location.shown() + ": " + kindInWords(kind));
         }

@@ -1,9 +1,10 @@
 #include "../commands.hpp"
 #include "../display.hpp"
 #include "../iso_time.hpp"
+#include "../json_text.hpp"
+#include "../link_target.hpp"
 
 #include <fl/i18n/conversion.hpp>
-#include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/vfs/resources/file.hpp>
 #include <foundation/storage/vfs/resources/folder.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
@@ -12,7 +13,6 @@
 #include <nlohmann/json.hpp>
 
 #include <optional>
-#include <stdexcept>
 
 namespace cli {
 
@@ -31,21 +31,6 @@ struct Facts {
     provider::AttributeValues values;
     provider::ExtendedAttributes attributes;
 };
-
-bool isLink(ExtendedExistsResult kind) {
-    return kind == ExtendedExistsResult::LinkToFile || kind == ExtendedExistsResult::LinkToFolder ||
-           kind == ExtendedExistsResult::DanglingLink;
-}
-
-std::optional<std::string> linkTarget(vfs::StorageSystemReference const& system,
-                                      vfs::AbsoluteIRI const& iri) {
-    auto const owner = system.buildProvider(iri.toStorageIRI());
-    auto const* const links = dynamic_cast<provider::extensions::ILinks const*>(owner.get());
-    if (links == nullptr) {
-        return std::nullopt;
-    }
-    return fl::i18n::toDisplayString(links->readLink(iri.toStorageIRI()));
-}
 
 template<class Resource>
 void readFrom(Resource const& resource, bool withAttributes, Facts& facts) {
@@ -101,20 +86,6 @@ std::string asText(Facts const& facts, Output const& output) {
     return text;
 }
 
-// Values are bytes. Those that are not UTF-8 go into an object of their own, so that none is lost.
-nlohmann::ordered_json bytesAsJson(std::string const& bytes) {
-    try {
-        fl::i18n::to_ustring(bytes);
-        return bytes;
-    } catch (std::range_error const&) {
-        std::string hex;
-        for (char const byte : bytes) {
-            hex += fmt::format("{:02x}", static_cast<unsigned char>(byte));
-        }
-        return {{"hex", hex}};
-    }
-}
-
 std::string asJson(Facts const& facts, bool withAttributes) {
     nlohmann::ordered_json object{{"location", facts.location},
                                   {"canonical", facts.canonical},
@@ -136,8 +107,7 @@ std::string asJson(Facts const& facts, bool withAttributes) {
             object["attributes"][onOneLine(key)] = bytesAsJson(value);
         }
     }
-    using Handler = nlohmann::ordered_json::error_handler_t;
-    return object.dump(-1, ' ', false, Handler::replace) + "\n";
+    return jsonLine(object);
 }
 
 } // namespace

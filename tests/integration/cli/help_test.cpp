@@ -53,8 +53,8 @@ void prepare(TemporaryFolder const& folder) {
 
 TEST(CommandHelp, ListsTheCommands) {
     EXPECT_THAT(commands(),
-                ::testing::ElementsAre("cat", "cp", "exists", "mkdir", "mv", "providers", "put",
-                                       "rm", "sh", "stat", "touch"));
+                ::testing::ElementsAre("cat", "cp", "exists", "find", "ls", "mkdir", "mv",
+                                       "providers", "put", "rm", "sh", "stat", "touch", "tree"));
 }
 
 TEST(CommandHelp, ShowsExamplesForEveryCommandAndTheyRun) {

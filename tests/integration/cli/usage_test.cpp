@@ -19,13 +19,29 @@ TEST(CommandUsage, IsExplainedInOneLineAndAHint) {
              Row{{}, "vfs: a command is needed", "vfs --help"},
              Row{{"frobnicate"}, "vfs: unknown command 'frobnicate'", "vfs --help"},
              Row{{"--frobnicate"}, "vfs: unknown option '--frobnicate'", "vfs --help"},
-             Row{{"ls"}, "vfs: unknown command 'ls'", "vfs --help"},
              Row{{"cat"}, "vfs: cat: LOCATION is missing", "vfs cat --help"},
              Row{{"stat"}, "vfs: stat: LOCATION is missing", "vfs stat --help"},
              Row{{"cp", "a"},
                  "vfs: cp: one more operand is needed: SOURCE... DESTINATION",
                  "vfs cp --help"},
              Row{{"mv"}, "vfs: mv: SOURCE... DESTINATION is missing", "vfs mv --help"},
+             Row{{"find"}, "vfs: find: LOCATION [PATTERN] is missing", "vfs find --help"},
+             Row{{"find", "a", "*", "b"}, "vfs: find: too many operands", "vfs find --help"},
+             Row{{"find", "-t", "l", "a"},
+                 "vfs: find: -t takes f for files or d for folders",
+                 "vfs find --help"},
+             Row{{"ls", "-p"}, "vfs: ls: option -p needs a value", "vfs ls --help"},
+             Row{{"ls", "-x"}, "vfs: ls: unknown option -x", "vfs ls --help"},
+             Row{{"tree", "-L", "0"},
+                 "vfs: tree: -L takes a whole number, 1 or more",
+                 "vfs tree --help"},
+             Row{{"tree", "-L", "2x"},
+                 "vfs: tree: -L takes a whole number, 1 or more",
+                 "vfs tree --help"},
+             Row{{"tree", "-L", "-1"},
+                 "vfs: tree: -L takes a whole number, 1 or more",
+                 "vfs tree --help"},
+             Row{{"tree", "a", "b"}, "vfs: tree: too many operands", "vfs tree --help"},
              Row{{"put", "a", "b"}, "vfs: put: too many operands", "vfs put --help"},
              Row{{"put", "a", "-i"}, "vfs: put: option -i needs a value", "vfs put --help"},
              Row{{"providers", "a"}, "vfs: providers: no operand is taken", "vfs providers --help"},
@@ -87,7 +103,8 @@ TEST(CommandUsage, TellsItsVersion) {
 TEST(CommandUsage, ReportsAFullDeviceForHelpAndFacts) {
     TemporaryFolder folder;
     for (std::string const words :
-         {"--help", "--version", "cat --help", "providers", "stat .", "exists -v ."}) {
+         {"--help", "--version", "cat --help", "providers", "stat .", "exists -v .", "ls -a /",
+          "find /usr/include", "find --json /usr/include", "ls -R /usr/include", "tree /etc"}) {
         Outcome const outcome = shell(folder, "vfs " + words + " > /dev/full");
         EXPECT_EQ(outcome.code, 1) << words;
         EXPECT_THAT(outcome.err, HasSubstr("standard output: no space left\n")) << words;

@@ -1,0 +1,171 @@
+#include "../commands.hpp"
+#include "../entry_line.hpp"
+
+#include <fl/i18n/conversion.hpp>
+#include <foundation/storage/provider/extended_feature.hpp>
+#include <foundation/storage/vfs/listing/folder_listing.hpp>
+#include <foundation/storage/vfs/listing/list_entry.hpp>
+#include <foundation/storage/vfs/resources/folder.hpp>
+#include <foundation/storage/vfs/storage_system/exists.hpp>
+
+#include <optional>
+
+namespace cli {
+
+namespace vfs = foundation::storage::vfs;
+
+using fl::i18n::ustring;
+using foundation::storage::provider::ExtendedExistsResult;
+using vfs::FileOrFolderEntry;
+
+namespace {
+
+enum class Kind { Any, File, Folder };
+
+struct Wishes {
+    ustring pattern;
+    Kind kind = Kind::Any;
+    char end = '\n';
+    bool json = false;
+};
+
+Kind kindNamed(std::optional<std::string> const& letter) {
+    if (!letter) {
+        return Kind::Any;
+    }
+    if (*letter != "f" && *letter != "d") {
+        throw UsageError("-t takes f for files or d for folders");
+    }
+    return *letter == "f" ? Kind::File : Kind::Folder;
+}
+
+bool walksByItself(vfs::StorageSystemReference const& system, vfs::AbsoluteIRI const& iri) {
+    using foundation::storage::provider::ExtendedFeature;
+    return system.buildProvider(iri.toStorageIRI())
+        ->hasFeature(iri.toStorageIRI(), ExtendedFeature::RecursiveListing);
+}
+
+// One entry exists at a time, so that memory does not grow with the tree.
+class Finder {
+  public:
+    Finder(Invocation& invocation, Location const& root, Wishes const& wishes)
+        : invocation_(invocation),
+          output_(invocation.output()),
+          root_(root),
+          wishes_(wishes),
+          folder_(root.iri, invocation.system()),
+          walksByItself_(walksByItself(invocation.system(), root.iri)) {}
+
+    void find() {
+        if (wishes_.json) {
+            printFacts();
+        } else if (wishes_.kind == Kind::Any && walksByItself_) {
+            printNames();
+        } else {
+            printPaths();
+        }
+    }
+
+  private:
+    // What comes from a storage that walks by itself is named by its path. For any other storage
+    // the names alone would cost it a question for each entry.
+    void printNames() {
+        for (vfs::ListEntry const& entry : folder_.listAllRecursive(wishes_.pattern)) {
+            print(entry.getName());
+        }
+    }
+
+    void printPaths() {
+        for (FileOrFolderEntry const& entry : folder_.listAllEntriesRecursive(wishes_.pattern)) {
+            if (isWanted(entry)) {
+                print(pathOf(entry));
+            }
+        }
+    }
+
+    void printFacts() {
+        EntryReader const reader(invocation_.system(), root_.iri);
+        for (FileOrFolderEntry const& entry : folder_.listAllEntriesRecursive(wishes_.pattern)) {
+            if (!isWanted(entry)) {
+                continue;
+            }
+            ustring const path = pathOf(entry);
+            Location const location = childLocation(root_, path);
+            invocation_.attempt(std::span(&location, 1), [&] {
+                EntryFacts const facts =
+                    reader.factsOf(entry, location.iri, fl::i18n::toDisplayString(path));
+                if (facts.kind != ExtendedExistsResult::Nothing) {
+                    output_.print(entryAsJson(facts));
+                }
+            });
+            output_.flushBlock();
+        }
+    }
+
+    bool isWanted(FileOrFolderEntry const& entry) const {
+        return wishes_.kind == Kind::Any || (wishes_.kind == Kind::Folder) == isFolder(entry);
+    }
+
+    ustring pathOf(FileOrFolderEntry const& entry) const {
+        return walksByItself_ ? nameOf(entry) : getLocation(entry).makePathRelativeTo(root_.iri);
+    }
+
+    void print(ustring const& path) {
+        output_.print(fl::i18n::toDisplayString(path));
+        output_.print(std::string_view(&wishes_.end, 1));
+        output_.flushBlock();
+    }
+
+    Invocation& invocation_;
+    Output& output_;
+    Location const& root_;
+    Wishes const& wishes_;
+    vfs::Folder folder_;
+    bool walksByItself_;
+};
+
+} // namespace
+
+int runFind(Host& host, Words const& words) {
+    bool nul = false;
+    Wishes wishes;
+    std::optional<std::string> letter;
+    Arguments arguments(
+        {"find",
+         "Prints the path below LOCATION of everything there, as it comes and unsorted. With "
+         "PATTERN only names that match it: * is any number of characters, ? is one. Links are not "
+         "followed, and folders inside that cannot be read are passed over.",
+         {"vfs find docs", "vfs find . '*.txt'", "vfs find -0 . '*.log' | xargs -0 ls",
+          "vfs find --json -t f file:///etc/ssl"}});
+    arguments.flag("-0,--null", nul, "End each path with a NUL byte instead of a line break")
+        .option("-t,--type", letter, "KIND", "Only files (f) or folders (d); a link is a file")
+        .flag("--json", wishes.json, "Print a JSON object for each entry, on a line")
+        .takes("LOCATION [PATTERN]", 1, 2);
+    if (!arguments.read(words)) {
+        return printHelp(host, arguments);
+    }
+    wishes.kind = kindNamed(letter);
+    wishes.end = nul ? '\0' : '\n';
+    if (arguments.operands().size() > 1) {
+        wishes.pattern = fl::i18n::storageNameToUstring(arguments.operands()[1]);
+    }
+    Invocation invocation(host, "find");
+    invocation.forEach({arguments.operands().front()}, [&](Location const& location) {
+        switch (existsExtended(location.iri, invocation.system())) {
+        case ExtendedExistsResult::Nothing:
+            throw Refusal(wordsFor(vfs::ErrorCode::ResourceNotFound));
+        case ExtendedExistsResult::Folder:
+        case ExtendedExistsResult::LinkToFolder:
+        case ExtendedExistsResult::DanglingLink: // which the listing reports
+            Finder(invocation, location, wishes).find();
+            break;
+        default: // nothing is below a file
+            if (location.wantsFolder()) {
+                throw Refusal("is not a folder");
+            }
+        }
+    });
+    return invocation.finish();
+}
+
+} // namespace cli
