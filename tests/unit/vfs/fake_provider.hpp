@@ -303,4 +303,16 @@ vfs::ErrorCode codeOf(Operation operation) {
     throw std::logic_error("nothing was thrown");
 }
 
+/// The code of the provider::Exception that an operation lets through; any other outcome fails the
+/// test.
+template<class Operation>
+std::uint32_t rawCodeOf(Operation operation) {
+    try {
+        operation();
+    } catch (provider::Exception const& e) {
+        return static_cast<std::uint32_t>(e.getErrorCode());
+    }
+    throw std::logic_error("nothing was thrown");
+}
+
 } // namespace vfs_test
