@@ -78,7 +78,10 @@ FolderListingIteratorImpl<T>::FolderListingIteratorImpl(FolderListingIteratorImp
     : IFolderIteratorImpl<T>(other),
       folder_(other.folder_),
       iterator_(clone(other.iterator_, other.folder_)),
-      current_(other.current_) {}
+      current_(other.current_),
+      currentIsShared_(true) {
+    other.currentIsShared_ = true;
+}
 
 template<class T>
 FolderListingIteratorImpl<T>&
@@ -87,6 +90,7 @@ FolderListingIteratorImpl<T>::operator=(FolderListingIteratorImpl const& other) 
     folder_ = other.folder_;
     iterator_ = std::move(copy);
     current_ = other.current_;
+    currentIsShared_ = other.currentIsShared_ = true;
     return *this;
 }
 
@@ -101,7 +105,12 @@ void FolderListingIteratorImpl<T>::updateCurrent() {
     }
     // Only this step is translated; what hasNext() and currentEntry() throw goes out as it is.
     translated([this] { iterator_->advance(); });
-    current_ = std::make_shared<T const>(makeElement<T>(*folder_, iterator_->currentEntry()));
+    if (current_ && !currentIsShared_) {
+        *current_ = makeElement<T>(*folder_, iterator_->currentEntry());
+    } else {
+        current_ = std::make_shared<T>(makeElement<T>(*folder_, iterator_->currentEntry()));
+        currentIsShared_ = false;
+    }
 }
 
 template<class T>

@@ -30,8 +30,6 @@ Folder::Folder(StorageItem item, StorageSystemReference storageSystem)
     : impl_(
           std::make_shared<Impl const>(Impl{{std::move(item), std::move(storageSystem), false}})) {}
 
-Folder::~Folder() = default;
-
 StorageItem const& Folder::item() const {
     return impl_->item;
 }

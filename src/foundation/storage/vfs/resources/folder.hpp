@@ -34,7 +34,7 @@ class FOUNDATION_EXPORT Folder {
     Folder(Folder&&) noexcept = default;
     Folder& operator=(Folder const&) = default;
     Folder& operator=(Folder&&) noexcept = default;
-    ~Folder();
+    ~Folder() = default;
 
     AbsoluteIRI getLocation() const;
     CanonicalAbsoluteIRI getCanonicalLocation() const;

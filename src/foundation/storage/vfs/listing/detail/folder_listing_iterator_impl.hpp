@@ -39,7 +39,9 @@ class FOUNDATION_EXPORT FolderListingIteratorImpl final : public IFolderIterator
 
     boost::optional<Folder> folder_;
     std::unique_ptr<provider::IFolderEntryIterator> iterator_; ///< null in end iterators
-    std::shared_ptr<T const> current_;                         ///< null at the end
+    std::shared_ptr<T> current_;                               ///< null at the end
+    /// Whether a copy may hold the current element too. One that none holds is written over.
+    mutable bool currentIsShared_ = false;
 };
 
 extern template class FOUNDATION_EXPORT FolderListingIteratorImpl<File>;
