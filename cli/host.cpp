@@ -3,10 +3,16 @@
 #include <foundation/storage/provider/standard/standard_storage_system.hpp>
 #include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 
+#include <utility>
+
 namespace cli {
 
-Host::Host()
-    : system_(foundation::storage::provider::standard::makeStandardStorageSystem()),
-      reference_(std::weak_ptr<foundation::storage::vfs::StorageSystem>(system_)) {}
+using foundation::storage::vfs::StorageSystem;
+
+Host::Host() : Host(foundation::storage::provider::standard::makeStandardStorageSystem()) {}
+
+Host::Host(std::shared_ptr<StorageSystem> system)
+    : system_(std::move(system)),
+      reference_(std::weak_ptr<StorageSystem>(system_)) {}
 
 } // namespace cli

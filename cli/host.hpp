@@ -13,7 +13,9 @@ namespace cli {
 /// command of a script wrote for the next, and standard output. For one thread.
 class Host {
   public:
+    /// With every provider that was built.
     Host();
+    explicit Host(std::shared_ptr<foundation::storage::vfs::StorageSystem> system);
 
     foundation::storage::vfs::StorageSystemReference const& system() const noexcept {
         return reference_;

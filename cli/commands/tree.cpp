@@ -70,6 +70,7 @@ struct Row {
 // A folder whose rows are being drawn.
 struct Level {
     Location folder;
+    std::size_t depth;
     std::string indent;
     std::vector<Row> rows;
     std::size_t next = 0;
@@ -88,37 +89,46 @@ class Drawer {
           strokes_(strokesForLocale()) {}
 
     void draw(Location const& root) {
-        Level top{root, "", rowsOf(root)};
+        Level top{root, 1, "", {}};
+        bool const complete =
+            invocation_.attempt(std::span(&root, 1), [&] { readInto(top.rows, root); });
+        if (!complete && top.rows.empty()) {
+            return;
+        }
         output_.printLine(output_.heading(root.shown()));
-        open_.push_back(std::move(top));
+        open(std::move(top));
         while (!open_.empty()) {
-            Level& level = open_.back();
-            if (level.next == level.rows.size()) {
-                open_.pop_back();
-            } else {
-                drawNext(level);
-            }
+            drawNext();
         }
         output_.print("\n" + counted(folders_, "folder") + ", " + counted(files_, "file"));
         output_.printLine(unreadable_ > 0 ? fmt::format(", {} unreadable", unreadable_) : "");
     }
 
   private:
-    void drawNext(Level& level) {
+    // Only folders with rows to come are kept: that is what makes a deep and narrow tree cheap.
+    void open(Level level) {
+        if (!level.rows.empty()) {
+            open_.push_back(std::move(level));
+        }
+    }
+
+    void drawNext() {
+        Level& level = open_.back();
         Row row = std::move(level.rows[level.next++]);
         bool const last = level.next == level.rows.size();
         ++(row.folder ? folders_ : files_);
+        std::string line = level.indent;
+        line += last ? strokes_.lastBranch : strokes_.branch;
+        line += shownName(row.name, row.folder, row.target);
         std::optional<Level> inner;
         // A folder is read before its own line ends, where a failure is noted.
-        if (row.folder && open_.size() < wishes_.depth) {
+        if (row.folder && level.depth < wishes_.depth) {
             inner = Level{childLocation(level.folder, fl::i18n::storageNameToUstring(row.name)),
+                          level.depth + 1,
                           level.indent + std::string(last ? strokes_.blank : strokes_.trunk),
                           {}};
             row.problem = reasonFor(inner->folder, [&] { readInto(inner->rows, inner->folder); });
         }
-        std::string line = level.indent;
-        line += last ? strokes_.lastBranch : strokes_.branch;
-        line += shownName(row.name, row.folder, row.target);
         if (!row.problem.empty()) {
             line += " [" + row.problem + "]";
             ++unreadable_;
@@ -126,15 +136,12 @@ class Drawer {
         }
         output_.printLine(line);
         output_.flushBlock();
-        if (inner && !inner->rows.empty()) {
-            open_.push_back(std::move(*inner));
+        if (last) {
+            open_.pop_back();
         }
-    }
-
-    std::vector<Row> rowsOf(Location const& folder) {
-        std::vector<Row> rows;
-        readInto(rows, folder);
-        return rows;
+        if (inner) {
+            open(std::move(*inner));
+        }
     }
 
     // Rows that were read before a failure stay.
