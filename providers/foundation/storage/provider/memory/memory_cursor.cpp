@@ -10,15 +10,22 @@ namespace foundation::storage::provider::memory {
 
 using detail::Depth;
 using detail::FolderNode;
+using detail::Level;
 using detail::ListingChunk;
 using detail::ListingChunkPtr;
+using detail::OuterLevel;
 
 namespace {
 
 /// Every level keeps a chunk, so that those deep down are small: there may be very many of them.
-ListingChunk::Limits limitsAt(std::size_t height) {
+ListingChunk::Limits limitsAt(std::size_t depth) {
     constexpr std::size_t levelsWithLargeChunks = 32;
-    return {.entries = height < levelsWithLargeChunks ? std::size_t{256} : std::size_t{16}};
+    return {.entries = depth < levelsWithLargeChunks ? std::size_t{256} : std::size_t{16}};
+}
+
+/// 0 in the listed folder.
+std::size_t depthBelow(detail::OuterLevelPtr const& outer) {
+    return outer ? outer->depth() + 1 : 0;
 }
 
 } // namespace
@@ -73,20 +80,20 @@ void MemoryCursor::advance() {
 }
 
 FolderEntry MemoryCursor::currentEntry() const {
-    auto const& [folder, chunk, index] = position_.level;
-    if (!chunk) {
+    Level const& level = position_.level;
+    if (!level.chunk) {
         throw std::logic_error("currentEntry() before the first entry of a listing");
     }
-    std::u16string_view const last = chunk->name(index);
+    std::u16string_view const last = level.name();
     ustring name;
-    if (!position_.parents.isEmpty()) {
-        ustring const& path = path_.of(position_.parents);
+    if (position_.outer) {
+        ustring const& path = path_.of(position_.outer);
         name.reserve(path.size() + last.size());
         name = path;
     }
     name += last;
-    bool const isFile = !chunk->isFolder(index);
-    AttributeValues const* const attributes = chunk->attributes(index);
+    bool const isFile = !level.isAtFolder();
+    AttributeValues const* const attributes = level.chunk->attributes(level.index);
     if (!attributes) {
         return FolderEntry(std::move(name), isFile);
     }
@@ -151,22 +158,21 @@ MemoryCursor::Found MemoryCursor::moveOn(Position& position) const {
             ++level.index;
             return Found::Entry;
         }
-        std::size_t const height =
-            position.parents.isEmpty() ? 0 : position.parents.innermost()->height;
+        std::size_t const depth = depthBelow(position.outer);
         if (!level.chunk || !level.chunk->isLast()) {
-            bool const isThere = fetch(level, height);
-            if (!isThere && height == 0) {
+            bool const isThere = fetch(level, depth);
+            if (!isThere && depth == 0) {
                 return Found::Failure;
             }
             if (isThere && level.chunk->size() != 0) {
                 return Found::Entry;
             }
         }
-        if (height == 0) {
+        if (depth == 0) {
             return Found::End;
         }
-        level = position.parents.innermost()->level;
-        position.parents.pop();
+        level = position.outer->level();
+        position.outer = position.outer->parent();
     }
 }
 
@@ -174,29 +180,27 @@ MemoryCursor::Found MemoryCursor::moveOn(Position& position) const {
 /// no folder of that name any more.
 bool MemoryCursor::enterFolder(Position& position) const {
     Level& outer = position.level;
-    std::size_t const height =
-        position.parents.isEmpty() ? 0 : position.parents.innermost()->height;
     Level inner;
     {
         std::shared_lock const lock(listing_->tree->mutex);
         FolderNode::Children const& children = outer.folder->children();
-        auto const found = children.find(outer.chunk->name(outer.index));
+        auto const found = children.find(outer.name());
         if (found == children.end() || !found->second->isFolder()) {
             return false;
         }
         inner.folder = std::static_pointer_cast<FolderNode>(found->second);
     }
-    if (!fetch(inner, height + 1) || inner.chunk->size() == 0) {
+    if (!fetch(inner, depthBelow(position.outer) + 1) || inner.chunk->size() == 0) {
         return false;
     }
-    position.parents.push(std::move(outer));
+    position.outer = new OuterLevel(std::move(outer), std::move(position.outer));
     position.level = std::move(inner);
     return true;
 }
 
 /// Puts a level at the first entry of its next chunk, which is empty at the end only. False where
 /// the folder is no longer in the tree.
-bool MemoryCursor::fetch(Level& level, std::size_t height) const {
+bool MemoryCursor::fetch(Level& level, std::size_t depth) const {
     ListingChunkPtr chunk = level.chunk;
     do {
         std::shared_lock const lock(listing_->tree->mutex);
@@ -204,7 +208,7 @@ bool MemoryCursor::fetch(Level& level, std::size_t height) const {
             return false;
         }
         chunk = new ListingChunk(*level.folder, chunk ? &chunk->resumeBehind() : nullptr,
-                                 listing_->selection, limitsAt(height));
+                                 listing_->selection, limitsAt(depth));
     } while (chunk->size() == 0 && !chunk->isLast());
     level.chunk = std::move(chunk);
     level.index = 0;

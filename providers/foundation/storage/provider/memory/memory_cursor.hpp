@@ -1,7 +1,7 @@
 #pragma once
 
-#include <foundation/storage/provider/detail/level_chain.hpp>
 #include <foundation/storage/provider/i_folder_entry_iterator.hpp>
+#include <foundation/storage/provider/memory/detail/level.hpp>
 #include <foundation/storage/provider/memory/detail/listing_chunk.hpp>
 #include <foundation/storage/provider/memory/detail/tree.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
@@ -42,22 +42,9 @@ class MemoryCursor final : public IFolderEntryIterator {
     MemoryCursor* cloneIterator() const override;
 
   private:
-    /// A folder, and where in it: an entry of a chunk, or before the first one.
-    struct Level {
-        std::shared_ptr<detail::FolderNode> folder;
-        detail::ListingChunkPtr chunk;
-        std::size_t index = 0;
-
-        bool isAtFolder() const noexcept { return chunk && chunk->isFolder(index); }
-        friend void appendName(ustring& text, Level const& level) {
-            text += level.chunk->name(level.index);
-        }
-    };
-    using Parents = provider::detail::LevelChain<Level>;
-
     struct Position {
-        Level level;
-        Parents parents; ///< each stands at the folder that the next one is
+        detail::Level level;
+        detail::OuterLevelPtr outer;
     };
     enum class Found { Entry, End, Failure };
     /// What comes behind the current entry. Near: an entry of the same chunk.
@@ -69,14 +56,14 @@ class MemoryCursor final : public IFolderEntryIterator {
     bool lookInChunk() const noexcept;
     Found moveOn(Position& position) const;
     bool enterFolder(Position& position) const;
-    bool fetch(Level& level, std::size_t height) const;
+    bool fetch(detail::Level& level, std::size_t depth) const;
 
     std::shared_ptr<MemoryListing const> listing_; // first, since the tree is to go last
     Position position_;
     mutable Next next_ = Next::Unknown;
     mutable std::size_t nextIndex_ = 0; // where it is near
     mutable Position nextPosition_;     // where it is far
-    mutable provider::detail::LevelPath<Level> path_;
+    mutable detail::LevelPath path_;
 };
 
 } // namespace foundation::storage::provider::memory
