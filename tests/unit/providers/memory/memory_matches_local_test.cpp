@@ -1,6 +1,8 @@
 // The same random operations on the memory provider and on the local disk must give the same
 // results, and fail with the same codes about the same locations.
 
+#include "listing.hpp"
+
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
@@ -20,6 +22,7 @@
 #include <functional>
 #include <memory>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
@@ -30,6 +33,7 @@
 namespace {
 
 using namespace foundation::storage::provider;
+using memory_test::NamedListing;
 
 constexpr std::array<char16_t const*, 5> names{u"a", u"b", u"c", u"\u00e4", u"x y%"};
 constexpr int deepest = 3;
@@ -94,6 +98,30 @@ std::string contentOf(IProvider const& provider, StorageIRI const& location) {
     }
     stream->close();
     return content;
+}
+
+/// The entries by name, since a disk has an order of its own.
+void describeListing(IFolderEntryIterator& cursor, std::ostream& out) {
+    std::set<std::string> entries;
+    while (cursor.hasNext()) {
+        cursor.advance();
+        FolderEntry const entry = cursor.currentEntry();
+        std::ostringstream text;
+        text << narrow(entry.getName()) << (entry.isFile() ? " file" : " folder");
+        if (entry.getFileAttributes()) {
+            describe(text, entry.getFileAttributes()->values(), true);
+        }
+        if (entry.getFolderAttributes()) {
+            describe(text, entry.getFolderAttributes()->values(), false);
+        }
+        text << '\n';
+        if (!entries.insert(text.str()).second) {
+            out << "twice: " << text.str();
+        }
+    }
+    for (std::string const& entry : entries) {
+        out << entry;
+    }
 }
 
 void clearTree(Storage& storage, ustring const& path, std::ostream& out) {
@@ -169,7 +197,7 @@ class Generator {
     }
 
     Operation choose(std::ostream& text) {
-        switch (upTo(22)) {
+        switch (upTo(24)) {
         case 0:
         case 1:
             return simple(text, "createFile", [](Storage& s, ustring const& p, std::ostream&) {
@@ -232,6 +260,9 @@ class Generator {
             return openStream(text);
         case 18:
             return openReplacement(text);
+        case 19:
+        case 20:
+            return list(text);
         default:
             return useStream(text);
         }
@@ -281,6 +312,17 @@ class Generator {
             default:
                 out << narrow(dynamic_cast<extensions::ILinks&>(*s.provider).readLink(s.at(p)));
             }
+        };
+    }
+
+    Operation list(std::ostream& text) {
+        ustring const p = oneIn(8) ? ustring() : path();
+        ustring const pattern =
+            std::array{u"", u"", u"*", u"?", u"a*", u"*\u00e4", u"* ?%"}[upTo(7)];
+        NamedListing const& listing = memory_test::listings.at(upTo(8));
+        text << listing.name << ' ' << narrow(pattern) << " in " << narrow(p);
+        return [p, pattern, &listing](Storage& s, std::ostream& out) {
+            describeListing(*(s.provider.get()->*listing.list)(s.at(p), pattern), out);
         };
     }
 
@@ -516,8 +558,10 @@ std::string compare(std::string const& folder, unsigned seed, int steps) {
         }
         if (step % 200 == 199) {
             std::string const difference =
-                check("look at everything",
-                      [](Storage& s, std::ostream& out) { describeTree(s, u"", 1, out); });
+                check("look at everything", [](Storage& s, std::ostream& out) {
+                    describeTree(s, u"", 1, out);
+                    describeListing(*s.provider->listAllRecursive(s.base, u""), out);
+                });
             if (!difference.empty()) {
                 return difference;
             }
