@@ -24,34 +24,6 @@ constexpr std::size_t attributesBuffer = 8 * 1024;
 /// The longest names are those of file systems in user space, with 1024 bytes.
 constexpr std::size_t largestRecord = offsetof(dirent64, d_name) + 1024 + 1;
 
-/// An entry in a chunk: this, the name, a NUL, and one more byte where the size would be odd.
-struct PackedEntry {
-    static constexpr unsigned folder = 1;
-    static constexpr unsigned link = 2;
-    static constexpr unsigned hidden = 4;
-    static constexpr unsigned unsure = 8; ///< what it is has to be asked; in a chunk no more
-
-    std::uint16_t nameSize;
-    std::uint16_t flags;
-    std::uint16_t attributes; ///< the number of those before its own, plus 1; 0 where it has none
-};
-
-constexpr std::size_t packedSize(std::size_t nameSize) noexcept {
-    return (sizeof(PackedEntry) + nameSize + 1 + 1) & ~std::size_t{1};
-}
-// A record of the kernel can be packed in its own place.
-static_assert(packedSize(0) <= offsetof(dirent64, d_name));
-
-PackedEntry packedAt(char const* place) noexcept {
-    PackedEntry entry;
-    std::memcpy(&entry, place, sizeof entry);
-    return entry;
-}
-
-std::string_view nameAt(char const* place, PackedEntry entry) noexcept {
-    return {place + sizeof entry, entry.nameSize};
-}
-
 static_assert(std::is_trivially_copyable_v<AttributeValues>);
 
 bool isEntryName(std::string_view name) noexcept {
@@ -81,6 +53,10 @@ class FolderChunkReader {
     }
 
   private:
+    using Packed = FolderChunk::Packed;
+    // A record of the kernel can be packed in its own place.
+    static_assert(Packed::sizeFor(0) <= offsetof(dirent64, d_name));
+
     /// Asks as long as another record of any size fits, so that a small folder is read to its end.
     int fill() noexcept {
         filled_ = 0;
@@ -102,7 +78,7 @@ class FolderChunkReader {
 
     /// Turns the kernel's records into entries, those that are not wanted left out.
     void pack() {
-        char* out = buffer_;
+        char* out = startAt(buffer_);
         unsure_ = 0;
         count_ = 0;
         for (char* in = buffer_, * const end = buffer_ + filled_; in < end;) {
@@ -116,7 +92,7 @@ class FolderChunkReader {
             if (flags == dropped) {
                 continue;
             }
-            unsure_ += (flags & PackedEntry::unsure) != 0;
+            unsure_ += (flags & Packed::unsure) != 0;
             ++count_;
             out = place(out, name, {static_cast<std::uint16_t>(name.size()), flags, 0});
         }
@@ -131,14 +107,13 @@ class FolderChunkReader {
         if (!unsure && !isWanted(folder)) {
             return dropped;
         }
-        unsigned flags = (folder ? PackedEntry::folder : 0U) |
-                         (type == DT_LNK ? PackedEntry::link : 0U) |
-                         (unsure ? PackedEntry::unsure : 0U);
+        unsigned flags = (folder ? Packed::folder : 0U) | (type == DT_LNK ? Packed::link : 0U) |
+                         (unsure ? Packed::unsure : 0U);
         if (!matches(name)) {
             if (query_.depth == ListingQuery::Depth::Folder || !(folder || unsure)) {
                 return dropped;
             }
-            flags |= PackedEntry::hidden;
+            flags |= Packed::hidden;
         }
         return static_cast<std::uint16_t>(flags);
     }
@@ -157,12 +132,23 @@ class FolderChunkReader {
         return matchesWildcard(query_.pattern, converted_);
     }
 
+    char* startAt(char* first) noexcept {
+        first_ = first;
+        behindShown_ = 0;
+        behindFolders_ = 0;
+        return first;
+    }
+
     /// `name` may overlap with the place, behind its beginning.
-    static char* place(char* out, std::string_view name, PackedEntry entry) noexcept {
+    char* place(char* out, std::string_view name, Packed entry) noexcept {
         std::memmove(out + sizeof entry, name.data(), name.size());
         std::memcpy(out, &entry, sizeof entry);
         out[sizeof entry + name.size()] = '\0';
-        return out + packedSize(name.size());
+        out += Packed::sizeFor(name.size());
+        auto const behind = static_cast<std::uint32_t>(out - first_);
+        behindShown_ = (entry.flags & Packed::hidden) == 0 ? behind : behindShown_;
+        behindFolders_ = (entry.flags & Packed::folder) != 0 ? behind : behindFolders_;
+        return out;
     }
 
     FolderChunkPtr makeChunk() {
@@ -174,43 +160,39 @@ class FolderChunkReader {
         FolderChunkPtr const result(chunk);
         chunk->last_ = last_;
         chunk->resumeAt_ = resumeAt_;
-        char* const begin = chunk->entrySpace();
-        char* out = begin;
+        char* out = chunk->entrySpace();
         if (attributes == 0 && unsure_ == 0) {
             std::memcpy(out, buffer_, bytes_);
             out += bytes_;
         } else {
+            startAt(out);
             AttributeValues* values = chunk->attributeSpace();
             for (char const* in = buffer_; in < buffer_ + bytes_;) {
-                PackedEntry entry = packedAt(in);
-                std::string_view const name = nameAt(in, entry);
-                in += packedSize(entry.nameSize);
+                Packed entry = Packed::from(in);
+                std::string_view const name = entry.nameAt(in);
+                in += Packed::sizeFor(entry.nameSize);
                 if (look(entry, name.data(), chunk->attributeSpace(), values)) {
                     out = place(out, name, entry);
                 }
             }
         }
-        chunk->size_ = static_cast<std::uint32_t>(out - begin);
-        for (std::uint32_t at = 0; at < chunk->size_;) {
-            std::uint16_t const flags = packedAt(begin + at).flags;
-            at = chunk->next(at);
-            chunk->behindShown_ = (flags & PackedEntry::hidden) == 0 ? at : chunk->behindShown_;
-            chunk->behindFolders_ = (flags & PackedEntry::folder) != 0 ? at : chunk->behindFolders_;
-        }
+        chunk->size_ = static_cast<std::uint32_t>(out - chunk->entrySpace());
+        chunk->behindShown_ = behindShown_;
+        chunk->behindFolders_ = behindFolders_;
         return result;
     }
 
     /// Asks the kernel what `name` is. False where it is not wanted after all.
-    bool look(PackedEntry& entry, char const* name, AttributeValues* first,
+    bool look(Packed& entry, char const* name, AttributeValues* first,
               AttributeValues*& values) const noexcept {
-        bool const unsure = (entry.flags & PackedEntry::unsure) != 0;
-        bool const wantsAttributes = withAttributes_ && (entry.flags & PackedEntry::hidden) == 0;
+        bool const unsure = (entry.flags & Packed::unsure) != 0;
+        bool const wantsAttributes = withAttributes_ && (entry.flags & Packed::hidden) == 0;
         if (!unsure && !wantsAttributes) {
             return true;
         }
         unsigned const mask = wantsAttributes ? attributesMask : STATX_TYPE;
-        bool link = (entry.flags & PackedEntry::link) != 0;
-        struct statx item {};
+        bool link = (entry.flags & Packed::link) != 0;
+        struct statx item;
         int error = 0;
         if (!link || !query_.followLinks) {
             error = ask(name, AT_SYMLINK_NOFOLLOW, mask, item);
@@ -225,13 +207,13 @@ class FolderChunkReader {
         }
         // Of what cannot be asked, what the kernel said in passing is all that is known.
         bool const folder =
-            error == 0 ? S_ISDIR(item.stx_mode) : (entry.flags & PackedEntry::folder) != 0;
-        unsigned const hidden = entry.flags & PackedEntry::hidden;
+            error == 0 ? S_ISDIR(item.stx_mode) : (entry.flags & Packed::folder) != 0;
+        unsigned const hidden = entry.flags & Packed::hidden;
         if (!isWanted(folder) || (hidden != 0 && !folder)) {
             return false;
         }
-        entry.flags = static_cast<std::uint16_t>((folder ? PackedEntry::folder : 0U) |
-                                                 (link ? PackedEntry::link : 0U) | hidden);
+        entry.flags = static_cast<std::uint16_t>((folder ? Packed::folder : 0U) |
+                                                 (link ? Packed::link : 0U) | hidden);
         if (error == 0 && wantsAttributes) {
             std::construct_at(values++, attributeValuesOf(item));
             entry.attributes = static_cast<std::uint16_t>(values - first);
@@ -253,6 +235,9 @@ class FolderChunkReader {
     std::size_t bytes_ = 0;  ///< of entries
     std::size_t count_ = 0;
     std::size_t unsure_ = 0;
+    char* first_ = buffer_; ///< where the entries begin, and what is known of them:
+    std::uint32_t behindShown_ = 0;
+    std::uint32_t behindFolders_ = 0;
     bool last_ = false;
     off_t resumeAt_ = 0;
     fl::i18n::ustring converted_;
@@ -261,44 +246,6 @@ class FolderChunkReader {
 
 FolderChunk::FolderChunk(std::uint32_t attributesSpace) noexcept
     : attributesSpace_(attributesSpace) {}
-
-AttributeValues* FolderChunk::attributeSpace() const noexcept {
-    static_assert(sizeof(FolderChunk) % alignof(AttributeValues) == 0);
-    return reinterpret_cast<AttributeValues*>(const_cast<FolderChunk*>(this) + 1);
-}
-
-char* FolderChunk::entrySpace() const noexcept {
-    return reinterpret_cast<char*>(const_cast<FolderChunk*>(this) + 1) + attributesSpace_;
-}
-
-FolderChunk::Entry FolderChunk::at(std::uint32_t offset) const noexcept {
-    char const* const place = entrySpace() + offset;
-    PackedEntry const entry = packedAt(place);
-    return {nameAt(place, entry), (entry.flags & PackedEntry::folder) != 0,
-            (entry.flags & PackedEntry::link) != 0, (entry.flags & PackedEntry::hidden) == 0,
-            entry.attributes == 0 ? nullptr : attributeSpace() + (entry.attributes - 1)};
-}
-
-std::uint32_t FolderChunk::next(std::uint32_t offset) const noexcept {
-    return offset +
-           static_cast<std::uint32_t>(packedSize(packedAt(entrySpace() + offset).nameSize));
-}
-
-bool FolderChunk::isFolder(std::uint32_t offset) const noexcept {
-    return (packedAt(entrySpace() + offset).flags & PackedEntry::folder) != 0;
-}
-
-bool FolderChunk::isShown(std::uint32_t offset) const noexcept {
-    return (packedAt(entrySpace() + offset).flags & PackedEntry::hidden) == 0;
-}
-
-FolderEntry FolderChunk::Entry::toFolderEntry(fl::i18n::ustring shownAs) const {
-    if (attributes == nullptr) {
-        return FolderEntry(std::move(shownAs), !isFolder);
-    }
-    return isFolder ? FolderEntry(std::move(shownAs), FolderAttributes(*attributes))
-                    : FolderEntry(std::move(shownAs), FileAttributes(*attributes));
-}
 
 void intrusive_ptr_add_ref(FolderChunk const* chunk) noexcept {
     chunk->references_.fetch_add(1, std::memory_order_relaxed);

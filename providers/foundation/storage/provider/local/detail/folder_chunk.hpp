@@ -5,9 +5,12 @@
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <sys/types.h>
+#include <utility>
 
 namespace foundation::storage::provider::local::detail {
 
@@ -40,7 +43,7 @@ class FolderChunk {
         AttributeValues const* attributes; ///< null where there are none
 
         /// `shownAs` is the name that the listing delivers.
-        FolderEntry toFolderEntry(fl::i18n::ustring shownAs) const;
+        FolderEntry toFolderEntry(fl::i18n::ustring&& shownAs) const;
     };
 
     FolderChunk(FolderChunk const&) = delete;
@@ -48,9 +51,15 @@ class FolderChunk {
 
     std::uint32_t size() const noexcept { return size_; }
     Entry at(std::uint32_t offset) const noexcept;
-    std::uint32_t next(std::uint32_t offset) const noexcept;
-    bool isFolder(std::uint32_t offset) const noexcept;
-    bool isShown(std::uint32_t offset) const noexcept;
+    std::uint32_t next(std::uint32_t offset) const noexcept {
+        return offset + static_cast<std::uint32_t>(Packed::sizeFor(packedAt(offset).nameSize));
+    }
+    bool isFolder(std::uint32_t offset) const noexcept {
+        return (packedAt(offset).flags & Packed::folder) != 0;
+    }
+    bool isShown(std::uint32_t offset) const noexcept {
+        return (packedAt(offset).flags & Packed::hidden) == 0;
+    }
 
     /// Whether an entry at `offset` or behind it is shown, or a folder.
     bool showsFrom(std::uint32_t offset) const noexcept { return offset < behindShown_; }
@@ -66,12 +75,45 @@ class FolderChunk {
     friend void intrusive_ptr_add_ref(FolderChunk const* chunk) noexcept;
     friend void intrusive_ptr_release(FolderChunk const* chunk) noexcept;
 
+    /// How an entry stands in the chunk: this, the name, a NUL, and one more byte where the size
+    /// would be odd.
+    struct Packed {
+        static constexpr unsigned folder = 1;
+        static constexpr unsigned link = 2;
+        static constexpr unsigned hidden = 4;
+        static constexpr unsigned unsure = 8; ///< what it is has to be asked; in a chunk no more
+
+        std::uint16_t nameSize;
+        std::uint16_t flags;
+        std::uint16_t attributes; ///< the number of those up to its own; 0 where it has none
+
+        static constexpr std::size_t sizeFor(std::size_t nameSize) noexcept {
+            return (sizeof(Packed) + nameSize + 1 + 1) & ~std::size_t{1};
+        }
+        static Packed from(char const* place) noexcept {
+            Packed entry;
+            std::memcpy(&entry, place, sizeof entry);
+            return entry;
+        }
+        std::string_view nameAt(char const* place) const noexcept {
+            return {place + sizeof(Packed), nameSize};
+        }
+    };
+    Packed packedAt(std::uint32_t offset) const noexcept {
+        return Packed::from(entrySpace() + offset);
+    }
+
     /// Behind the object stand the attributes, and behind these the entries.
     explicit FolderChunk(std::uint32_t attributesSpace) noexcept;
     ~FolderChunk() = default;
 
-    AttributeValues* attributeSpace() const noexcept;
-    char* entrySpace() const noexcept;
+    char* space() const noexcept {
+        return reinterpret_cast<char*>(const_cast<FolderChunk*>(this) + 1);
+    }
+    AttributeValues* attributeSpace() const noexcept {
+        return reinterpret_cast<AttributeValues*>(space());
+    }
+    char* entrySpace() const noexcept { return space() + attributesSpace_; }
 
     mutable std::atomic<std::uint32_t> references_ = 0;
     std::uint32_t const attributesSpace_; ///< in bytes
@@ -81,6 +123,22 @@ class FolderChunk {
     bool last_ = false;
     off_t resumeAt_ = 0;
 };
+
+inline FolderChunk::Entry FolderChunk::at(std::uint32_t offset) const noexcept {
+    char const* const place = entrySpace() + offset;
+    Packed const entry = Packed::from(place);
+    return {entry.nameAt(place), (entry.flags & Packed::folder) != 0,
+            (entry.flags & Packed::link) != 0, (entry.flags & Packed::hidden) == 0,
+            entry.attributes == 0 ? nullptr : attributeSpace() + (entry.attributes - 1)};
+}
+
+inline FolderEntry FolderChunk::Entry::toFolderEntry(fl::i18n::ustring&& shownAs) const {
+    if (attributes == nullptr) {
+        return FolderEntry(std::move(shownAs), !isFolder);
+    }
+    return isFolder ? FolderEntry(std::move(shownAs), FolderAttributes(*attributes))
+                    : FolderEntry(std::move(shownAs), FileAttributes(*attributes));
+}
 
 using FolderChunkPtr = boost::intrusive_ptr<FolderChunk const>;
 
