@@ -303,6 +303,20 @@ vfs::ErrorCode codeOf(Operation operation) {
     throw std::logic_error("nothing was thrown");
 }
 
+/// What the system makes of a provider's code.
+inline vfs::ErrorCode translatedCode(std::uint32_t code) {
+    switch (code) {
+    case 5:
+        return vfs::ErrorCode::FileTooLarge;
+    case 6:
+        return vfs::ErrorCode::ResourceInUse;
+    case 7:
+        return vfs::ErrorCode::ReadOnlyProvider;
+    default:
+        return static_cast<vfs::ErrorCode>(code);
+    }
+}
+
 /// The code of the provider::Exception that an operation lets through; any other outcome fails the
 /// test.
 template<class Operation>

@@ -5,12 +5,46 @@
 #include <foundation/storage/vfs/listing/folder_listing.hpp>
 #include <foundation/storage/vfs/listing/list_entry.hpp>
 
+#include <gtest/gtest.h>
+
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace vfs_test {
 
 using Names = std::vector<std::string>;
+
+/// What a listing may be made of, for typed tests.
+using Elements =
+    testing::Types<foundation::storage::vfs::File, foundation::storage::vfs::Folder,
+                   foundation::storage::vfs::FileOrFolder, foundation::storage::vfs::FileEntry,
+                   foundation::storage::vfs::FolderEntry,
+                   foundation::storage::vfs::FileOrFolderEntry,
+                   foundation::storage::vfs::ListEntry>;
+
+struct ElementName {
+    template<class T>
+    static std::string GetName(int) {
+        namespace vfs = foundation::storage::vfs;
+        if (std::is_same_v<T, vfs::File>) {
+            return "File";
+        }
+        if (std::is_same_v<T, vfs::Folder>) {
+            return "Folder";
+        }
+        if (std::is_same_v<T, vfs::FileOrFolder>) {
+            return "FileOrFolder";
+        }
+        if (std::is_same_v<T, vfs::FileEntry>) {
+            return "FileEntry";
+        }
+        if (std::is_same_v<T, vfs::FolderEntry>) {
+            return "FolderEntry";
+        }
+        return std::is_same_v<T, vfs::ListEntry> ? "ListEntry" : "FileOrFolderEntry";
+    }
+};
 
 template<class T>
 std::string nameOf(T const& element) {

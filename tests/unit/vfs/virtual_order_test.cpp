@@ -4,6 +4,9 @@
 #include <foundation/storage/provider/i_folder_entry_iterator.hpp>
 #include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/iri/invalid_iri_exception.hpp>
+#include <foundation/storage/vfs/listing/detail/i_folder_iterator_impl.hpp>
+#include <foundation/storage/vfs/listing/file_or_folder_entry.hpp>
+#include <foundation/storage/vfs/listing/list_entry.hpp>
 #include <foundation/storage/vfs/resources/file.hpp>
 #include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 #include <foundation/storage/vfs/storage_system/storage_system_reference.hpp>
@@ -14,6 +17,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 
 namespace {
 
@@ -84,6 +88,27 @@ TEST(VirtualOrder, OfCursors) {
     EXPECT_EQ(slotOf(&Cursor::hasNext), 1U);
     EXPECT_EQ(slotOf(&Cursor::advance), 2U);
     EXPECT_EQ(slotOf(&Cursor::cloneIterator), 3U);
+}
+
+template<class T>
+void expectIteratorOrder() {
+    using Iterator = vfs::detail::IFolderIteratorImpl<T>;
+    EXPECT_EQ(slotOf(&Iterator::increment), 0U);
+    EXPECT_EQ(slotOf(&Iterator::equal), 1U);
+    EXPECT_EQ(slotOf(&Iterator::dereference), 2U);
+    EXPECT_EQ(slotOf(&Iterator::cloneImpl), 3U);
+    EXPECT_EQ(slotOf(&Iterator::buildEndIterator), 4U);
+    static_assert(std::has_virtual_destructor_v<Iterator>);
+}
+
+TEST(VirtualOrder, OfWhatMovesAListing) {
+    expectIteratorOrder<vfs::File>();
+    expectIteratorOrder<vfs::Folder>();
+    expectIteratorOrder<vfs::FileOrFolder>();
+    expectIteratorOrder<vfs::FileEntry>();
+    expectIteratorOrder<vfs::FolderEntry>();
+    expectIteratorOrder<vfs::FileOrFolderEntry>();
+    expectIteratorOrder<vfs::ListEntry>();
 }
 
 } // namespace
