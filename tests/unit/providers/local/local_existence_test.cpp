@@ -108,9 +108,20 @@ TEST_F(LocalExistence, AnotherHostIsInvalid) {
         isRefused([&] { provider_->exists(location); }, ErrorCode::InvalidLocation, location));
 }
 
-TEST_F(LocalExistence, DeclaresNoFeature) {
-    for (std::uint32_t feature = 0; feature <= 4; ++feature) {
-        EXPECT_FALSE(provider_->hasFeature(at("folder"), static_cast<ExtendedFeature>(feature)));
+TEST_F(LocalExistence, DeclaresTheFeaturesThatItHas) {
+    struct {
+        ExtendedFeature feature;
+        bool declared;
+    } const expected[] = {
+        {ExtendedFeature::RecursiveFolderRemoval, false},
+        {ExtendedFeature::RecursiveListing, true},
+        {ExtendedFeature::FlatWildcardListing, true},
+        {ExtendedFeature::RecursiveChangeEvents, false},
+        {ExtendedFeature::RecursiveWildcardListing, true},
+    };
+    for (auto const& [feature, declared] : expected) {
+        EXPECT_EQ(provider_->hasFeature(at("folder"), feature), declared)
+            << static_cast<int>(feature);
     }
 }
 

@@ -129,12 +129,6 @@ std::map<std::string, std::string> attributesIn(Cursor const& cursor) {
     return result;
 }
 
-TEST_F(LocalListingOfAllKinds, DeclaresWhatItDoesItself) {
-    EXPECT_TRUE(provider_->hasFeature(at("all"), ExtendedFeature::RecursiveListing));
-    EXPECT_TRUE(provider_->hasFeature(at("all"), ExtendedFeature::FlatWildcardListing));
-    EXPECT_TRUE(provider_->hasFeature(at("all"), ExtendedFeature::RecursiveWildcardListing));
-}
-
 TEST_F(LocalListingOfAllKinds, EverythingThatIsNoFolderIsAFile) {
     for (auto const listing : {&IProvider::listAll, &IProvider::listAllNamesOnly}) {
         EXPECT_THAT(listed(list(listing, "all")),
