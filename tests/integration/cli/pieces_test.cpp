@@ -1,4 +1,5 @@
 #include <cli/display.hpp>
+#include <cli/entry_line.hpp>
 #include <cli/failure.hpp>
 #include <cli/iso_time.hpp>
 #include <cli/location.hpp>
@@ -63,6 +64,31 @@ TEST(CommandLocation, TakesAnOddNameBehindADotAsAPath) {
     EXPECT_THROW(cli::parseLocation("zip:!/x"), cli::Refusal);
 }
 
+TEST(CommandLocation, SpellsAChildAsItsFolderWasSpelled) {
+    struct Row {
+        std::string folder;
+        std::string child;
+    };
+    for (Row const& row : {
+             Row{"docs", "docs/a b%"},
+             Row{"docs/", "docs/a b%"},
+             Row{".", "./a b%"},
+             Row{"/", "/a b%"},
+             Row{"ab:", "./ab:/a b%"},
+             Row{"file:///tmp", "file:///tmp/a b%25"},
+             Row{"file:/tmp/", "file:/tmp/a b%25"},
+             Row{"mem:", "mem:/a b%25"},
+             Row{"zip:/x.zip", "zip:file:///x.zip!/a b%25"},
+         }) {
+        cli::Location const folder = cli::parseLocation(row.folder);
+        cli::Location const child = cli::childLocation(folder, u"a b%");
+        EXPECT_EQ(child.typed, row.child);
+        EXPECT_EQ(cli::parseLocation(child.typed).iri, child.iri) << row.folder;
+    }
+    cli::Location const odd = cli::childLocation(cli::parseLocation("docs"), u"\xDCFF");
+    EXPECT_EQ(odd.typed, "docs/\xFF");
+}
+
 TEST(CommandDisplay, HidesPasswordsAndNothingElse) {
     EXPECT_EQ(cli::shownLocation("http://host:80/a@b"), "http://host:80/a@b");
     EXPECT_EQ(cli::shownLocation("http://user@host/"), "http://user@host/");
@@ -94,6 +120,26 @@ TEST(CommandDisplay, WritesTimesOutsideTheCalendarAsSeconds) {
     EXPECT_EQ(cli::isoTime({253402300799, 999'999'999}), "9999-12-31T23:59:59.999999999Z");
     EXPECT_EQ(cli::isoTime({INT64_MAX, 5}), "@9223372036854775807.000000005");
     EXPECT_EQ(cli::isoTime({INT64_MIN, 0}), "@-9223372036854775808.000000000");
+    EXPECT_EQ(cli::isoTimeToSecond({0, 999'999'999}), "1970-01-01T00:00:00Z");
+    EXPECT_EQ(cli::isoTimeToSecond({INT64_MAX, 5}), "@9223372036854775807");
+}
+
+TEST(CommandDisplay, ShowsInColumnsWhatAStorageDoesNotTell) {
+    cli::EntryFacts facts{"a", cli::parseLocation("mem:/a").iri,
+                          provider::ExtendedExistsResult::File, std::nullopt,
+                          provider::AttributeValues{}};
+
+    EXPECT_EQ(cli::detailColumns(facts), "-r-                  -  1970-01-01T00:00:00Z  ");
+    facts.values->writable = true;
+    facts.values->size = 1023 * 1024 + 1023;
+    EXPECT_EQ(cli::detailColumns(facts), "-rw         1024.0 KiB  1970-01-01T00:00:00Z  ");
+    facts.values->mode = 0;
+    facts.kind = provider::ExtendedExistsResult::Folder;
+    EXPECT_EQ(cli::detailColumns(facts), "d---------           -  1970-01-01T00:00:00Z  ");
+    facts.values.reset();
+    EXPECT_EQ(cli::detailColumns(facts), cli::unknownColumns(true));
+    EXPECT_EQ(cli::entryAsJson(facts), "{\"name\":\"a\",\"path\":\"a\",\"location\":\"mem:/a\","
+                                       "\"kind\":\"folder\"}\n");
 }
 
 TEST(CommandProgress, SaysHowFarAndHowFast) {
