@@ -248,6 +248,8 @@ TEST_F(LocalListing, AFolderThatMayNotBeReadIsRefused) {
         return codes;
     });
 
+    ASSERT_EQ(::chmod(path("closed").c_str(), 0755), 0);
+
     EXPECT_EQ(outcome, "denied denied denied denied denied denied ");
 }
 
@@ -255,7 +257,7 @@ TEST_F(LocalListing, EntriesThatMayNotBeAskedComeWithoutAttributes) {
     makeFolder("unsearchable");
     makeFile("unsearchable/file");
     makeFolder("unsearchable/folder");
-    ASSERT_EQ(::chmod(path("unsearchable").c_str(), 0744), 0);
+    ASSERT_EQ(::chmod(path("unsearchable").c_str(), 0644), 0);
 
     std::string const outcome = inChild([&] {
         becomeUnprivileged();
@@ -266,6 +268,7 @@ TEST_F(LocalListing, EntriesThatMayNotBeAskedComeWithoutAttributes) {
         }
         return found;
     });
+    ASSERT_EQ(::chmod(path("unsearchable").c_str(), 0755), 0);
 
     EXPECT_EQ(outcome, "file without folder/ without ");
 }

@@ -39,7 +39,6 @@ class FolderChunk {
         std::string_view name; ///< with a NUL behind it
         bool isFolder;
         bool isLink;                       ///< also where it counts as a folder
-        bool isShown;                      ///< else it is here to be entered only
         AttributeValues const* attributes; ///< null where there are none
 
         /// `shownAs` is the name that the listing delivers.
@@ -57,6 +56,7 @@ class FolderChunk {
     bool isFolder(std::uint32_t offset) const noexcept {
         return (packedAt(offset).flags & Packed::folder) != 0;
     }
+    /// Else it is here to be entered only.
     bool isShown(std::uint32_t offset) const noexcept {
         return (packedAt(offset).flags & Packed::hidden) == 0;
     }
@@ -128,7 +128,7 @@ inline FolderChunk::Entry FolderChunk::at(std::uint32_t offset) const noexcept {
     char const* const place = entrySpace() + offset;
     Packed const entry = Packed::from(place);
     return {entry.nameAt(place), (entry.flags & Packed::folder) != 0,
-            (entry.flags & Packed::link) != 0, (entry.flags & Packed::hidden) == 0,
+            (entry.flags & Packed::link) != 0,
             entry.attributes == 0 ? nullptr : attributeSpace() + (entry.attributes - 1)};
 }
 
