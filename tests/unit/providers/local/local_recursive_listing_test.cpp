@@ -685,6 +685,35 @@ TEST_F(LocalRecursiveListing, AFolderThatFailsIsToldOnceAndTheListingGoesOnBehin
     }
 }
 
+TEST_F(LocalRecursiveListing, TheEntryBeforeAFailureStaysReadable) {
+    makeFolder("tree");
+    for (char const* name : {"a", "b"}) {
+        makeFolder(std::string("tree/") + name);
+        makeFile(std::string("tree/") + name + "/file of " + name);
+    }
+
+    std::string const outcome = inChild([&] {
+        std::string good; // the folder that is entered first
+        interceptCalls(SYS_getdents64, 0, 0, [&](auto const* arguments) -> std::optional<long> {
+            std::string const folder = folderOf(arguments[0]);
+            if (folder == path("tree")) {
+                return std::nullopt;
+            }
+            good = good.empty() ? folder : good;
+            return folder == good ? std::nullopt : std::optional<long>(-EIO);
+        });
+        Cursor const cursor = names("tree", u"file*"); // goes from one to the other in one step
+        cursor->advance();
+        std::string const before = textOf(cursor->currentEntry());
+        auto const refusal = refusalOf([&] { cursor->advance(); });
+        return std::string(refusal ? "failed " : "did not fail ") +
+               (textOf(cursor->currentEntry()) == before ? "the same " : "another ") +
+               (cursor->hasNext() ? "more" : "end");
+    });
+
+    EXPECT_EQ(outcome, "failed the same end");
+}
+
 TEST_F(LocalRecursiveListing, AFailureInTheMiddleOfAFolderEndsThatFolder) {
     makeFolder("tree");
     makeFolder("tree/long");
@@ -711,7 +740,7 @@ TEST_F(LocalRecursiveListing, AFailureInTheMiddleOfAFolderEndsThatFolder) {
     EXPECT_EQ(outcome, "some !9:long after before long/ ");
 }
 
-TEST_F(LocalRecursiveListing, WithoutAnyDescriptorsTheHeldOnesMakeRoom) {
+TEST_F(LocalRecursiveListing, TwoDescriptorsAreEnough) {
     std::string folder = "tree";
     makeFolder(folder);
     for (int level = 0; level < 12; ++level) {
@@ -724,8 +753,10 @@ TEST_F(LocalRecursiveListing, WithoutAnyDescriptorsTheHeldOnesMakeRoom) {
 
     std::string const outcome = inChild([&] {
         Cursor const cursor = names("tree");
-        rlimit const few{openDescriptors() + 3, 64};
-        ::setrlimit(RLIMIT_NOFILE, &few);
+        int const next = ::open("/", O_PATH | O_CLOEXEC);
+        ::close(next);
+        rlimit const one{static_cast<rlim_t>(next) + 1, 64};
+        ::setrlimit(RLIMIT_NOFILE, &one);
         return std::string(listed(cursor) == expected ? "all" : "not all");
     });
 

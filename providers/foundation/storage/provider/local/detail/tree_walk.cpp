@@ -223,6 +223,7 @@ void TreeWalk::goDown(std::uint32_t folder, Level below, FileDescriptor descript
     if (level_.needsDescriptor()) {
         window_.push(depth + 1, std::move(descriptor));
     } else {
+        descriptor.close(); // makes room
         climbFrom(parent, depth);
     }
 }
