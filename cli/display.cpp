@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 
 namespace cli {
@@ -38,19 +39,24 @@ void appendEscaped(std::string& out, char16_t unit) {
 } // namespace
 
 std::string onOneLine(std::string_view text) {
+    bool const plain =
+        std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7f; });
+    if (plain) {
+        return std::string(text); // as most names are, and listings have many
+    }
     std::u16string const units = fl::i18n::storageNameToUstring(text);
     std::string out;
-    std::u16string plain;
+    std::u16string pending;
     auto const flush = [&] {
-        out += fl::i18n::toDisplayString(plain);
-        plain.clear();
+        out += fl::i18n::toDisplayString(pending);
+        pending.clear();
     };
     for (std::size_t i = 0; i < units.size(); ++i) {
         char16_t const unit = units[i];
         bool const pairFirst = unit >= 0xd800 && unit < 0xdc00;
         if (pairFirst && i + 1 < units.size()) {
-            plain += unit;
-            plain += units[++i];
+            pending += unit;
+            pending += units[++i];
         } else if (unit >= 0xdc80 && unit <= 0xdcff) {
             flush();
             out += fmt::format("\\x{:02x}", static_cast<unsigned>(unit - 0xdc00));
@@ -58,7 +64,7 @@ std::string onOneLine(std::string_view text) {
             flush();
             appendEscaped(out, unit);
         } else {
-            plain += unit;
+            pending += unit;
         }
     }
     flush();
