@@ -157,7 +157,7 @@ TEST(ProviderDecorator, ACopyToAnItemOfItsOwnIsOneOfTheInnerProvider) {
     auto const inner = std::make_shared<RecordingProvider>();
     auto const decorated = decorate<Told>(decorate<Told>(inner));
     decorated->copyFile(at(u"/x"), StorageItem(decorated, at(u"/y")), {});
-    EXPECT_EQ(inner->copiedTo, inner);
+    EXPECT_EQ(inner->copiedTo.lock(), inner);
 }
 
 TEST(ProviderDecorator, ACopyElsewhereGoesWhereItIsSent) {
@@ -165,7 +165,7 @@ TEST(ProviderDecorator, ACopyElsewhereGoesWhereItIsSent) {
     auto const decorated = decorate<Told>(inner);
     auto const other = decorate<Told>(inner);
     decorated->copyFile(at(u"/x"), StorageItem(other, at(u"/y")), {});
-    EXPECT_EQ(inner->copiedTo, other);
+    EXPECT_EQ(inner->copiedTo.lock(), other);
 }
 
 TEST(ProviderDecorator, NeedsAProvider) {

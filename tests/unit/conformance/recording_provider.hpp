@@ -34,7 +34,7 @@ class RecordingProvider : public IProvider {
     mutable std::vector<Call> calls;
     mutable ustring lastFilter;
     AttributeValues values;
-    std::shared_ptr<IProvider> copiedTo;
+    std::weak_ptr<IProvider> copiedTo;
 
     ExistsResult exists(StorageIRI const& location) const override {
         record(Operation::Exists, location);

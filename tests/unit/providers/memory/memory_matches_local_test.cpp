@@ -2,14 +2,12 @@
 // results, and fail with the same codes about the same locations.
 
 #include "listing.hpp"
+#include "model_storage.hpp"
 
-#include <foundation/storage/provider/byte_stream_failure.hpp>
-#include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/local/local_factory.hpp>
 #include <foundation/storage/provider/memory/memory_factory.hpp>
-#include <foundation/storage/provider/storage_item.hpp>
 
 #include <fl/i18n/conversion.hpp>
 
@@ -19,10 +17,7 @@
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
-#include <functional>
-#include <memory>
 #include <random>
-#include <set>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
@@ -33,113 +28,11 @@
 namespace {
 
 using namespace foundation::storage::provider;
+using namespace model;
 using memory_test::NamedListing;
 
-constexpr std::array<char16_t const*, 5> names{u"a", u"b", u"c", u"\u00e4", u"x y%"};
-constexpr int deepest = 3;
 // Whatever links climb, they stay within folders of the test's own.
 constexpr int levelsAboveBase = 30;
-constexpr std::size_t openStreams = 4;
-
-struct Storage {
-    std::shared_ptr<IProvider> provider;
-    StorageIRI base;
-    std::array<std::unique_ptr<ByteStream>, openStreams> streams;
-
-    StorageIRI at(ustring const& path) const { return StorageIRI(base, path); }
-    StorageItem item(ustring const& path) const { return StorageItem(provider, at(path)); }
-};
-
-std::string narrow(ustring const& text) {
-    return fl::i18n::toDisplayString(text);
-}
-
-/// What an operation gave, as text: its result, or its failure.
-using Operation = std::function<void(Storage&, std::ostream&)>;
-
-std::string resultOf(Storage& storage, Operation const& operation) {
-    std::ostringstream result;
-    try {
-        operation(storage, result);
-    } catch (Exception const& e) {
-        result << e.getErrorCode() << " of " << narrow(e.getStorageIRI().getResolvedPath());
-    } catch (ByteStreamReadFailure const& e) {
-        result << "read failure " << e.getErrorCode();
-    } catch (ByteStreamWriteFailure const& e) {
-        result << "write failure " << e.getErrorCode();
-    } catch (ByteStreamSeekFailure const& e) {
-        result << "seek failure " << e.getErrorCode();
-    } catch (ByteStreamCloseFailure const& e) {
-        result << "close failure " << e.getErrorCode();
-    }
-    return result.str();
-}
-
-void describe(std::ostream& out, AttributeValues const& values, bool isFile) {
-    out << (values.writable ? " writable" : " read-only") << " mode " << std::oct
-        << values.mode.value_or(0) << std::dec;
-    if (isFile) {
-        out << " size " << values.size.value_or(0);
-        // Times that were set lie in the past; all others are the time of the test.
-        if (values.lastModified.seconds < 1'000'000'000) {
-            out << " time " << values.lastModified.seconds << '.'
-                << values.lastModified.nanoseconds;
-        }
-    }
-}
-
-std::string contentOf(IProvider const& provider, StorageIRI const& location) {
-    auto const stream = provider.openReadOnlyStream(location);
-    std::string content;
-    std::array<char, 700> buffer;
-    long got = 0;
-    while ((got = stream->read(buffer.data(), buffer.size())) > 0) {
-        content.append(buffer.data(), static_cast<std::size_t>(got));
-    }
-    stream->close();
-    return content;
-}
-
-/// The entries by name, since a disk has an order of its own.
-void describeListing(IFolderEntryIterator& cursor, std::ostream& out) {
-    std::set<std::string> entries;
-    while (cursor.hasNext()) {
-        cursor.advance();
-        FolderEntry const entry = cursor.currentEntry();
-        std::ostringstream text;
-        text << narrow(entry.getName()) << (entry.isFile() ? " file" : " folder");
-        if (entry.getFileAttributes()) {
-            describe(text, entry.getFileAttributes()->values(), true);
-        }
-        if (entry.getFolderAttributes()) {
-            describe(text, entry.getFolderAttributes()->values(), false);
-        }
-        text << '\n';
-        if (!entries.insert(text.str()).second) {
-            out << "twice: " << text.str();
-        }
-    }
-    for (std::string const& entry : entries) {
-        out << entry;
-    }
-}
-
-void clearTree(Storage& storage, ustring const& path, std::ostream& out) {
-    bool const folder = storage.provider->exists(storage.at(path)) == ExistsResult::Folder;
-    if (folder) {
-        for (char16_t const* const name : names) {
-            clearTree(storage, path + u"/" + name, out);
-        }
-    }
-    out << resultOf(storage, [&](Storage& s, std::ostream& result) {
-        if (folder) {
-            s.provider->removeFolder(s.at(path));
-        } else {
-            s.provider->removeFile(s.at(path));
-        }
-        result << " removed " << narrow(path);
-    });
-}
 
 /// Makes operations, the same for the same seed.
 class Generator {
@@ -480,26 +373,6 @@ class Generator {
     ustring base_;
     std::deque<ustring> recent_;
 };
-
-void describeTree(Storage& storage, ustring const& path, int depth, std::ostream& out) {
-    for (char16_t const* const name : names) {
-        ustring const p = path.empty() ? ustring(name) : path + u"/" + name;
-        auto const kind = storage.provider->existsExtended(storage.at(p));
-        if (kind == ExtendedExistsResult::Nothing) {
-            continue;
-        }
-        out << narrow(p) << " kind " << static_cast<int>(kind);
-        if (kind == ExtendedExistsResult::File) {
-            describe(out, storage.provider->getFileAttributes(storage.at(p)).values(), true);
-            out << " content "
-                << std::hash<std::string>()(contentOf(*storage.provider, storage.at(p)));
-        }
-        out << '\n';
-        if (kind == ExtendedExistsResult::Folder && depth < deepest + 2) {
-            describeTree(storage, p, depth + 1, out);
-        }
-    }
-}
 
 /// Of two results of many lines the first pair that differs.
 std::pair<std::string, std::string> firstDifference(std::string const& a, std::string const& b) {
