@@ -743,10 +743,10 @@ TEST_F(LocalRecursiveListing, AFailureInTheMiddleOfAFolderEndsThatFolder) {
 TEST_F(LocalRecursiveListing, TwoDescriptorsAreEnough) {
     std::string folder = "tree";
     makeFolder(folder);
-    for (int level = 0; level < 12; ++level) {
+    for (int level = 0; level < 20; ++level) {
         makeFolder(folder + "/b");
         makeFolder(folder + "/c");
-        folder += "/a";
+        folder += "/a" + std::to_string(level); // before, between or behind the others
         makeFolder(folder);
     }
     Names const expected = treeOnDisk(path("tree"));
