@@ -580,12 +580,12 @@ TEST_F(LocalRecursiveListing, AFolderThatIsMovedAwayEndsWhatIsBelowItAndNothingE
         makeFile(folder + "/b/file");
         makeFolder(folder + "/c");
         makeFile(folder + "/c/file");
-        folder += "/a";
+        folder += "/a" + std::to_string(level); // before, between or behind the others
         makeFolder(folder);
     }
     std::string moved = "tree";
     for (int level = 0; level < 10; ++level) {
-        moved += "/a";
+        moved += "/a" + std::to_string(level);
     }
     // The order of listing is not known, so the move happens at every tenth position in turn.
     std::size_t const all = treeOnDisk(path("tree")).size();
@@ -803,7 +803,7 @@ TEST_F(LocalRecursiveListingWithLinksFollowed, AWalkGoesBackUpTheWayItCame) {
         makeFolder(target);
         makeFile(target + "/file");
         makeFolder(folder + "/b");
-        makeLink(folder + "/a", path(target));
+        makeLink(folder + "/a" + std::to_string(level), path(target)); // before or behind `b`
         folder = target;
     }
     Cursor const cursor = names("tree");
