@@ -106,8 +106,9 @@ void injectFaults(std::vector<CallFault> const& faults) {
 void allowMemoryCallsOnly() {
     std::vector<sock_filter> program{
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
-    for (int const call : {SYS_brk, SYS_mmap, SYS_munmap, SYS_mremap, SYS_mprotect, SYS_madvise,
-                           SYS_futex, SYS_sched_yield, SYS_write, SYS_exit_group}) {
+    for (int const call :
+         {SYS_brk, SYS_mmap, SYS_munmap, SYS_mremap, SYS_mprotect, SYS_madvise, SYS_futex,
+          SYS_sched_yield, SYS_write, SYS_sigaltstack, SYS_exit_group}) {
         program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1));
         program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     }
