@@ -92,8 +92,8 @@ TEST_F(Facade, ComparisonWithAnIteratorOfNothingAsksNoImplementation) {
 /// The plain implementation alone.
 TEST_F(Facade, AssignmentOfThePlainImplementationTakesOverFolderCursorAndElement) {
     using Impl = FolderListingIteratorImpl<ListEntry>;
-    Impl const source(at(), std::make_unique<FakeCursor>(std::make_shared<CursorScript>(
-                                std::vector<provider::FolderEntry>{file(u"a"), file(u"b")})));
+    Impl source(at(), std::make_unique<FakeCursor>(std::make_shared<CursorScript>(
+                          std::vector<provider::FolderEntry>{file(u"a"), file(u"b")})));
     Impl target;
     target = source;
     EXPECT_TRUE(target.equal(source));
@@ -101,6 +101,10 @@ TEST_F(Facade, AssignmentOfThePlainImplementationTakesOverFolderCursorAndElement
     target.increment();
     EXPECT_EQ(nameOf(target.dereference()), "b");
     EXPECT_EQ(nameOf(source.dereference()), "a");
+    target = source;
+    source.increment();
+    EXPECT_EQ(nameOf(source.dereference()), "b");
+    EXPECT_EQ(nameOf(target.dereference()), "a") << "whichever of the two moves";
     target = Impl(at());
     EXPECT_TRUE(target.equal(*source.buildEndIterator()));
     target = Impl();

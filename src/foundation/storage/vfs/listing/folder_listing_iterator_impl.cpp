@@ -25,8 +25,6 @@ Cursor clone(Cursor const& cursor, boost::optional<Folder> const& folder) {
     return copy;
 }
 
-/// The element of type `T` for an entry of `folder`. What the type says of the kind is believed:
-/// the provider was asked for nothing else.
 /// With the attributes that came with the entry, or without.
 template<class T, class Attributes>
 T makeEntry(Folder const& folder, provider::FolderEntry&& entry,
@@ -35,6 +33,8 @@ T makeEntry(Folder const& folder, provider::FolderEntry&& entry,
                      : T(folder, std::move(entry).getName());
 }
 
+/// The element of type `T` for an entry of `folder`. What the type says of the kind is believed:
+/// the provider was asked for nothing else.
 template<class T>
 T makeElement(Folder const& folder, provider::FolderEntry&& entry) {
     if constexpr (std::is_same_v<T, FileEntry>) {
