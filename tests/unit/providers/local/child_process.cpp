@@ -32,6 +32,35 @@ void check(bool done, char const* what) {
     }
 }
 
+#if defined(__SANITIZE_THREAD__)
+extern "C" {
+void AnnotateIgnoreReadsBegin(char const* file, int line);
+void AnnotateIgnoreReadsEnd(char const* file, int line);
+void AnnotateIgnoreWritesBegin(char const* file, int line);
+void AnnotateIgnoreWritesEnd(char const* file, int line);
+}
+
+/// What a stand-in does is ordered by the kernel, which holds the caller until it is done. The
+/// thread sanitizer does not see that.
+class OrderedByTheKernel {
+  public:
+    OrderedByTheKernel() {
+        AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
+        AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
+    }
+    OrderedByTheKernel(OrderedByTheKernel const&) = delete;
+    OrderedByTheKernel& operator=(OrderedByTheKernel const&) = delete;
+    ~OrderedByTheKernel() {
+        AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
+        AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
+    }
+};
+#else
+struct OrderedByTheKernel {
+    OrderedByTheKernel() {} // not trivial, so that a value of it counts as used
+};
+#endif
+
 std::string outcomeOf(std::function<std::string()> const& work) {
     try {
         return work();
@@ -144,7 +173,10 @@ void interceptCalls(int call, unsigned argument, unsigned bits, CallStandIn stan
             }
             seccomp_notif_resp response{};
             response.id = request.id;
-            std::optional<long> const result = standIn(request.data.args);
+            std::optional<long> const result = [&] {
+                OrderedByTheKernel const ordered;
+                return standIn(request.data.args);
+            }();
             if (!result) {
                 response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
             } else if (*result < 0) {
