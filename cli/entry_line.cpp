@@ -4,8 +4,6 @@
 #include "iso_time.hpp"
 #include "json_text.hpp"
 
-#include <fl/i18n/conversion.hpp>
-
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -77,11 +75,10 @@ std::string shownName(std::string const& name, bool folder,
 
 std::string entryAsJson(EntryFacts const& facts) {
     std::string const name = facts.path.substr(facts.path.rfind('/') + 1);
-    nlohmann::ordered_json object{
-        {"name", bytesAsJson(name)},
-        {"path", bytesAsJson(facts.path)},
-        {"location", fl::i18n::toDisplayString(facts.location.toString())},
-        {"kind", kindForPrograms(facts.kind)}};
+    nlohmann::ordered_json object{{"name", bytesAsJson(name)},
+                                  {"path", bytesAsJson(facts.path)},
+                                  {"location", locationForPrograms(facts.location.toString())},
+                                  {"kind", kindForPrograms(facts.kind)}};
     if (facts.target) {
         object["target"] = bytesAsJson(*facts.target);
     }

@@ -9,6 +9,14 @@
 
 namespace cli {
 
+namespace {
+
+bool isFirstOfPair(char16_t unit) {
+    return unit >= 0xd800 && unit < 0xdc00;
+}
+
+} // namespace
+
 nlohmann::ordered_json bytesAsJson(std::string const& bytes) {
     try {
         fl::i18n::to_ustring(bytes);
@@ -20,6 +28,20 @@ nlohmann::ordered_json bytesAsJson(std::string const& bytes) {
         }
         return {{"hex", hex}};
     }
+}
+
+std::string locationForPrograms(std::u16string_view location) {
+    std::u16string text;
+    for (char16_t const unit : location) {
+        if (unit >= 0xdc80 && unit <= 0xdcff && (text.empty() || !isFirstOfPair(text.back()))) {
+            for (char const digit : fmt::format("%{:02X}", static_cast<unsigned>(unit - 0xdc00))) {
+                text += static_cast<char16_t>(digit);
+            }
+        } else {
+            text += unit;
+        }
+    }
+    return fl::i18n::toDisplayString(text);
 }
 
 std::string jsonLine(nlohmann::ordered_json const& object) {

@@ -2,7 +2,6 @@
 #include "../display.hpp"
 #include "../json_text.hpp"
 
-#include <fl/i18n/conversion.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
 
 #include <nlohmann/json.hpp>
@@ -34,7 +33,7 @@ int runExists(Host& host, Words const& words) {
         }
         if (json) {
             nlohmann::ordered_json const object{
-                {"location", fl::i18n::toDisplayString(location.iri.toString())},
+                {"location", locationForPrograms(location.iri.toString())},
                 {"exists", there},
                 {"kind", kindForPrograms(kind)}};
             invocation.output().print(jsonLine(object));

@@ -24,8 +24,8 @@ using provider::ExtendedExistsResult;
 namespace {
 
 struct Facts {
-    std::string location;
-    std::string canonical;
+    fl::i18n::ustring location;
+    fl::i18n::ustring canonical;
     ExtendedExistsResult kind;
     std::optional<std::string> target; // of a link
     provider::AttributeValues values;
@@ -35,7 +35,7 @@ struct Facts {
 template<class Resource>
 void readFrom(Resource const& resource, bool withAttributes, Facts& facts) {
     facts.values = resource.getAttributes().values();
-    facts.canonical = fl::i18n::toDisplayString(resource.getCanonicalLocation().toString());
+    facts.canonical = resource.getCanonicalLocation().toString();
     if (withAttributes) {
         facts.attributes = resource.getExtendedAttributes();
     }
@@ -44,7 +44,7 @@ void readFrom(Resource const& resource, bool withAttributes, Facts& facts) {
 Facts factsOf(vfs::StorageSystemReference const& system, Location const& location,
               bool withAttributes) {
     Facts facts;
-    facts.location = fl::i18n::toDisplayString(location.iri.toString());
+    facts.location = location.iri.toString();
     facts.kind = existsExtended(location.iri, system);
     if (facts.kind == ExtendedExistsResult::Nothing) {
         throw Refusal(wordsFor(vfs::ErrorCode::ResourceNotFound));
@@ -66,8 +66,8 @@ std::string asText(Facts const& facts, Output const& output) {
     auto const add = [&](std::string const& label, std::string const& value) {
         text += output.heading(fmt::format("{:<11}", label + ":")) + value + "\n";
     };
-    add("location", onOneLine(facts.location));
-    add("canonical", onOneLine(facts.canonical));
+    add("location", onOneLine(fl::i18n::toDisplayString(facts.location)));
+    add("canonical", onOneLine(fl::i18n::toDisplayString(facts.canonical)));
     add("kind", kindInWords(facts.kind));
     if (facts.target) {
         add("target", onOneLine(*facts.target));
@@ -87,8 +87,8 @@ std::string asText(Facts const& facts, Output const& output) {
 }
 
 std::string asJson(Facts const& facts, bool withAttributes) {
-    nlohmann::ordered_json object{{"location", facts.location},
-                                  {"canonical", facts.canonical},
+    nlohmann::ordered_json object{{"location", locationForPrograms(facts.location)},
+                                  {"canonical", locationForPrograms(facts.canonical)},
                                   {"kind", kindForPrograms(facts.kind)}};
     if (facts.target) {
         object["target"] = bytesAsJson(*facts.target);
