@@ -2,6 +2,8 @@
 
 #include "fake_provider.hpp"
 
+#include <foundation/storage/vfs/iri/invalid_iri_exception.hpp>
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -52,6 +54,12 @@ TEST_F(FileOrFolderTest, EveryFileHasAParentAndNobodyIsAsked) {
     EXPECT_TRUE(hasParent(file(u"mem:/")));
     EXPECT_TRUE(hasParent(FileOrFolder(
         File(provider::StorageItem(storage.fake, StorageIRI(u"mem://h")), storage.reference))));
+    EXPECT_TRUE(storage.fake->calls().empty());
+}
+
+TEST_F(FileOrFolderTest, ParentOfAFileAtTheRootIsThatOfItsItem) {
+    // It has no path, and so no location as others have it.
+    EXPECT_THROW(getParent(file(u"mem:/")).getLocation(), vfs::InvalidIRIException);
     EXPECT_TRUE(storage.fake->calls().empty());
 }
 

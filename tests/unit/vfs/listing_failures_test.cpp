@@ -81,6 +81,27 @@ TEST_F(FailingStep, LeavesTheIteratorWhereItWas) {
     }
 }
 
+// Behind its first step an iterator holds its element alone, and writes the next one over it.
+TEST_F(FailingStep, LeavesAnElementThatNoCopyHoldsWhereItWas) {
+    for (CursorCall const call :
+         {CursorCall::HasNext, CursorCall::Advance, CursorCall::CurrentEntry}) {
+        tree.add(u"mem:/f", {file(u"a"), file(u"b"), file(u"c")}).failOn(call, 2, 9);
+        FolderListing<ListEntry> const all = at().listAll();
+        auto position = all.begin();
+        ListEntry const* const element = &*++position;
+        EXPECT_ANY_THROW(++position);
+        EXPECT_EQ(&*position, element);
+        EXPECT_EQ(nameOf(*position), "b");
+    }
+    tree.add(u"mem:/f", {file(u"a"), file(u"b"), file(u""), file(u"d")});
+    FolderListing<File> const files = at().listFiles();
+    auto position = files.begin();
+    File const* const element = &*++position;
+    EXPECT_EQ(rawCodeOf([&] { ++position; }), 1U);
+    EXPECT_EQ(&*position, element);
+    EXPECT_EQ(namesFrom(position, files), (Names{"b", "d"}));
+}
+
 TEST_F(FailingStep, OfTheFirstTraversalLeavesTheNextOneAlone) {
     auto position = failing(CursorCall::Advance, 9);
     EXPECT_ANY_THROW(++position);

@@ -92,6 +92,25 @@ TYPED_TEST(FailingWalk, FolderThatFailsOtherwiseIsThrownAndEnteredAtTheNextStep)
     }
 }
 
+// The walk is one element ahead of what it shows, and begins its step again where it stopped.
+TYPED_TEST(FailingWalk, StepThatFailsBehindAFolderShowsItsContentsAgain) {
+    this->root = &this->tree.add(u"mem:/r", {folder(u"s"), file(u"y"), file(u"b")});
+    this->tree.add(u"mem:/r/s", {file(u"q")});
+    this->root->failOn(CursorCall::Advance, 1, 9);
+    FolderListing<TypeParam> all;
+    EXPECT_EQ(codeOf([&] { all = this->list(); }), ErrorCode::IOError);
+    all = this->list();
+    EXPECT_EQ(namesIn(all), (Names{"s", "q", "y", "b"}));
+
+    this->root = &this->tree.add(u"mem:/r", {file(u"c"), folder(u"s"), file(u"y")});
+    this->root->failOn(CursorCall::Advance, 2, 9);
+    all = this->list();
+    auto position = all.begin();
+    EXPECT_EQ(codeOf([&] { ++position; }), ErrorCode::IOError);
+    EXPECT_EQ(nameOf(*position), "s"); // it was fetched, and its folder failed to move on
+    EXPECT_EQ(namesFrom(position, all), (Names{"s", "q", "s", "q", "y"}));
+}
+
 TYPED_TEST(FailingWalk, WhatIsNoFailureOfTheProviderPassesThroughEverywhere) {
     this->failToOpen([](StorageIRI const&) { throw 42; });
     this->inner->failOn(CursorCall::HasNext, 1, [] { throw 43; });

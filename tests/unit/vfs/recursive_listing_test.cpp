@@ -87,7 +87,7 @@ TYPED_TEST(RecursiveListing, ListsEveryFolderWholeWhateverThePattern) {
     EXPECT_EQ(this->locations(u"y"), Names{"mem:/r/a/y"});
     Log const expected{"hasFeature mem:/r 1", this->flat(" mem:/r <>"), this->flat(" mem:/r/a <>"),
                        this->flat(" mem:/r/c <>")};
-    // Up to the match for the listing, and from there again for the traversal.
+    // A clone goes on from the match without listing a folder again.
     EXPECT_EQ(this->asked(), expected);
 }
 

@@ -160,8 +160,7 @@ TYPED_TEST(Filter, ComparesPositionsAndNotPatterns) {
 }
 
 TYPED_TEST(Filter, MayBeMadeOfNothing) {
-    typename TestFixture::Filtered const nothing;
-    (void)nothing;
+    EXPECT_TRUE(std::is_default_constructible_v<typename TestFixture::Filtered>);
 }
 
 TYPED_TEST(Filter, FailureOfTheCursorInASearchComesOutAsTheWrappedIteratorThrowsIt) {

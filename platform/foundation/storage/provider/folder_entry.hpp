@@ -25,9 +25,9 @@ class FOUNDATION_EXPORT FolderEntry {
           folderAttributes_(attributes) {}
 
     /// The name; of a recursive listing the path below the listed folder.
-    fl::i18n::ustring const& getName() const& noexcept { return name_; }
-    /// The same out of an entry that is used up, without a copy.
-    fl::i18n::ustring getName() && noexcept { return std::move(name_); }
+    fl::i18n::ustring const& getName() const noexcept { return name_; }
+    /// Moves the name out of an entry that is used up.
+    fl::i18n::ustring takeName() noexcept { return std::move(name_); }
     bool isFile() const noexcept { return isFile_; }
     boost::optional<FileAttributes> const& getFileAttributes() const noexcept {
         return fileAttributes_;

@@ -4,11 +4,8 @@
 
 #include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/iri/absolute_iri.hpp>
-#include <foundation/storage/vfs/listing/file_entry.hpp>
-#include <foundation/storage/vfs/listing/file_or_folder_entry.hpp>
-#include <foundation/storage/vfs/listing/folder_entry.hpp>
+#include <foundation/storage/vfs/listing/entries.hpp>
 #include <foundation/storage/vfs/listing/folder_listing.hpp>
-#include <foundation/storage/vfs/listing/list_entry.hpp>
 #include <foundation/storage/vfs/resources/file.hpp>
 #include <foundation/storage/vfs/resources/file_or_folder.hpp>
 #include <foundation/storage/vfs/resources/flush_filesystem.hpp>

@@ -20,7 +20,10 @@ class FolderListing;
 /// this is an input iterator, although a second pass over a copy works.
 ///
 /// Moving fetches the next entry from the provider. Its failures are vfs::Exception from the
-/// provider's advance(), and otherwise as they are thrown; the iterator then stands where it stood.
+/// provider's advance(), and otherwise as they are thrown. Behind a failure the iterator of a plain
+/// listing stands where it stood. That of a filtered listing, or of a tree that the system walks,
+/// may stand on no element: REQUIRES there that it is moved before it is dereferenced. Where the
+/// system walks, moving it again tries again what failed.
 template<class T>
 class FOUNDATION_EXPORT FolderListingIterator {
   public:
@@ -72,7 +75,7 @@ class FOUNDATION_EXPORT FolderListing {
     /// Takes an iterator at the first element as it is, without a clone.
     explicit FolderListing(std::shared_ptr<detail::IFolderIteratorImpl<T>> const& impl);
 
-    /// Each clones, which for `end()` is cheap, and calls no storage.
+    /// Each clones; that of the end has no cursor to clone.
     FolderListingIterator<T> begin() const;
     FolderListingIterator<T> end() const;
     bool empty() const;

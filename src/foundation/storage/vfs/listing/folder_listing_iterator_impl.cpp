@@ -29,8 +29,7 @@ Cursor clone(Cursor const& cursor, boost::optional<Folder> const& folder) {
 template<class T, class Attributes>
 T makeEntry(Folder const& folder, provider::FolderEntry&& entry,
             boost::optional<Attributes> const& delivered) {
-    return delivered ? T(folder, std::move(entry).getName(), *delivered)
-                     : T(folder, std::move(entry).getName());
+    return delivered ? T(folder, entry.takeName(), *delivered) : T(folder, entry.takeName());
 }
 
 /// The element of type `T` for an entry of `folder`. What the type says of the kind is believed:
@@ -52,7 +51,7 @@ T makeElement(Folder const& folder, provider::FolderEntry&& entry) {
         }
         return makeElement<FolderEntry>(folder, std::move(entry));
     } else {
-        return T(folder, std::move(entry).getName());
+        return T(folder, entry.takeName());
     }
 }
 
@@ -80,7 +79,7 @@ FolderListingIteratorImpl<T>::FolderListingIteratorImpl(FolderListingIteratorImp
       iterator_(clone(other.iterator_, other.folder_)),
       current_(other.current_),
       currentIsShared_(true) {
-    other.currentIsShared_ = true;
+    other.currentIsShared_.store(true, std::memory_order_relaxed);
 }
 
 template<class T>
@@ -90,7 +89,8 @@ FolderListingIteratorImpl<T>::operator=(FolderListingIteratorImpl const& other) 
     folder_ = other.folder_;
     iterator_ = std::move(copy);
     current_ = other.current_;
-    currentIsShared_ = other.currentIsShared_ = true;
+    currentIsShared_.store(true, std::memory_order_relaxed);
+    other.currentIsShared_.store(true, std::memory_order_relaxed);
     return *this;
 }
 
@@ -105,11 +105,11 @@ void FolderListingIteratorImpl<T>::updateCurrent() {
     }
     // Only this step is translated; what hasNext() and currentEntry() throw goes out as it is.
     translated([this] { iterator_->advance(); });
-    if (current_ && !currentIsShared_) {
+    if (current_ && !currentIsShared_.load(std::memory_order_relaxed)) {
         *current_ = makeElement<T>(*folder_, iterator_->currentEntry());
     } else {
         current_ = std::make_shared<T>(makeElement<T>(*folder_, iterator_->currentEntry()));
-        currentIsShared_ = false;
+        currentIsShared_.store(false, std::memory_order_relaxed);
     }
 }
 

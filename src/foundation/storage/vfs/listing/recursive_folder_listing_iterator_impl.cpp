@@ -3,6 +3,7 @@
 #include <foundation/storage/vfs/errors/detail/rethrow_as_vfs_exception.hpp>
 #include <foundation/storage/vfs/errors/exception.hpp>
 
+#include <cassert>
 #include <utility>
 
 namespace foundation::storage::vfs::detail {
@@ -171,6 +172,7 @@ bool RecursiveFolderListingIteratorImpl<T>::equal(IFolderIteratorImpl<T> const& 
 
 template<class T>
 T const& RecursiveFolderListingIteratorImpl<T>::dereference() const {
+    assert(current_ && "not at the end, and not behind a failure");
     return *current_;
 }
 

@@ -59,10 +59,10 @@ class FOUNDATION_EXPORT Folder {
     PathComparator getPathComparator() const;
 
     /// What is in the folder, as a stream: a missing folder fails here, and what is behind the
-    /// first element is read while the iterators move (listing/folder_listing.hpp, which a caller
-    /// of these includes). A pattern that is not empty leaves the names that match it: `*` any
-    /// number of UTF-16 units, `?` one (provider/wildcard.hpp; a provider that filters by itself
-    /// may have rules of its own).
+    /// first element is read while the iterators move (listing/folder_listing.hpp; a caller of
+    /// these includes it, and listing/entries.hpp for the elements that are entries). A pattern
+    /// that is not empty leaves the names that match it: `*` any number of UTF-16 units, `?` one
+    /// (provider/wildcard.hpp; a provider that filters by itself may have rules of its own).
     ///
     /// listFiles, listFolders and listAll fetch names only. The ...Entries carry the attributes
     /// that came with the listing.

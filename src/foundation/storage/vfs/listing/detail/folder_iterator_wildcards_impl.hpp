@@ -16,6 +16,7 @@ class FOUNDATION_EXPORT FolderIteratorWildcardsImpl final : public IFolderIterat
   public:
     class FilterImpl;
 
+    /// Of nothing; only to be destroyed.
     FolderIteratorWildcardsImpl();
     /// Stands on the first match, which is searched for here. `wrapped` is not moved.
     FolderIteratorWildcardsImpl(std::shared_ptr<IFolderIteratorImpl<T>> wrapped, ustring pattern);

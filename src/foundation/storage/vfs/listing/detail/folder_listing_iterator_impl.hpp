@@ -8,11 +8,13 @@
 
 #include <boost/optional/optional.hpp>
 
+#include <atomic>
 #include <memory>
 
 namespace foundation::storage::vfs::detail {
 
-/// The listing as the provider's cursor gives it, one element made of each entry.
+/// The listing as the provider's cursor gives it, one element made of each entry. Behind a failed
+/// increment() it stands where it stood.
 template<class T>
 class FOUNDATION_EXPORT FolderListingIteratorImpl final : public IFolderIteratorImpl<T> {
   public:
@@ -40,8 +42,9 @@ class FOUNDATION_EXPORT FolderListingIteratorImpl final : public IFolderIterator
     boost::optional<Folder> folder_;
     std::unique_ptr<provider::IFolderEntryIterator> iterator_; ///< null in end iterators
     std::shared_ptr<T> current_;                               ///< null at the end
-    /// Whether a copy may hold the current element too. One that none holds is written over.
-    mutable bool currentIsShared_ = false;
+    /// Whether a copy may hold the current element too. One that none holds is written over. Set on
+    /// the source of a copy, which threads may make of one listing at once.
+    mutable std::atomic<bool> currentIsShared_ = false;
 };
 
 extern template class FOUNDATION_EXPORT FolderListingIteratorImpl<File>;

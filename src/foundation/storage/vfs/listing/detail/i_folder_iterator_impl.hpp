@@ -15,7 +15,8 @@ class FOUNDATION_EXPORT IFolderIteratorImpl {
     virtual void increment() = 0;
     /// REQUIRES: `other` is of the same class as this.
     virtual bool equal(IFolderIteratorImpl const& other) const = 0;
-    /// The current element, until the iterator moves. REQUIRES: this is not at the end.
+    /// The current element, until the iterator moves. REQUIRES: this is not at the end, and the
+    /// last increment() has not failed, unless the class says more.
     virtual T const& dereference() const = 0;
     /// Another of this class at the same position, which then moves by itself.
     virtual std::shared_ptr<IFolderIteratorImpl> cloneImpl() const = 0;

@@ -16,7 +16,8 @@ namespace foundation::storage::vfs::detail {
 
 /// Walks a tree for a provider that does not: one flat listing for each folder on the way down, a
 /// folder before what is in it. Below the root, folders that deny access or vanish are passed over;
-/// any other failure comes out of increment(), and a later one goes on from there.
+/// any other failure comes out of increment(), and a later one goes on from the state that was
+/// left, which may be without an element: it tries the same step again, and may show entries again.
 ///
 /// Memory grows with the depth, and so does the cost of a copy: a walk from the same point.
 template<class T>
