@@ -13,10 +13,14 @@ using foundation::storage::provider::ExtendedExistsResult;
 
 namespace {
 
-bool breaksLines(char16_t unit) {
+// Whether a unit changes how the rest of its line, or of the terminal, is shown.
+bool isUnfitToShow(char16_t unit) {
     bool const control = unit < 0x20 || (unit >= 0x7f && unit < 0xa0);
     bool const separator = unit == 0x2028 || unit == 0x2029;
-    return control || separator;
+    // Text behind these runs the other way: `gnp.exe` can be made to look like another name.
+    bool const turnsText = (unit >= 0x202a && unit <= 0x202e) || (unit >= 0x2066 && unit <= 0x2069);
+    bool const byteOrderMark = unit == 0xfeff; // nothing at all is seen of it
+    return control || separator || turnsText || byteOrderMark;
 }
 
 void appendEscaped(std::string& out, char16_t unit) {
@@ -60,7 +64,7 @@ std::string onOneLine(std::string_view text) {
         } else if (unit >= 0xdc80 && unit <= 0xdcff) {
             flush();
             out += fmt::format("\\x{:02x}", static_cast<unsigned>(unit - 0xdc00));
-        } else if (breaksLines(unit)) {
+        } else if (isUnfitToShow(unit)) {
             flush();
             appendEscaped(out, unit);
         } else {

@@ -9,8 +9,8 @@
 /// How things are written for people.
 namespace cli {
 
-/// `text` on one line: control characters, line separators and bytes that are not UTF-8 are escaped
-/// (`\n`, `\x1b`, `\u2028`).
+/// `text` on one line: control characters, line separators, characters that turn the direction of
+/// text, byte order marks, and bytes that are not UTF-8 are escaped (`\n`, `\x1b`, `\u202e`).
 std::string onOneLine(std::string_view text);
 
 /// The same for a location as a person typed it, where a password in it is replaced by `***`.

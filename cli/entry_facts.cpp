@@ -86,9 +86,7 @@ EntryFacts factsOfFile(vfs::StorageSystemReference const& system, Location const
     if (isLink(kind)) {
         facts.target = linkTarget(system, location.iri);
     }
-    if (kind != ExtendedExistsResult::DanglingLink) {
-        facts.values = vfs::File(location.iri, system).getAttributes().values();
-    }
+    facts.values = vfs::File(location.iri, system).getAttributes().values();
     return facts;
 }
 

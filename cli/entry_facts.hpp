@@ -57,7 +57,7 @@ class EntryReader {
 };
 
 /// The facts about what is at a location by itself, where that is no folder. Attributes are those
-/// of what a link leads to.
+/// of what a link leads to, and its own where it leads nowhere.
 EntryFacts factsOfFile(foundation::storage::vfs::StorageSystemReference const& system,
                        Location const& location,
                        foundation::storage::provider::ExtendedExistsResult kind);

@@ -87,7 +87,10 @@ void addSlash(ustring& text, StorageIRI const& iri) {
 } // namespace
 
 std::string Location::shown() const {
-    return shownLocation(typed);
+    // A bare scheme with a colon of the line behind it would read `mem::`.
+    bool const bareScheme =
+        typed.ends_with(':') && iri.toString() == fl::i18n::storageNameToUstring(typed) + u"/";
+    return shownLocation(bareScheme ? typed + "/" : typed);
 }
 
 Location parseLocation(std::string const& typed) {

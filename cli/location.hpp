@@ -11,7 +11,7 @@ struct Location {
     std::string typed; ///< the bytes, as they came
     foundation::storage::vfs::AbsoluteIRI iri;
 
-    /// The words on one line.
+    /// The words on one line; a bare scheme with its slash.
     std::string shown() const;
     /// Whether the words insist on a folder, by a slash at their end.
     bool wantsFolder() const noexcept { return typed.ends_with('/'); }

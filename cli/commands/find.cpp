@@ -133,8 +133,9 @@ int runFind(Host& host, Words const& words) {
     Arguments arguments(
         {"find",
          "Prints the path below LOCATION of everything there, as it comes and unsorted. With "
-         "PATTERN only names that match it: * is any number of characters, ? is one. Links are not "
-         "followed, and folders inside that cannot be read are passed over.",
+         "PATTERN only names that match it: * is any number of characters, ? is one UTF-16 code "
+         "unit (a character beyond U+FFFF counts as two). Links are not followed, and folders "
+         "inside that cannot be read are passed over.",
          {"vfs find docs", "vfs find . '*.txt'", "vfs find -0 . '*.log' | xargs -0 ls",
           "vfs find --json -t f file:///etc/ssl"}});
     arguments.flag("-0,--null", nul, "End each path with a NUL byte instead of a line break")

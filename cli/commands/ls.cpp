@@ -229,8 +229,10 @@ int runLs(Host& host, Words const& words) {
     arguments.flag("-a,--all", wishes.hidden, "Show names that begin with a dot too")
         .flag("-l,--long", wishes.details,
               "Show kind and mode, size, time of modification, and where links lead")
-        .option("-p,--pattern", pattern, "PATTERN",
-                "Show matching names only: * is any number of characters, ? is one")
+        .option(
+            "-p,--pattern", pattern, "PATTERN",
+            "Show matching names only: * is any number of characters, ? is one UTF-16 code unit (a "
+            "character beyond U+FFFF counts as two)")
         .flag("-R,--recursive", wishes.recursive,
               "List the folders inside too, whether they match or not; links are not followed")
         .flag("--json", wishes.json,

@@ -126,15 +126,15 @@ TEST(CommandStat, PrintsOneJsonObjectOnEachLine) {
 
 TEST(CommandStat, PrintsALocationThatMeansTheSameWhateverBytesWereTyped) {
     TemporaryFolder folder;
-    writeFile(folder / "\xff \xF0\x9F\x8D\x8B", "");
+    writeFile(folder / "\xff \xF0\x9F\x92\x80", "");
     std::string const top = "file://" + folder.path().string();
-    std::string const typed = top + "/\xff \xF0\x9F\x8D\x8B";
+    std::string const typed = top + "/\xff \xF0\x9F\x92\x80";
     for (std::vector<std::string> const& words :
          {std::vector<std::string>{"stat", "--json"}, {"exists", "--json"}, {"ls", "--json"}}) {
         Outcome const outcome = vfs(folder, {words.front(), words.back(), typed});
 
         ASSERT_EQ(outcome.code, 0) << words.front() << outcome.err;
-        EXPECT_EQ(nlohmann::json::parse(outcome.out)["location"], top + "/%FF \xF0\x9F\x8D\x8B")
+        EXPECT_EQ(nlohmann::json::parse(outcome.out)["location"], top + "/%FF \xF0\x9F\x92\x80")
             << words.front();
     }
 }

@@ -73,11 +73,12 @@ TEST(CommandFind, MatchesTheLastPartOfAPathAndEntersEveryFolder) {
     writeFile(folder / "a.txt/b/.txt", "");
     writeFile(folder / "a.txt/b/d.TXT", "");
     writeFile(folder / "a.txt/b/\xC3\xA4\xC3\xB6", "");
+    writeFile(folder / "a.txt/\xF0\x9F\x8D\x8B", "");
 
     EXPECT_THAT(linesOf(vfs(folder, {"find", ".", "*.txt"}).out),
                 UnorderedElementsAre("a.txt", "a.txt/b/c.txt", "a.txt/b/.txt"));
     EXPECT_THAT(linesOf(vfs(folder, {"find", ".", "??"}).out),
-                UnorderedElementsAre("a.txt/b/\xC3\xA4\xC3\xB6"));
+                UnorderedElementsAre("a.txt/b/\xC3\xA4\xC3\xB6", "a.txt/\xF0\x9F\x8D\x8B"));
     EXPECT_EQ(vfs(folder, {"find", ".", "a.txt/b"}).out, "");
 }
 

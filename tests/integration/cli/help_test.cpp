@@ -57,6 +57,20 @@ TEST(CommandHelp, ListsTheCommands) {
                                        "providers", "put", "rm", "sh", "stat", "touch", "tree"));
 }
 
+TEST(CommandHelp, SaysWhatAQuestionMarkInAPatternCounts) {
+    TemporaryFolder folder;
+    for (std::string const command : {"find", "ls"}) {
+        std::istringstream words(vfs(folder, {command, "--help"}).out);
+        std::string text; // on one line, however it was broken
+        for (std::string word; words >> word;) {
+            text += word + ' ';
+        }
+        EXPECT_THAT(text, HasSubstr("? is one UTF-16 code unit (a character beyond U+FFFF counts "
+                                    "as two)"))
+            << command;
+    }
+}
+
 TEST(CommandHelp, ShowsExamplesForEveryCommandAndTheyRun) {
     for (std::string const& command : commands()) {
         TemporaryFolder folder;

@@ -114,18 +114,24 @@ TEST(CommandLs, ListsAFileThatIsNamed) {
     fs::create_symlink("file", folder / "in/link");
     fs::create_symlink("nowhere", folder / "in/dangling");
     ASSERT_EQ(vfs(folder, {"touch", "-d", "2024-05-01T10:30:00Z", "in/file"}).code, 0);
+    ASSERT_EQ(shell(folder, "touch -h -d 2024-05-02T10:30:00Z in/dangling").code, 0);
 
     EXPECT_EQ(vfs(folder, {"ls", "in/file", "in/dangling"}).out, "in/file\nin/dangling\n");
     EXPECT_EQ(vfs(folder, {"ls", "-l", "in/file", "in/link", "in/dangling"}).out,
               "-rw----r--         2 B  2024-05-01T10:30:00Z  in/file\n"
               "lrw----r--         2 B  2024-05-01T10:30:00Z  in/link -> file\n"
-              "l?????????           ?  ?                     in/dangling -> nowhere\n");
+              "lrwxrwxrwx         7 B  2024-05-02T10:30:00Z  in/dangling -> nowhere\n");
     nlohmann::json const facts =
         nlohmann::json::parse(vfs(folder, {"ls", "--json", "in/link"}).out);
     EXPECT_EQ(facts["name"], "link");
     EXPECT_EQ(facts["path"], "link");
     EXPECT_EQ(facts["kind"], "link-to-file");
     EXPECT_EQ(facts["target"], "file");
+    nlohmann::json const dangling =
+        nlohmann::json::parse(vfs(folder, {"ls", "--json", "in/dangling"}).out);
+    EXPECT_EQ(dangling["kind"], "dangling-link");
+    EXPECT_EQ(dangling["size"], 7);
+    EXPECT_EQ(dangling["modified"], "2024-05-02T10:30:00.000000000Z");
     EXPECT_EQ(vfs(folder, {"ls", "in/file/"}).err, "vfs: ls: in/file/: is not a folder\n");
 }
 
@@ -284,10 +290,15 @@ TEST(CommandLs, ListsMemoryInAScript) {
                                        "touch mem:/a%0A mem:/b/%FF\n"
                                        "ls mem:\n"
                                        "ls -R mem:/b\n"
+                                       "ls -R -p c mem:\n"
+                                       "ls mem: mem:/b/c\n"
                                        "ls mem:/none\n")
                                 .run();
 
-    EXPECT_EQ(outcome.out, "a\\n\nb/\nmem:/b:\nc/\n\\xff\n\nmem:/b/c:\n");
+    EXPECT_EQ(outcome.out, "a\\n\nb/\n"
+                           "mem:/b:\nc/\n\\xff\n\nmem:/b/c:\n"
+                           "mem:/b:\nc/\n"
+                           "mem:/:\na\\n\nb/\n\nmem:/b/c:\n");
     EXPECT_EQ(outcome.err, "vfs: ls: mem:/none: no such file or folder\n");
     EXPECT_EQ(outcome.code, 1);
 }

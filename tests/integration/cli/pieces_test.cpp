@@ -16,6 +16,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -89,6 +90,14 @@ TEST(CommandLocation, SpellsAChildAsItsFolderWasSpelled) {
     EXPECT_EQ(odd.typed, "docs/\xFF");
 }
 
+TEST(CommandLocation, IsShownAsItWasTypedButForABareScheme) {
+    EXPECT_EQ(cli::parseLocation("mem:").shown(), "mem:/");
+    EXPECT_EQ(cli::parseLocation("file:").shown(), "file:/");
+    for (char const* const typed : {"mem:/", "mem://", "mem:/a:", "ab:", "./mem:", "zip:a.zip"}) {
+        EXPECT_EQ(cli::parseLocation(typed).shown(), typed);
+    }
+}
+
 TEST(CommandDisplay, HidesPasswordsAndNothingElse) {
     EXPECT_EQ(cli::shownLocation("http://host:80/a@b"), "http://host:80/a@b");
     EXPECT_EQ(cli::shownLocation("http://user@host/"), "http://user@host/");
@@ -101,7 +110,23 @@ TEST(CommandDisplay, HidesPasswordsAndNothingElse) {
 TEST(CommandDisplay, KeepsPrintableTextAndEscapesTheRest) {
     EXPECT_EQ(cli::onOneLine("a\xC3\xA4\xF0\x9F\x8D\x8B \\"), "a\xC3\xA4\xF0\x9F\x8D\x8B \\");
     EXPECT_EQ(cli::onOneLine("\r\n\t\x7f\xff"), "\\r\\n\\t\\x7f\\xff");
-    EXPECT_EQ(cli::onOneLine("\xE2\x80\xA8"), "\\u2028");
+    EXPECT_EQ(cli::onOneLine("\xE2\x80\xA8\xE2\x80\xA9"), "\\u2028\\u2029");
+    struct Range {
+        char16_t first;
+        char16_t last;
+    };
+    for (Range const range :
+         {Range{0x202a, 0x202e}, Range{0x2066, 0x2069}, Range{0xfeff, 0xfeff}}) {
+        for (char16_t unit = range.first; unit <= range.last; ++unit) {
+            std::string const name = fl::i18n::toDisplayString(std::u16string{u'a', unit, u'b'});
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(unit));
+            EXPECT_EQ(cli::onOneLine(name), std::string("a") + escaped + "b");
+        }
+    }
+    std::string const neighbours =
+        fl::i18n::toDisplayString(u"\u2027\u202f\u2065\u206a\ufefe\uff00");
+    EXPECT_EQ(cli::onOneLine(neighbours), neighbours);
 }
 
 TEST(CommandDisplay, WritesSizesAndModes) {
