@@ -1,27 +1,20 @@
 #include "child_process.hpp"
-#include "listed_entries.hpp"
-#include "local_fixture.hpp"
+#include "listing_fixture.hpp"
 
 #include <foundation/storage/provider/local/local_factory.hpp>
 #include <foundation/storage/provider/local_path.hpp>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <dirent.h>
-#include <fcntl.h>
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <map>
-#include <mutex>
-#include <set>
-#include <stdexcept>
-#include <sys/resource.h>
+#include <optional>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 
 namespace foundation::storage::provider::local::test {
@@ -29,56 +22,12 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using Listing = std::unique_ptr<IFolderEntryIterator> (IProvider::*)(
-    StorageIRI const&, fl::i18n::ustring const&) const;
 
-constexpr Listing flatListings[] = {&IProvider::listAll,     &IProvider::listAllNamesOnly,
-                                    &IProvider::listFiles,   &IProvider::listFilesNamesOnly,
-                                    &IProvider::listFolders, &IProvider::listFoldersNamesOnly};
+class LocalListing : public FlatListingTest {};
 
-class LocalListing : public LocalProviderTest {
+class LocalListingOfAllKinds : public FlatListingTest {
   protected:
-    explicit LocalListing(LocalOptions const& options = {}) : LocalProviderTest(options) {}
-
-    Cursor list(Listing listing, std::string_view name = "",
-                fl::i18n::ustring const& filter = {}) const {
-        return (provider_.get()->*listing)(at(name), filter);
-    }
-    Cursor names(std::string_view name = "") const {
-        return list(&IProvider::listAllNamesOnly, name);
-    }
-
-    /// Several chunks, of names as well as of attributes.
-    static constexpr int many = 1200;
-    static std::string nameOf(int number) {
-        return std::string(160, 'n') + " " + std::to_string(number);
-    }
-    std::vector<std::string> makeMany(std::string const& folder) const {
-        makeFolder(folder);
-        std::vector<std::string> result;
-        for (int i = 0; i < many; ++i) {
-            result.push_back(nameOf(i));
-            std::string const file = path(folder + "/" + result.back());
-            EXPECT_EQ(::mknod(file.c_str(), S_IFREG | 0644, 0), 0);
-        }
-        return sorted(std::move(result));
-    }
-
-    void makeSocket(std::string_view name) const {
-        int const socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::string const text = path(name);
-        ASSERT_LT(text.size(), sizeof address.sun_path);
-        std::memcpy(address.sun_path, text.c_str(), text.size());
-        ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        ::close(socket);
-    }
-};
-
-class LocalListingOfAllKinds : public LocalListing {
-  protected:
-    explicit LocalListingOfAllKinds(LocalOptions const& options = {}) : LocalListing(options) {
+    explicit LocalListingOfAllKinds(LocalOptions const& options = {}) : FlatListingTest(options) {
         makeFolder("all");
         makeFile("all/file", "12345");
         makeFile("all/read-only", "", 0444);
@@ -93,41 +42,23 @@ class LocalListingOfAllKinds : public LocalListing {
         setTimes("all/file", {1, 2}, {3, 999'999'999});
         setTimes("all/to file", {5, 6}, {7, 8});
     }
+
+    void makeSocket(std::string_view name) const {
+        int const socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::string const text = path(name);
+        ASSERT_LT(text.size(), sizeof address.sun_path);
+        std::memcpy(address.sun_path, text.c_str(), text.size());
+        ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ::close(socket);
+    }
 };
 
 class LocalListingWithLinksFollowed : public LocalListingOfAllKinds {
   protected:
     LocalListingWithLinksFollowed() : LocalListingOfAllKinds({.followLinks = true}) {}
 };
-
-std::string describe(AttributeValues const& values) {
-    auto const time = [](std::optional<Timestamp> const& t) {
-        return t ? std::to_string(t->seconds) + '.' + std::to_string(t->nanoseconds)
-                 : std::string("none");
-    };
-    return "modified " + time(values.lastModified) + " accessed " + time(values.lastAccessed) +
-           " created " + time(values.created) + " size " +
-           (values.size ? std::to_string(*values.size) : "none") + " mode " +
-           (values.mode ? std::to_string(*values.mode) : "none") +
-           (values.writable ? " writable" : "");
-}
-
-/// The attributes of every entry by its name, empty where there are none.
-std::map<std::string, std::string> attributesIn(Cursor const& cursor) {
-    std::map<std::string, std::string> result;
-    while (cursor->hasNext()) {
-        cursor->advance();
-        FolderEntry const entry = cursor->currentEntry();
-        std::string& text = result[textOf(entry)];
-        if (entry.getFileAttributes()) {
-            text = "file " + describe(entry.getFileAttributes()->values());
-        }
-        if (entry.getFolderAttributes()) {
-            text += "folder " + describe(entry.getFolderAttributes()->values());
-        }
-    }
-    return result;
-}
 
 TEST_F(LocalListingOfAllKinds, EverythingThatIsNoFolderIsAFile) {
     for (auto const listing : {&IProvider::listAll, &IProvider::listAllNamesOnly}) {
@@ -283,27 +214,6 @@ TEST_F(LocalListing, AnEmptyFolderHasNoEntries) {
     }
 }
 
-TEST_F(LocalListing, ACursorMovesOnOnlyByAdvancing) {
-    makeFile("a");
-    makeFile("b");
-    Cursor const cursor = names();
-
-    EXPECT_THROW(cursor->currentEntry(), std::logic_error);
-    EXPECT_TRUE(cursor->hasNext());
-    EXPECT_TRUE(cursor->hasNext());
-    cursor->advance();
-    std::string const first = textOf(cursor->currentEntry());
-    EXPECT_TRUE(cursor->hasNext());
-    EXPECT_EQ(textOf(cursor->currentEntry()), first);
-    cursor->advance();
-    std::string const second = textOf(cursor->currentEntry());
-    EXPECT_THAT((std::vector{first, second}), ::testing::UnorderedElementsAre("a", "b"));
-    EXPECT_FALSE(cursor->hasNext());
-    EXPECT_THROW(cursor->advance(), std::logic_error);
-    EXPECT_FALSE(cursor->hasNext());
-    EXPECT_EQ(textOf(cursor->currentEntry()), second);
-}
-
 TEST_F(LocalListing, LargeFoldersAreListedCompletely) {
     std::vector<std::string> const expected = makeMany("many");
 
@@ -313,166 +223,6 @@ TEST_F(LocalListing, LargeFoldersAreListedCompletely) {
     EXPECT_THAT(listed(list(&IProvider::listFolders, "many")), IsEmpty());
     EXPECT_EQ(attributesIn(list(&IProvider::listFiles, "many")).at(nameOf(711)),
               "file " + describe(provider_->getFileAttributes(at("many/" + nameOf(711))).values()));
-}
-
-TEST_F(LocalListing, EntriesStayReadableWhileTheCursorLooksAhead) {
-    makeMany("many");
-    Cursor const cursor = names("many");
-
-    while (cursor->hasNext()) {
-        cursor->advance();
-        std::string const before = textOf(cursor->currentEntry());
-        cursor->hasNext();
-        ASSERT_EQ(textOf(cursor->currentEntry()), before);
-    }
-}
-
-TEST_F(LocalListing, ClonesAtEveryPositionGoOnByThemselves) {
-    makeMany("many");
-    std::vector<std::string> const order = restOf(*names("many"));
-    Cursor const cursor = names("many");
-    std::vector<Cursor> clones;
-
-    clones.push_back(clone(cursor));
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        ASSERT_TRUE(cursor->hasNext());
-        cursor->advance();
-        clones.push_back(clone(cursor));
-    }
-    ASSERT_FALSE(cursor->hasNext());
-
-    for (std::size_t i = 0; i < clones.size(); ++i) {
-        if (i != 0) {
-            ASSERT_EQ(textOf(clones[i]->currentEntry()), order[i - 1]);
-        }
-        if (i != order.size()) {
-            clones[i]->advance();
-            ASSERT_EQ(textOf(clones[i]->currentEntry()), order[i]);
-        }
-    }
-    for (std::size_t i = 0; i < order.size(); i += 177) {
-        EXPECT_EQ(restOf(*clones[i]),
-                  std::vector(order.begin() + static_cast<std::ptrdiff_t>(i) + 1, order.end()));
-    }
-}
-
-TEST_F(LocalListing, ClonesMayBeReadOnTwoThreads) {
-    std::vector<std::string> const expected = makeMany("many");
-    Cursor const cursor = list(&IProvider::listAll, "many");
-    Cursor const first = clone(cursor);
-    Cursor const second = clone(cursor);
-    std::vector<std::string> left;
-    std::vector<std::string> right;
-
-    std::thread one([&] { left = listed(first); });
-    std::thread other([&] { right = listed(second); });
-    one.join();
-    other.join();
-
-    EXPECT_EQ(left, expected);
-    EXPECT_EQ(right, expected);
-    EXPECT_EQ(listed(cursor), expected);
-}
-
-TEST_F(LocalListing, ACloneMakesNoSystemCall) {
-    makeMany("many");
-
-    Cursor fresh; // out here, so that the child does not close their descriptors
-    Cursor inside;
-    Cursor ahead;
-    std::string const outcome = inChild([&] {
-        fresh = names("many");
-        inside = names("many");
-        ahead = names("many");
-        inside->advance();
-        for (int i = 1; i < many - 1; ++i) {
-            ahead->advance();
-        }
-        allowMemoryCallsOnly();
-        for (int i = 0; i < 1000; ++i) {
-            for (Cursor const* cursor : {&fresh, &inside, &ahead}) {
-                clone(*cursor);
-            }
-        }
-        return std::string("none");
-    });
-
-    EXPECT_EQ(outcome, "none");
-}
-
-TEST_F(LocalListing, ASmallFolderIsClosedBeforeItsFirstEntry) {
-    makeFolder("small");
-    for (int i = 0; i < 50; ++i) {
-        makeFile("small/" + std::to_string(i));
-    }
-    std::size_t const before = openDescriptors();
-
-    std::vector<Cursor> cursors;
-    for (Listing const listing : flatListings) {
-        cursors.push_back(list(listing, "small"));
-    }
-
-    EXPECT_EQ(openDescriptors(), before);
-    EXPECT_EQ(listed(cursors[0]).size(), 50U);
-}
-
-TEST_F(LocalListing, ALargeFolderHasOneDescriptorUntilItsEndIsRead) {
-    makeMany("many");
-    std::size_t const before = openDescriptors();
-    Cursor const cursor = names("many");
-    std::vector<Cursor> clones;
-    for (int i = 0; i < 200; ++i) {
-        cursor->advance();
-        clones.push_back(clone(cursor));
-    }
-    EXPECT_EQ(openDescriptors(), before + 1);
-
-    restOf(*cursor);
-    EXPECT_EQ(openDescriptors(), before);
-
-    // One that is behind opens the folder again, and it is shared again.
-    for (int i = 0; i < 700; ++i) {
-        clones.front()->advance();
-        clones.back()->advance();
-    }
-    EXPECT_EQ(openDescriptors(), before + 1);
-    EXPECT_EQ(restOf(*clones.front()).size(), static_cast<std::size_t>(many - 701));
-    EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST_F(LocalListing, AnAbandonedCursorLeavesNoDescriptor) {
-    makeMany("many");
-    std::size_t const before = openDescriptors();
-
-    Cursor cursor = names("many");
-    cursor->advance();
-    EXPECT_EQ(openDescriptors(), before + 1);
-    cursor.reset();
-
-    EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST_F(LocalListing, HundredsOfLevelsMayBeOpenAtOnceWithFewDescriptors) {
-    std::string const outcome = inChild([&] {
-        std::string deep = "level";
-        for (int i = 0; i < 300; ++i) {
-            makeFolder(deep);
-            deep += "/l";
-        }
-        rlimit const few{40, 40};
-        ::setrlimit(RLIMIT_NOFILE, &few);
-        std::vector<Cursor> open;
-        std::string folder = "level";
-        for (int i = 0; i < 299; ++i) {
-            open.push_back(names(folder));
-            open.push_back(clone(open.back()));
-            open.back()->advance();
-            folder += "/" + textOf(open.back()->currentEntry()).substr(0, 1);
-        }
-        return std::to_string(open.size());
-    });
-
-    EXPECT_EQ(outcome, "598");
 }
 
 TEST_F(LocalListingOfAllKinds, NamesAreListedWithoutAskingForTheirKind) {
@@ -516,25 +266,6 @@ TEST_F(LocalListingOfAllKinds, KindsThatTheFileSystemDoesNotTellAreAskedFor) {
                          : "folder/ | folder/ | folder/ socket to file to folder to nothing | "
                            "folder/inner read-only to nothing | folder/inner");
     }
-}
-
-TEST_F(LocalListing, ASmallFolderTakesAsManyCallsAsAPlainLoop) {
-    makeFile("file");
-
-    std::string const outcome = inChild([&] {
-        int calls = 0;
-        std::mutex mutex;
-        interceptCalls(SYS_getdents64, 0, 0, [&](auto const*) -> std::optional<long> {
-            std::lock_guard const lock(mutex);
-            ++calls;
-            return std::nullopt;
-        });
-        listed(names());
-        std::lock_guard const lock(mutex);
-        return std::to_string(calls);
-    });
-
-    EXPECT_EQ(outcome, "2");
 }
 
 TEST_F(LocalListing, NamesThatNoItemCanHaveAreNotDelivered) {
@@ -608,80 +339,6 @@ TEST_F(LocalListing, APatternThatNearlyNothingMatchesFindsItInALargeFolder) {
                 ElementsAre(nameOf(711)));
     EXPECT_THAT(listed(list(&IProvider::listFoldersNamesOnly, "many")), ElementsAre("the folder/"));
     EXPECT_FALSE(list(&IProvider::listAll, "many", u"nothing")->hasNext());
-}
-
-TEST_F(LocalListing, WhatIsThereThroughoutIsListedOnceWhileTheFolderChanges) {
-    std::vector<std::string> const before = makeMany("many");
-    Cursor const cursor = names("many");
-    std::vector<std::string> found;
-    std::set<std::string> removed;
-    for (int step = 0; cursor->hasNext(); ++step) {
-        cursor->advance();
-        found.push_back(textOf(cursor->currentEntry()));
-        if (step < 300) {
-            std::string const gone = nameOf(step * 4);
-            ASSERT_EQ(::unlink(path("many/" + gone).c_str()), 0);
-            removed.insert(gone);
-            makeFile("many/added " + nameOf(step));
-        }
-    }
-
-    std::map<std::string, int> times;
-    for (std::string const& name : found) {
-        EXPECT_EQ(++times[name], 1) << name;
-    }
-    for (std::string const& name : before) {
-        EXPECT_TRUE(times.count(name) == 1 || removed.count(name) == 1) << name;
-    }
-}
-
-TEST_F(LocalListing, AFolderThatIsRemovedWhileItIsListedIsNotFound) {
-    makeMany("many");
-    Cursor const cursor = names("many");
-    Cursor const other = clone(cursor);
-    std::filesystem::remove_all(path("many"));
-
-    EXPECT_TRUE(isRefused([&] { restOf(*cursor); }, ErrorCode::ResourceNotFound, at("many")));
-    EXPECT_FALSE(cursor->hasNext());
-    EXPECT_THROW(cursor->advance(), std::logic_error);
-    EXPECT_TRUE(isRefused([&] { restOf(*other); }, ErrorCode::ResourceNotFound, at("many")));
-}
-
-TEST_F(LocalListing, AnotherFolderUnderTheNameIsNotTakenForTheListedOne) {
-    makeMany("many");
-    Cursor const cursor = names("many");
-    Cursor const behind = clone(cursor);
-    restOf(*cursor); // the descriptor is closed now
-    ASSERT_EQ(::rename(path("many").c_str(), path("moved").c_str()), 0);
-    makeMany("many");
-
-    EXPECT_TRUE(isRefused([&] { restOf(*behind); }, ErrorCode::ResourceNotFound, at("many")));
-}
-
-TEST_F(LocalListing, AFailureInTheMiddleComesOutOfAdvanceOnce) {
-    makeMany("many");
-
-    std::string const outcome = inChild([&] {
-        Cursor const cursor = names("many");
-        cursor->advance();
-        Cursor const other = clone(cursor);
-        injectFaults({{SYS_getdents64, 0, 0, EIO}});
-        std::string text;
-        auto const refusal = refusalOf([&] {
-            while (cursor->hasNext() && cursor->hasNext()) {
-                cursor->advance();
-            }
-        });
-        text += refusal && refusal->code == ErrorCode::IOError && refusal->location == at("many")
-                    ? "failed, "
-                    : "other, ";
-        text += cursor->hasNext() ? "more, " : "end, ";
-        text += textOf(cursor->currentEntry()).starts_with("nn") ? "entry, " : "none, ";
-        auto const again = refusalOf([&] { restOf(*other); });
-        return text + (again && again->code == ErrorCode::IOError ? "failed" : "other");
-    });
-
-    EXPECT_EQ(outcome, "failed, end, entry, failed");
 }
 
 TEST_F(LocalListing, AFailureOfAttributesIsNone) {

@@ -21,8 +21,12 @@ namespace {
 /// Larger ones gain nothing. With attributes the calls do not count, and less is read ahead.
 constexpr std::size_t namesBuffer = 32 * 1024;
 constexpr std::size_t attributesBuffer = 8 * 1024;
-/// The longest names are those of file systems in user space, with 1024 bytes.
-constexpr std::size_t largestRecord = offsetof(dirent64, d_name) + 1024 + 1;
+/// The longest names are those of file systems in user space, with 1024 bytes; behind a name stand
+/// a NUL and what fills the record up to the alignment of the next.
+constexpr std::size_t largestRecord =
+    (offsetof(dirent64, d_name) + 1024 + 1 + alignof(dirent64) - 1) / alignof(dirent64) *
+    alignof(dirent64);
+static_assert(largestRecord == 1048);
 
 static_assert(std::is_trivially_copyable_v<AttributeValues>);
 
@@ -157,7 +161,7 @@ class FolderChunkReader {
             static_cast<std::uint32_t>(attributes * sizeof(AttributeValues));
         void* const memory = ::operator new(sizeof(FolderChunk) + attributesSpace + bytes_);
         auto* const chunk = new (memory) FolderChunk(attributesSpace);
-        FolderChunkPtr const result(chunk);
+        FolderChunkPtr result(chunk);
         chunk->last_ = last_;
         chunk->resumeAt_ = resumeAt_;
         char* out = chunk->entrySpace();

@@ -261,11 +261,11 @@ void TreeWalk::readOn() {
 }
 
 bool TreeWalk::isAbove(FolderIdentity const& identity) const noexcept {
-    if (level_.identity == identity) {
+    if (level_.identity.isAlso(identity)) {
         return true;
     }
     for (TrailNode const* node = trail_.get(); node != nullptr; node = node->parent().get()) {
-        if (node->level().identity == identity) {
+        if (node->level().identity.isAlso(identity)) {
             return true;
         }
     }
