@@ -199,6 +199,10 @@ std::optional<vfs::ErrorCode> codeOfCurrentFailure() {
     return factsOfCurrentFailure().code;
 }
 
+std::optional<vfs::AbsoluteIRI> locationOfCurrentFailure() {
+    return factsOfCurrentFailure().location;
+}
+
 std::string reasonOfCurrentFailure() {
     return factsOfCurrentFailure().reason;
 }

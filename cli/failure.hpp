@@ -27,6 +27,8 @@ char const* wordsFor(foundation::storage::provider::ErrorCode code) noexcept;
 struct FailureText {
     std::string subject;
     std::string reason;
+
+    bool operator==(FailureText const&) const = default;
 };
 
 /// Words for the exception that is being handled. `operands` are the locations that the operation
@@ -39,6 +41,9 @@ FailureText describeCurrentFailure(foundation::storage::vfs::StorageSystemRefere
 
 /// The code of the exception that is being handled; empty for one that carries none.
 std::optional<foundation::storage::vfs::ErrorCode> codeOfCurrentFailure();
+
+/// The location that the exception that is being handled names; empty where it names none.
+std::optional<foundation::storage::vfs::AbsoluteIRI> locationOfCurrentFailure();
 
 /// The reason alone, for a failure that comes before there is a location.
 std::string reasonOfCurrentFailure();

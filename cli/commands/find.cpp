@@ -3,12 +3,17 @@
 
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/extended_feature.hpp>
+#include <foundation/storage/provider/wildcard.hpp>
+#include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/listing/folder_listing.hpp>
 #include <foundation/storage/vfs/listing/list_entry.hpp>
 #include <foundation/storage/vfs/resources/folder.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
 
 #include <optional>
+#include <span>
+#include <string_view>
+#include <utility>
 
 namespace cli {
 
@@ -70,40 +75,115 @@ class Finder {
     // What comes from a storage that walks by itself is named by its path. For any other storage
     // the names alone would cost it a question for each entry.
     void printNames() {
-        for (vfs::ListEntry const& entry : folder_.listAllRecursive(wishes_.pattern)) {
-            print(entry.getName());
-        }
+        forEach(&vfs::Folder::listAllRecursive, [&](vfs::ListEntry const& entry) {
+            if (matches(entry.getName())) {
+                print(entry.getName());
+            }
+        });
     }
 
     void printPaths() {
-        for (FileOrFolderEntry const& entry : folder_.listAllEntriesRecursive(wishes_.pattern)) {
+        forEach(&vfs::Folder::listAllEntriesRecursive, [&](FileOrFolderEntry const& entry) {
             if (isWanted(entry)) {
                 print(pathOf(entry));
             }
-        }
+        });
     }
 
     void printFacts() {
         EntryReader const reader(invocation_.system(), root_.iri);
-        for (FileOrFolderEntry const& entry : folder_.listAllEntriesRecursive(wishes_.pattern)) {
-            if (!isWanted(entry)) {
-                continue;
+        forEach(&vfs::Folder::listAllEntriesRecursive, [&](FileOrFolderEntry const& entry) {
+            if (isWanted(entry)) {
+                printFactsOf(entry, reader);
             }
-            ustring const path = pathOf(entry);
-            Location const location = childLocation(root_, path);
-            invocation_.attempt(std::span(&location, 1), [&] {
-                EntryFacts const facts =
-                    reader.factsOf(entry, location.iri, fl::i18n::toDisplayString(path));
-                if (facts.kind != ExtendedExistsResult::Nothing) {
-                    output_.print(entryAsJson(facts));
-                }
-            });
-            output_.flushBlock();
+        });
+    }
+
+    void printFactsOf(FileOrFolderEntry const& entry, EntryReader const& reader) {
+        ustring const path = pathOf(entry);
+        Location const location = childLocation(root_, path);
+        invocation_.attempt(std::span(&location, 1), [&] {
+            EntryFacts const facts =
+                reader.factsOf(entry, location.iri, fl::i18n::toDisplayString(path));
+            if (facts.kind != ExtendedExistsResult::Nothing) {
+                output_.print(entryAsJson(facts));
+            }
+        });
+        output_.flushBlock();
+    }
+
+    template<class Entry, class Take>
+    void forEach(vfs::FolderListing<Entry> (vfs::Folder::*listing)(ustring) const,
+                 Take const& take) {
+        vfs::FolderListing<Entry> const entries = listed(listing);
+        auto const end = entries.end();
+        auto position = entries.begin();
+        while (position != end) {
+            take(*position);
+            if (!moveOn(position)) {
+                return;
+            }
         }
     }
 
+    // A listing begins at its first match. Where a folder that fails stands before that, all is
+    // listed instead, and the pattern held against it here, so that what is behind comes too.
+    template<class Entry>
+    vfs::FolderListing<Entry> listed(vfs::FolderListing<Entry> (vfs::Folder::*listing)(ustring)
+                                         const) {
+        if (!wishes_.pattern.empty()) {
+            try {
+                return (folder_.*listing)(wishes_.pattern);
+            } catch (vfs::Exception const&) {
+                matchesHere_ = true;
+            }
+        }
+        return (folder_.*listing)(ustring());
+    }
+
+    // Reports what fails, and goes on behind it. False where there is no going on: a walk by the
+    // system tries the same step again, perhaps for ever, and so may a storage that fails twice
+    // alike.
+    template<class Iterator>
+    bool moveOn(Iterator& position) {
+        std::optional<FailureText> before;
+        for (;;) {
+            try {
+                ++position;
+                return true;
+            } catch (...) {
+                FailureText failure = describeFailure();
+                if (failure == before) {
+                    return false;
+                }
+                invocation_.fail(failure.subject, failure.reason);
+                if (!walksByItself_) {
+                    return false;
+                }
+                before = std::move(failure);
+            }
+        }
+    }
+
+    // The words for the current exception, about a place below the root as the root was spelled.
+    FailureText describeFailure() const {
+        std::optional<vfs::AbsoluteIRI> const at = locationOfCurrentFailure();
+        Location const subject = at && root_.iri.isAncestorOf(*at)
+                                     ? childLocation(root_, at->makePathRelativeTo(root_.iri))
+                                     : root_;
+        return describeCurrentFailure(invocation_.system(), std::span(&subject, 1));
+    }
+
     bool isWanted(FileOrFolderEntry const& entry) const {
-        return wishes_.kind == Kind::Any || (wishes_.kind == Kind::Folder) == isFolder(entry);
+        bool const rightKind =
+            wishes_.kind == Kind::Any || (wishes_.kind == Kind::Folder) == isFolder(entry);
+        return rightKind && matches(nameOf(entry));
+    }
+
+    bool matches(std::u16string_view path) const {
+        using foundation::storage::provider::matchesWildcard;
+        return !matchesHere_ ||
+               matchesWildcard(wishes_.pattern, path.substr(path.rfind(u'/') + 1)); // npos + 1 is 0
     }
 
     ustring pathOf(FileOrFolderEntry const& entry) const {
@@ -122,6 +202,7 @@ class Finder {
     Wishes const& wishes_;
     vfs::Folder folder_;
     bool walksByItself_;
+    bool matchesHere_ = false;
 };
 
 } // namespace

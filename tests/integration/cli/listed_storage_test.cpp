@@ -1,13 +1,16 @@
 #include "listed_trees.hpp"
 
 #include <cli/commands.hpp>
+#include <cli/location.hpp>
 #include <cli/output.hpp>
 
 #include <foundation/storage/conformance/call_counter.hpp>
 #include <foundation/storage/conformance/decorate.hpp>
 #include <foundation/storage/conformance/fault_injector.hpp>
 #include <foundation/storage/conformance/feature_hider.hpp>
+#include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/memory/memory_provider.hpp>
+#include <foundation/storage/provider/wildcard.hpp>
 #include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 
 #include <fl/i18n/conversion.hpp>
@@ -19,7 +22,9 @@
 #include <unistd.h>
 
 #include <memory>
+#include <optional>
 #include <utility>
+#include <vector>
 
 namespace cli_test {
 namespace {
@@ -41,6 +46,69 @@ class WithoutLinks final : public conformance::FeatureHider {
         : FeatureHider(std::move(inner), {}) {}
 };
 
+// A listing that was made before; where it has no entry, it fails, and goes on behind that.
+class PreparedCursor final : public provider::IFolderEntryIterator {
+  public:
+    using Steps = std::vector<std::optional<provider::FolderEntry>>;
+
+    PreparedCursor(Steps steps, provider::StorageIRI broken)
+        : steps_(std::make_shared<Steps const>(std::move(steps))),
+          broken_(std::move(broken)) {}
+
+    provider::FolderEntry currentEntry() const override { return *steps_->at(next_ - 1); }
+    bool hasNext() const override { return next_ < steps_->size(); }
+    void advance() override {
+        if (!steps_->at(next_++)) {
+            throw provider::Exception(provider::ErrorCode::IOError, broken_);
+        }
+    }
+    PreparedCursor* cloneIterator() const override { return new PreparedCursor(*this); }
+
+  private:
+    std::shared_ptr<Steps const> steps_;
+    provider::StorageIRI broken_;
+    std::size_t next_ = 0;
+};
+
+// One folder of this storage cannot be read, as on a disk with a bad sector.
+class WithABrokenFolder : public conformance::ProviderDecorator {
+  protected:
+    WithABrokenFolder(std::shared_ptr<provider::IProvider> inner, provider::StorageIRI broken)
+        : ProviderDecorator(std::move(inner)),
+          broken_(std::move(broken)) {}
+
+    std::unique_ptr<provider::IFolderEntryIterator>
+    doList(Operation operation, Listing listing, provider::StorageIRI const& location,
+           provider::ustring const& filter) const override {
+        if (location == broken_) {
+            throw provider::Exception(provider::ErrorCode::IOError, broken_);
+        }
+        if (operation != Operation::ListAllRecursive &&
+            operation != Operation::ListAllRecursiveNamesOnly) {
+            return ProviderDecorator::doList(operation, listing, location, filter);
+        }
+        PreparedCursor::Steps steps;
+        auto const all = ProviderDecorator::doList(operation, listing, location, {});
+        while (all->hasNext()) {
+            all->advance();
+            provider::StorageIRI const item(location, all->currentEntry().getName());
+            if (broken_.isAncestorOf(item)) {
+                continue;
+            }
+            if (filter.empty() || provider::matchesWildcard(filter, item.getName())) {
+                steps.emplace_back(all->currentEntry());
+            }
+            if (item == broken_) {
+                steps.emplace_back(std::nullopt);
+            }
+        }
+        return std::make_unique<PreparedCursor>(std::move(steps), broken_);
+    }
+
+  private:
+    provider::StorageIRI broken_;
+};
+
 // The commands in this process, over storages that a disk never is.
 class CommandOverAStorage : public ::testing::Test {
   protected:
@@ -60,6 +128,7 @@ class CommandOverAStorage : public ::testing::Test {
     Outcome run(std::shared_ptr<provider::IProvider> const& storage, cli::Words const& words) {
         auto const system = std::make_shared<vfs::PluggableStorageSystem>(nullptr);
         system->registerPhysicalProvider("odd", [&] { return storage; });
+        system->registerPhysicalProvider("file", [&] { return storage; });
         cli::Host host(system);
         ::testing::internal::CaptureStdout();
         ::testing::internal::CaptureStderr();
@@ -141,6 +210,73 @@ TEST_F(CommandOverAStorage, ListingsEndWithAnErrorWhereTheStorageFailsOnTheWay) 
         std::vector<std::string> const lines = linesOf(outcome.out);
         EXPECT_GE(lines.size(), 1u) << words.at(1);
         EXPECT_LE(lines.size(), 2u) << words.at(1);
+    }
+}
+
+TEST_F(CommandOverAStorage, FindGoesOnBehindAFolderThatFails) {
+    auto const broken = conformance::decorate<WithABrokenFolder>(memory_, at("a"));
+    std::string const failure = "vfs: find: odd:/a: input or output failed\n";
+
+    Outcome const names = run(broken, {"find", "odd:/"});
+    Outcome const files = run(broken, {"find", "-tf", "odd:/"});
+    Outcome const facts = run(broken, {"find", "--json", "odd:/"});
+
+    EXPECT_THAT(linesOf(names.out), UnorderedElementsAre("a", "b", "b/z.txt", "link"));
+    EXPECT_THAT(linesOf(files.out), UnorderedElementsAre("b/z.txt", "link"));
+    EXPECT_EQ(linesOf(facts.out).size(), 4u);
+    for (Outcome const& outcome : {names, files, facts}) {
+        EXPECT_EQ(outcome.code, 1);
+        EXPECT_EQ(outcome.err, failure);
+    }
+}
+
+TEST_F(CommandOverAStorage, FindFindsMatchesThatAllLieBehindAFolderThatFails) {
+    auto const broken = conformance::decorate<WithABrokenFolder>(memory_, at("a"));
+    std::string const failure = "vfs: find: odd:/a: input or output failed\n";
+
+    Outcome const names = run(broken, {"find", "odd:/", "z*"});
+    Outcome const files = run(broken, {"find", "-tf", "odd:/", "*.t?t"});
+    Outcome const facts = run(broken, {"find", "--json", "odd:/", "z.txt"});
+
+    EXPECT_EQ(names.out, "b/z.txt\n");
+    EXPECT_EQ(files.out, "b/z.txt\n");
+    EXPECT_THAT(facts.out, HasSubstr("\"path\":\"b/z.txt\""));
+    EXPECT_EQ(linesOf(facts.out).size(), 1u);
+    for (Outcome const& outcome : {names, files, facts}) {
+        EXPECT_EQ(outcome.code, 1);
+        EXPECT_EQ(outcome.err, failure);
+    }
+}
+
+TEST_F(CommandOverAStorage, FindEndsAtAFolderThatFailsWhereTheStorageDoesNotWalk) {
+    auto const flat = conformance::decorate<conformance::FeatureHider>(
+        conformance::decorate<WithABrokenFolder>(memory_, at("b")));
+    for (cli::Words const& words :
+         {cli::Words{"find", "odd:/"}, cli::Words{"find", "--json", "odd:/"},
+          cli::Words{"find", "-tf", "odd:/", "*.txt"}}) {
+        Outcome const outcome = run(flat, words);
+
+        EXPECT_EQ(outcome.code, 1) << words.at(1);
+        EXPECT_EQ(outcome.err, "vfs: find: odd:/b: input or output failed\n") << words.at(1);
+        EXPECT_THAT(outcome.out, HasSubstr("a/deep/x.txt")) << words.at(1);
+    }
+}
+
+TEST_F(CommandOverAStorage, AFailureBelowIsNamedAsTheFolderWasTyped) {
+    provider::StorageIRI const top = cli::parseLocation("top").iri.toStorageIRI();
+    memory_->createFolderRecursive(provider::StorageIRI(top, u"in/bad"));
+    auto const broken =
+        conformance::decorate<WithABrokenFolder>(memory_, provider::StorageIRI(top, u"in/bad"));
+    std::string const iri = fl::i18n::toDisplayString(top.toString());
+    for (std::string const& typed : {std::string("top"), std::string("./top"), iri}) {
+        for (std::string const command : {"find", "ls"}) {
+            Outcome const outcome = run(broken, command == "ls" ? cli::Words{"ls", "-R", typed}
+                                                                : cli::Words{"find", typed});
+
+            EXPECT_EQ(outcome.code, 1);
+            EXPECT_EQ(outcome.err,
+                      "vfs: " + command + ": " + typed + "/in/bad: input or output failed\n");
+        }
     }
 }
 
