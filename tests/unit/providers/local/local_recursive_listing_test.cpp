@@ -223,7 +223,7 @@ TEST_F(LocalRecursiveListing, NamesAreListedWithoutAskingForTheirKind) {
     std::size_t const expected = treeOnDisk(path("tree")).size();
 
     std::string const outcome = inChild([&] {
-        injectFaults({{SYS_statx, 0, 0, EIO},
+        injectFaults({{SYS_statx, 2, AT_SYMLINK_NOFOLLOW, EIO},
                       {SYS_newfstatat, 3, AT_SYMLINK_NOFOLLOW, EIO},
                       {SYS_stat, 0, 0, EIO},
                       {SYS_lstat, 0, 0, EIO}});
