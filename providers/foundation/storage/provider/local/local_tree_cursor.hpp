@@ -18,7 +18,9 @@ namespace foundation::storage::provider::local {
 ///
 /// A cursor has at most 16 folders open, those that it is in and still needs. A clone starts with
 /// none, costs the same at every depth, and makes no system call. hasNext() may enter folders; what
-/// fails there is thrown by the next advance(), once, and the listing goes on behind that folder.
+/// fails there is thrown by the next advance(), once, and the listing goes on behind that folder. A
+/// clone, and a walk deeper than that, may have to open the listed folder again; where it is gone,
+/// moved or denied by now, that is thrown too, and ends the listing.
 /// advance() at the end, and currentEntry() before the first advance(), throw std::logic_error.
 std::unique_ptr<IFolderEntryIterator> listLocalTree(StorageIRI const& location,
                                                     detail::ListingQuery query);

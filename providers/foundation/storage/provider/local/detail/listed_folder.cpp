@@ -24,6 +24,9 @@ bool isSettled(struct statx const& folder) noexcept {
            folder.stx_btime.tv_sec < now.tv_sec - settledAfter;
 }
 
+/// AT_HANDLE_FID, since Linux 6.5: a handle to be compared only, which every file system has.
+constexpr int handleToCompare = 0x200;
+
 /// FNV-1a of the handle of an open folder, which has the generation of its number; 0 where the file
 /// system has no handles.
 std::uint64_t handleHashOf(int folder) noexcept {
@@ -32,7 +35,10 @@ std::uint64_t handleHashOf(int folder) noexcept {
     auto* const handle = reinterpret_cast<file_handle*>(space);
     handle->handle_bytes = longest;
     int mount = 0;
-    if (::name_to_handle_at(folder, "", handle, &mount, AT_EMPTY_PATH) != 0) {
+    auto const get = [&](int flags) {
+        return ::name_to_handle_at(folder, "", handle, &mount, AT_EMPTY_PATH | flags) == 0;
+    };
+    if (!get(handleToCompare) && (errno != EINVAL || !get(0))) {
         return 0;
     }
     std::string_view const bytes(space, sizeof(file_handle) + handle->handle_bytes);
@@ -75,7 +81,7 @@ std::optional<ErrorCode> checkIdentity(int folder, FolderIdentity const& identit
     if (int const error = ask(folder, item)) {
         return errorCodeOfErrno(error);
     }
-    bool const same = identityOf(item).isAlso(identity) &&
+    bool const same = identityOf(item).looksLike(identity) &&
                       (identity.handleHash == 0 || identity.handleHash == handleHashOf(folder));
     return same ? std::nullopt : std::optional(ErrorCode::ResourceNotFound);
 }

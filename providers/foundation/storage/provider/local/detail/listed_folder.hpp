@@ -25,7 +25,7 @@ struct FolderIdentity {
     std::uint64_t handleHash = 0;
 
     /// Whether both are one folder, of two that are there at the same time.
-    bool isAlso(FolderIdentity const& other) const noexcept {
+    bool looksLike(FolderIdentity const& other) const noexcept {
         return device == other.device && inode == other.inode && created == other.created;
     }
 };

@@ -245,10 +245,10 @@ void TreeWalk::readOn() {
     FileDescriptor folder = window_.take(depth());
     FolderChunkPtr chunk;
     if (int const error = readFolderChunk(folder.get(), tree_->query, chunk)) {
-        level_.abandoned = true;
         if (!trail_ || !isPassedOver(error, folder.get())) {
             fail(errorCodeOfErrno(error));
         }
+        level_.abandoned = true; // only now: what cannot be kept as a failure is met again
     } else {
         level_.chunk = std::move(chunk);
         level_.next = 0;
@@ -261,11 +261,11 @@ void TreeWalk::readOn() {
 }
 
 bool TreeWalk::isAbove(FolderIdentity const& identity) const noexcept {
-    if (level_.identity.isAlso(identity)) {
+    if (level_.identity.looksLike(identity)) {
         return true;
     }
     for (TrailNode const* node = trail_.get(); node != nullptr; node = node->parent().get()) {
-        if (node->level().identity.isAlso(identity)) {
+        if (node->level().identity.looksLike(identity)) {
             return true;
         }
     }
@@ -273,31 +273,50 @@ bool TreeWalk::isAbove(FolderIdentity const& identity) const noexcept {
 }
 
 /// The descriptor of the current folder; -1 where it cannot be had, and then the rest of the folder
-/// is given up.
+/// is given up, or that of the tree where the listed one is the reason.
 int TreeWalk::descriptor() {
     if (int const held = window_.at(depth()); held >= 0 || level_.abandoned) {
         return held;
     }
     FileDescriptor folder;
-    if (std::optional<ErrorCode> const failure = reopen(folder)) {
-        level_.abandoned = true;
-        bool const passedOver =
-            *failure == ErrorCode::PermissionDenied || *failure == ErrorCode::ResourceNotFound;
-        if (!trail_ || !passedOver) {
+    if (std::optional<ErrorCode> const failure = reopenListed(folder)) {
+        endWith(*failure);
+        return -1;
+    }
+    if (std::optional<ErrorCode> const failure = trail_ ? reopenBelow(folder) : std::nullopt) {
+        if (*failure != ErrorCode::PermissionDenied && *failure != ErrorCode::ResourceNotFound) {
             fail(*failure);
         }
+        level_.abandoned = true; // only now: what cannot be kept as a failure is met again
         return -1;
     }
     window_.push(depth(), std::move(folder));
     return window_.at(depth());
 }
 
-/// Opens the current folder again, from the listed one down.
-std::optional<ErrorCode> TreeWalk::reopen(FileDescriptor& result) const {
-    if (auto const failure =
-            reopenListedFolder(tree_->location, trail_ ? searchFlags : readFolderFlags, result)) {
+/// Opens the listed folder again: to read on in it where it is the current one, else to go down.
+std::optional<ErrorCode> TreeWalk::reopenListed(FileDescriptor& result) const {
+    if (!trail_) {
+        auto const failure = reopenListedFolder(tree_->location, readFolderFlags, result);
+        return failure ? failure : resumeFolder(result.get(), level_.identity, *level_.chunk);
+    }
+    FileDescriptor listed;
+    if (auto const failure = reopenListedFolder(tree_->location, searchFlags, listed)) {
         return failure;
     }
+    // Whether anything in it may be opened at all.
+    if (int const error = openBelow(listed.get(), ".", searchFlags, result)) {
+        return errorCodeOfErrno(error);
+    }
+    TrailNode const* outermost = trail_.get();
+    while (outermost->parent()) {
+        outermost = outermost->parent().get();
+    }
+    return checkIdentity(result.get(), outermost->level().identity);
+}
+
+/// Opens the current folder again, from the listed one down, which `result` is before.
+std::optional<ErrorCode> TreeWalk::reopenBelow(FileDescriptor& result) const {
     // Links on the way do no harm: what is found is looked at.
     std::vector<TrailNode const*> way(depth());
     for (TrailNode const* node = trail_.get(); node != nullptr; node = node->parent().get()) {
@@ -372,6 +391,17 @@ void TreeWalk::fail(ErrorCode code, std::string_view name) {
         path.pop_back();
     }
     failure_.emplace(code, StorageIRI(tree_->location, path));
+}
+
+/// Keeps a failure of the listed folder until the next advance(), and makes it the last.
+void TreeWalk::endWith(ErrorCode code) {
+    failure_.emplace(code, tree_->location);
+    window_ = {};
+    trail_.reset();
+    level_.next = level_.chunk->size();
+    level_.abandoned = true;
+    prefix_.clear();
+    prefixKnown_ = true;
 }
 
 } // namespace foundation::storage::provider::local::detail

@@ -35,7 +35,7 @@ class TreeWalk {
     }
 
     /// False at the end. Throws what it met on the way as provider::Exception, once, and goes on
-    /// behind the folder that this was about when called again.
+    /// behind the folder that this was about when called again; behind the listed one is the end.
     bool advance();
 
     bool hasEntry() const noexcept { return here_ || away_.chunk; }
@@ -61,11 +61,13 @@ class TreeWalk {
     bool isAbove(FolderIdentity const& identity) const noexcept;
 
     int descriptor();
-    std::optional<ErrorCode> reopen(FileDescriptor& result) const;
+    std::optional<ErrorCode> reopenListed(FileDescriptor& result) const;
+    std::optional<ErrorCode> reopenBelow(FileDescriptor& result) const;
     void release() noexcept;
     void climbFrom(FileDescriptor const& folder, std::uint32_t depth) noexcept;
 
     void fail(ErrorCode code, std::string_view name = {});
+    void endWith(ErrorCode code);
 
     std::shared_ptr<ListedTree const> const tree_;
     TrailPtr trail_; ///< to the folder that the walk is in
