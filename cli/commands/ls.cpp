@@ -1,6 +1,7 @@
 #include "../commands.hpp"
 #include "../display.hpp"
 #include "../entry_line.hpp"
+#include "../walked_path.hpp"
 
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/wildcard.hpp>
@@ -29,15 +30,9 @@ struct Wishes {
     fl::i18n::ustring pattern; // empty for all
 };
 
-// A folder to be listed, and its path below the operand.
-struct Place {
-    Location location;
-    std::string path;
-};
-
 // The folders inside of one that are still to be listed.
 struct Level {
-    Place place;
+    std::size_t pathLength; // of the one that they are in
     std::vector<std::string> names;
     std::size_t next = 0;
 };
@@ -77,7 +72,7 @@ class Lister {
             showFile(location, kind);
         });
         for (Location const& folder : folders) {
-            walk({folder, ""});
+            walk(folder);
         }
     }
 
@@ -98,53 +93,48 @@ class Lister {
     }
 
     // One folder at a time: what is kept are the names of the folders to come.
-    void walk(Place const& root) {
+    void walk(Location const& top) {
+        WalkedPath path(top);
         std::vector<Level> open;
-        enter(root, open);
+        listFolder(path, open);
         while (!open.empty()) {
             Level& level = open.back();
-            Place const child = inside(level.place, level.names[level.next++]);
+            path.returnTo(level.pathLength);
+            path.enter(level.names[level.next++]);
             if (level.next == level.names.size()) {
                 open.pop_back();
             }
-            enter(child, open);
+            listFolder(path, open);
         }
     }
 
-    static Place inside(Place const& folder, std::string const& name) {
-        return {childLocation(folder.location, fl::i18n::storageNameToUstring(name)),
-                pathOf(folder, name)};
-    }
-    static std::string pathOf(Place const& folder, std::string const& name) {
-        return folder.path.empty() ? name : folder.path + "/" + name;
-    }
-
-    void enter(Place const& place, std::vector<Level>& open) {
+    void listFolder(WalkedPath const& path, std::vector<Level>& open) {
+        Location const location = path.location();
         std::vector<Row> rows;
         std::vector<std::string> folders;
         bool opened = false;
-        invocation_.attempt(std::span(&place.location, 1), [&] {
-            vfs::Folder const folder(place.location.iri, invocation_.system());
+        invocation_.attempt(std::span(&location, 1), [&] {
+            vfs::Folder const folder(location.iri, invocation_.system());
             // What a pattern leaves out is entered all the same, so it must be seen.
             auto const listing = folder.listAllEntries(wishes_.recursive ? u"" : wishes_.pattern);
             opened = true;
-            EntryReader const reader(invocation_.system(), place.location.iri);
+            EntryReader const reader(invocation_.system(), location.iri);
             for (FileOrFolderEntry const& entry : listing) {
-                take(place, reader, entry, rows);
+                take(path, location, reader, entry, rows);
                 if (wishes_.recursive && isFolder(entry) && !isHidden(entry)) {
                     folders.push_back(fl::i18n::toDisplayString(nameOf(entry)));
                 }
             }
         });
         if (opened && !wishes_.json) {
-            showBlock(place, rows);
+            showBlock(location, rows);
         }
         output_.flushBlock();
         if (!folders.empty()) {
             if (!wishes_.json) {
                 std::sort(folders.begin(), folders.end());
             }
-            open.push_back({place, std::move(folders)});
+            open.push_back({path.length(), std::move(folders)});
         }
     }
 
@@ -162,8 +152,8 @@ class Lister {
                matchesWildcard(wishes_.pattern, nameOf(entry));
     }
 
-    void take(Place const& place, EntryReader const& reader, FileOrFolderEntry const& entry,
-              std::vector<Row>& rows) {
+    void take(WalkedPath const& path, Location const& folder, EntryReader const& reader,
+              FileOrFolderEntry const& entry, std::vector<Row>& rows) {
         if (!isWanted(entry)) {
             return;
         }
@@ -173,9 +163,9 @@ class Lister {
             return;
         }
         std::optional<EntryFacts> facts;
-        Location const location = childLocation(place.location, nameOf(entry));
+        Location const location = childLocation(folder, nameOf(entry));
         invocation_.attempt(std::span(&location, 1), [&] {
-            facts = reader.factsOf(entry, location.iri, pathOf(place, name));
+            facts = reader.factsOf(entry, location.iri, path.pathOf(name));
         });
         if (facts && facts->kind == ExtendedExistsResult::Nothing) {
             return; // gone since it was listed
@@ -190,14 +180,14 @@ class Lister {
         }
     }
 
-    void showBlock(Place const& place, std::vector<Row>& rows) {
+    void showBlock(Location const& folder, std::vector<Row>& rows) {
         bool const filtered = wishes_.recursive && !wishes_.pattern.empty();
         if (filtered && rows.empty()) {
             return; // a heading for each folder without a match would hide the matches
         }
         if (headings_) {
             output_.print(blocks_ > 0 ? "\n" : "");
-            output_.printLine(output_.heading(place.location.shown() + ":"));
+            output_.printLine(output_.heading(folder.shown() + ":"));
         }
         ++blocks_;
         std::sort(rows.begin(), rows.end(),

@@ -1,6 +1,7 @@
 #include "../commands.hpp"
 #include "../display.hpp"
 #include "../entry_line.hpp"
+#include "../walked_path.hpp"
 
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/vfs/listing/folder_listing.hpp>
@@ -69,9 +70,9 @@ struct Row {
 
 // A folder whose rows are being drawn.
 struct Level {
-    Location folder;
     std::size_t depth;
-    std::string indent;
+    std::size_t pathLength;
+    std::size_t indentLength;
     std::vector<Row> rows;
     std::size_t next = 0;
 };
@@ -82,21 +83,23 @@ std::string counted(std::size_t count, std::string_view noun) {
 
 class Drawer {
   public:
-    Drawer(Invocation& invocation, Wishes const& wishes)
+    Drawer(Invocation& invocation, Location const& root, Wishes const& wishes)
         : invocation_(invocation),
           output_(invocation.output()),
           wishes_(wishes),
-          strokes_(strokesForLocale()) {}
+          strokes_(strokesForLocale()),
+          root_(root),
+          path_(root) {}
 
-    void draw(Location const& root) {
-        Level top{root, 1, "", {}};
+    void draw() {
+        std::vector<Row> rows;
         bool const complete =
-            invocation_.attempt(std::span(&root, 1), [&] { readInto(top.rows, root); });
-        if (!complete && top.rows.empty()) {
+            invocation_.attempt(std::span(&root_, 1), [&] { readInto(rows, root_); });
+        if (!complete && rows.empty()) {
             return;
         }
-        output_.printLine(output_.heading(root.shown()));
-        open(std::move(top));
+        output_.printLine(output_.heading(root_.shown()));
+        open(1, std::move(rows));
         while (!open_.empty()) {
             drawNext();
         }
@@ -106,9 +109,9 @@ class Drawer {
 
   private:
     // Only folders with rows to come are kept: that is what makes a deep and narrow tree cheap.
-    void open(Level level) {
-        if (!level.rows.empty()) {
-            open_.push_back(std::move(level));
+    void open(std::size_t depth, std::vector<Row> rows) {
+        if (!rows.empty()) {
+            open_.push_back({depth, path_.length(), indent_.size(), std::move(rows)});
         }
     }
 
@@ -116,18 +119,19 @@ class Drawer {
         Level& level = open_.back();
         Row row = std::move(level.rows[level.next++]);
         bool const last = level.next == level.rows.size();
+        std::size_t const depth = level.depth;
+        path_.returnTo(level.pathLength);
+        indent_.resize(level.indentLength);
         ++(row.folder ? folders_ : files_);
-        std::string line = level.indent;
+        std::string line = indent_;
         line += last ? strokes_.lastBranch : strokes_.branch;
         line += shownName(row.name, row.folder, row.target);
-        std::optional<Level> inner;
+        std::vector<Row> inner;
         // A folder is read before its own line ends, where a failure is noted.
-        if (row.folder && level.depth < wishes_.depth) {
-            inner = Level{childLocation(level.folder, fl::i18n::storageNameToUstring(row.name)),
-                          level.depth + 1,
-                          level.indent + std::string(last ? strokes_.blank : strokes_.trunk),
-                          {}};
-            row.problem = reasonFor(inner->folder, [&] { readInto(inner->rows, inner->folder); });
+        if (row.folder && depth < wishes_.depth) {
+            path_.enter(row.name);
+            Location const folder = path_.location();
+            row.problem = reasonFor(folder, [&] { readInto(inner, folder); });
         }
         if (!row.problem.empty()) {
             line += " [" + row.problem + "]";
@@ -139,9 +143,8 @@ class Drawer {
         if (last) {
             open_.pop_back();
         }
-        if (inner) {
-            open(std::move(*inner));
-        }
+        indent_ += last ? strokes_.blank : strokes_.trunk;
+        open(depth + 1, std::move(inner));
     }
 
     // Rows that were read before a failure stay.
@@ -190,6 +193,9 @@ class Drawer {
     Output& output_;
     Wishes const& wishes_;
     Strokes strokes_;
+    Location const& root_;
+    WalkedPath path_;
+    std::string indent_;
     std::vector<Level> open_;
     std::size_t folders_ = 0;
     std::size_t files_ = 0;
@@ -227,7 +233,7 @@ int runTree(Host& host, Words const& words) {
         case ExtendedExistsResult::Other:
             throw Refusal("is not a folder");
         default:
-            Drawer(invocation, wishes).draw(location);
+            Drawer(invocation, location, wishes).draw();
         }
     });
     return invocation.finish();

@@ -26,6 +26,21 @@ void makeFile(int at, std::string const& name) {
     ::close(checked(::openat(at, name.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644), "openat"));
 }
 
+// Makes folders of these names in each other's first; gives the last one.
+int makeFolders(std::filesystem::path const& root, std::size_t levels,
+                std::vector<std::string> const& names) {
+    int at = openFolder(AT_FDCWD, root.c_str());
+    for (std::size_t i = 0; i < levels; ++i) {
+        for (std::string const& name : names) {
+            checked(::mkdirat(at, name.c_str(), 0755), "mkdirat");
+        }
+        int const next = openFolder(at, names.front().c_str());
+        ::close(at);
+        at = next;
+    }
+    return at;
+}
+
 } // namespace
 
 std::vector<std::string> linesOf(std::string const& text) {
@@ -82,15 +97,13 @@ void makeOddTree(std::filesystem::path const& root) {
 }
 
 void makeChain(std::filesystem::path const& root, std::size_t folders) {
-    int at = openFolder(AT_FDCWD, root.c_str());
-    for (std::size_t i = 0; i < folders; ++i) {
-        checked(::mkdirat(at, "folder", 0755), "mkdirat");
-        int const next = openFolder(at, "folder");
-        ::close(at);
-        at = next;
-    }
-    makeFile(at, "leaf");
-    ::close(at);
+    int const last = makeFolders(root, folders, {"folder"});
+    makeFile(last, "leaf");
+    ::close(last);
+}
+
+void makeForkedChain(std::filesystem::path const& root, std::size_t folders) {
+    ::close(makeFolders(root, folders, {"folder", "side"}));
 }
 
 void makeFiles(std::filesystem::path const& root, std::size_t files) {

@@ -19,6 +19,10 @@ void makeOddTree(std::filesystem::path const& root);
 /// in the last.
 void makeChain(std::filesystem::path const& root, std::size_t folders);
 
+/// A chain of so many folders, each with an empty one beside it, `side`, that comes behind it: a
+/// walk in order has to remember those on its way down.
+void makeForkedChain(std::filesystem::path const& root, std::size_t folders);
+
 /// So many empty files in one folder.
 void makeFiles(std::filesystem::path const& root, std::size_t files);
 

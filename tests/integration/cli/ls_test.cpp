@@ -253,6 +253,29 @@ TEST(CommandLs, ReadsAChainOfTwoThousandFolders) {
     removeTree(folder.path());
 }
 
+TEST(CommandLs, RemembersOfADeepTreeOnlyNames) {
+    TemporaryFolder folder;
+    makeForkedChain(folder.path(), 1000);
+
+    // Each level but the last has a heading, two names and an empty line, and each folder beside
+    // it a heading and an empty line, from the innermost one up.
+    Outcome const outcome =
+        shell(folder, "set -o pipefail; vfs ls -R | sed -n -e '4001p;4003p' -e '$p;$='");
+
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.code, 0);
+    std::string above = "."; // of the folders in the last level
+    for (int level = 0; level < 999; ++level) {
+        above += "/folder";
+    }
+    EXPECT_THAT(linesOf(outcome.out),
+                ElementsAre(above + "/folder:", above + "/side:", "./side:", "6001"));
+    if (!VFS_SANITIZED) {
+        EXPECT_LT(outcome.peakKiB, shell(folder, "vfs ls | sed -n '$p'").peakKiB + 2048);
+    }
+    removeTree(folder.path());
+}
+
 TEST(CommandLs, PrintsAJsonObjectForEachEntry) {
     TemporaryFolder folder;
     fs::create_directories(folder / "top/in");

@@ -147,6 +147,28 @@ TEST(CommandTree, CountsWhatFindFinds) {
     EXPECT_EQ(lines[0], lines[1]);
 }
 
+TEST(CommandTree, RemembersOfADeepTreeOnlyNames) {
+    TemporaryFolder folder;
+    makeForkedChain(folder.path(), 1000);
+
+    Outcome const outcome =
+        shell(folder, "set -o pipefail; vfs tree | sed -n -e '1001,1002p;2001p' -e '$p;$='");
+
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.code, 0);
+    std::string indent;
+    for (int level = 0; level < 999; ++level) {
+        indent += "│   ";
+    }
+    EXPECT_THAT(linesOf(outcome.out),
+                ::testing::ElementsAre(indent + "├── folder/", indent + "└── side/", "└── side/",
+                                       "2000 folders, 0 files", "2003"));
+    if (!VFS_SANITIZED) {
+        EXPECT_LT(outcome.peakKiB, shell(folder, "vfs tree -L1 | sed -n '$p'").peakKiB + 2048);
+    }
+    removeTree(folder.path());
+}
+
 TEST(CommandTree, DrawsAChainOfTwoThousandFoldersInLittleMemory) {
     TemporaryFolder folder;
     makeChain(folder.path(), 2000);
