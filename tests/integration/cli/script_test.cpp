@@ -144,7 +144,7 @@ TEST(CommandSh, AnswersEachCommandBeforeItWaitsForTheNext) {
               "echo \"$answer\"; echo 'exists -v mem:/x' >&${COPROC[1]};"
               "read -r answer <&${COPROC[0]}; echo \"$answer\"");
 
-    EXPECT_EQ(outcome.out, "mem:: folder\nmem:/x: nothing\n");
+    EXPECT_EQ(outcome.out, "mem:/: folder\nmem:/x: nothing\n");
 }
 
 } // namespace
