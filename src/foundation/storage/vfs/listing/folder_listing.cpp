@@ -24,8 +24,10 @@ FolderListingIterator<T>::FolderListingIterator(FolderListingIterator const& oth
 
 template<class T>
 FolderListingIterator<T>& FolderListingIterator<T>::operator=(FolderListingIterator const& other) {
-    impl_ = other.impl_->cloneImpl();
-    singular_ = other.singular_; // a copy is never singular, an assigned iterator may be
+    if (this != &other) {
+        impl_ = other.impl_->cloneImpl();
+        singular_ = other.singular_; // a copy is never singular, an assigned iterator may be
+    }
     return *this;
 }
 

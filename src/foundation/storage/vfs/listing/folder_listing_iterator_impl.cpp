@@ -85,12 +85,13 @@ FolderListingIteratorImpl<T>::FolderListingIteratorImpl(FolderListingIteratorImp
 template<class T>
 FolderListingIteratorImpl<T>&
 FolderListingIteratorImpl<T>::operator=(FolderListingIteratorImpl const& other) {
-    Cursor copy = clone(other.iterator_, other.folder_);
-    folder_ = other.folder_;
-    iterator_ = std::move(copy);
-    current_ = other.current_;
-    currentIsShared_.store(true, std::memory_order_relaxed);
-    other.currentIsShared_.store(true, std::memory_order_relaxed);
+    if (this != &other) {
+        iterator_ = clone(other.iterator_, other.folder_);
+        folder_ = other.folder_;
+        current_ = other.current_;
+        currentIsShared_.store(true, std::memory_order_relaxed);
+        other.currentIsShared_.store(true, std::memory_order_relaxed);
+    }
     return *this;
 }
 
