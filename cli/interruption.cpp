@@ -2,6 +2,7 @@
 
 #include <array>
 #include <csignal>
+#include <poll.h>
 #include <unistd.h>
 
 namespace cli {
@@ -49,6 +50,25 @@ void throwIfInterrupted() {
     if (noted != 0) {
         throw Interrupted{noted};
     }
+}
+
+void waitForInput(int descriptor) {
+    // Between a look at what was noted and the wait, a signal would be missed: it must come either
+    // before the look, or during the wait, which takes the block away for as long as it lasts.
+    sigset_t blocked{};
+    sigset_t usual{};
+    ::sigemptyset(&blocked);
+    for (int const signal : watched) {
+        ::sigaddset(&blocked, signal);
+    }
+    ::sigprocmask(SIG_BLOCK, &blocked, &usual);
+    if (noted == 0) {
+        pollfd wanted{descriptor, POLLIN, 0};
+        // Whatever else this says, the read that follows says better.
+        static_cast<void>(::ppoll(&wanted, 1, nullptr, &usual));
+    }
+    ::sigprocmask(SIG_SETMASK, &usual, nullptr);
+    throwIfInterrupted();
 }
 
 void endBySignal(int signal) {

@@ -25,6 +25,10 @@ int interruptingSignal() noexcept;
 /// Throws Interrupted where a signal was noted.
 void throwIfInterrupted();
 
+/// Waits until `descriptor` can be read or is at its end. Throws Interrupted where a signal was
+/// noted, also where it comes just before the wait begins.
+void waitForInput(int descriptor);
+
 /// Ends the process by `signal`, as if it had never been caught.
 [[noreturn]] void endBySignal(int signal);
 

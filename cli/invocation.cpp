@@ -53,7 +53,20 @@ std::optional<Location> Invocation::locate(std::string const& operand) {
 void Invocation::fail(std::string const& subject, std::string const& reason) {
     std::string const line = "vfs: " + command_ + ": " + subject + ": " + reason + "\n";
     std::fwrite(line.data(), 1, line.size(), stderr);
+    failures_.add(subject);
     status_ = exitFailed;
+}
+
+void Invocation::sumUp(WorkTally const& done, std::string const& verb) const {
+    bool const interrupted = interruptingSignal() != 0;
+    if (!interrupted && failures_.count() == 0) {
+        return;
+    }
+    std::string line = "vfs: " + command_ + ": ";
+    line += interrupted ? "interrupted; " : "";
+    line += done.inWords(verb);
+    line += failures_.count() > 0 ? ", " + failures_.inWords() + "\n" : "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 void Invocation::changed(Location const& location) {

@@ -3,6 +3,7 @@
 #include "failure.hpp"
 #include "host.hpp"
 #include "location.hpp"
+#include "work_tally.hpp"
 
 #include <foundation/storage/provider/i_provider.hpp>
 
@@ -43,6 +44,14 @@ class Invocation {
     /// Makes the run a failure without a word.
     void failQuietly() { status_ = exitFailed; }
 
+    /// The failures that were reported so far.
+    FailureTally const& failures() const noexcept { return failures_; }
+    /// Says on standard error what was done, and what was not, where anything failed or a signal
+    /// was noted: `vfs: COMMAND: 12 files copied, 2 failed: a, b`. `verb` is the word "copied".
+    void sumUp(WorkTally const& done, std::string const& verb) const;
+
+    std::string const& command() const noexcept { return command_; }
+
     /// To be told of each change: storages that keep changes back write them out at the end.
     void changed(Location const& location);
 
@@ -53,6 +62,7 @@ class Invocation {
     Host& host_;
     std::string command_;
     int status_ = exitDone;
+    FailureTally failures_;
     std::map<foundation::storage::provider::IProvider*, Location> changed_;
 };
 

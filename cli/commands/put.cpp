@@ -38,11 +38,11 @@ class Source {
             return count > 0 ? static_cast<std::size_t>(count) : 0;
         }
         for (;;) {
+            waitForInput(STDIN_FILENO);
             ssize_t const count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
             if (count >= 0) {
                 return static_cast<std::size_t>(count);
             }
-            throwIfInterrupted();
             if (errno != EINTR) {
                 throw Refusal("standard input could not be read: " + systemReason(errno));
             }
