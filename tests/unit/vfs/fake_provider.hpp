@@ -49,6 +49,8 @@ class FakeProvider : public provider::IProvider {
         onCopyFile;
     std::function<void(StorageIRI const&, StorageIRI const&, provider::ReplacementPolicy)>
         onMoveFile;
+    std::function<void(StorageIRI const&, StorageIRI const&, provider::ReplacementPolicy)>
+        onMoveFolder;
     std::function<std::unique_ptr<provider::ByteStream>(StorageIRI const&,
                                                         provider::ByteStreamOpenOptions const&)>
         onOpenStream;
@@ -176,6 +178,12 @@ class FakeProvider : public provider::IProvider {
         note("moveFile", text(source) + ' ' + text(destination) + number(policy));
         onMoveFile ? onMoveFile(source, destination, policy)
                    : IProvider::moveFile(source, destination, policy);
+    }
+    void moveFolder(StorageIRI const& source, StorageIRI const& destination,
+                    provider::ReplacementPolicy const& policy) override {
+        note("moveFolder", text(source) + ' ' + text(destination) + number(policy));
+        onMoveFolder ? onMoveFolder(source, destination, policy)
+                     : IProvider::moveFolder(source, destination, policy);
     }
     std::unique_ptr<provider::ByteStream>
     openStream(StorageIRI const& location,

@@ -187,9 +187,6 @@ TEST_F(FolderTest, RemovalOfATreeIsTheProvidersWhereItOffersIt) {
     folder().removeFolder(FolderRemovalPolicy::Recursive);
     EXPECT_EQ(storage.fake->calls(),
               (std::vector<std::string>{"hasFeature", "removeFolderRecursively"}));
-    storage.fake->onHasFeature = nullptr;
-    EXPECT_EQ(codeOf([&] { folder().removeFolder(FolderRemovalPolicy::Recursive); }),
-              ErrorCode::UnsupportedOperation);
 }
 
 TEST_F(FolderTest, WildcardSupportIsTheProvidersAnswerUntranslated) {

@@ -8,6 +8,7 @@ namespace foundation::storage::vfs {
 
 enum class ErrorCode : std::uint32_t;
 enum class FolderRemovalPolicy : std::uint32_t;
+enum class FolderVisitResult : std::uint32_t;
 
 class AbsoluteIRI;
 class BufferedIODevice;
@@ -19,6 +20,7 @@ class File;
 class FileEntry;
 class Folder;
 class FolderEntry;
+class FolderVisitor;
 class IODevice;
 class IOCloseException;
 class IOException;

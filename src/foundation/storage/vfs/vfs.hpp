@@ -17,3 +17,5 @@
 #include <foundation/storage/vfs/streams/buffered_io_device.hpp>
 #include <foundation/storage/vfs/streams/file_streams.hpp>
 #include <foundation/storage/vfs/streams/io_device.hpp>
+#include <foundation/storage/vfs/walking/folder_visitor.hpp>
+#include <foundation/storage/vfs/walking/walk_folder.hpp>

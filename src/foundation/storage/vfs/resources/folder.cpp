@@ -1,7 +1,6 @@
 #include <foundation/storage/vfs/resources/folder.hpp>
 
 #include <foundation/storage/vfs/errors/detail/translated.hpp>
-#include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/resources/detail/handle.hpp>
 
 #include <ostream>
@@ -10,7 +9,6 @@
 namespace foundation::storage::vfs {
 
 using detail::translated;
-using provider::ExtendedFeature;
 using provider::StorageItem;
 
 struct Folder::Impl : detail::Handle {};
@@ -63,18 +61,6 @@ void Folder::createFolderRecursive() const {
 
 bool Folder::folderExists() const {
     return detail::existsTranslated([this] { return impl_->item.folderExists(); });
-}
-
-void Folder::removeFolder(FolderRemovalPolicy const& policy) const {
-    translated([&] {
-        if (policy == FolderRemovalPolicy::NonRecursive) {
-            impl_->item.removeFolder();
-        } else if (impl_->item.hasFeature(ExtendedFeature::RecursiveFolderRemoval)) {
-            impl_->item.removeFolderRecursively();
-        } else {
-            throw Exception(ErrorCode::UnsupportedOperation, getLocation());
-        }
-    });
 }
 
 provider::FolderAttributes Folder::getAttributes() const {

@@ -2,6 +2,7 @@
 
 #include <foundation/export.hpp>
 #include <foundation/storage/provider/attributes.hpp>
+#include <foundation/storage/provider/copy_file_options.hpp>
 #include <foundation/storage/provider/i_folder_entry_iterator.hpp>
 #include <foundation/storage/provider/path_comparison.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
@@ -48,12 +49,37 @@ class FOUNDATION_EXPORT Folder {
     void createFolderRecursive() const;
     bool folderExists() const;
     /// Removes an empty folder under NonRecursive. Under Recursive the provider removes the tree;
-    /// where it cannot, UnsupportedOperation.
+    /// where it cannot, files and folders are removed one by one, and the first failure leaves the
+    /// rest in place. What has vanished meanwhile is no failure, but for this folder.
     void removeFolder(FolderRemovalPolicy const& policy) const;
     provider::FolderAttributes getAttributes() const;
     provider::ExtendedAttributes getExtendedAttributes() const;
     void setLastModified(boost::posix_time::ptime const& time) const;
     void setWritable(bool writable) const;
+
+    /// Makes the tree of this folder appear at `destination`, whatever the two are called, one item
+    /// after the other; a failure leaves what was done so far. Within one scheme the times of the
+    /// last change are carried over where possible. What vanishes meanwhile is left out silently.
+    ///
+    /// What is there already:
+    /// - FailIfExists: a folder fails with ResourceAlreadyExists.
+    /// - ReplaceExisting: an empty folder is made anew, any other fails with FolderNotEmpty.
+    /// - ReplaceReadOnly, ReplaceAndDeferDenied: folders are merged, files replaced as by
+    ///   File::copyFile. The latter goes on where a file is denied, and throws the last denial at
+    ///   the end.
+    /// - KeepExisting: folders are merged.
+    /// An existing file is left alone, silently, under all but the two that replace read-only ones.
+    ///
+    /// Throws ResourceNotFound for a missing folder, and InvalidLocation, naming the destination,
+    /// where that lies in this folder. Provider exceptions of the question whether the folder
+    /// exists are not translated.
+    void copyFolder(Folder const& destination, provider::ReplacementPolicy const& policy) const;
+    /// The same, to a folder of this one's name in `destination`.
+    void copyFolderInto(Folder const& destination, provider::ReplacementPolicy const& policy) const;
+    /// Moves by the provider where both have one scheme. Where it cannot, and where what is there
+    /// stops it and the policy merges, the tree is copied as by copyFolder(), and removed when that
+    /// returned: so is a file that the copy left alone.
+    void moveFolder(Folder const& destination, provider::ReplacementPolicy const& policy) const;
 
     provider::FilenameSensitivity getFilenameSensitivity() const;
     PathComparator getPathComparator() const;
@@ -102,6 +128,9 @@ class FOUNDATION_EXPORT Folder {
     using Cursor = std::unique_ptr<provider::IFolderEntryIterator>;
 
     provider::StorageItem const& item() const;
+
+    /// False where the tree is to be copied and removed instead.
+    bool moveNatively(Folder const& destination, provider::ReplacementPolicy const& policy) const;
 
     Cursor doListFiles(ustring const& pattern) const;
     Cursor doListFolders(ustring const& pattern) const;
