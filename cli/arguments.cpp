@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <list>
 #include <utility>
 
@@ -84,12 +85,20 @@ struct ValueOption {
 
 } // namespace
 
+std::optional<std::size_t> wholeNumber(std::string const& text) {
+    std::size_t number = 0;
+    char const* const end = text.data() + text.size();
+    auto const [stop, error] = std::from_chars(text.data(), end, number);
+    bool const whole = error == std::errc() && stop == end;
+    return whole ? std::optional(number) : std::nullopt;
+}
+
 struct Arguments::Impl {
     explicit Impl(CommandHelp given) : help(std::move(given)), app(help.description) {
         app.name("vfs " + help.name);
         app.set_help_flag();
         app.formatter(std::make_shared<HelpFormatter>(usage));
-        app.add_flag("-h,--help", helpWanted, "Print this help and exit");
+        app.add_flag(help.helpOption, helpWanted, "Print this help and exit");
         app.allow_extras();
         std::string footer = "Examples:";
         for (std::string const& example : help.examples) {

@@ -20,8 +20,12 @@ class UsageError : public std::runtime_error {
 struct CommandHelp {
     std::string name;
     std::string description;
-    std::vector<std::string> examples; ///< command lines, each of which runs
+    std::vector<std::string> examples;    ///< command lines, each of which runs
+    std::string helpOption = "-h,--help"; ///< without the letter where that means something else
 };
+
+/// A number as people type it for an option; empty where the text is none.
+std::optional<std::size_t> wholeNumber(std::string const& text);
 
 /// The options and operands of one command, as it declares them, and the reading of them. For one
 /// use: declare, read, then take `operands`.

@@ -83,6 +83,7 @@ std::span<Command const> allCommands() noexcept {
     static constexpr std::array commands{
         Command{"cat", "Write files to standard output", runCat},
         Command{"cp", "Copy files", runCp},
+        Command{"du", "Add up the sizes of trees", runDu},
         Command{"exists", "Ask whether something is at a location", runExists},
         Command{"find", "List everything below a folder", runFind},
         Command{"ls", "List folders", runLs},

@@ -33,6 +33,7 @@ int printHelp(Host& host, Arguments const& arguments);
 
 int runCat(Host& host, Words const& words);
 int runCp(Host& host, Words const& words);
+int runDu(Host& host, Words const& words);
 int runExists(Host& host, Words const& words);
 int runFind(Host& host, Words const& words);
 int runLs(Host& host, Words const& words);

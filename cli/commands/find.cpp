@@ -1,8 +1,8 @@
 #include "../commands.hpp"
 #include "../entry_line.hpp"
+#include "../tree_listing.hpp"
 
 #include <fl/i18n/conversion.hpp>
-#include <foundation/storage/provider/extended_feature.hpp>
 #include <foundation/storage/provider/wildcard.hpp>
 #include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/listing/folder_listing.hpp>
@@ -44,12 +44,6 @@ Kind kindNamed(std::optional<std::string> const& letter) {
     return *letter == "f" ? Kind::File : Kind::Folder;
 }
 
-bool walksByItself(vfs::StorageSystemReference const& system, vfs::AbsoluteIRI const& iri) {
-    using foundation::storage::provider::ExtendedFeature;
-    return system.buildProvider(iri.toStorageIRI())
-        ->hasFeature(iri.toStorageIRI(), ExtendedFeature::RecursiveListing);
-}
-
 // One entry exists at a time, so that memory does not grow with the tree.
 class Finder {
   public:
@@ -59,7 +53,7 @@ class Finder {
           root_(root),
           wishes_(wishes),
           folder_(root.iri, invocation.system()),
-          walksByItself_(walksByItself(invocation.system(), root.iri)) {}
+          walksByItself_(listsTrees(invocation.system(), root.iri)) {}
 
     void find() {
         if (wishes_.json) {
@@ -141,37 +135,21 @@ class Finder {
         return (folder_.*listing)(ustring());
     }
 
-    // Reports what fails, and goes on behind it. False where there is no going on: a walk by the
-    // system tries the same step again, perhaps for ever, and so may a storage that fails twice
-    // alike.
+    // Reports what fails. False where there is no going on: a walk by the system would try the same
+    // step again, perhaps for ever.
     template<class Iterator>
     bool moveOn(Iterator& position) {
-        std::optional<FailureText> before;
-        for (;;) {
-            try {
-                ++position;
-                return true;
-            } catch (...) {
-                FailureText failure = describeFailure();
-                if (failure == before) {
-                    return false;
-                }
-                invocation_.fail(failure.subject, failure.reason);
-                if (!walksByItself_) {
-                    return false;
-                }
-                before = std::move(failure);
-            }
+        if (walksByItself_) {
+            return moveBehindFailures(invocation_, root_, position) != Step::Ended;
         }
-    }
-
-    // The words for the current exception, about a place below the root as the root was spelled.
-    FailureText describeFailure() const {
-        std::optional<vfs::AbsoluteIRI> const at = locationOfCurrentFailure();
-        Location const subject = at && root_.iri.isAncestorOf(*at)
-                                     ? childLocation(root_, at->makePathRelativeTo(root_.iri))
-                                     : root_;
-        return describeCurrentFailure(invocation_.system(), std::span(&subject, 1));
+        try {
+            ++position;
+            return true;
+        } catch (...) {
+            FailureText const failure = describeFailureBelow(invocation_.system(), root_);
+            invocation_.fail(failure.subject, failure.reason);
+            return false;
+        }
     }
 
     bool isWanted(FileOrFolderEntry const& entry) const {

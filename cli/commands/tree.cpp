@@ -11,7 +11,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <langinfo.h>
 #include <limits>
 #include <locale.h>
@@ -51,14 +50,12 @@ struct Wishes {
     std::size_t depth = std::numeric_limits<std::size_t>::max();
 };
 
-std::size_t depthNamed(std::string const& number) {
-    std::size_t depth = 0;
-    char const* const end = number.data() + number.size();
-    auto const [stop, error] = std::from_chars(number.data(), end, depth);
-    if (error != std::errc() || stop != end || depth == 0) {
+std::size_t depthNamed(std::string const& text) {
+    std::optional<std::size_t> const depth = wholeNumber(text);
+    if (!depth || *depth == 0) {
         throw UsageError("-L takes a whole number, 1 or more");
     }
-    return depth;
+    return *depth;
 }
 
 struct Row {

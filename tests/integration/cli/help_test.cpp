@@ -53,7 +53,7 @@ void prepare(TemporaryFolder const& folder) {
 
 TEST(CommandHelp, ListsTheCommands) {
     EXPECT_THAT(commands(),
-                ::testing::ElementsAre("cat", "cp", "exists", "find", "ls", "mkdir", "mv",
+                ::testing::ElementsAre("cat", "cp", "du", "exists", "find", "ls", "mkdir", "mv",
                                        "providers", "put", "rm", "sh", "stat", "touch", "tree"));
 }
 

@@ -1,6 +1,6 @@
 #include "listed_trees.hpp"
+#include "storage_run.hpp"
 
-#include <cli/commands.hpp>
 #include <cli/location.hpp>
 #include <cli/output.hpp>
 
@@ -11,7 +11,6 @@
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/memory/memory_provider.hpp>
 #include <foundation/storage/provider/wildcard.hpp>
-#include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 
 #include <fl/i18n/conversion.hpp>
 
@@ -31,7 +30,6 @@ namespace {
 
 namespace conformance = foundation::storage::conformance;
 namespace provider = foundation::storage::provider;
-namespace vfs = foundation::storage::vfs;
 
 using conformance::Operation;
 using ::testing::ElementsAre;
@@ -121,22 +119,10 @@ class CommandOverAStorage : public ::testing::Test {
         memory_->createLink(at("link"), u"a");
     }
 
-    static provider::StorageIRI at(std::string const& path) {
-        return provider::StorageIRI(fl::i18n::to_ustring("odd:/" + path));
-    }
-
-    Outcome run(std::shared_ptr<provider::IProvider> const& storage, cli::Words const& words) {
-        auto const system = std::make_shared<vfs::PluggableStorageSystem>(nullptr);
-        system->registerPhysicalProvider("odd", [&] { return storage; });
-        system->registerPhysicalProvider("file", [&] { return storage; });
-        cli::Host host(system);
-        ::testing::internal::CaptureStdout();
-        ::testing::internal::CaptureStderr();
-        Outcome outcome;
-        outcome.code = cli::runCommandLine(host, words);
-        outcome.out = ::testing::internal::GetCapturedStdout();
-        outcome.err = ::testing::internal::GetCapturedStderr();
-        return outcome;
+    static provider::StorageIRI at(std::string const& path) { return oddLocation(path); }
+    static Outcome run(std::shared_ptr<provider::IProvider> const& storage,
+                       cli::Words const& words) {
+        return runOver(storage, words);
     }
 
     std::shared_ptr<provider::memory::MemoryProvider> memory_ =
