@@ -1,10 +1,8 @@
 #include "child_process.hpp"
+#include "deep_tree.hpp"
 #include "listing_fixture.hpp"
 
-#include <foundation/storage/provider/local_path.hpp>
-
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -12,7 +10,6 @@
 #include <mutex>
 #include <optional>
 #include <set>
-#include <stdexcept>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -24,58 +21,6 @@ namespace {
 using ::testing::ElementsAre;
 
 class LocalDeepListing : public TreeListingTest {};
-
-/// A chain of folders `a`, each with a folder `b` beside it where `pairs` is set, in memory where
-/// the machine has a place for it: some file systems take long for so many.
-class DeepTree {
-  public:
-    DeepTree(std::string const& elsewhere, unsigned levels, bool pairs)
-        : path_(::access("/dev/shm", W_OK) == 0 ? "/dev/shm/local-provider-XXXXXX"
-                                                : elsewhere + "/deep-XXXXXX") {
-        if (::mkdtemp(path_.data()) == nullptr) {
-            throw std::runtime_error(path_);
-        }
-        int folder = ::open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-        for (unsigned level = 0; level < levels; ++level) {
-            // Both orders occur on file systems that list by age.
-            bool done = !pairs || level % 2 == 0 || ::mkdirat(folder, "b", 0755) == 0;
-            done = done && ::mkdirat(folder, "a", 0755) == 0;
-            done = done && (!pairs || level % 2 != 0 || ::mkdirat(folder, "b", 0755) == 0);
-            int const next = ::openat(folder, "a", O_PATH | O_DIRECTORY | O_CLOEXEC);
-            ::close(folder);
-            folder = next;
-            if (!done || folder < 0) {
-                throw std::runtime_error("the tree cannot be made");
-            }
-        }
-        ::close(folder);
-    }
-    DeepTree(DeepTree const&) = delete;
-    DeepTree& operator=(DeepTree const&) = delete;
-    ~DeepTree() {
-        int folder = ::open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-        unsigned level = 0;
-        for (int next; (next = ::openat(folder, "a", O_PATH | O_DIRECTORY | O_CLOEXEC)) >= 0;
-             ++level) {
-            ::close(folder);
-            folder = next;
-        }
-        for (; level != 0; --level) {
-            int const above = ::openat(folder, "..", O_PATH | O_DIRECTORY | O_CLOEXEC);
-            ::close(folder);
-            folder = above;
-            ::unlinkat(folder, "a", AT_REMOVEDIR);
-            ::unlinkat(folder, "b", AT_REMOVEDIR);
-        }
-        ::close(folder);
-        ::rmdir(path_.c_str());
-    }
-
-    StorageIRI location() const { return fromLocalPath(path_); }
-
-  private:
-    std::string path_;
-};
 
 /// Lists a deep tree and says what was found: how many of each name, and how deep it went.
 std::string describeDeep(IFolderEntryIterator& cursor, unsigned levels, std::size_t& descriptors) {

@@ -113,7 +113,7 @@ TEST_F(LocalExistence, DeclaresTheFeaturesThatItHas) {
         ExtendedFeature feature;
         bool declared;
     } const expected[] = {
-        {ExtendedFeature::RecursiveFolderRemoval, false},
+        {ExtendedFeature::RecursiveFolderRemoval, true},
         {ExtendedFeature::RecursiveListing, true},
         {ExtendedFeature::FlatWildcardListing, true},
         {ExtendedFeature::RecursiveChangeEvents, false},

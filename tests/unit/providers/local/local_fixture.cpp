@@ -26,9 +26,10 @@ void check(bool done, std::string const& what) {
 
 } // namespace
 
-TemporaryFolder::TemporaryFolder() {
-    path_ = std::filesystem::canonical(std::filesystem::temp_directory_path()).string() +
-            "/local-provider-XXXXXX";
+TemporaryFolder::TemporaryFolder() : TemporaryFolder(std::filesystem::temp_directory_path()) {}
+
+TemporaryFolder::TemporaryFolder(std::string const& parent) {
+    path_ = std::filesystem::canonical(parent).string() + "/local-provider-XXXXXX";
     check(::mkdtemp(path_.data()) != nullptr, path_);
     check(::chmod(path_.c_str(), 0777) == 0, path_); // children of other users work in it
 }

@@ -25,6 +25,7 @@ namespace foundation::storage::provider::local::test {
 class TemporaryFolder {
   public:
     TemporaryFolder();
+    explicit TemporaryFolder(std::string const& parent);
     TemporaryFolder(TemporaryFolder const&) = delete;
     TemporaryFolder& operator=(TemporaryFolder const&) = delete;
     ~TemporaryFolder();

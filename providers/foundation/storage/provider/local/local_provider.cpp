@@ -8,6 +8,7 @@
 #include <foundation/storage/provider/local/local_folders.hpp>
 #include <foundation/storage/provider/local/local_links.hpp>
 #include <foundation/storage/provider/local/local_move.hpp>
+#include <foundation/storage/provider/local/local_removal.hpp>
 #include <foundation/storage/provider/local/local_replacement.hpp>
 #include <foundation/storage/provider/local/local_stream.hpp>
 #include <foundation/storage/provider/local/local_tree_cursor.hpp>
@@ -131,7 +132,8 @@ bool LocalProvider::folderExists(StorageIRI const& location) const {
 }
 
 bool LocalProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) const {
-    return feature == ExtendedFeature::RecursiveListing ||
+    return feature == ExtendedFeature::RecursiveFolderRemoval ||
+           feature == ExtendedFeature::RecursiveListing ||
            feature == ExtendedFeature::FlatWildcardListing ||
            feature == ExtendedFeature::RecursiveWildcardListing;
 }
@@ -233,6 +235,10 @@ void LocalProvider::removeFile(StorageIRI const& location) {
 
 void LocalProvider::removeFolder(StorageIRI const& location) {
     removeEmptyLocalFolder(location, options_.followLinks);
+}
+
+void LocalProvider::removeFolderRecursively(StorageIRI const& location) {
+    removeLocalTree(location, options_.followLinks);
 }
 
 CopyStatus LocalProvider::copyFile(StorageIRI const& source, StorageItem const& destination,

@@ -34,6 +34,7 @@ class LocalProvider final : public IProvider,
     void createFolderRecursive(StorageIRI const& location) override;
     void removeFile(StorageIRI const& location) override;
     void removeFolder(StorageIRI const& location) override;
+    void removeFolderRecursively(StorageIRI const& location) override;
 
     CopyStatus copyFile(StorageIRI const& source, StorageItem const& destination,
                         CopyFileOptions const& options) override;

@@ -13,14 +13,25 @@ namespace foundation::storage::provider::local::detail {
 class DescriptorWindow {
   public:
     bool empty() const noexcept { return count_ == 0; }
+    std::uint32_t size() const noexcept { return count_; }
     /// The descriptor of the folder at `depth` where it is the innermost one held, else -1.
     int at(std::uint32_t depth) const noexcept {
         return count_ != 0 && inner().depth == depth ? inner().descriptor.get() : -1;
     }
 
+    bool full() const noexcept { return count_ == capacity; }
+    /// REQUIRES: !empty().
+    int outermost() const noexcept { return slots_[first_].descriptor.get(); }
+    std::uint32_t outermostDepth() const noexcept { return slots_[first_].depth; }
+    void dropOutermost() noexcept {
+        slots_[first_].descriptor.close();
+        first_ = (first_ + 1) % capacity;
+        --count_;
+    }
+
     /// REQUIRES: `depth` is greater than that of all held.
     void push(std::uint32_t depth, FileDescriptor descriptor) noexcept {
-        if (count_ == capacity) {
+        if (full()) {
             dropOutermost();
         }
         ++count_;
@@ -55,11 +66,6 @@ class DescriptorWindow {
 
     Slot& inner() noexcept { return slots_[(first_ + count_ - 1) % capacity]; }
     Slot const& inner() const noexcept { return slots_[(first_ + count_ - 1) % capacity]; }
-    void dropOutermost() noexcept {
-        slots_[first_].descriptor.close();
-        first_ = (first_ + 1) % capacity;
-        --count_;
-    }
 
     std::array<Slot, capacity> slots_;
     std::uint32_t first_ = 0;
