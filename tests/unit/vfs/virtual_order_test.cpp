@@ -12,6 +12,7 @@
 #include <foundation/storage/vfs/storage_system/storage_system_reference.hpp>
 #include <foundation/storage/vfs/storage_system/unsupported_iri_scheme_exception.hpp>
 #include <foundation/storage/vfs/streams/io_exception.hpp>
+#include <foundation/storage/vfs/walking/folder_visitor.hpp>
 
 #include <gtest/gtest.h>
 
@@ -109,6 +110,19 @@ TEST(VirtualOrder, OfWhatMovesAListing) {
     expectIteratorOrder<vfs::FolderEntry>();
     expectIteratorOrder<vfs::FileOrFolderEntry>();
     expectIteratorOrder<vfs::ListEntry>();
+}
+
+TEST(VirtualOrder, OfVisitors) {
+    using Visitor = vfs::FolderVisitor;
+    EXPECT_EQ(slotOf(&Visitor::visitBefore), 0U);
+    EXPECT_EQ(slotOf(&Visitor::visitEntryBefore), 1U);
+    EXPECT_EQ(slotOf(&Visitor::visit), 2U);
+    EXPECT_EQ(slotOf(&Visitor::visitEntry), 3U);
+    EXPECT_EQ(slotOf(&Visitor::visitAfter), 4U);
+    EXPECT_EQ(slotOf(&Visitor::visitEntryAfter), 5U);
+    EXPECT_EQ(slotOf(&Visitor::visitFolderFailed), 6U);
+    EXPECT_EQ(slotOf(&Visitor::visitFolderEntryFailed), 7U);
+    static_assert(std::has_virtual_destructor_v<Visitor>);
 }
 
 } // namespace

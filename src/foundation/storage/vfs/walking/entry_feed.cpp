@@ -5,7 +5,8 @@
 namespace foundation::storage::vfs::detail {
 
 EntryFeed::EntryFeed(FolderListing<FileOrFolderEntry> const& listing)
-    : position_(listing.begin()), end_(listing.end()) {}
+    : position_(listing.begin()),
+      end_(listing.end()) {}
 
 EntryFeed::Iterator EntryFeed::begin() noexcept {
     fill();

@@ -18,7 +18,8 @@ bool replacesFiles(ReplacementPolicy policy) {
 } // namespace
 
 FolderCopyVisitor::FolderCopyVisitor(Folder destination, ReplacementPolicy policy)
-    : destinationRoot_(std::move(destination)), replacementPolicy_(policy) {}
+    : destinationRoot_(std::move(destination)),
+      replacementPolicy_(policy) {}
 
 FolderCopyVisitor::~FolderCopyVisitor() = default;
 

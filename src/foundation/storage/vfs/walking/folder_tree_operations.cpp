@@ -17,8 +17,8 @@ using provider::StorageItem;
 
 namespace {
 
-/// Whether a move that the provider refused is done by copy and removal. A native move cannot merge,
-/// so a policy that merges does not end at what already stands there.
+/// Whether a move that the provider refused is done by copy and removal. A native move cannot
+/// merge, so a policy that merges does not end at what already stands there.
 bool copyMayHelp(provider::ErrorCode code, ReplacementPolicy policy) {
     switch (code) {
     case provider::ErrorCode::UnsupportedOperation:

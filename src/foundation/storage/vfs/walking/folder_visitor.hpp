@@ -32,11 +32,6 @@ class FOUNDATION_EXPORT FolderVisitor {
     virtual FolderVisitResult visitFolderEntryFailed(FolderEntry const& entry,
                                                      Exception const& exception);
     virtual ~FolderVisitor();
-
-  protected:
-    FolderVisitor() = default;
-    FolderVisitor(FolderVisitor const&) = default;
-    FolderVisitor& operator=(FolderVisitor const&) = default;
 };
 
 } // namespace foundation::storage::vfs

@@ -22,7 +22,8 @@ class ParallelFolderWalker {
   public:
     explicit ParallelFolderWalker(
         FolderVisitor& visitor, std::function<bool()> shouldStop = [] { return false; })
-        : visitor_(visitor), shouldStop_(std::move(shouldStop)) {}
+        : visitor_(visitor),
+          shouldStop_(std::move(shouldStop)) {}
 
     FolderVisitResult walk(Folder const& folder) { return walk(FolderEntry(folder)); }
 

@@ -19,8 +19,8 @@ namespace foundation::storage::vfs::detail {
 /// So the items that TBB sees are pointers to slots, and nothing here throws: what the listing
 /// throws is kept, and ends the feed with one null slot. Who meets that rethrows it.
 ///
-/// Thread safety: one feeder at a time moves the iterators, as parallel_for_each does; take() may be
-/// called on any thread. The feed outlives both.
+/// Thread safety: one feeder at a time moves the iterators, as parallel_for_each does; take() may
+/// be called on any thread. The feed outlives both.
 class EntryFeed {
   public:
     class Iterator;
@@ -49,9 +49,9 @@ class EntryFeed {
     FolderListingIterator<FileOrFolderEntry> position_;
     FolderListingIterator<FileOrFolderEntry> const end_;
     std::deque<Slot> slots_;
-    Slot* current_ = nullptr;      ///< null behind a failure
+    Slot* current_ = nullptr; ///< null behind a failure
     bool atEnd_ = false;
-    std::exception_ptr failure_;   ///< written before its null slot is handed out
+    std::exception_ptr failure_; ///< written before its null slot is handed out
     std::atomic<Slot*> free_{nullptr};
 };
 
