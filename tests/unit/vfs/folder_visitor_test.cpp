@@ -105,8 +105,8 @@ TEST_F(FolderVisitorTest, EntriesGoOnAsHandlesWithTheAnswer) {
     EXPECT_EQ(handles.visitEntry(fileEntry), FolderVisitResult::Skip);
     EXPECT_EQ(handles.visitEntryAfter(folderEntry), FolderVisitResult::Skip);
     EXPECT_EQ(handles.visitFolderEntryFailed(folderEntry, failed), FolderVisitResult::Skip);
-    EXPECT_EQ(handles.calls, (Calls{"before mem:/r/S", "file mem:/r/a", "after mem:/r/S",
-                                    "failed mem:/r/S"}));
+    EXPECT_EQ(handles.calls,
+              (Calls{"before mem:/r/S", "file mem:/r/a", "after mem:/r/S", "failed mem:/r/S"}));
     EXPECT_EQ(handles.failure, &failed);
 }
 

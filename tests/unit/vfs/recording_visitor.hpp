@@ -36,7 +36,9 @@ class RecordingVisitor : public foundation::storage::vfs::FolderVisitor {
         on(call, [answer] { return answer; });
     }
     /// Answers the failures that have no answer of their own.
-    void onFailures(Result answer) { handled_ = [answer] { return answer; }; }
+    void onFailures(Result answer) {
+        handled_ = [answer] { return answer; };
+    }
 
     Calls calls() const {
         std::lock_guard const lock(mutex_);
@@ -64,8 +66,9 @@ class RecordingVisitor : public foundation::storage::vfs::FolderVisitor {
     }
     Result visitFolderEntryFailed(foundation::storage::vfs::FolderEntry const& entry,
                                   foundation::storage::vfs::Exception const& exception) override {
-        std::string const call = "failed " + text(entry.getName()) + ' ' +
-                                 std::to_string(static_cast<std::uint32_t>(exception.getErrorCode()));
+        std::string const call =
+            "failed " + text(entry.getName()) + ' ' +
+            std::to_string(static_cast<std::uint32_t>(exception.getErrorCode()));
         note(call);
         if (auto const found = answers_.find(call); found != answers_.end()) {
             return found->second();

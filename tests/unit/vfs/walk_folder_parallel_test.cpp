@@ -128,8 +128,7 @@ TEST_F(ParallelWalk, FailureThatAHandlerAnswersLetsTheOtherItemsGoOn) {
         answering.on("file 3", failing(ErrorCode::IOError));
         answering.on("failed f 9", answer);
         EXPECT_EQ(vfs::walkFolderParallel(at(u"mem:/f"), answering), Continue);
-        EXPECT_EQ(answering.sorted(),
-                  sorted(filesTo(10), {"before f", "failed f 9", "after f"}));
+        EXPECT_EQ(answering.sorted(), sorted(filesTo(10), {"before f", "failed f 9", "after f"}));
         EXPECT_EQ(answering.calls().back(), "after f");
     }
 }
@@ -147,16 +146,15 @@ TEST_F(ParallelWalk, EachResourceNotFoundFromAnItemClosesTheFolderOnceMore) {
     visitor.on("file 2", failing(ErrorCode::ResourceNotFound));
     visitor.on("file 7", failing(ErrorCode::ResourceNotFound));
     EXPECT_EQ(walk(u"mem:/f"), Continue);
-    EXPECT_EQ(visitor.sorted(),
-              sorted(filesTo(10), {"before f", "after f", "after f", "after f"}));
+    EXPECT_EQ(visitor.sorted(), sorted(filesTo(10), {"before f", "after f", "after f", "after f"}));
     EXPECT_EQ(visitor.calls().back(), "after f");
 }
 
 TEST_F(ParallelWalk, ResourceNotFoundAboutASubfolderClosesTheFolderAboveOnceMore) {
     visitor.on("before S", failing(ErrorCode::ResourceNotFound));
     EXPECT_EQ(walk(), Continue);
-    EXPECT_EQ(visitor.sorted(), (Calls{"after r", "after r", "before S", "before r", "file a",
-                                       "file c"}));
+    EXPECT_EQ(visitor.sorted(),
+              (Calls{"after r", "after r", "before S", "before r", "file a", "file c"}));
 }
 
 TEST_F(ParallelWalk, ExceptionOfAHandlerLeavesTheFolderWithoutAClosingCall) {
@@ -311,9 +309,7 @@ TEST_F(ParallelWalk, NothingIsBegunOnceThePredicateAnswersTrue) {
         return Continue;
     });
     EXPECT_EQ(vfs::walkFolderParallel(at(u"mem:/f"), visitor,
-                                      [&] {
-                                          return stop || visitor.calls().size() > 500;
-                                      }),
+                                      [&] { return stop || visitor.calls().size() > 500; }),
               Stop);
     EXPECT_LT(visitor.calls().size(), 600U);
     EXPECT_EQ(visitor.count("after f"), 0);

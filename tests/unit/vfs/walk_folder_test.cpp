@@ -112,7 +112,8 @@ TEST_P(AnyWalk, RootIsAnEntryLikeAnyOther) {
     EXPECT_EQ(root_.location, u"mem:/r");
 }
 
-// The results that mean the same to both walks. What is behind a Stop differs, and stands with each.
+// The results that mean the same to both walks. What is behind a Stop differs, and stands with
+// each.
 struct Answered {
     char const* call;
     FolderVisitResult answer;
@@ -124,20 +125,13 @@ TEST_P(AnyWalk, ResultsDoWhatTheTableSays) {
     std::set<std::string> const inS{"file b", "after S"};
     std::set<std::string> const inR{"file a", "before S", "file b", "after S", "file c", "after r"};
     Answered const table[] = {
-        {"before S", Continue, Continue, {}},
-        {"before S", Skip, Continue, inS},
-        {"before r", Skip, Skip, inR},
-        {"before r", Stop, Stop, inR},
-        {"file a", Skip, Continue, {}},
-        {"file a", outOfRange, Continue, {}},
-        {"file b", Skip, Continue, {}},
-        {"file c", Stop, Stop, {"after r"}},
-        {"after S", Skip, Continue, {}},
-        {"after S", outOfRange, Continue, {}},
-        {"after r", Continue, Continue, {}},
-        {"after r", Skip, Skip, {}},
-        {"after r", Stop, Stop, {}},
-        {"after r", outOfRange, outOfRange, {}},
+        {"before S", Continue, Continue, {}}, {"before S", Skip, Continue, inS},
+        {"before r", Skip, Skip, inR},        {"before r", Stop, Stop, inR},
+        {"file a", Skip, Continue, {}},       {"file a", outOfRange, Continue, {}},
+        {"file b", Skip, Continue, {}},       {"file c", Stop, Stop, {"after r"}},
+        {"after S", Skip, Continue, {}},      {"after S", outOfRange, Continue, {}},
+        {"after r", Continue, Continue, {}},  {"after r", Skip, Skip, {}},
+        {"after r", Stop, Stop, {}},          {"after r", outOfRange, outOfRange, {}},
     };
     for (Answered const& row : table) {
         RecordingVisitor answering;
@@ -198,8 +192,8 @@ TEST_P(AnyWalk, RefusedSubfolderIsPassedOverByAHandlerThatAnswers) {
     failToList(u"mem:/r/S", 2);
     visitor.onFailures(Continue);
     EXPECT_EQ(walk(), Continue);
-    EXPECT_EQ(visitor.sorted(), (Calls{"after r", "before S", "before r",
-                                       "failed S 2", "file a", "file c"}));
+    EXPECT_EQ(visitor.sorted(),
+              (Calls{"after r", "before S", "before r", "failed S 2", "file a", "file c"}));
 }
 
 TEST_P(AnyWalk, FailureOfTheFirstStepOfAListingIsTheFoldersOwn) {
@@ -209,8 +203,8 @@ TEST_P(AnyWalk, FailureOfTheFirstStepOfAListingIsTheFoldersOwn) {
         RecordingVisitor answering;
         answering.onFailures(Continue);
         EXPECT_EQ(GetParam().run(at(), answering), Continue);
-        EXPECT_EQ(answering.sorted(), (Calls{"after r", "before S", "before r", "failed S 9",
-                                             "file a", "file c"}));
+        EXPECT_EQ(answering.sorted(),
+                  (Calls{"after r", "before S", "before r", "failed S 9", "file a", "file c"}));
     }
 }
 
@@ -252,7 +246,8 @@ TEST_P(AnyWalk, ExceptionsAboutTheRootLeaveTheWalk) {
         RecordingVisitor throwing;
         throwing.on(call, failing(ErrorCode::ResourceInUse));
         throwing.onFailures(Continue);
-        EXPECT_EQ(codeOf([&] { GetParam().run(at(), throwing); }), ErrorCode::ResourceInUse) << call;
+        EXPECT_EQ(codeOf([&] { GetParam().run(at(), throwing); }), ErrorCode::ResourceInUse)
+            << call;
     }
     failToList(u"mem:/r", 9);
     visitor.on("failed r 9", failing(ErrorCode::ResourceInUse));
@@ -336,8 +331,8 @@ class SerialWalk : public WalkedTree {
 
 TEST_F(SerialWalk, GoesDepthFirstInListingOrder) {
     walk();
-    EXPECT_EQ(visitor.calls(), (Calls{"before r", "file a", "before S", "file b", "after S",
-                                      "file c", "after r"}));
+    EXPECT_EQ(visitor.calls(),
+              (Calls{"before r", "file a", "before S", "file b", "after S", "file c", "after r"}));
 }
 
 TEST_F(SerialWalk, AddsNoSortingOfItsOwn) {
@@ -420,8 +415,8 @@ TEST_F(SerialWalk, FailureOfAnItemDropsTheRestOfItsFolder) {
         answering.on("file 3", failing(ErrorCode::IOError));
         answering.on("failed S 9", row.answer);
         EXPECT_EQ(vfs::walkFolder(at(), answering), row.result) << row.answer;
-        Calls expected{"before r", "file a", "before S", "file 1", "file 2", "file 3",
-                       "failed S 9"};
+        Calls expected{"before r", "file a", "before S",  "file 1",
+                       "file 2",   "file 3", "failed S 9"};
         expected.insert(expected.end(), row.behind.begin(), row.behind.end());
         EXPECT_EQ(answering.calls(), expected) << row.answer;
     }
@@ -431,8 +426,8 @@ TEST_F(SerialWalk, FailureBehindTheFirstEntryOfAListingIsTheFoldersOwn) {
     root->failOn(CursorCall::Advance, 2, 9);
     visitor.onFailures(Continue);
     EXPECT_EQ(walk(), Continue);
-    EXPECT_EQ(visitor.calls(), (Calls{"before r", "file a", "before S", "file b", "after S",
-                                      "failed r 9"}));
+    EXPECT_EQ(visitor.calls(),
+              (Calls{"before r", "file a", "before S", "file b", "after S", "failed r 9"}));
 }
 
 TEST_F(SerialWalk, ListingThatVanishesBehindItsFirstEntryCountsAsFinished) {
@@ -481,8 +476,8 @@ TEST_F(SerialWalk, EachHandlerGetsWhatTheOneBelowThrew) {
 TEST_F(SerialWalk, VisitEntryAfterOfAFinishedFolderIsNotProtected) {
     visitor.on("after S", failing(ErrorCode::IOError));
     EXPECT_THROW(walk(), Exception);
-    EXPECT_EQ(visitor.calls(), (Calls{"before r", "file a", "before S", "file b", "after S",
-                                      "failed r 9"}));
+    EXPECT_EQ(visitor.calls(),
+              (Calls{"before r", "file a", "before S", "file b", "after S", "failed r 9"}));
 }
 
 TEST_F(SerialWalk, KeepsOneListingOpenForEachFolderOnTheWayDown) {

@@ -273,10 +273,10 @@ TEST_F(LocalRemovalFailures, TheReasonsHaveTheirCodes) {
         int error;
         char const* told;
     } const cases[] = {
-        {SYS_unlinkat, EROFS, "7 about tree/file"},   {SYS_unlinkat, EBUSY, "6 about tree/file"},
-        {SYS_unlinkat, EIO, "9 about tree/file"},     {SYS_unlinkat, EACCES, "2 about tree/file"},
-        {SYS_unlinkat, EPERM, "2 about tree/file"},   {SYS_getdents64, EIO, "9 about tree"},
-        {SYS_openat2, EMFILE, "10 about tree"},       {SYS_openat2, EIO, "9 about tree"},
+        {SYS_unlinkat, EROFS, "7 about tree/file"}, {SYS_unlinkat, EBUSY, "6 about tree/file"},
+        {SYS_unlinkat, EIO, "9 about tree/file"},   {SYS_unlinkat, EACCES, "2 about tree/file"},
+        {SYS_unlinkat, EPERM, "2 about tree/file"}, {SYS_getdents64, EIO, "9 about tree"},
+        {SYS_openat2, EMFILE, "10 about tree"},     {SYS_openat2, EIO, "9 about tree"},
         {SYS_openat2, EACCES, "2 about tree"},
     };
     makeFolder("tree");

@@ -166,11 +166,10 @@ TEST_F(LocalRemovalRaces, TheWayBackUpIsNotTakenToAnotherFolder) {
     std::string const moved = "tree/a0/a1/a2";
 
     // When the descriptor of the folder above has been given up.
-    EXPECT_EQ(removingWhile(SYS_unlinkat, "last",
-                            [&] {
-                                ::rename(path(moved).c_str(), path("elsewhere/moved").c_str());
-                            }),
-              "6 about tree/a0/a1/a2");
+    EXPECT_EQ(
+        removingWhile(SYS_unlinkat, "last",
+                      [&] { ::rename(path(moved).c_str(), path("elsewhere/moved").c_str()); }),
+        "6 about tree/a0/a1/a2");
 
     EXPECT_EQ(content("elsewhere/file"), "content");
     EXPECT_EQ(names("elsewhere/moved"), Names());
@@ -184,11 +183,9 @@ TEST_F(LocalRemovalRaces, AFolderThatIsMovedAwayBelowOpenOnesIsLeftWhereItIs) {
     makeFolder("elsewhere");
     makeFile("elsewhere/file", "content");
 
-    EXPECT_EQ(removingWhile(SYS_unlinkat, "last",
-                            [&] {
-                                ::rename(path("tree/folder").c_str(),
-                                         path("elsewhere/moved").c_str());
-                            }),
+    EXPECT_EQ(removingWhile(
+                  SYS_unlinkat, "last",
+                  [&] { ::rename(path("tree/folder").c_str(), path("elsewhere/moved").c_str()); }),
               "removed");
 
     EXPECT_FALSE(isThere("tree"));
@@ -269,8 +266,8 @@ TEST_F(LocalRemovalRaces, FoldersSwappedForLinksLeadNowhere) {
         makeFileHere("canary/" + name);
         makeFileHere("canary/inner/" + name);
     }
-    void* const shared = ::mmap(nullptr, sizeof(Race), PROT_READ | PROT_WRITE,
-                                MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void* const shared =
+        ::mmap(nullptr, sizeof(Race), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(shared, MAP_FAILED);
     Race& race = *new (shared) Race;
     pid_t const swapper = ::fork();

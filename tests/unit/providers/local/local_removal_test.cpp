@@ -66,9 +66,9 @@ TEST_F(LocalRemoval, WhatIsNoFolderIsAnsweredAsByTheRemovalOfAnEmptyOne) {
     makeLink("circle", "circle");
     Names const there = names("");
 
-    for (std::string const name : {"file", "fifo", "link to file", "link to folder",
-                                   "link to nothing", "circle", "missing", "missing/child",
-                                   "file/child", "circle/child", "link to nothing/child"}) {
+    for (std::string const name :
+         {"file", "fifo", "link to file", "link to folder", "link to nothing", "circle", "missing",
+          "missing/child", "file/child", "circle/child", "link to nothing/child"}) {
         auto const expected = refusalOf([&] { provider_->removeFolder(at(name)); });
         ASSERT_TRUE(expected) << name;
         EXPECT_TRUE(isRefused([&] { remove(name); }, expected->code, expected->location)) << name;

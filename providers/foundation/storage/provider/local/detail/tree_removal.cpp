@@ -104,7 +104,7 @@ void TreeRemoval::readOn() {
         levels_.back().isRead = true;
         return;
     }
-    for (char const *in = buffer_, *const end = buffer_ + got; in < end;) {
+    for (char const* in = buffer_, * const end = buffer_ + got; in < end;) {
         auto const* const record = reinterpret_cast<dirent64 const*>(in);
         char const* const name = in + offsetof(dirent64, d_name); // may be longer than d_name
         in += record->d_reclen;

@@ -34,9 +34,9 @@ class TreeRemoval {
   private:
     /// A folder on the way; the first one is the folder that has the root, and stays.
     struct Level {
-        std::size_t subfolders;      ///< where in names_ its own begin
-        bool isRead = false;         ///< to the end
-        unsigned attempts = 0;       ///< at the last subfolder
+        std::size_t subfolders;       ///< where in names_ its own begin
+        bool isRead = false;          ///< to the end
+        unsigned attempts = 0;        ///< at the last subfolder
         FolderIdentity identity = {}; ///< set when the descriptor is given up
     };
 
