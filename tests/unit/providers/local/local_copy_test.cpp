@@ -428,7 +428,6 @@ struct Fallback {
 };
 
 TEST_F(LocalCopies, EveryWayOfCopyingGivesTheSame) {
-    std::string const bytes = patterned(3 * 1024 * 1024 + 5);
     Fallback const fallbacks[] = {
         {"no unnamed files", {{SYS_openat, 2, O_TMPFILE, EOPNOTSUPP}}},
         {"no copies in the kernel", {{SYS_copy_file_range, 0, 0, EXDEV}}},
@@ -442,10 +441,12 @@ TEST_F(LocalCopies, EveryWayOfCopyingGivesTheSame) {
           {SYS_linkat, 0, 0, EPERM}}},
         {"no links of descriptors", {{SYS_linkat, 4, AT_EMPTY_PATH, ENOENT}}},
     };
-    for (Fallback const& fallback : fallbacks) {
-        SCOPED_TRACE(fallback.name);
-        makeFile("source", bytes);
-        ASSERT_EQ(::truncate(path("source").c_str(), 8 * 1024 * 1024), 0);
+    auto const check = [this](Fallback const& fallback, bool isSmall) {
+        SCOPED_TRACE(fallback.name + std::string(isSmall ? ", small" : ", large"));
+        makeFile("source", patterned(isSmall ? 5'000 : 3 * 1024 * 1024 + 5));
+        if (!isSmall) {
+            ASSERT_EQ(::truncate(path("source").c_str(), 8 * 1024 * 1024), 0);
+        }
         makeFile("existing", "old");
         std::vector<std::string> expected = names();
         expected.insert(expected.begin(), "copy");
@@ -465,18 +466,51 @@ TEST_F(LocalCopies, EveryWayOfCopyingGivesTheSame) {
         EXPECT_TRUE(content("existing") == content("source"));
         EXPECT_EQ(names(), expected);
         ASSERT_EQ(::unlink(path("copy").c_str()), 0);
+    };
+    for (Fallback const& fallback : fallbacks) {
+        check(fallback, false);
+        check(fallback, true);
     }
 }
 
+TEST_F(LocalCopies, AKernelThatSaysItCopiedNothingIsNotTheLastWord) {
+    std::string const bytes = patterned(5'000);
+    makeFile("source", bytes);
+
+    std::string const outcome = inChild([&] {
+        interceptCalls(SYS_copy_file_range, 0, 0, [](auto const*) { return 0; });
+        copy("source", "copy");
+        return content("copy") == bytes ? std::string("whole") : content("copy");
+    });
+
+    EXPECT_EQ(outcome, "whole");
+}
+
+TEST_F(LocalCopies, ASmallFileEndsInTheFolderThatHasThePathByThen) {
+    makeFile("source", "bytes");
+
+    std::string const outcome = inChild([&] {
+        interceptCalls(SYS_linkat, 0, 0, [this](auto const*) -> std::optional<long> {
+            ::rename(path("folder").c_str(), path("moved").c_str());
+            ::mkdir(path("folder").c_str(), 0755);
+            return std::nullopt;
+        });
+        copy("source", "folder/copy");
+        return content("folder/copy") + ' ' + std::to_string(names("moved").size());
+    });
+
+    EXPECT_EQ(outcome, "bytes 0");
+}
+
 TEST_F(LocalCopies, AFailureAtAnyCallLeavesTheOldContentAndNoTrace) {
-    makeFile("source", patterned(100'000));
     int const calls[] = {SYS_pread64, SYS_pwrite64, SYS_fchmod,   SYS_utimensat,
                          SYS_fcntl,   SYS_linkat,   SYS_renameat, SYS_openat};
-    bool const named[] = {false, true};
-    for (bool const withName : named) {
+    for (auto const& [withName, size] :
+         {std::pair(false, 100'000U), {false, 5'000U}, {true, 100'000U}, {true, 5'000U}}) {
+        makeFile("source", patterned(size));
         for (int const call : calls) {
             for (char const* destination : {"new", "other"}) {
-                SCOPED_TRACE(call);
+                SCOPED_TRACE(std::to_string(call) + " " + std::to_string(size));
                 ASSERT_EQ(::chmod(path("source").c_str(), 0751), 0);
                 std::vector<std::string> const before = names();
                 std::string const outcome = inChild([&] {
@@ -505,6 +539,30 @@ TEST_F(LocalCopies, AFailureAtAnyCallLeavesTheOldContentAndNoTrace) {
                 }
             }
         }
+    }
+}
+
+TEST_F(LocalCopies, AFolderThatCannotBeOpenedLeavesTheOldContentAndNoTrace) {
+    makeFile("source", "bytes");
+    std::vector<std::string> const before = names();
+    for (bool const withName : {false, true}) {
+        std::string const outcome = inChild([&] {
+            std::vector<CallFault> faults{{SYS_openat, 2, O_PATH, EIO}};
+            if (withName) {
+                faults.push_back({SYS_openat, 2, O_TMPFILE, EOPNOTSUPP});
+            }
+            injectFaults(faults);
+            auto const refusal =
+                refusalOf([&] { copy("source", "other", ReplacementPolicy::ReplaceExisting); });
+            return std::string(refusal && refusal->code == ErrorCode::IOError &&
+                                       refusal->location == at("other")
+                                   ? "failed"
+                                   : "other");
+        });
+
+        EXPECT_EQ(outcome, "failed");
+        EXPECT_EQ(content("other"), "other content");
+        EXPECT_EQ(names(), before);
     }
 }
 

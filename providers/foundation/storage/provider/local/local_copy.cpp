@@ -151,15 +151,17 @@ CopyStatus copyLocalFile(StorageIRI const& source, StorageIRI const& destination
         throw Exception(ErrorCode::UnsupportedOperation, source);
     }
 
-    FolderSlot const slot = slotFor(destination, followLinks);
+    // A look at the destination is saved where the copy costs no more than the look: giving the
+    // copy its name tells whether there is anything to look at. There the folder need not be held
+    // either, while nothing but that one call depends on it.
+    bool const lookFirst =
+        S_ISLNK(item.st_mode) || item.st_size > detail::smallFile || options.progress;
+    FolderSlot slot = slotFor(destination, followLinks,
+                              lookFirst ? FolderSlot::Folder::Held : FolderSlot::Folder::ByPath);
     auto const check = [&] {
         checkDestination(path, source, slot, destination, options.policy,
                          followLinks ? detail::LinkPairs::Followed : detail::LinkPairs::Themselves);
     };
-    // A look at the destination is saved where the copy costs no more than the look: giving the
-    // copy its name tells whether there is anything to look at.
-    bool const lookFirst =
-        S_ISLNK(item.st_mode) || item.st_size > detail::smallFile || options.progress;
     if (lookFirst) {
         check();
     }

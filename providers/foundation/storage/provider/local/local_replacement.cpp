@@ -123,7 +123,7 @@ class ReplacementStream final : public ByteStream {
     StorageIRI location_;
     ReplacementPolicy policy_;
     std::optional<struct stat> old_;
-    FolderSlot const slot_;
+    FolderSlot slot_;
     StagedFile staged_;
     DescriptorIo io_;
     bool settled_ = false;
@@ -151,7 +151,7 @@ void checkReplaceable(struct stat const& existing, ReplacementPolicy policy,
     }
 }
 
-FolderSlot slotFor(StorageIRI const& location, bool followLinks) {
+FolderSlot slotFor(StorageIRI const& location, bool followLinks, FolderSlot::Folder folder) {
     KernelPath const path(location);
     if (followLinks) {
         struct stat item {};
@@ -159,11 +159,11 @@ FolderSlot slotFor(StorageIRI const& location, bool followLinks) {
             std::unique_ptr<char, decltype(&std::free)> const real(
                 ::realpath(path.text().c_str(), nullptr), &std::free);
             if (real) {
-                return FolderSlot(std::string(real.get()), location);
+                return FolderSlot(std::string(real.get()), location, folder);
             }
         }
     }
-    return FolderSlot(path, location);
+    return FolderSlot(path, location, folder);
 }
 
 std::unique_ptr<ByteStream> openReplacementStream(StorageIRI const& location,

@@ -27,7 +27,8 @@ void checkReplaceable(struct stat const& existing, ReplacementPolicy policy,
                       StorageIRI const& location);
 
 /// Where a file of this name is put: with `followLinks` the place that a link leads to.
-detail::FolderSlot slotFor(StorageIRI const& location, bool followLinks);
+detail::FolderSlot slotFor(StorageIRI const& location, bool followLinks,
+                           detail::FolderSlot::Folder folder = detail::FolderSlot::Folder::Held);
 
 /// See extensions::IReplacingStreams.
 std::unique_ptr<ByteStream> openReplacementStream(StorageIRI const& location,

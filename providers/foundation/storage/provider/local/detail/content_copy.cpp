@@ -91,33 +91,22 @@ class ContentCopy {
     }
 
     Result copySmall() {
-        std::array<char, smallFile> space;
         off_t at = 0;
-        Result const failure = copyPiece(at, space.data(), space.size());
         // Files of /proc and their like tell no size, and have to be read to their end.
-        return failure || (at == size_ && size_ != 0) ? failure
-                                                      : copyRest(at, space.data(), space.size());
+        Result const failure = size_ != 0 ? copyInKernel(at, smallFile) : std::nullopt;
+        if (failure || (at == size_ && size_ != 0)) {
+            return failure;
+        }
+        std::array<char, smallFile> space;
+        return copyRest(at, space.data(), space.size());
     }
 
     Result copyRange(off_t begin, off_t stop) {
         off_t at = begin;
         while (at < stop && inKernel_) {
-            off_t to = at;
-            off_t const step = std::min(stop - at, progress_ ? watchedStep : unwatchedStep);
-            ssize_t const done = uninterrupted([&] {
-                return ::copy_file_range(source_, &at, destination_, &to,
-                                         static_cast<std::size_t>(step), 0);
-            });
-            if (done < 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) {
-                return Failure{Failure::Where::Writing, errno};
-            }
-            // Every other refusal, and an answer of nothing, says that the kernel cannot do it for
-            // these two files; a defect of one of them shows again below, on its proper side.
-            inKernel_ = done > 0;
-            if (done > 0) {
-                if (Result canceled = report(at)) {
-                    return canceled;
-                }
+            if (Result failure = copyInKernel(
+                    at, std::min(stop - at, progress_ ? watchedStep : unwatchedStep))) {
+                return failure;
             }
         }
         while (at < stop) {
@@ -129,6 +118,22 @@ class ContentCopy {
             }
         }
         return std::nullopt;
+    }
+
+    /// Up to `wanted` bytes at `at`, which moves on; clears inKernel_ where nothing came of it.
+    Result copyInKernel(off_t& at, off_t wanted) {
+        off_t to = at;
+        ssize_t const done = uninterrupted([&] {
+            return ::copy_file_range(source_, &at, destination_, &to,
+                                     static_cast<std::size_t>(wanted), 0);
+        });
+        if (done < 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) {
+            return Failure{Failure::Where::Writing, errno};
+        }
+        // Every other refusal, and an answer of nothing, says that the kernel cannot do it for
+        // these two files; a defect of one of them shows again behind it, on its proper side.
+        inKernel_ = done > 0;
+        return done > 0 ? report(at) : std::nullopt;
     }
 
     /// What is behind `at`, up to the end of the file as it is found.

@@ -15,8 +15,8 @@ struct ContentCopyFailure {
     int error;
 };
 
-/// Up to this size content is moved by one read and one write, which costs less than the set-up of
-/// a copy inside the kernel.
+/// Up to this size content is moved by a single call: asking for shared blocks, or for holes, would
+/// cost more than it could save.
 inline constexpr off_t smallFile = 8 * 1024;
 
 /// Copies everything from one open file to another, empty one: by sharing blocks where the file

@@ -5,7 +5,7 @@
 
 #include <climits>
 #include <fcntl.h>
-#include <string_view>
+#include <utility>
 
 namespace foundation::storage::provider::local::detail {
 
@@ -50,31 +50,42 @@ void KernelPath::openFront(StorageIRI const& location) {
     }
 }
 
-FolderSlot::FolderSlot(KernelPath const& path, StorageIRI const& location)
-    : FolderSlot(path.folder(), path.path(), location) {}
+FolderSlot::FolderSlot(KernelPath const& path, StorageIRI const& location, Folder folder)
+    : FolderSlot(path.folder(), path.path(), location,
+                 path.folder() == AT_FDCWD ? folder : Folder::Held) {}
 
-FolderSlot::FolderSlot(std::string const& absolutePath, StorageIRI const& location)
-    : FolderSlot(AT_FDCWD, absolutePath, location) {}
+FolderSlot::FolderSlot(std::string const& absolutePath, StorageIRI const& location, Folder folder)
+    : FolderSlot(AT_FDCWD, absolutePath, location, folder) {}
 
-FolderSlot::FolderSlot(int base, std::string const& path, StorageIRI const& location) {
-    std::size_t const slash = path.rfind('/');
-    std::string folder = ".";
+FolderSlot::FolderSlot(int base, std::string path, StorageIRI const& location, Folder folder)
+    : path_(std::move(path)),
+      parent_(".") {
+    std::size_t const slash = path_.rfind('/');
     if (slash == std::string::npos) {
-        name_ = path;
-        if (path.empty()) {
+        if (path_.empty()) {
             throwErrno(ENOENT, location);
         }
     } else {
-        folder.assign(path, 0, slash == 0 ? 1 : slash);
-        name_.assign(path, slash + 1);
-        if (name_.empty()) {
-            name_ = ".";
+        parent_.assign(path_, 0, slash == 0 ? 1 : slash);
+        if (slash + 1 == path_.size()) {
+            path_ += '.';
+        }
+        name_ = slash + 1;
+    }
+    if (folder == Folder::Held) {
+        if (int const error = open(base)) {
+            throwErrno(error, location);
         }
     }
-    folder_ = FileDescriptor(openFolderPath(base, folder.c_str()));
-    if (!folder_) {
-        throwErrno(errno, location);
-    }
+}
+
+int FolderSlot::open(int base) noexcept {
+    folder_ = FileDescriptor(openFolderPath(base, parent_.c_str()));
+    return folder_ ? 0 : errno;
+}
+
+int FolderSlot::hold() noexcept {
+    return folder_ ? 0 : open(AT_FDCWD);
 }
 
 int statItem(int folder, char const* path, bool follow, struct stat& result) noexcept {

@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/local/detail/file_descriptor.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
 
+#include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
 
@@ -32,24 +33,38 @@ class KernelPath {
     FileDescriptor front_;
 };
 
-/// An item as an entry: the open folder that holds it, and its name there. What is done through one
-/// value happens in one folder, whatever is renamed meanwhile.
+/// An item as an entry of a folder. A held slot has the folder open: what is done through it
+/// happens in one folder, whatever is renamed meanwhile. One that is not held saves opening and
+/// closing the folder, and finds it by its path each time: for work that is done by a single call.
 class FolderSlot {
   public:
-    /// Throws provider::Exception naming `location` where the folder cannot be opened.
-    FolderSlot(KernelPath const& path, StorageIRI const& location);
+    enum class Folder { Held, ByPath };
+
+    /// Throws provider::Exception naming `location` where a folder to hold cannot be opened. The
+    /// folder of a path longer than the kernel takes in one call is always held.
+    FolderSlot(KernelPath const& path, StorageIRI const& location, Folder folder = Folder::Held);
     explicit FolderSlot(StorageIRI const& location) : FolderSlot(KernelPath(location), location) {}
     /// The same for an absolute path, as realpath(3) gives it.
-    FolderSlot(std::string const& absolutePath, StorageIRI const& location);
+    FolderSlot(std::string const& absolutePath, StorageIRI const& location,
+               Folder folder = Folder::Held);
 
-    int folder() const noexcept { return folder_.get(); }
-    char const* name() const noexcept { return name_.c_str(); }
+    /// Opens the folder, unless it is open. The error number, or 0.
+    int hold() noexcept;
+
+    /// What the entry is to the `...at` system calls.
+    int folder() const noexcept { return folder_ ? folder_.get() : AT_FDCWD; }
+    char const* name() const noexcept { return folder_ ? path_.c_str() + name_ : path_.c_str(); }
+    /// What the folder itself is to them, from folder().
+    char const* folderPath() const noexcept { return folder_ ? "." : parent_.c_str(); }
 
   private:
-    FolderSlot(int base, std::string const& path, StorageIRI const& location);
+    FolderSlot(int base, std::string path, StorageIRI const& location, Folder folder);
+    int open(int base) noexcept;
 
+    std::string path_;
+    std::string parent_;
+    std::size_t name_ = 0; ///< where the last component begins
     FileDescriptor folder_;
-    std::string name_;
 };
 
 /// fstatat(2) with or without following a link in last place; the error number, or 0.

@@ -52,18 +52,23 @@ std::string temporaryName() {
     return name;
 }
 
-StagedFile::StagedFile(FolderSlot const& slot, mode_t mode, StorageIRI const& location)
-    : slot_(slot) {
+StagedFile::StagedFile(FolderSlot& slot, mode_t mode, StorageIRI const& location) : slot_(slot) {
     int error = EOPNOTSUPP;
     if (hasDescriptorPaths()) {
-        file_ = FileDescriptor(uninterrupted(
-            [&] { return ::openat(slot_.folder(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode); }));
+        file_ = FileDescriptor(uninterrupted([&] {
+            return ::openat(slot_.folder(), slot_.folderPath(), O_TMPFILE | O_RDWR | O_CLOEXEC,
+                            mode);
+        }));
         if (file_) {
             return;
         }
         error = errno;
     }
     if (!meansNoUnnamedFiles(error)) {
+        throwErrno(error, location);
+    }
+    error = slot_.hold();
+    if (error != 0) {
         throwErrno(error, location);
     }
     error = EEXIST;
@@ -126,6 +131,9 @@ int StagedFile::publish(Existing existing) noexcept {
         int const error = linkDescriptor(file_.get(), slot_.folder(), slot_.name());
         if (error != EEXIST || existing == Existing::Refuse) {
             return error;
+        }
+        if (int const failure = slot_.hold()) {
+            return failure;
         }
         if (int const failure = takeTemporaryName()) {
             return failure;

@@ -21,8 +21,9 @@ class StagedFile {
     enum class Existing { Refuse, Replace };
 
     /// Opens for reading and writing; `mode` is subject to the umask. Throws provider::Exception
-    /// naming `location`. REQUIRES: `slot` outlives this.
-    StagedFile(FolderSlot const& slot, mode_t mode, StorageIRI const& location);
+    /// naming `location`. Holds the slot's folder where a temporary name is needed. REQUIRES:
+    /// `slot` outlives this.
+    StagedFile(FolderSlot& slot, mode_t mode, StorageIRI const& location);
     StagedFile(StagedFile const&) = delete;
     StagedFile& operator=(StagedFile const&) = delete;
     ~StagedFile();
@@ -39,7 +40,7 @@ class StagedFile {
   private:
     int takeTemporaryName() noexcept;
 
-    FolderSlot const& slot_;
+    FolderSlot& slot_;
     FileDescriptor file_;
     std::string temporary_; ///< the name of a file that has one already
 };
