@@ -277,7 +277,7 @@ TEST(MemoryConcurrency, EverythingAtOnceGivesBackAllThatItTook) {
         std::string const content(100'000, 'x');
         for (int i = 0; i < 1500; ++i) {
             succeeds([&] {
-                switch (random() % 14) {
+                switch (random() % 15) {
                 case 0:
                     return store->createFolder(path());
                 case 1:
@@ -321,6 +321,8 @@ TEST(MemoryConcurrency, EverythingAtOnceGivesBackAllThatItTook) {
                     return;
                 }
                 case 12:
+                    return store->removeFolderRecursively(path());
+                case 13:
                     store->existsExtended(path());
                     store->getExtendedAttributes(path());
                     return;

@@ -37,7 +37,7 @@ TEST(MemoryListing, DeclaresWhatItDoes) {
     EXPECT_TRUE(store->hasFeature(at(u"/"), ExtendedFeature::RecursiveListing));
     EXPECT_TRUE(store->hasFeature(at(u"/"), ExtendedFeature::FlatWildcardListing));
     EXPECT_TRUE(store->hasFeature(at(u"/"), ExtendedFeature::RecursiveWildcardListing));
-    EXPECT_FALSE(store->hasFeature(at(u"/"), ExtendedFeature::RecursiveFolderRemoval));
+    EXPECT_TRUE(store->hasFeature(at(u"/"), ExtendedFeature::RecursiveFolderRemoval));
     EXPECT_FALSE(store->hasFeature(at(u"/"), ExtendedFeature::RecursiveChangeEvents));
 }
 

@@ -108,7 +108,7 @@ class Generator {
             });
         case 3:
             if (oneIn(4)) {
-                return clear(text);
+                return oneIn(2) ? clear(text) : removeTree(text);
             }
             return openStream(text);
         case 4:
@@ -166,6 +166,26 @@ class Generator {
         ustring const p = path();
         text << "clear " << narrow(p);
         return [p](Storage& s, std::ostream& out) { clearTree(s, p, out); };
+    }
+
+    /// The same in one operation. Which of several read-only folders is met first is the storage's
+    /// own affair; what is left where it ends is then taken away on both sides.
+    Operation removeTree(std::ostream& text) {
+        ustring const p = path();
+        text << "removeFolderRecursively " << narrow(p);
+        return [p](Storage& s, std::ostream& out) {
+            try {
+                s.provider->removeFolderRecursively(s.at(p));
+                out << "removed";
+            } catch (Exception const& e) {
+                if (e.getErrorCode() != ErrorCode::PermissionDenied) {
+                    throw;
+                }
+                out << "denied";
+                std::ostringstream ignored;
+                clearTree(s, p, ignored);
+            }
+        };
     }
 
     template<class Call>

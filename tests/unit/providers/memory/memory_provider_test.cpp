@@ -177,9 +177,8 @@ TEST(MemoryProvider, TellsWhatIsThereByValue) {
     }
 }
 
-TEST(MemoryProvider, DeclaresNoFeatureAndTellsNamesApartByEveryCharacter) {
+TEST(MemoryProvider, TellsNamesApartByEveryCharacter) {
     Store store;
-    EXPECT_FALSE(store->hasFeature(at(u"/"), ExtendedFeature::RecursiveFolderRemoval));
     EXPECT_EQ(store->getFilenameSensitivity(at(u"/")), FilenameSensitivity::Sensitive);
     auto const same = store->getPathComparator(at(u"/"));
     EXPECT_TRUE(same(u"a", u"a", CaseModifier::AsStorage));

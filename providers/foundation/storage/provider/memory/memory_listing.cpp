@@ -42,11 +42,11 @@ std::unique_ptr<IFolderEntryIterator> list(std::shared_ptr<Tree> const& tree,
 
 bool MemoryProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) const {
     switch (feature) {
+    case ExtendedFeature::RecursiveFolderRemoval:
     case ExtendedFeature::RecursiveListing:
     case ExtendedFeature::FlatWildcardListing:
     case ExtendedFeature::RecursiveWildcardListing:
         return true;
-    case ExtendedFeature::RecursiveFolderRemoval:
     case ExtendedFeature::RecursiveChangeEvents:
         break;
     }

@@ -14,6 +14,7 @@
 
 namespace foundation::storage::provider::memory {
 
+using detail::existing;
 using detail::FileNode;
 using detail::FolderNode;
 using detail::LastLink;
@@ -29,16 +30,7 @@ namespace {
     throw Exception(code, location);
 }
 
-/// What a path leads to, or a failure where that is nothing.
-Place existing(Tree const& tree, StorageIRI const& location, LastLink last) {
-    Place const place = tree.walk(pathOf(location), last);
-    if (place.error || !place.node) {
-        fail(place.error.value_or(ErrorCode::ResourceNotFound), location);
-    }
-    return place;
-}
-
-/// The same for a question: absence is an answer.
+/// What a path leads to, for a question: absence is an answer.
 Place lookUp(Tree const& tree, StorageIRI const& location, LastLink last) {
     Place const place = tree.walk(pathOf(location), last);
     if (place.error && !place.isMissing()) {
@@ -266,37 +258,6 @@ void MemoryProvider::createFolderRecursive(StorageIRI const& location) {
         at->add(ustring(there.name), std::move(folder));
         at = made;
     }
-}
-
-void MemoryProvider::removeFile(StorageIRI const& location) {
-    std::shared_ptr<Node> removed; // destroyed behind the lock
-    std::unique_lock const lock(tree_->mutex);
-    Place const place = existing(*tree_, location, LastLink::Keep);
-    if (place.folder) {
-        checkWritable(location, *place.folder);
-    }
-    if (place.node->isFolder()) {
-        fail(ErrorCode::InvalidLocation, location);
-    }
-    removed = place.folder->remove(place.name);
-}
-
-void MemoryProvider::removeFolder(StorageIRI const& location) {
-    std::shared_ptr<Node> removed;
-    std::unique_lock const lock(tree_->mutex);
-    Place const place = existing(*tree_, location, LastLink::Keep);
-    if (place.node == &tree_->root()) {
-        fail(ErrorCode::ResourceInUse, location);
-    }
-    checkWritable(location, *place.folder);
-    FolderNode const* const folder = place.asFolder();
-    if (!folder) {
-        fail(ErrorCode::ResourceNotFound, location);
-    }
-    if (!folder->children().empty()) {
-        fail(ErrorCode::FolderNotEmpty, location);
-    }
-    removed = place.folder->remove(place.name);
 }
 
 std::unique_ptr<ByteStream> MemoryProvider::openReadOnlyStream(StorageIRI const& location) const {

@@ -47,6 +47,8 @@ class FOUNDATION_EXPORT MemoryProvider final : public IProvider,
     void createFolderRecursive(StorageIRI const& location) override;
     void removeFile(StorageIRI const& location) override;
     void removeFolder(StorageIRI const& location) override;
+    /// From below, and letting others at the store in between: what they add goes too.
+    void removeFolderRecursively(StorageIRI const& location) override;
 
     /// Within the store a copy shares the content until one of the two is written, and has the
     /// mode and the time of its source.

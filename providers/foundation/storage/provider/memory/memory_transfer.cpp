@@ -13,6 +13,7 @@
 
 namespace foundation::storage::provider::memory {
 
+using detail::existing;
 using detail::FileNode;
 using detail::FolderNode;
 using detail::LastLink;
@@ -26,14 +27,6 @@ namespace {
 
 [[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
     throw Exception(code, location);
-}
-
-Place sourceOf(Tree const& tree, StorageIRI const& location) {
-    Place const place = tree.walk(pathOf(location), LastLink::Keep);
-    if (place.error || !place.node) {
-        fail(place.error.value_or(ErrorCode::ResourceNotFound), location);
-    }
-    return place;
 }
 
 /// What a path leads to in the end, links followed; a link that leads nowhere itself.
@@ -63,15 +56,6 @@ void refuseOtherStore(StorageIRI const& source, StorageIRI const& destination) {
     }
 }
 
-bool isInside(FolderNode const* folder, FolderNode const& ancestor) {
-    for (; folder; folder = folder->parent()) {
-        if (folder == &ancestor) {
-            return true;
-        }
-    }
-    return false;
-}
-
 struct Transfer {
     Place from;
     Place to;
@@ -80,7 +64,7 @@ struct Transfer {
 /// A file or link that is to be taken elsewhere, and a place for it.
 Transfer fileTransfer(Tree const& tree, StorageIRI const& source, StorageIRI const& destination,
                       ReplacementPolicy policy) {
-    Place const from = sourceOf(tree, source);
+    Place const from = existing(tree, source, LastLink::Keep);
     if (from.node->isFolder()) {
         fail(ErrorCode::InvalidLocation, source);
     }
@@ -93,7 +77,7 @@ Transfer fileTransfer(Tree const& tree, StorageIRI const& source, StorageIRI con
 /// A folder that is to be moved, and a place for it.
 Transfer folderTransfer(Tree const& tree, StorageIRI const& source, StorageIRI const& destination,
                         ReplacementPolicy policy) {
-    Place const from = sourceOf(tree, source);
+    Place const from = existing(tree, source, LastLink::Keep);
     FolderNode const* const folder = from.asFolder();
     if (!folder) {
         fail(ErrorCode::InvalidLocation, source);

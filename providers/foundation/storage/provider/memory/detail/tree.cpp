@@ -115,6 +115,23 @@ bool replaces(ReplacementPolicy policy) noexcept {
     return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
 }
 
+bool isInside(FolderNode const* folder, FolderNode const& ancestor) noexcept {
+    for (; folder; folder = folder->parent()) {
+        if (folder == &ancestor) {
+            return true;
+        }
+    }
+    return false;
+}
+
+Place existing(Tree const& tree, StorageIRI const& location, LastLink last) {
+    Place const place = tree.walk(pathOf(location), last);
+    if (place.error || !place.node) {
+        throw Exception(place.error.value_or(ErrorCode::ResourceNotFound), location);
+    }
+    return place;
+}
+
 void checkWritable(StorageIRI const& location, FolderNode const& folder) {
     if (!folder.isWritable()) {
         throw Exception(ErrorCode::PermissionDenied, location);

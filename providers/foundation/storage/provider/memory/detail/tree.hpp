@@ -108,6 +108,13 @@ class Tree {
 /// inner location. The view is the location's own text.
 std::u16string_view pathOf(StorageIRI const& location);
 
+/// Whether a folder, which may be null, is `ancestor` or below it. REQUIRES: the mutex is held.
+bool isInside(FolderNode const* folder, FolderNode const& ancestor) noexcept;
+
+/// What a path leads to. Throws provider::Exception naming `location` where that is nothing.
+/// REQUIRES: the mutex is held.
+Place existing(Tree const& tree, StorageIRI const& location, LastLink last);
+
 /// Refuses a destination that is neither free for a file nor to be replaced by one under the
 /// policy: ResourceAlreadyExists, PermissionDenied for a read-only file, InvalidLocation for a
 /// folder, and what stands in the way of a place. Throws provider::Exception naming `location`.
