@@ -76,15 +76,15 @@ std::optional<fl::i18n::ustring> linkAt(vfs::StorageSystemReference const& syste
 
 } // namespace
 
-void checkCopy(vfs::StorageSystemReference const& system, Transfer const& transfer) {
-    if (auto const copied = linkAt(system, transfer.destination)) {
-        if (linkAt(system, transfer.source) != copied) {
+void checkCopy(vfs::StorageSystemReference const& system, Location const& source,
+               Location const& destination) {
+    if (auto const copied = linkAt(system, destination)) {
+        if (linkAt(system, source) != copied) {
             refuse();
         }
         return;
     }
-    compareBytes(vfs::File(transfer.source.iri, system),
-                 vfs::File(transfer.destination.iri, system), transfer.source.shown());
+    compareBytes(vfs::File(source.iri, system), vfs::File(destination.iri, system), source.shown());
 }
 
 } // namespace cli

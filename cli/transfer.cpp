@@ -1,18 +1,14 @@
 #include "transfer.hpp"
 
-#include "arguments.hpp"
-#include "interruption.hpp"
-#include "progress.hpp"
+#include "replacement.hpp"
 
 #include <fl/i18n/conversion.hpp>
-#include <foundation/storage/vfs/resources/file.hpp>
+#include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/resources/folder.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
 
-#include <array>
-#include <exception>
-#include <optional>
 #include <set>
+#include <string_view>
 #include <utility>
 
 namespace cli {
@@ -21,13 +17,23 @@ namespace provider = foundation::storage::provider;
 namespace vfs = foundation::storage::vfs;
 
 using provider::ExtendedExistsResult;
-using provider::ReplacementPolicy;
+using provider::StorageIRI;
 
 namespace {
 
-// Where the last operand is a folder, each file goes into it under its own name.
+// Whether the words name what a folder holds rather than the folder: `.`, `a/..`, `a/./`.
+bool endsInDots(std::string_view typed) {
+    while (typed.ends_with('/')) {
+        typed.remove_suffix(1);
+    }
+    std::size_t const slash = typed.rfind('/');
+    std::string_view const last = typed.substr(slash == std::string_view::npos ? 0 : slash + 1);
+    return last == "." || last == "..";
+}
+
+// Where the last operand is a folder, each source goes into it under its own name.
 Location destinationFor(Location const& source, Location const& last, bool isFolder) {
-    if (!isFolder) {
+    if (!isFolder || endsInDots(source.typed)) {
         return last;
     }
     std::string typed = last.typed;
@@ -38,66 +44,98 @@ Location destinationFor(Location const& source, Location const& last, bool isFol
     return {typed + fl::i18n::toDisplayString(name), vfs::AbsoluteIRI(last.iri, name)};
 }
 
-void checkSource(vfs::StorageSystemReference const& system, Location const& source,
-                 std::string const& verb) {
-    switch (existsExtended(source.iri, system)) {
-    case ExtendedExistsResult::Nothing:
+Transfer transferOf(TransferRun const& run, Location const& source, Location const& last,
+                    bool isFolder) {
+    ExtendedExistsResult const kind = existsExtended(source.iri, run.system());
+    if (kind == ExtendedExistsResult::Nothing) {
         throw Refusal(wordsFor(vfs::ErrorCode::ResourceNotFound));
-    case ExtendedExistsResult::Folder:
-        throw Refusal("is a folder; only single files are " + verb);
-    default:
+    }
+    bool const follows = run.wishes().followLinks || source.wantsFolder();
+    bool const ofTree = kind == ExtendedExistsResult::Folder ||
+                        (kind == ExtendedExistsResult::LinkToFolder && follows);
+    if (ofTree && !run.wishes().recursive) {
+        throw Refusal("is a folder (-r copies it)");
+    }
+    if (!ofTree && source.wantsFolder()) {
+        throw Refusal("is not a folder");
+    }
+    if (source.iri.getName().empty() && isFolder && !endsInDots(source.typed)) {
+        // A root has no name of its own.
+        return {source, last, kind, ofTree};
+    }
+    return {source, destinationFor(source, last, isFolder), kind, ofTree};
+}
+
+// By canonical locations, so that neither another spelling nor a link on the way hides it.
+void refuseIntoItself(TransferRun const& run, Transfer const& transfer) {
+    if (!transfer.ofTree ||
+        transfer.source.iri.getScheme() != transfer.destination.iri.getScheme()) {
         return;
     }
-}
-
-bool isSameItem(vfs::StorageSystemReference const& system, Transfer const& transfer) {
-    if (transfer.source.iri == transfer.destination.iri) {
-        return true;
+    StorageIRI const from = placeOf(run.system(), transfer.source);
+    StorageIRI const to = placeOf(run.system(), transfer.destination);
+    if (from == to) {
+        throw Refusal("source and destination are the same folder");
     }
-    vfs::File const destination(transfer.destination.iri, system);
-    return destination.fileExists() &&
-           vfs::File(transfer.source.iri, system).getCanonicalLocation() ==
-               destination.getCanonicalLocation();
-}
-
-bool isReadOnlyFile(vfs::StorageSystemReference const& system, Location const& location) {
-    vfs::File const file(location.iri, system);
-    return file.fileExists() && !file.getAttributes().isWritable();
-}
-
-// The reason behind a code that the person can do something about; empty where there is none.
-std::string plainerReason(vfs::StorageSystemReference const& system, Transfer const& transfer,
-                          std::optional<vfs::ErrorCode> code) {
-    try {
-        if (code == vfs::ErrorCode::InvalidLocation && isSameItem(system, transfer)) {
-            return "source and destination are the same file";
-        }
-        if (code == vfs::ErrorCode::PermissionDenied &&
-            transfer.policy != ReplacementPolicy::ReplaceReadOnly &&
-            isReadOnlyFile(system, transfer.destination)) {
-            return "is read-only (-f replaces it)";
-        }
-    } catch (std::exception const&) { // NOLINT(bugprone-empty-catch)
-        // The first failure is the one to tell of.
+    if (from.isAncestorOf(to)) {
+        throw Refusal("a folder cannot be " + run.verb() + " into itself");
     }
-    return {};
 }
 
 } // namespace
 
-void forEachTransfer(Invocation& invocation, std::vector<std::string> const& operands,
-                     ReplacementPolicy policy, std::string const& verb,
-                     std::function<void(Transfer const&)> const& action) {
+void TransferOptions::declare(Arguments& arguments) {
+    arguments
+        .option("--policy", policy, "NAME",
+                "What becomes of files that are there: replace (unless told otherwise), force "
+                "(read-only ones too), keep (leave them), fail (refuse them), defer (as replace, "
+                "what is denied is told at the end)")
+        .flag("-n,--no-clobber", keep, "The same as --policy keep")
+        .flag("-f,--force", force, "The same as --policy force")
+        .flag("-i,--interactive", wishes.ask, "Ask before each replacement")
+        .flag("-T,--no-target-directory", wishes.asNamed,
+              "DESTINATION is the new name, also where a folder has it")
+        .flag("-v,--verbose", wishes.verbose, "Print a line for each file")
+        .flag("--dry-run", wishes.dryRun, "Print what would be done, and change nothing")
+        .takes("SOURCE... DESTINATION", 2, Arguments::unlimited);
+}
+
+TransferWishes const& TransferOptions::read(Host const& host) {
+    wishes.policy = chosenPolicy(policy, keep, force, wishes.ask);
+    if (wishes.ask && host.inputIsScript()) {
+        throw UsageError("-i asks on standard input, which holds the commands here");
+    }
+    return wishes;
+}
+
+StorageIRI placeOf(vfs::StorageSystemReference const& system, Location const& location) {
+    try {
+        return vfs::Folder(location.iri, system).getCanonicalLocation().toStorageIRI();
+    } catch (vfs::Exception const& failure) {
+        bool const absent = failure.getErrorCode() == vfs::ErrorCode::ResourceNotFound ||
+                            failure.getErrorCode() == vfs::ErrorCode::InvalidLocation;
+        if (!absent || !location.iri.hasParent()) {
+            throw;
+        }
+    }
+    vfs::Folder const above(location.iri.getParent(), system);
+    return {above.getCanonicalLocation().toStorageIRI(), location.iri.getName()};
+}
+
+void forEachTransfer(TransferRun& run, std::vector<std::string> const& operands,
+                     std::function<bool(Transfer const&)> const& action) {
+    Invocation& invocation = run.invocation();
+    if (run.wishes().asNamed && operands.size() > 2) {
+        throw UsageError("-T takes one source");
+    }
     std::optional<Location> const last = invocation.locate(operands.back());
     if (!last) {
         return;
     }
     bool isFolder = false;
     bool const usable = invocation.attempt(std::span(&*last, 1), [&] {
-        isFolder = vfs::Folder(last->iri, invocation.system()).folderExists();
-        if (!isFolder && last->wantsFolder()) {
-            throw Refusal("no such folder");
-        }
+        isFolder =
+            !run.wishes().asNamed && vfs::Folder(last->iri, invocation.system()).folderExists();
         if (!isFolder && operands.size() > 2) {
             throw Refusal("is not a folder, and there are several sources");
         }
@@ -108,51 +146,28 @@ void forEachTransfer(Invocation& invocation, std::vector<std::string> const& ope
     std::set<vfs::AbsoluteIRI> written;
     std::vector<std::string> const sources(operands.begin(), operands.end() - 1);
     invocation.forEach(sources, [&](Location const& source) {
-        checkSource(invocation.system(), source, verb);
-        std::array const both{source, destinationFor(source, *last, isFolder)};
-        if (written.contains(both[1].iri)) {
+        if (run.isFull()) {
+            return;
+        }
+        Transfer const transfer = transferOf(run, source, *last, isFolder);
+        Location const& destination = transfer.destination;
+        if (written.contains(destination.iri)) {
             throw Refusal("another source has this name; it would be lost");
         }
-        Transfer const transfer{both[0], both[1], policy};
-        bool const done = invocation.attempt(both, [&] {
-            try {
-                action(transfer);
-            } catch (std::exception const&) {
-                std::optional<vfs::ErrorCode> const code = codeOfCurrentFailure();
-                throwIfInterrupted();
-                std::string const reason = plainerReason(invocation.system(), transfer, code);
-                if (!reason.empty()) {
-                    throw Refusal(reason);
-                }
-                throw;
+        Places const places = transfer.places();
+        bool const allowed = invocation.attempt(places, [&] {
+            if (!isFolder && !transfer.ofTree && last->wantsFolder()) {
+                throw Refusal("no such folder");
             }
+            refuseIntoItself(run, transfer);
         });
-        if (done) {
-            written.insert(transfer.destination.iri);
-            invocation.changed(transfer.destination);
+        if (allowed && action(transfer)) {
+            written.insert(destination.iri);
+            if (!run.wishes().dryRun) {
+                invocation.changed(destination);
+            }
         }
     });
-}
-
-ReplacementPolicy replacementPolicy(bool noClobber, bool force) {
-    if (noClobber && force) {
-        throw UsageError("-n and -f exclude each other");
-    }
-    return noClobber ? ReplacementPolicy::FailIfExists
-           : force   ? ReplacementPolicy::ReplaceReadOnly
-                     : ReplacementPolicy::ReplaceExisting;
-}
-
-void copyFile(vfs::StorageSystemReference const& system, Transfer const& transfer) {
-    ProgressLine line(transfer.source.shown());
-    provider::CopyFileOptions options;
-    options.policy = transfer.policy;
-    options.progress = [&](std::uint64_t done, std::optional<std::uint64_t> total) {
-        line.update(done, total);
-        return interruptingSignal() == 0;
-    };
-    vfs::File const destination(transfer.destination.iri, system);
-    vfs::File(transfer.source.iri, system).copyFile(destination, options);
 }
 
 } // namespace cli

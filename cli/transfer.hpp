@@ -1,41 +1,55 @@
 #pragma once
 
-#include "invocation.hpp"
+#include "arguments.hpp"
+#include "transfer_run.hpp"
 
-#include <foundation/storage/provider/copy_file_options.hpp>
+#include <foundation/storage/provider/exists_result.hpp>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
-/// What copying and moving share.
+/// What copying and moving share on their way to single transfers.
 namespace cli {
 
-/// One file to be brought from one location to another.
+/// One item to be brought from one location to another.
 struct Transfer {
     Location source;
     Location destination;
-    foundation::storage::provider::ReplacementPolicy policy;
+    foundation::storage::provider::ExtendedExistsResult kind{}; ///< of the source
+    bool ofTree = false; ///< a folder is to be transferred, or what a link to a folder leads to
+
+    Places places() const { return {source, destination}; }
 };
 
-/// Calls `action` for each source among `operands`, whose last one is the destination: a file's new
-/// name, or a folder into which everything goes under its own name. Folders as sources are refused
-/// (`verb` says what does not happen to them: "copied"), and so is a second file for one name.
-/// Reports what fails, and goes on.
-void forEachTransfer(Invocation& invocation, std::vector<std::string> const& operands,
-                     foundation::storage::provider::ReplacementPolicy policy,
-                     std::string const& verb, std::function<void(Transfer const&)> const& action);
+/// The options that cp and mv have in common, while they are read.
+struct TransferOptions {
+    std::optional<std::string> policy;
+    bool keep = false;
+    bool force = false;
+    TransferWishes wishes;
 
-/// The policy for the options -n and -f; throws UsageError for both.
-foundation::storage::provider::ReplacementPolicy replacementPolicy(bool noClobber, bool force);
+    void declare(Arguments& arguments);
+    /// Throws UsageError; REQUIRES: the arguments were read.
+    TransferWishes const& read(Host const& host);
+};
 
-/// Copies by the storages, with a progress line, and stops for signals.
-void copyFile(foundation::storage::vfs::StorageSystemReference const& system,
-              Transfer const& transfer);
+/// Calls `action` for each source among `operands`, whose last one is the destination: a new name,
+/// or a folder into which everything goes under its own name. Refuses a second item for one name,
+/// and a folder that would go into itself or onto itself, however it is spelled. Reports what
+/// fails, and goes on. `action` reports what fails in it, and says whether anything was changed.
+void forEachTransfer(TransferRun& run, std::vector<std::string> const& operands,
+                     std::function<bool(Transfer const&)> const& action);
 
 /// Reads both files back and throws Refusal unless the destination holds what the source does: the
 /// same bytes, or a link that leads to the same.
 void checkCopy(foundation::storage::vfs::StorageSystemReference const& system,
-               Transfer const& transfer);
+               Location const& source, Location const& destination);
+
+/// The canonical location; where nothing is there, or a link that leads nowhere, that of the folder
+/// above with the name. Throws what the storage throws.
+foundation::storage::provider::StorageIRI
+placeOf(foundation::storage::vfs::StorageSystemReference const& system, Location const& location);
 
 } // namespace cli

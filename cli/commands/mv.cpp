@@ -1,10 +1,14 @@
 #include "../commands.hpp"
 #include "../interruption.hpp"
+#include "../source_removal.hpp"
 #include "../transfer.hpp"
+#include "../tree_copy.hpp"
 
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
-#include <foundation/storage/vfs/resources/file.hpp>
+#include <foundation/storage/vfs/errors/exception.hpp>
+#include <foundation/storage/vfs/listing/folder_listing.hpp>
+#include <foundation/storage/vfs/resources/folder.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
 
 #include <exception>
@@ -14,6 +18,7 @@ namespace cli {
 namespace provider = foundation::storage::provider;
 namespace vfs = foundation::storage::vfs;
 
+using provider::ExtendedExistsResult;
 using provider::ReplacementPolicy;
 
 namespace {
@@ -22,9 +27,9 @@ namespace {
 // the move fails.
 class Unlocked {
   public:
-    Unlocked(vfs::StorageSystemReference const& system, Transfer const& transfer)
-        : file_(transfer.destination.iri, system) {
-        if (transfer.policy == ReplacementPolicy::ReplaceReadOnly && file_.fileExists() &&
+    Unlocked(TransferRun const& run, Transfer const& transfer)
+        : file_(transfer.destination.iri, run.system()) {
+        if (run.wishes().policy == ReplacementPolicy::ReplaceReadOnly && file_.fileExists() &&
             !file_.getAttributes().isWritable()) {
             file_.setWritable(true);
             locked_ = true;
@@ -49,20 +54,29 @@ class Unlocked {
     bool locked_ = false;
 };
 
-// The storage's own move. False where the two locations are not in one storage. Asked of the
-// provider itself, because File::moveFile would go on to copy and remove without the check.
-bool movedByStorage(vfs::StorageSystemReference const& system, Transfer const& transfer) {
+// What a storage is asked for: what is kept it refuses, and what is deferred it refuses too.
+ReplacementPolicy policyForStorage(ReplacementPolicy policy) {
+    switch (policy) {
+    case ReplacementPolicy::FailIfExists:
+    case ReplacementPolicy::KeepExisting:
+        return ReplacementPolicy::FailIfExists;
+    default:
+        return ReplacementPolicy::ReplaceExisting;
+    }
+}
+
+// The storage's own move of a file. False where it has none. Asked of the provider itself, because
+// File::moveFile would go on to copy and remove without the check.
+bool fileMovedByStorage(TransferRun const& run, Transfer const& transfer) {
     provider::StorageIRI const source = transfer.source.iri.toStorageIRI();
     provider::StorageIRI const destination = transfer.destination.iri.toStorageIRI();
     if (source.getSchemeView() != destination.getSchemeView()) {
         return false;
     }
-    bool const keeps = transfer.policy == ReplacementPolicy::FailIfExists;
-    Unlocked unlocked(system, transfer);
+    Unlocked unlocked(run, transfer);
     try {
-        system.buildProvider(source)->moveFile(source, destination,
-                                               keeps ? ReplacementPolicy::FailIfExists
-                                                     : ReplacementPolicy::ReplaceExisting);
+        run.system().buildProvider(source)->moveFile(source, destination,
+                                                     policyForStorage(run.wishes().policy));
     } catch (provider::Exception const& failure) {
         if (failure.getErrorCode() == provider::ErrorCode::UnsupportedOperation) {
             return false;
@@ -73,55 +87,185 @@ bool movedByStorage(vfs::StorageSystemReference const& system, Transfer const& t
     return true;
 }
 
-// Not of a link: that would set the time of what it leads to. A storage that cannot set times still
-// holds the file.
-void carryTimeOver(vfs::StorageSystemReference const& system, Transfer const& transfer) {
-    try {
-        if (existsExtended(transfer.destination.iri, system) ==
-            provider::ExtendedExistsResult::File) {
-            vfs::File const source(transfer.source.iri, system);
-            vfs::File(transfer.destination.iri, system)
-                .setLastModified(source.getAttributes().getLastModified());
+// Copies, has what the storage keeps back written out, compares, and only then removes.
+Transferred fileMovedByCopy(TransferRun& run, Transfer const& transfer, PlacesOf const& places) {
+    vfs::File const source(transfer.source.iri, run.system());
+    vfs::File const destination(transfer.destination.iri, run.system());
+    // Whoever was to be asked was asked already.
+    Transferred const copied =
+        run.copyFile({source, destination, std::nullopt, run.wishes().ask}, places);
+    if (copied != Transferred::Done || run.wishes().dryRun) {
+        return copied;
+    }
+    bool const removed = run.attempt(places, [&] {
+        vfs::Folder(transfer.destination.iri, run.system()).flushFilesystem();
+        checkCopy(run.system(), transfer.source, transfer.destination);
+        carryTimeOver(run.system(), transfer.source, transfer.destination);
+        source.removeFile();
+    });
+    return removed ? Transferred::Done : Transferred::Failed;
+}
+
+bool moveFile(TransferRun& run, Transfer const& transfer, PlacesOf const& places) {
+    Transferred result = Transferred::Failed;
+    bool copies = false;
+    run.attempt(places, [&] {
+        if (run.wishes().dryRun) {
+            copies = true;
+        } else if (run.wishes().ask && !run.mayReplace(transfer.destination)) {
+            result = Transferred::Kept;
+        } else {
+            try {
+                copies = !fileMovedByStorage(run, transfer);
+                result = Transferred::Done;
+            } catch (provider::Exception const& failure) {
+                if (run.wishes().policy != ReplacementPolicy::KeepExisting ||
+                    failure.getErrorCode() != provider::ErrorCode::ResourceAlreadyExists) {
+                    throw;
+                }
+                result = Transferred::Kept;
+            }
         }
-    } catch (std::exception const&) { // NOLINT(bugprone-empty-catch)
+    });
+    if (copies) {
+        return fileMovedByCopy(run, transfer, places) == Transferred::Done;
+    }
+    if (result == Transferred::Done) {
+        ++run.tally().files;
+        run.transferred(places);
+    } else if (result == Transferred::Kept) {
+        run.kept(places);
+    }
+    return result == Transferred::Done;
+}
+
+// Whether the policy lets a folder go into one that is there. `replace` replaces an empty folder
+// alone, as rename(2) does: who moves a folder does not expect to find two mixed.
+bool merges(ReplacementPolicy policy) {
+    return policy != ReplacementPolicy::FailIfExists &&
+           policy != ReplacementPolicy::ReplaceExisting;
+}
+
+// The storage's own move of a tree. False where it has none, or where it is to be merged with one
+// that is there.
+bool treeMovedByStorage(TransferRun const& run, Transfer const& transfer) {
+    provider::StorageIRI const source = transfer.source.iri.toStorageIRI();
+    provider::StorageIRI const destination = transfer.destination.iri.toStorageIRI();
+    if (source.getSchemeView() != destination.getSchemeView()) {
+        return false;
+    }
+    ReplacementPolicy const policy = run.wishes().policy;
+    if (merges(policy) && vfs::Folder(transfer.destination.iri, run.system()).folderExists()) {
+        return false;
+    }
+    try {
+        run.system().buildProvider(source)->moveFolder(source, destination,
+                                                       policyForStorage(policy));
+    } catch (provider::Exception const& failure) {
+        switch (failure.getErrorCode()) {
+        case provider::ErrorCode::UnsupportedOperation:
+            return false;
+        case provider::ErrorCode::FolderNotEmpty:
+            throw Refusal("folder not empty (-f merges into it)");
+        default:
+            throw;
+        }
+    }
+    return true;
+}
+
+void checkMayCopyTo(TransferRun const& run, Transfer const& transfer) {
+    ReplacementPolicy const policy = run.wishes().policy;
+    vfs::Folder const destination(transfer.destination.iri, run.system());
+    if (!merges(policy) && destination.folderExists()) {
+        if (policy == ReplacementPolicy::FailIfExists) {
+            throw Refusal(wordsFor(vfs::ErrorCode::ResourceAlreadyExists));
+        }
+        if (!destination.listAll().empty()) {
+            throw Refusal("folder not empty (-f merges into it)");
+        }
     }
 }
 
-void moveFile(vfs::StorageSystemReference const& system, Transfer const& transfer) {
-    if (movedByStorage(system, transfer)) {
+// The source stays whole until everything that can be copied is, so that an interrupted move has
+// lost nothing and torn nothing apart.
+void moveTreeByCopy(TransferRun& run, Transfer const& transfer, PlacesOf const& places) {
+    std::set<std::string> leftBehind;
+    TreeCopy(run, transfer.source, transfer.destination, &leftBehind).copy();
+    throwIfInterrupted();
+    if (run.wishes().dryRun || run.isFull()) {
         return;
     }
-    copyFile(system, transfer);
-    checkCopy(system, transfer);
-    carryTimeOver(system, transfer);
-    vfs::File(transfer.source.iri, system).removeFile();
+    bool const written = run.attempt(
+        places, [&] { vfs::Folder(transfer.destination.iri, run.system()).flushFilesystem(); });
+    if (written) {
+        SourceRemoval(run, transfer.source, transfer.destination, leftBehind).remove();
+    }
+}
+
+bool moveTree(TransferRun& run, Transfer const& transfer, PlacesOf const& places) {
+    bool moved = false;
+    bool const usable = run.attempt(places, [&] {
+        if (run.wishes().dryRun) {
+            checkMayCopyTo(run, transfer);
+            return;
+        }
+        moved = treeMovedByStorage(run, transfer);
+        if (!moved) {
+            checkMayCopyTo(run, transfer);
+        }
+    });
+    if (moved) {
+        ++run.tally().folders;
+        run.transferred(places);
+    } else if (usable) {
+        moveTreeByCopy(run, transfer, places);
+    }
+    return usable;
+}
+
+bool moveItem(TransferRun& run, Transfer const& transfer) {
+    PlacesOf const places = [&] { return transfer.places(); };
+    bool const done =
+        transfer.ofTree ? moveTree(run, transfer, places) : moveFile(run, transfer, places);
+    if (done && !run.wishes().dryRun) {
+        run.invocation().changed(transfer.source);
+    }
+    return done;
 }
 
 } // namespace
 
 int runMv(Host& host, Words const& words) {
-    bool noClobber = false;
-    bool force = false;
+    TransferOptions options;
+    options.wishes.recursive = true;
     Arguments arguments(
         {"mv",
-         "Moves single files: to a new name, or into a folder that exists. A file that is already "
-         "there is replaced, as a whole, unless it is read-only. Between storages the file is "
-         "copied, the copy read back and compared, and only then the source removed.",
-         {"vfs mv notes.txt renamed.txt", "vfs mv notes.txt photo.jpg docs"}});
-    arguments.flag("-n,--no-clobber", noClobber, "Refuse to replace a file")
-        .flag("-f,--force", force, "Replace read-only files too")
-        .takes("SOURCE... DESTINATION", 2, Arguments::unlimited);
+         "Moves files and folders: to a new name, or into a folder that exists. A file that is "
+         "there is replaced, as a whole, unless it is read-only; a folder that is there only if it "
+         "is empty, or merged into under the policies force, keep and defer. Between storages "
+         "everything is copied first; then each file is read back and compared, and only then "
+         "removed. What failed, and what was kept, stays.",
+         {"vfs mv notes.txt renamed.txt", "vfs mv notes.txt photo.jpg docs", "vfs mv -v docs empty",
+          "vfs mv -n notes.txt photo.jpg"}});
+    options.declare(arguments);
     if (!arguments.read(words)) {
         return printHelp(host, arguments);
     }
-    auto const policy = replacementPolicy(noClobber, force);
     InterruptionGuard const guard;
     Invocation invocation(host, "mv");
-    forEachTransfer(invocation, arguments.operands(), policy, "moved",
-                    [&](Transfer const& transfer) {
-                        moveFile(invocation.system(), transfer);
-                        invocation.changed(transfer.source);
-                    });
+    TransferRun run(invocation, options.read(host), "moved");
+    bool ofTrees = false;
+    try {
+        forEachTransfer(run, arguments.operands(), [&](Transfer const& transfer) {
+            ofTrees = ofTrees || transfer.ofTree;
+            return moveItem(run, transfer);
+        });
+    } catch (Interrupted const&) {
+        run.finish(ofTrees);
+        throw;
+    }
+    run.finish(ofTrees);
     return invocation.finish();
 }
 

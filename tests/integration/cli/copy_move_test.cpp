@@ -49,7 +49,7 @@ TEST(CommandCopy, RefusesWhatItCannotDoAndGoesOn) {
         vfs(folder, {"cp", "tree", "missing", "taken", "a", "other/a", "zip:x!/y", "into"});
 
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_EQ(outcome.err, "vfs: cp: tree: is a folder; only single files are copied\n"
+    EXPECT_EQ(outcome.err, "vfs: cp: tree: is a folder (-r copies it)\n"
                            "vfs: cp: missing: no such file or folder\n"
                            "vfs: cp: into/taken: is a folder\n"
                            "vfs: cp: other/a: another source has this name; it would be lost\n"
@@ -75,9 +75,14 @@ TEST(CommandCopy, ReplacesAFileUnlessToldNotTo) {
     writeFile(folder / "a", "new");
     writeFile(folder / "b", "old");
 
-    Outcome const refused = vfs(folder, {"cp", "-n", "a", "b"});
+    Outcome const refused = vfs(folder, {"cp", "--policy", "fail", "a", "b"});
     EXPECT_EQ(refused.code, 1);
     EXPECT_EQ(refused.err, "vfs: cp: b: already exists\n");
+    EXPECT_EQ(readFile(folder / "b"), "old");
+
+    Outcome const kept = vfs(folder, {"cp", "-n", "a", "b"});
+    EXPECT_EQ(kept.code, 0);
+    EXPECT_EQ(kept.err, "");
     EXPECT_EQ(readFile(folder / "b"), "old");
 
     EXPECT_EQ(vfs(folder, {"cp", "a", "b"}).code, 0);
@@ -188,23 +193,23 @@ TEST(CommandMove, BringsFilesIntoAFolder) {
     EXPECT_THAT(folder.names(), ElementsAre("into"));
 }
 
-TEST(CommandMove, RefusesFoldersAndReadOnlyDestinations) {
+TEST(CommandMove, LeavesWhatIsKeptAndRefusesReadOnlyDestinations) {
     TemporaryFolder folder;
-    fs::create_directory(folder / "tree");
     writeFile(folder / "a", "new");
     writeFile(folder / "b", "old");
     ::chmod((folder / "b").c_str(), 0444);
 
-    EXPECT_EQ(vfs(folder, {"mv", "tree", "c"}).err,
-              "vfs: mv: tree: is a folder; only single files are moved\n");
-    EXPECT_EQ(vfs(folder, {"mv", "-n", "a", "b"}).err, "vfs: mv: b: already exists\n");
+    EXPECT_EQ(vfs(folder, {"mv", "--policy", "fail", "a", "b"}).err,
+              "vfs: mv: b: already exists\n");
+    EXPECT_EQ(vfs(folder, {"mv", "-n", "a", "b"}).code, 0);
+    EXPECT_EQ(readFile(folder / "a"), "new");
     EXPECT_EQ(vfs(folder, {"mv", "a", "b"}).err, "vfs: mv: b: is read-only (-f replaces it)\n");
     EXPECT_EQ(readFile(folder / "b"), "old");
     EXPECT_EQ(readFile(folder / "a"), "new");
 
     EXPECT_EQ(vfs(folder, {"mv", "-f", "a", "b"}).err, "");
     EXPECT_EQ(readFile(folder / "b"), "new");
-    EXPECT_THAT(folder.names(), ElementsAre("b", "tree"));
+    EXPECT_THAT(folder.names(), ElementsAre("b"));
 }
 
 TEST(CommandMove, LeavesAReadOnlyDestinationLockedWhereTheMoveFails) {

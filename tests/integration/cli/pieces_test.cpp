@@ -306,8 +306,7 @@ TEST_F(CommandOnAPlainStorage, RefusesWhatThePolicyForbids) {
 }
 
 TEST_F(CommandOnAPlainStorage, TellsACopyFromItsSourceByEveryByte) {
-    cli::Transfer const transfer{location_, cli::parseLocation("plain:/copy"),
-                                 provider::ReplacementPolicy::ReplaceExisting};
+    cli::Location const copy = cli::parseLocation("plain:/copy");
     std::string const bytes(600'000, 'x');
     std::string changed = bytes;
     changed.back() = 'y';
@@ -328,11 +327,11 @@ TEST_F(CommandOnAPlainStorage, TellsACopyFromItsSourceByEveryByte) {
              Row{"", "x", false},
          }) {
         file().bytes = row.source;
-        plain_->files[transfer.destination.iri.toStorageIRI()].bytes = row.copy;
+        plain_->files[copy.iri.toStorageIRI()].bytes = row.copy;
         if (row.same) {
-            EXPECT_NO_THROW(cli::checkCopy(reference_, transfer)) << row.source.size();
+            EXPECT_NO_THROW(cli::checkCopy(reference_, location_, copy)) << row.source.size();
         } else {
-            EXPECT_THROW(cli::checkCopy(reference_, transfer), cli::Refusal) << row.source.size();
+            EXPECT_THROW(cli::checkCopy(reference_, location_, copy), cli::Refusal) << row.source.size();
         }
     }
 }

@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/extensions/i_flushable_filesystem.hpp>
+#include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/factories.hpp>
@@ -20,6 +21,7 @@ IFolderEntryIterator::~IFolderEntryIterator() = default;
 PhysicalProviderFactory::~PhysicalProviderFactory() = default;
 ContainerProviderFactory::~ContainerProviderFactory() = default;
 extensions::IFlushableFilesystem::~IFlushableFilesystem() = default;
+extensions::IFolderAttributes::~IFolderAttributes() = default;
 extensions::ILinks::~ILinks() = default;
 extensions::IReplacingStreams::~IReplacingStreams() = default;
 

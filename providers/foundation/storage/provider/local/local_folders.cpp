@@ -5,6 +5,8 @@
 #include <foundation/storage/provider/local_path.hpp>
 
 #include <fcntl.h>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -81,6 +83,46 @@ void removeEmptyLocalFolder(StorageIRI const& location, bool followLinks) {
     }
     // Some file systems say EEXIST of a folder that is not empty.
     throwErrno(error == EEXIST ? ENOTEMPTY : error, location);
+}
+
+void setLocalFolderAttributes(StorageIRI const& location,
+                              extensions::FolderAttributeChange const& change) {
+    KernelPath const path(location);
+    FileDescriptor const folder(detail::uninterrupted([&] {
+        return ::openat(path.folder(), path.path(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    }));
+    struct stat item {};
+    if (!folder || ::fstat(folder.get(), &item) != 0) {
+        if (errno == ENOTDIR && detail::statItem(path, false, item) == 0) {
+            throw Exception(ErrorCode::InvalidLocation, location);
+        }
+        throwErrno(errno, location);
+    }
+    // What is held so is changed by way of /proc, and where that is not there by its path.
+    std::string const held = "/proc/self/fd/" + std::to_string(folder.get());
+    auto const apply = [&](auto const& call) {
+        if (call(AT_FDCWD, held.c_str(), 0) != 0 &&
+            (!detail::meansAbsent(errno) ||
+             call(path.folder(), path.path(), AT_SYMLINK_NOFOLLOW) != 0)) {
+            throwErrno(errno, location);
+        }
+    };
+    mode_t const wanted =
+        change.mode ? (item.st_mode & 06000u) | (*change.mode & 01777u) : item.st_mode & 07777u;
+    if (wanted != (item.st_mode & 07777u)) {
+        apply([&](int base, char const* name, int flags) {
+            return ::fchmodat(base, name, wanted, flags);
+        });
+    }
+    if (change.lastModified || change.lastAccessed) {
+        auto const timeOf = [](std::optional<Timestamp> const& time) {
+            return time ? timespec{time->seconds, time->nanoseconds} : timespec{0, UTIME_OMIT};
+        };
+        timespec const times[] = {timeOf(change.lastAccessed), timeOf(change.lastModified)};
+        apply([&](int base, char const* name, int flags) {
+            return ::utimensat(base, name, times, flags);
+        });
+    }
 }
 
 } // namespace foundation::storage::provider::local

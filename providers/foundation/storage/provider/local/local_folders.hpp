@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
 
 namespace foundation::storage::provider::local {
@@ -10,5 +11,10 @@ void createLocalFolders(StorageIRI const& location);
 
 /// Removes an empty folder; with `followLinks` also a link to a folder, and then only the link.
 void removeEmptyLocalFolder(StorageIRI const& location, bool followLinks);
+
+/// Gives a folder mode and times, and never follows a link in its place: InvalidLocation for what
+/// is no folder. Set-id bits stay as they are.
+void setLocalFolderAttributes(StorageIRI const& location,
+                              extensions::FolderAttributeChange const& change);
 
 } // namespace foundation::storage::provider::local

@@ -202,6 +202,11 @@ void LocalProvider::setWritable(StorageIRI const& location, bool writable) {
     }
 }
 
+void LocalProvider::setFolderAttributes(StorageIRI const& location,
+                                        extensions::FolderAttributeChange const& change) {
+    setLocalFolderAttributes(location, change);
+}
+
 void LocalProvider::createFile(StorageIRI const& location) {
     KernelPath const path(location);
     FileDescriptor file(detail::uninterrupted([&] {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
@@ -10,6 +11,7 @@ namespace foundation::storage::provider::local {
 /// The local disk. Every operation is one or a few system calls; nothing is kept between them, so
 /// any number of threads may use one provider. Failures are provider::Exception.
 class LocalProvider final : public IProvider,
+                            public extensions::IFolderAttributes,
                             public extensions::ILinks,
                             public extensions::IReplacingStreams {
   public:
@@ -28,6 +30,8 @@ class LocalProvider final : public IProvider,
     ExtendedAttributes getExtendedAttributes(StorageIRI const& location) const override;
     void setLastModified(StorageIRI const& location, boost::posix_time::ptime const& time) override;
     void setWritable(StorageIRI const& location, bool writable) override;
+    void setFolderAttributes(StorageIRI const& location,
+                             extensions::FolderAttributeChange const& change) override;
 
     void createFile(StorageIRI const& location) override;
     void createFolder(StorageIRI const& location) override;

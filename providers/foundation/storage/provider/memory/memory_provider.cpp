@@ -217,6 +217,21 @@ void MemoryProvider::setWritable(StorageIRI const& location, bool writable) {
     }
 }
 
+void MemoryProvider::setFolderAttributes(StorageIRI const& location,
+                                         extensions::FolderAttributeChange const& change) {
+    std::unique_lock const lock(tree_->mutex);
+    FolderNode* const folder = existing(*tree_, location, LastLink::Keep).asFolder();
+    if (!folder) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    if (change.mode) {
+        folder->setMode(*change.mode);
+    }
+    if (change.lastModified) {
+        folder->setLastModified(*change.lastModified);
+    }
+}
+
 void MemoryProvider::createFile(StorageIRI const& location) {
     std::unique_lock const lock(tree_->mutex);
     Place const place = freePlace(*tree_, location, LastLink::Keep);

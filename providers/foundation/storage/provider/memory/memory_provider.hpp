@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/export.hpp>
+#include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
@@ -22,6 +23,7 @@ class Tree;
 /// one, both for the time of a few map lookups; bytes move under a lock of the file alone.
 /// README.md says where it is stricter than a disk.
 class FOUNDATION_EXPORT MemoryProvider final : public IProvider,
+                                               public extensions::IFolderAttributes,
                                                public extensions::ILinks,
                                                public extensions::IReplacingStreams {
   public:
@@ -41,6 +43,8 @@ class FOUNDATION_EXPORT MemoryProvider final : public IProvider,
     ExtendedAttributes getExtendedAttributes(StorageIRI const& location) const override;
     void setLastModified(StorageIRI const& location, boost::posix_time::ptime const& time) override;
     void setWritable(StorageIRI const& location, bool writable) override;
+    void setFolderAttributes(StorageIRI const& location,
+                             extensions::FolderAttributeChange const& change) override;
 
     void createFile(StorageIRI const& location) override;
     void createFolder(StorageIRI const& location) override;

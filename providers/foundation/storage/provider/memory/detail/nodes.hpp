@@ -141,6 +141,8 @@ class FolderNode final : public Node, public std::enable_shared_from_this<Folder
     bool isWritable() const noexcept { return (mode_ & ownerMayWrite) != 0; }
     void setLastModified(Timestamp time) noexcept { lastModified_ = time; }
     void setWritable(bool writable) noexcept;
+    /// Permission bits and the sticky bit.
+    void setMode(std::uint32_t mode) noexcept { mode_ = mode & 01777u; }
 
   private:
     static void detach(Node& node) noexcept;

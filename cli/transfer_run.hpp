@@ -1,0 +1,116 @@
+#pragma once
+
+#include "interruption.hpp"
+#include "invocation.hpp"
+#include "progress.hpp"
+#include "work_tally.hpp"
+
+#include <foundation/storage/provider/copy_file_options.hpp>
+#include <foundation/storage/vfs/resources/file.hpp>
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+/// What the options of cp and mv ask for.
+struct TransferWishes {
+    foundation::storage::provider::ReplacementPolicy policy{};
+    bool recursive = false;
+    bool followLinks = false;
+    bool asNamed = false; ///< the destination is the new name, also where a folder has it
+    bool ask = false;     ///< before each replacement
+    bool verbose = false;
+    bool dryRun = false;
+};
+
+/// A source and its destination.
+using Places = std::array<Location, 2>;
+/// Makes them; asked only where they are to be shown.
+using PlacesOf = std::function<Places()>;
+
+/// A file that is to be copied, and what is known of it already.
+struct FileToCopy {
+    foundation::storage::vfs::File source;
+    foundation::storage::vfs::File destination;
+    std::optional<std::uint64_t> size;
+    bool destinationIsFree = false; ///< nothing has the name, in a folder that was just made
+};
+
+enum class Transferred { Done, Kept, Failed };
+
+/// What all the transfers of one run of cp or mv share: the wishes, the counts, the progress line,
+/// and what ends them all. For one thread.
+class TransferRun {
+  public:
+    /// `verb` is the word "copied".
+    TransferRun(Invocation& invocation, TransferWishes const& wishes, std::string verb);
+
+    Invocation& invocation() noexcept { return invocation_; }
+    foundation::storage::vfs::StorageSystemReference const& system() const {
+        return invocation_.system();
+    }
+    TransferWishes const& wishes() const noexcept { return wishes_; }
+    std::string const& verb() const noexcept { return verb_; }
+    WorkTally& tally() noexcept { return tally_; }
+
+    /// Whether the destination has no space left, so that nothing more can be copied.
+    bool isFull() const noexcept { return full_; }
+
+    /// Calls `action` and reports what fails about the places; true where nothing did. What is
+    /// denied is told at the end where the policy defers it. Throws Interrupted, OutputFailure.
+    template<class Action>
+    bool attempt(PlacesOf const& places, Action const& action) {
+        try {
+            action();
+            return true;
+        } catch (OutputFailure const&) {
+            throw;
+        } catch (Interrupted const&) {
+            throw;
+        } catch (...) {
+            reportCurrentFailure(places);
+            return false;
+        }
+    }
+
+    /// Copies a file as the wishes have it, counts and shows it. A link is made again, or its bytes
+    /// are copied where the destination has no links.
+    Transferred copyFile(FileToCopy const& file, PlacesOf const& places);
+
+    /// Whether what is at the destination may be replaced, where the wishes are to ask.
+    bool mayReplace(Location const& destination);
+    /// Counts a transfer and prints it, where it is to be printed.
+    void transferred(PlacesOf const& places);
+    void kept(PlacesOf const& places);
+
+    /// Counts what the sources are beforehand, all operands but the last one, so that the progress
+    /// line knows the total. Nothing where nobody sees it. Throws Interrupted.
+    void foresee(std::vector<std::string> const& operands);
+
+    /// Ends the run: tells what was deferred, and sums up where there is anything to say.
+    /// `ofTrees` where more than single files were asked for.
+    void finish(bool ofTrees);
+
+  private:
+    void reportCurrentFailure(PlacesOf const& places);
+    Transferred rehearse(FileToCopy const& file, PlacesOf const& places);
+    Transferred copyContent(FileToCopy const& file, PlacesOf const& places);
+    void showProgress(std::uint64_t partOfFile, PlacesOf const& places);
+
+    Invocation& invocation_;
+    TransferWishes wishes_;
+    std::string verb_;
+    WorkTally tally_;
+    std::optional<WorkAmount> foreseen_;
+    WorkProgress progress_;
+    std::vector<FailureText> deferred_;
+    bool full_ = false;
+};
+
+} // namespace cli
