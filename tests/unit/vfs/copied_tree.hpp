@@ -41,9 +41,7 @@ class CopiedTree : public testing::Test {
                 files.insert(to.getLocation());
                 return provider::CopyStatus::CopiedWithTimes;
             };
-            fake->onRemoveFile = [this](StorageIRI const& at) {
-                failWhereTold("removeFile", at);
-            };
+            fake->onRemoveFile = [this](StorageIRI const& at) { failWhereTold("removeFile", at); };
             fake->onRemoveFolder = [this](StorageIRI const& at) {
                 failWhereTold("removeFolder", at);
                 folders.erase(at);

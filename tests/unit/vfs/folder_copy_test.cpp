@@ -107,8 +107,7 @@ TEST_F(FolderCopy, ReplaceExistingMakesAnEmptyFolderAnew) {
 TEST_F(FolderCopy, ReplaceExistingEndsAtAFolderWithContent) {
     folders.insert(StorageIRI(u"mem:/d"));
     failOn("removeFolder mem:/d", 0);
-    EXPECT_EQ(codeOf([&] { copy(ReplacementPolicy::ReplaceExisting); }),
-              ErrorCode::FolderNotEmpty);
+    EXPECT_EQ(codeOf([&] { copy(ReplacementPolicy::ReplaceExisting); }), ErrorCode::FolderNotEmpty);
     EXPECT_EQ(changes(), (Log{"removeFolder mem:/d"}));
 }
 
@@ -137,9 +136,10 @@ TEST_F(FolderCopy, ExistingFileReachesCopyFileUnderTwoPoliciesAlone) {
         auto const before = static_cast<std::ptrdiff_t>(mem->log().size());
         copy(policy);
         Log const log = mem->log();
-        auto const copies = std::count_if(log.begin() + before, log.end(), [](std::string const& call) {
-            return call.starts_with("copyFile mem:/s/S/b");
-        });
+        auto const copies =
+            std::count_if(log.begin() + before, log.end(), [](std::string const& call) {
+                return call.starts_with("copyFile mem:/s/S/b");
+            });
         EXPECT_EQ(copies, replaces ? 1 : 0) << static_cast<std::uint32_t>(policy);
         EXPECT_TRUE(files.contains(StorageIRI(u"mem:/d/c"))) << "the copy goes on";
     }

@@ -34,8 +34,8 @@ TEST_F(FolderMove, WithinOneSchemeIsOneCallWithThePolicyAsGiven) {
         move(policy);
         Log const log = mem->log();
         ASSERT_EQ(log.size(), before + 1);
-        EXPECT_EQ(log.back(), "moveFolder mem:/s mem:/d " +
-                                  std::to_string(static_cast<std::uint32_t>(policy)));
+        EXPECT_EQ(log.back(),
+                  "moveFolder mem:/s mem:/d " + std::to_string(static_cast<std::uint32_t>(policy)));
     }
 }
 
@@ -144,10 +144,9 @@ TEST_F(FolderMove, ChecksOfTheCopyAreNotTranslated) {
 
 TEST_F(FolderMove, IntoItsOwnDescendantLosesNothing) {
     moveFailsWith(11);
-    EXPECT_EQ(codeOf([&] {
-                  source().moveFolder(at(u"mem:/s/x"), ReplacementPolicy::KeepExisting);
-              }),
-              ErrorCode::InvalidLocation);
+    EXPECT_EQ(
+        codeOf([&] { source().moveFolder(at(u"mem:/s/x"), ReplacementPolicy::KeepExisting); }),
+        ErrorCode::InvalidLocation);
     EXPECT_FALSE(sourceIsGone());
 }
 

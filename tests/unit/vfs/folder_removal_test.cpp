@@ -16,7 +16,7 @@ class FolderRemoval : public CopiedTree {
     void remove() const { source().removeFolder(FolderRemovalPolicy::Recursive); }
 };
 
-Log const wholeTree{"removeFile mem:/s/a",   "removeFile mem:/s/S/b", "removeFolder mem:/s/S",
+Log const wholeTree{"removeFile mem:/s/a", "removeFile mem:/s/S/b", "removeFolder mem:/s/S",
                     "removeFile mem:/s/c", "removeFolder mem:/s"};
 
 TEST_F(FolderRemoval, TakesFilesAsTheyAreListedAndFoldersWhenTheyAreLeft) {
@@ -70,8 +70,8 @@ TEST_F(FolderRemoval, SubfolderThatVanishesBeforeItIsListedIsNoFailure) {
     tree.add(u"mem:/s", {folder(u"gone"), file(u"c")});
     failOn("removeFolder mem:/s/gone", 4);
     EXPECT_NO_THROW(remove());
-    EXPECT_EQ(changes(), (Log{"removeFolder mem:/s/gone", "removeFile mem:/s/c",
-                              "removeFolder mem:/s"}));
+    EXPECT_EQ(changes(),
+              (Log{"removeFolder mem:/s/gone", "removeFile mem:/s/c", "removeFolder mem:/s"}));
 }
 
 TEST_F(FolderRemoval, FileThatIsDeniedEndsItAndLeavesTheRest) {
