@@ -1,3 +1,4 @@
+#include "content_comparison.hpp"
 #include "failure.hpp"
 #include "interruption.hpp"
 #include "progress.hpp"
@@ -6,9 +7,7 @@
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/vfs/resources/file.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
-#include <foundation/storage/vfs/streams/io_device.hpp>
 
-#include <cstring>
 #include <optional>
 
 namespace cli {
@@ -20,45 +19,23 @@ using provider::ExtendedExistsResult;
 
 namespace {
 
-constexpr std::size_t bufferSize = 256 * 1024;
-
 [[noreturn]] void refuse() {
     throw Refusal("the copy differs from the source; both are kept");
-}
-
-// A storage may deliver less than was asked for; both sides must be filled alike to be compared.
-std::size_t fill(vfs::IODevice const& device, std::vector<char>& buffer) {
-    std::size_t filled = 0;
-    while (filled < buffer.size()) {
-        long const count =
-            device.read(buffer.data() + filled, static_cast<long>(buffer.size() - filled));
-        if (count <= 0) {
-            break;
-        }
-        filled += static_cast<std::size_t>(count);
-    }
-    return filled;
 }
 
 void compareBytes(vfs::File const& source, vfs::File const& copy, std::string const& shown) {
     ProgressLine line("checking " + shown);
     std::optional<std::uint64_t> const total = source.getAttributes().values().size;
-    vfs::IODevice const left(source);
-    vfs::IODevice const right(copy);
-    std::vector<char> leftBytes(bufferSize);
-    std::vector<char> rightBytes(bufferSize);
     std::uint64_t done = 0;
-    std::size_t count = 0;
-    do {
+    throwIfInterrupted();
+    bool const same = ContentComparison().isSame(source, copy, [&](std::uint64_t count) {
         throwIfInterrupted();
-        count = fill(left, leftBytes);
-        if (fill(right, rightBytes) != count ||
-            std::memcmp(leftBytes.data(), rightBytes.data(), count) != 0) {
-            refuse();
-        }
         done += count;
         line.update(done, total);
-    } while (count == bufferSize);
+    });
+    if (!same) {
+        refuse();
+    }
 }
 
 // The text of the link at a location; empty where there is none.

@@ -82,6 +82,7 @@ int runOrThrow(Host& host, Words const& words) {
 std::span<Command const> allCommands() noexcept {
     static constexpr std::array commands{
         Command{"cat", "Write files to standard output", runCat},
+        Command{"check", "Compare two trees or files", runCheck},
         Command{"cp", "Copy files", runCp},
         Command{"du", "Add up the sizes of trees", runDu},
         Command{"exists", "Ask whether something is at a location", runExists},

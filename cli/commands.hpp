@@ -32,6 +32,7 @@ int runCommandLine(Host& host, Words const& words);
 int printHelp(Host& host, Arguments const& arguments);
 
 int runCat(Host& host, Words const& words);
+int runCheck(Host& host, Words const& words);
 int runCp(Host& host, Words const& words);
 int runDu(Host& host, Words const& words);
 int runExists(Host& host, Words const& words);

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "walked_path.hpp"
-
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -13,8 +11,10 @@ namespace cli {
 /// each folder, where `path` is, and gives the names of the folders inside that are to be entered;
 /// `leave` is called behind the last of them. Remembered are those names alone, of each folder on
 /// the way down. What either throws ends the walk.
-template<class Enter, class Leave>
-void walkTree(WalkedPath& path, Enter const& enter, Leave const& leave) {
+///
+/// `path` is a WalkedPath, or what moves as one does.
+template<class Path, class Enter, class Leave>
+void walkTree(Path& path, Enter const& enter, Leave const& leave) {
     struct Level {
         std::size_t pathLength;
         std::vector<std::string> names;

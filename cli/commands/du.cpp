@@ -5,6 +5,7 @@
 #include "../link_target.hpp"
 #include "../tree_listing.hpp"
 #include "../tree_walk.hpp"
+#include "../walked_path.hpp"
 
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/vfs/listing/folder_listing.hpp>

@@ -1,5 +1,6 @@
 #include "command_run.hpp"
 
+#include <csignal>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
@@ -77,6 +78,28 @@ TEST(CommandOnATerminal, ShowsProgressOfLongWorkAndWipesItAway) {
     EXPECT_EQ(outcome.code, 0);
     EXPECT_THAT(seen, HasSubstr("\rlong.bin  "));
     EXPECT_THAT(seen, ::testing::EndsWith("\r\x1b[K"));
+}
+
+TEST(CommandOnATerminal, ShowsHowFarAComparisonIsAndEndsItWhenTold) {
+    TemporaryFolder folder;
+    Terminal terminal;
+    shell(folder, "mkdir a b; truncate -s 1T a/long.bin b/long.bin; echo 1 > a/1; echo 2 > b/1");
+    Process process =
+        CommandRun::vfs({"check", "a", "b"}).in(folder.path()).errorsTo(terminal.slave()).start();
+
+    std::string seen;
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (seen.find("/s") == std::string::npos && std::chrono::steady_clock::now() < deadline) {
+        seen += terminal.read(20);
+    }
+    process.signal(SIGINT);
+    Outcome const outcome = process.wait();
+    seen += terminal.read(1000);
+
+    EXPECT_EQ(outcome.code, 130);
+    EXPECT_THAT(seen, HasSubstr("\rchecking a/long.bin  1 file"));
+    EXPECT_THAT(seen, HasSubstr("\r\x1b[Kvfs: check: interrupted; 1 file and 1 folder compared"));
+    EXPECT_EQ(outcome.out, "1: content differs\n");
 }
 
 TEST(CommandOnATerminal, ShowsNoProgressInAPipe) {
