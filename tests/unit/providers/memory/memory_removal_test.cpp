@@ -78,9 +78,9 @@ TEST(MemoryRemoval, WhatIsNoFolderIsAnsweredAsByTheRemovalOfAnEmptyOne) {
     store->createFile(at(u"/closed/file"));
     store->setWritable(at(u"/closed"), false);
 
-    for (ustring const path :
-         {u"/file", u"/link to file", u"/link to folder", u"/link to nothing", u"/circle",
-          u"/missing", u"/missing/child", u"/file/child", u"/circle/child", u"/closed/file", u"/"}) {
+    for (ustring const path : {u"/file", u"/link to file", u"/link to folder", u"/link to nothing",
+                               u"/circle", u"/missing", u"/missing/child", u"/file/child",
+                               u"/circle/child", u"/closed/file", u"/"}) {
         auto const expected = failureOf([&] { store->removeFolder(at(path)); });
         ASSERT_TRUE(expected);
         EXPECT_EQ(failureOf([&] { removeTree(store, path); }), expected);
@@ -241,8 +241,8 @@ TEST(MemoryRemoval, AnOpenStreamKeepsItsFile) {
 TEST(MemoryRemoval, AReplacementThatWasOpenedInTheTreeFindsItsFolderGone) {
     Store const store;
     createTree(store, u"/tree", 2, 2);
-    auto const stream = store->openReplacement(at(u"/tree/d000001/f000000"),
-                                               ReplacementPolicy::ReplaceExisting);
+    auto const stream =
+        store->openReplacement(at(u"/tree/d000001/f000000"), ReplacementPolicy::ReplaceExisting);
 
     removeTree(store, u"/tree");
 
@@ -325,17 +325,14 @@ TEST(MemoryRemovalConcurrency, WhatIsMovedOutIsNotFollowed) {
         createTree(store, u"/tree", 30, 60);
         store->createFolder(at(u"/out"));
         store.put(u"/out/stays", "content");
-        beside(
-            [&] {
-                EXPECT_EQ(failureOf([&] { removeTree(store, u"/tree"); }), std::nullopt);
-            },
-            [&](unsigned moved) {
-                ustring const name = numbered(u"/d", moved % 30);
-                failureOf([&] {
-                    store->moveFolder(at(u"/tree" + name), at(u"/out" + name),
-                                      ReplacementPolicy::FailIfExists);
-                });
-            });
+        beside([&] { EXPECT_EQ(failureOf([&] { removeTree(store, u"/tree"); }), std::nullopt); },
+               [&](unsigned moved) {
+                   ustring const name = numbered(u"/d", moved % 30);
+                   failureOf([&] {
+                       store->moveFolder(at(u"/tree" + name), at(u"/out" + name),
+                                         ReplacementPolicy::FailIfExists);
+                   });
+               });
         EXPECT_FALSE(store.isThere(u"/tree"));
         EXPECT_EQ(store.get(u"/out/stays"), "content");
         removeTree(store, u"/out");

@@ -215,6 +215,103 @@ TEST(MemoryMove, HasOneAnswerForEveryDestination) {
     }
 }
 
+// After such a refusal a caller that copies and removes would lose files, or fill the store.
+TEST(MemoryMove, IsInvalidWhereACopyWouldGoIntoItsOwnSourceWhateverElseThereIs) {
+    Store store;
+    for (char16_t const* const folder :
+         {u"/folder/below", u"/folder/locked", u"/folder/empty", u"/folder/folder", u"/x/y/x/y"}) {
+        store->createFolderRecursive(at(folder));
+    }
+    store.put(u"/folder/below/file", "content");
+    store->setWritable(at(u"/folder/locked"), false);
+    store->createLink(at(u"/way in"), u"folder/below");
+    store->createLink(at(u"/folder/way around"), u"../folder/empty");
+    store->createLink(at(u"/folder/way to nothing"), u"/nothing");
+    store->createLink(at(u"/here"), u".");
+    auto const before = store->listAllRecursiveNamesOnly(at(u"/"), u"");
+    std::size_t entries = 0;
+    for (; before->hasNext(); before->advance()) {
+        ++entries;
+    }
+    for (ReplacementPolicy const policy :
+         {FailIfExists, ReplaceExisting, ReplaceReadOnly, ReplaceAndDeferDenied, KeepExisting}) {
+        for (auto const& [from, to] : std::initializer_list<std::pair<ustring, ustring>>{
+                 {u"/folder", u"/folder/below"},
+                 {u"/folder", u"/folder/locked"},
+                 {u"/folder", u"/folder/empty"},
+                 {u"/folder", u"/folder/new"},
+                 {u"/folder", u"/way in"},
+                 {u"/folder", u"/way in/new"},
+                 {u"/folder", u"/folder/way around"},
+                 {u"/folder", u"/folder/way to nothing"},
+                 {u"/folder", u"/here/here/folder/below"},
+                 {u"/x/y", u"/x/y/x"},
+                 {u"/x/y/x", u"/x/y/x/y"}}) {
+            EXPECT_EQ(failureOf([&] { store->moveFolder(at(from), at(to), policy); }),
+                      failure(ErrorCode::InvalidLocation, to));
+        }
+        // Onto a folder above: as x/y/x/y is where x/y would be, so not x/y/x onto x.
+        ErrorCode const harmless = policy == FailIfExists || policy == KeepExisting
+                                       ? ErrorCode::ResourceAlreadyExists
+                                       : ErrorCode::FolderNotEmpty;
+        EXPECT_EQ(failureOf([&] { store->moveFolder(at(u"/x/y"), at(u"/x"), policy); }),
+                  failure(harmless, u"/x"));
+        store->createFolderRecursive(at(u"/x/y/x/y/x"));
+        EXPECT_EQ(failureOf([&] { store->moveFolder(at(u"/x/y/x"), at(u"/x"), policy); }),
+                  failure(ErrorCode::InvalidLocation, u"/x"));
+        store->removeFolder(at(u"/x/y/x/y/x"));
+        EXPECT_EQ(failureOf([&] { store->moveFolder(at(u"/x/y/x"), at(u"/x"), policy); }),
+                  failure(harmless, u"/x"));
+    }
+    auto const after = store->listAllRecursiveNamesOnly(at(u"/"), u"");
+    for (; after->hasNext(); after->advance()) {
+        --entries;
+    }
+    EXPECT_EQ(entries, 0U);
+}
+
+TEST(MemoryMove, OfAFolderIsAnsweredUnderEveryPolicy) {
+    for (ReplacementPolicy const policy :
+         {FailIfExists, ReplaceExisting, ReplaceReadOnly, ReplaceAndDeferDenied, KeepExisting}) {
+        bool const replaced = policy != FailIfExists && policy != KeepExisting;
+        Store store;
+        store->createFolder(at(u"/folder"));
+        store.put(u"/folder/inner", "inside");
+        store.put(u"/file", "content");
+        store->createFolder(at(u"/empty"));
+        store->createFolder(at(u"/locked"));
+        store->setWritable(at(u"/locked"), false);
+        store->createFolder(at(u"/full"));
+        store.put(u"/full/kept", "kept");
+        store->createLink(at(u"/link to folder"), u"full");
+        store->createLink(at(u"/link to nothing"), u"nothing");
+        for (auto const& [to, code] : std::initializer_list<std::pair<ustring, ErrorCode>>{
+                 {u"/file", ErrorCode::InvalidLocation},
+                 {u"/link to folder", ErrorCode::InvalidLocation},
+                 {u"/link to nothing", ErrorCode::InvalidLocation},
+                 {u"/full", ErrorCode::FolderNotEmpty},
+                 {u"/locked", ErrorCode::PermissionDenied}}) {
+            EXPECT_EQ(failureOf([&] { store->moveFolder(at(u"/folder"), at(to), policy); }),
+                      failure(replaced ? code : ErrorCode::ResourceAlreadyExists, to));
+        }
+        auto const ontoEmpty =
+            failureOf([&] { store->moveFolder(at(u"/folder"), at(u"/empty"), policy); });
+        EXPECT_EQ(ontoEmpty,
+                  replaced ? std::nullopt : failure(ErrorCode::ResourceAlreadyExists, u"/empty"));
+        EXPECT_EQ(store.get(replaced ? u"/empty/inner" : u"/folder/inner"), "inside");
+        EXPECT_EQ(store.isThere(u"/folder"), !replaced);
+    }
+}
+
+TEST(MemoryMove, AChangeOfCaseAloneIsAMoveOfAFolder) {
+    Store store;
+    store->createFolder(at(u"/folder"));
+    store.put(u"/folder/inner", "inside");
+    store->moveFolder(at(u"/folder"), at(u"/Folder"), FailIfExists);
+    EXPECT_EQ(store.get(u"/Folder/inner"), "inside");
+    EXPECT_FALSE(store.isThere(u"/folder"));
+}
+
 TEST(MemoryMove, TakesALinkAndNotWhatItLeadsTo) {
     Store store;
     store->createFolder(at(u"/folder"));

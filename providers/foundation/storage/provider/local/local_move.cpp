@@ -1,6 +1,7 @@
 #include <foundation/storage/provider/local/local_move.hpp>
 
 #include <foundation/network/iri.hpp>
+#include <foundation/storage/provider/local/detail/ancestry.hpp>
 #include <foundation/storage/provider/local/detail/failures.hpp>
 #include <foundation/storage/provider/local/detail/rename.hpp>
 #include <foundation/storage/provider/local/detail/same_item.hpp>
@@ -130,21 +131,9 @@ void moveOntoOwnName(KernelPath const& from, StorageIRI const& source, StorageIR
     }
 }
 
-} // namespace
-
-void moveLocalItem(StorageIRI const& source, StorageIRI const& destination,
-                   ReplacementPolicy policy, MovedKind kind) {
-    KernelPath const from(source);
-    struct stat item {};
-    int const sourceError = statItem(from, false, item);
-    KernelPath const to = destinationPath(source, sourceError, destination);
-    if (sourceError != 0) {
-        throwErrno(sourceError, source);
-    }
-    if (S_ISDIR(item.st_mode) != (kind == MovedKind::Folder)) {
-        throw Exception(ErrorCode::InvalidLocation, source);
-    }
-
+/// Moves what is to be moved, both paths being known.
+void moveTo(KernelPath const& to, StorageIRI const& destination, KernelPath const& from,
+            StorageIRI const& source, ReplacementPolicy policy, MovedKind kind) {
     struct stat existing {};
     if (int const error = statItem(to, false, existing); error == 0) {
         Relation const relation = relationOf(from, to, detail::LinkPairs::Themselves);
@@ -168,6 +157,38 @@ void moveLocalItem(StorageIRI const& source, StorageIRI const& destination,
     }
     if (error != 0) {
         throwRenameFailure(error, from, source, destination);
+    }
+}
+
+/// Whether a caller may answer a refusal by copying the tree and removing the source.
+bool invitesCopy(ErrorCode code) noexcept {
+    return code == ErrorCode::UnsupportedOperation || code == ErrorCode::ResourceAlreadyExists ||
+           code == ErrorCode::FolderNotEmpty || code == ErrorCode::PermissionDenied;
+}
+
+} // namespace
+
+void moveLocalItem(StorageIRI const& source, StorageIRI const& destination,
+                   ReplacementPolicy policy, MovedKind kind) {
+    KernelPath const from(source);
+    struct stat item {};
+    int const sourceError = statItem(from, false, item);
+    KernelPath const to = destinationPath(source, sourceError, destination);
+    if (sourceError != 0) {
+        throwErrno(sourceError, source);
+    }
+    if (S_ISDIR(item.st_mode) != (kind == MovedKind::Folder)) {
+        throw Exception(ErrorCode::InvalidLocation, source);
+    }
+
+    try {
+        moveTo(to, destination, from, source, policy, kind);
+    } catch (Exception const& e) {
+        if (kind == MovedKind::Folder && invitesCopy(e.getErrorCode()) &&
+            detail::wouldCopyIntoItself(from, to)) {
+            throw Exception(ErrorCode::InvalidLocation, destination);
+        }
+        throw;
     }
 }
 

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <utility>
+#include <vector>
 
 namespace foundation::storage::provider::memory {
 
@@ -54,6 +55,39 @@ void refuseOtherStore(StorageIRI const& source, StorageIRI const& destination) {
         source.getAuthorityView() != destination.getAuthorityView()) {
         fail(ErrorCode::UnsupportedOperation, destination);
     }
+}
+
+/// Whether one of two folders lies in the other so that a copy of the tree, with links followed,
+/// would write into what it copies: the destination lies in the source; or it is above the source,
+/// and there is a folder in the source that the copy would take for the source itself, like a/b/b
+/// where a/b is copied to a.
+bool wouldCopyIntoItself(Tree const& tree, StorageIRI const& source,
+                         StorageIRI const& destination) {
+    FolderNode const* const from = tree.walk(pathOf(source), LastLink::Keep).asFolder();
+    FolderNode const* const to = tree.walk(pathOf(destination), LastLink::Follow).asFolder();
+    FolderNode const* const inFolder =
+        to ? to : tree.walk(pathOf(destination), LastLink::Keep).folder;
+    if (!from || isInside(inFolder, *from)) {
+        return from != nullptr;
+    }
+    if (!to || !isInside(from, *to)) {
+        return false;
+    }
+    std::vector<std::u16string_view> names;
+    for (FolderNode const* at = from; at != to; at = at->parent()) {
+        names.push_back(at->name());
+    }
+    Node const* again = from;
+    for (; again && again->isFolder() && !names.empty(); names.pop_back()) {
+        again = static_cast<FolderNode const*>(again)->find(names.back());
+    }
+    return again && again->isFolder();
+}
+
+/// Whether a caller may answer a refusal by copying the tree and removing the source.
+bool invitesCopy(ErrorCode code) noexcept {
+    return code == ErrorCode::UnsupportedOperation || code == ErrorCode::ResourceAlreadyExists ||
+           code == ErrorCode::FolderNotEmpty || code == ErrorCode::PermissionDenied;
 }
 
 struct Transfer {
@@ -178,7 +212,17 @@ void MemoryProvider::moveFolder(StorageIRI const& source, StorageIRI const& dest
     refuseOtherStore(source, destination);
     std::shared_ptr<Node> replaced; // destroyed behind the lock
     std::unique_lock const lock(tree_->mutex);
-    auto const [from, to] = folderTransfer(*tree_, source, destination, policy);
+    Transfer const transfer = [&] {
+        try {
+            return folderTransfer(*tree_, source, destination, policy);
+        } catch (Exception const& e) {
+            if (invitesCopy(e.getErrorCode()) && wouldCopyIntoItself(*tree_, source, destination)) {
+                fail(ErrorCode::InvalidLocation, destination);
+            }
+            throw;
+        }
+    }();
+    auto const& [from, to] = transfer;
     replaced = from.folder->moveTo(*to.folder, from.name, ustring(to.name));
 }
 

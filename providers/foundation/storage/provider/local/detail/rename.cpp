@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/local/detail/rename.hpp>
 
+#include <foundation/storage/provider/local/detail/ancestry.hpp>
 #include <foundation/storage/provider/local/detail/kernel_path.hpp>
 #include <foundation/storage/provider/local/detail/same_item.hpp>
 
@@ -9,6 +10,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace foundation::storage::provider::local::detail {
 
@@ -50,16 +52,7 @@ bool liesIn(int folder, char const* path, struct stat const& outer) noexcept {
         parent[size] = '\0';
     }
     FileDescriptor at(::openat(folder, parent, O_PATH | O_DIRECTORY | O_CLOEXEC));
-    struct stat below {};
-    struct stat here {};
-    while (at && ::fstat(at.get(), &here) == 0 && !sameInode(here, below)) { // the root is its own
-        if (sameInode(here, outer)) {
-            return true;
-        }
-        below = here;
-        at = FileDescriptor(::openat(at.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    }
-    return false;
+    return levelsBelow(std::move(at), outer).has_value();
 }
 
 /// Takes a name that nothing has, with an item of the kind that may be renamed over.
