@@ -331,7 +331,8 @@ TEST_F(CommandOnAPlainStorage, TellsACopyFromItsSourceByEveryByte) {
         if (row.same) {
             EXPECT_NO_THROW(cli::checkCopy(reference_, location_, copy)) << row.source.size();
         } else {
-            EXPECT_THROW(cli::checkCopy(reference_, location_, copy), cli::Refusal) << row.source.size();
+            EXPECT_THROW(cli::checkCopy(reference_, location_, copy), cli::Refusal)
+                << row.source.size();
         }
     }
 }

@@ -35,14 +35,14 @@ using foundation::storage::conformance::FeatureHider;
 using listing_test::Place;
 using provider::ReplacementPolicy;
 using provider::StorageIRI;
-using vfs_test::codeOf;
-using vfs_test::OneProviderSystem;
 using vfs::ErrorCode;
 using vfs::File;
 using vfs::Folder;
 using vfs::FolderRemovalPolicy;
 using vfs::FolderVisitResult;
 using vfs::ustring;
+using vfs_test::codeOf;
+using vfs_test::OneProviderSystem;
 
 /// A storage of which the system does the work on trees, or, with its features, the storage.
 class Storage {
@@ -138,17 +138,14 @@ class Trees : public testing::TestWithParam<Journey> {
 
 INSTANTIATE_TEST_SUITE_P(
     , Trees,
-    testing::Values(Journey{"DiskToDisk", &listing_test::onDisk, &listing_test::onDisk, true},
-                    Journey{"DiskToMemory", &listing_test::onDisk, &listing_test::inMemory, true},
-                    Journey{"MemoryToDisk", &listing_test::inMemory, &listing_test::onDisk, true},
-                    Journey{"MemoryToMemory", &listing_test::inMemory, &listing_test::inMemory,
-                            true},
-                    Journey{"DiskToDiskBySystem", &listing_test::onDisk, &listing_test::onDisk,
-                            false},
-                    Journey{"MemoryToDiskBySystem", &listing_test::inMemory,
-                            &listing_test::onDisk, false},
-                    Journey{"DiskToMemoryBySystem", &listing_test::onDisk,
-                            &listing_test::inMemory, false}),
+    testing::Values(
+        Journey{"DiskToDisk", &listing_test::onDisk, &listing_test::onDisk, true},
+        Journey{"DiskToMemory", &listing_test::onDisk, &listing_test::inMemory, true},
+        Journey{"MemoryToDisk", &listing_test::inMemory, &listing_test::onDisk, true},
+        Journey{"MemoryToMemory", &listing_test::inMemory, &listing_test::inMemory, true},
+        Journey{"DiskToDiskBySystem", &listing_test::onDisk, &listing_test::onDisk, false},
+        Journey{"MemoryToDiskBySystem", &listing_test::inMemory, &listing_test::onDisk, false},
+        Journey{"DiskToMemoryBySystem", &listing_test::onDisk, &listing_test::inMemory, false}),
     [](auto const& given) { return given.param.name; });
 
 TEST_P(Trees, AreCopiedWhole) {
@@ -337,12 +334,11 @@ TEST_P(Trees, FailureAtEveryCallLeavesWholeFilesAndTheSource) {
 
 // By the visitors alone: what the disk does by itself goes deeper, and is tested there.
 class DeepTrees : public Trees {};
-INSTANTIATE_TEST_SUITE_P(, DeepTrees,
-                         testing::Values(Journey{"OnDisk", &listing_test::onDisk,
-                                                 &listing_test::onDisk, false},
-                                         Journey{"InMemory", &listing_test::inMemory,
-                                                 &listing_test::inMemory, false}),
-                         [](auto const& given) { return given.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    , DeepTrees,
+    testing::Values(Journey{"OnDisk", &listing_test::onDisk, &listing_test::onDisk, false},
+                    Journey{"InMemory", &listing_test::inMemory, &listing_test::inMemory, false}),
+    [](auto const& given) { return given.param.name; });
 
 TEST_P(DeepTrees, OfTwoThousandLevelsAreWalkedCopiedAndRemoved) {
     constexpr int levels = 2000;
