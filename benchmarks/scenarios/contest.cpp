@@ -63,10 +63,10 @@ double medianTime(Rounds const& rounds, double Times::*time) {
     return median(std::move(values));
 }
 
-double medianRatio(Rounds const& rounds, Rounds const& against) {
+double medianRatio(Rounds const& rounds, Rounds const& against, double Times::*time) {
     std::vector<double> values;
     for (std::size_t i = 0; i < rounds.size(); ++i) {
-        values.push_back(rounds[i].processor / against[i].processor);
+        values.push_back(rounds[i].*time / against[i].*time);
     }
     return median(std::move(values));
 }
@@ -105,10 +105,13 @@ void hold(Contest const& contest) {
         std::printf("%-32s %10.1f %10.1f %7.2f", contender.name.c_str(),
                     medianTime(results[i], &Times::processor) / contest.unitSeconds,
                     medianTime(results[i], &Times::elapsed) / contest.unitSeconds,
-                    medianRatio(results[i], results[0]));
+                    medianRatio(results[i], results[0], &Times::processor));
         for (Goal const& goal : contender.goals) {
-            double const ratio = medianRatio(results[i], resultsOf(goal.against));
-            std::printf("   %.2f of %s, at most %.2f: %s", ratio, goal.against.c_str(), goal.ratio,
+            bool const elapsed = goal.time == Time::Elapsed;
+            double const ratio = medianRatio(results[i], resultsOf(goal.against),
+                                             elapsed ? &Times::elapsed : &Times::processor);
+            std::printf("   %.2f of %s%s, at most %.2f: %s", ratio, goal.against.c_str(),
+                        elapsed ? ", elapsed" : "", goal.ratio,
                         ratio <= goal.ratio ? "met" : "missed");
         }
         std::printf("\n");

@@ -6,10 +6,14 @@
 
 namespace bench {
 
+/// What a goal is held in. Elapsed time is for works that use several threads, or wait.
+enum class Time { Processor, Elapsed };
+
 /// The most that a contender may cost, as a ratio to another one.
 struct Goal {
     double ratio;
     std::string against;
+    Time time = Time::Processor;
 };
 
 /// One way to do the work. `prepare` comes before each round and is not measured; it may be empty.
@@ -25,8 +29,8 @@ struct Contender {
 /// to.
 ///
 /// What counts is processor time, also that of programs that a contender starts and waits for:
-/// other programs disturb it least. Elapsed time is shown beside it. A ratio is the median of the
-/// ratios of the single rounds.
+/// other programs disturb it least. Elapsed time is shown beside it, and a goal may be held in it.
+/// A ratio is the median of the ratios of the single rounds.
 struct Contest {
     std::string title;
     std::string unit;   ///< what times are given in, as "ns a call"

@@ -1,6 +1,7 @@
 #include "contest.hpp"
 #include "listing.hpp"
 #include "listing_trees.hpp"
+#include "resident_memory.hpp"
 
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/memory/memory_provider.hpp>
@@ -10,7 +11,6 @@
 #include <foundation/storage/vfs/listing/list_entry.hpp>
 
 #include <cstdio>
-#include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -24,22 +24,6 @@ namespace vfs = foundation::storage::vfs;
 
 constexpr double goal = 8;
 
-/// A figure of /proc/self/status in MiB.
-double memory(std::string const& key) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(key + ":")) {
-            return std::stod(line.substr(key.size() + 1)) / 1024;
-        }
-    }
-    throw std::runtime_error("/proc/self/status knows no " + key);
-}
-
-/// From here on the peak is that of what follows.
-void forgetPeak() {
-    std::ofstream("/proc/self/clear_refs") << 5 << std::flush;
-}
-
 template<class Listing>
 std::size_t countIn(Listing const& listing) {
     std::size_t entries = 0;
@@ -52,10 +36,8 @@ std::size_t countIn(Listing const& listing) {
 
 void show(std::string const& title, std::size_t expected,
           std::function<std::size_t()> const& walk) {
-    forgetPeak();
-    double const before = memory("VmRSS");
-    std::size_t const counted = walk();
-    double const growth = memory("VmHWM") - before;
+    std::size_t counted = 0;
+    double const growth = growthDuring([&] { counted = walk(); });
     if (counted != expected) {
         throw std::runtime_error(title + " counted " + std::to_string(counted));
     }

@@ -1,16 +1,15 @@
 #include "listing_peers.hpp"
 
 #include "contest.hpp"
+#include "program.hpp"
 
 #include <cstdint>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <fts.h>
-#include <stdexcept>
 #include <string_view>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -124,22 +123,8 @@ std::size_t countByFts(std::filesystem::path const& path, Facts facts) {
 }
 
 void runFind(std::filesystem::path const& path, Facts facts) {
-    pid_t const child = ::fork();
-    if (child < 0) {
-        fail("fork");
-    }
-    if (child == 0) {
-        int const nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-        if (nowhere >= 0 && ::dup2(nowhere, STDOUT_FILENO) >= 0) {
-            ::execlp("find", "find", path.c_str(), "-mindepth", "1", "-printf",
-                     facts == Facts::Names ? "%P\\0" : "%P %s %T@\\0", static_cast<char*>(nullptr));
-        }
-        ::_exit(127);
-    }
-    int status = 0;
-    if (::waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        throw std::runtime_error("find failed");
-    }
+    runProgram({"find", path.string(), "-mindepth", "1", "-printf",
+                facts == Facts::Names ? "%P\\0" : "%P %s %T@\\0"});
 }
 
 } // namespace bench
