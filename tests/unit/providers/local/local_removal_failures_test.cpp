@@ -1,3 +1,4 @@
+#include "allocation_failure.hpp"
 #include "child_process.hpp"
 #include "removal_fixture.hpp"
 
@@ -6,6 +7,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <new>
 #include <optional>
 #include <string>
 #include <sys/mount.h>
@@ -265,6 +267,33 @@ TEST_F(LocalRemovalFailures, AFailureOfAnyCallIsToldAndLeavesNothingOpen) {
             }
         }
     }
+}
+
+TEST_F(LocalRemovalFailures, RunningOutOfMemoryLeavesNothingOpenAndIsTriedAgain) {
+    std::size_t const before = openDescriptors();
+    std::size_t failures = 0;
+    for (bool happened = true; happened; ++failures) {
+        makeFolder("tree");
+        makeFolder("tree/" + std::string(100, 'a'));
+        makeFolder("tree/" + std::string(100, 'a') + "/" + std::string(100, 'b'));
+        makeFolder("tree/" + std::string(100, 'c'));
+        bool thrown = false;
+        {
+            AllocationFailure const failure(failures, happened);
+            try {
+                remove("tree");
+            } catch (std::bad_alloc const&) {
+                thrown = true;
+            }
+        }
+        EXPECT_EQ(thrown, happened) << failures;
+        EXPECT_EQ(openDescriptors(), before) << failures;
+        if (thrown) {
+            remove("tree");
+        }
+        EXPECT_FALSE(isThere("tree"));
+    }
+    EXPECT_GT(failures, 3U);
 }
 
 TEST_F(LocalRemovalFailures, TheReasonsHaveTheirCodes) {

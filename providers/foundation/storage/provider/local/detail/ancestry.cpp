@@ -23,9 +23,8 @@ FileDescriptor folderOrParent(KernelPath const& path) {
     if (!folder) {
         std::string const text = path.path();
         std::size_t const slash = text.rfind('/');
-        folder = openFolder(path.folder(), slash == std::string::npos
-                                               ? "."
-                                               : text.substr(0, slash + 1).c_str());
+        folder = openFolder(path.folder(),
+                            slash == std::string::npos ? "." : text.substr(0, slash + 1).c_str());
     }
     return folder;
 }
