@@ -64,6 +64,15 @@ FolderIdentity identityOf(struct statx const& folder) noexcept {
 
 } // namespace
 
+int identifyBriefly(int folder, FolderIdentity& result) noexcept {
+    struct statx item {};
+    int const error = ask(folder, item);
+    if (error == 0) {
+        result = identityOf(item);
+    }
+    return error;
+}
+
 int identify(int folder, FolderIdentity& result) noexcept {
     struct statx item {};
     if (int const error = ask(folder, item)) {

@@ -30,6 +30,9 @@ struct FolderIdentity {
     }
 };
 
+/// Of an open folder, but without `handleHash`: what looksLike() compares. The error number, or 0.
+int identifyBriefly(int folder, FolderIdentity& result) noexcept;
+
 /// Of an open folder. The error number, or 0.
 int identify(int folder, FolderIdentity& result) noexcept;
 

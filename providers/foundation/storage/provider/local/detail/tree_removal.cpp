@@ -145,7 +145,11 @@ void TreeRemoval::climbFrom(FileDescriptor const& folder) {
     if (!above) {
         fail(errno, {});
     }
-    if (checkIdentity(above.get(), levels_.back().identity)) {
+    FolderIdentity reached;
+    if (int const error = identifyBriefly(above.get(), reached)) {
+        fail(error, {});
+    }
+    if (!reached.looksLike(levels_.back().identity)) {
         fail(EBUSY, subfolder());
     }
     window_.push(depth(), std::move(above));
@@ -175,10 +179,9 @@ void TreeRemoval::removeSubfolder(int errorWhereNotEmpty) {
 /// Gives up the descriptor of the outermost folder, which is found again from below.
 /// REQUIRES: one is held.
 void TreeRemoval::makeRoom() noexcept {
-    FolderIdentity& identity = levels_[window_.outermostDepth()].identity;
-    if (identify(window_.outermost(), identity) != 0) {
-        identity = {}; // which no folder has
-    }
+    // No folder has the identity that there is without an answer. Briefly is enough: its number is
+    // its own as long as a folder is in it.
+    identifyBriefly(window_.outermost(), levels_[window_.outermostDepth()].identity);
     window_.dropOutermost();
 }
 
