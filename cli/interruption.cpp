@@ -18,28 +18,62 @@ extern "C" void noteSignal(int signal) {
     noted = signal;
 }
 
+// The line of an EndingNotice, where a signal handler finds it.
+char const* notice = nullptr;
+std::size_t noticeLength = 0;
+
+extern "C" void endWithNotice(int signal) {
+    static_cast<void>(::write(STDERR_FILENO, notice, noticeLength));
+    endBySignal(signal);
+}
+
+// Those that were ignored when the guard was made stay ignored.
+void setHandler(void (*handler)(int), int flags) {
+    for (std::size_t i = 0; i < watched.size(); ++i) {
+        if (before[i].sa_handler != SIG_IGN) {
+            struct sigaction action {};
+            action.sa_handler = handler;
+            action.sa_flags = flags;
+            ::sigemptyset(&action.sa_mask);
+            ::sigaction(watched[i], &action, nullptr);
+        }
+    }
+}
+
+// Once: the second signal has its usual effect. And without SA_RESTART, so that a read that waits
+// for input returns.
+void noteSignals() {
+    setHandler(noteSignal, static_cast<int>(SA_RESETHAND));
+}
+
 } // namespace
 
 InterruptionGuard::InterruptionGuard() {
     for (std::size_t i = 0; i < watched.size(); ++i) {
         ::sigaction(watched[i], nullptr, &before[i]);
-        if (before[i].sa_handler == SIG_IGN) {
-            continue;
-        }
-        struct sigaction note {};
-        note.sa_handler = noteSignal;
-        // Once: the second signal has its usual effect. And without SA_RESTART, so that a read that
-        // waits for input returns.
-        note.sa_flags = static_cast<int>(SA_RESETHAND);
-        ::sigemptyset(&note.sa_mask);
-        ::sigaction(watched[i], &note, nullptr);
     }
+    noteSignals();
 }
 
 InterruptionGuard::~InterruptionGuard() {
     for (std::size_t i = 0; i < watched.size(); ++i) {
         ::sigaction(watched[i], &before[i], nullptr);
     }
+}
+
+EndingNotice::EndingNotice(std::string const& line) {
+    notice = line.data();
+    noticeLength = line.size();
+    // Not blocked by its own handler, which is to end the process by it.
+    setHandler(endWithNotice, static_cast<int>(SA_RESETHAND | SA_NODEFER));
+    if (noted != 0) {
+        noteSignals();
+        throw Interrupted{noted};
+    }
+}
+
+EndingNotice::~EndingNotice() {
+    noteSignals();
 }
 
 int interruptingSignal() noexcept {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace cli {
 
 /// A signal asked the process to end. Thrown to unwind what is under way, so that nothing half done
@@ -17,6 +19,19 @@ class InterruptionGuard {
     ~InterruptionGuard();
     InterruptionGuard(InterruptionGuard const&) = delete;
     InterruptionGuard& operator=(InterruptionGuard const&) = delete;
+};
+
+/// While one of these lives, within the life of an InterruptionGuard, the same signals end the
+/// process at once, behind a line on standard error: for work that cannot look whether a signal was
+/// noted, and that leaves nothing half done wherever it ends. Throws Interrupted where a signal was
+/// noted before. One at a time, on the main thread.
+class EndingNotice {
+  public:
+    /// `line` must end with a line break, and outlive this.
+    explicit EndingNotice(std::string const& line);
+    ~EndingNotice();
+    EndingNotice(EndingNotice const&) = delete;
+    EndingNotice& operator=(EndingNotice const&) = delete;
 };
 
 /// The signal that was noted, or 0.

@@ -151,11 +151,12 @@ TEST(CommandRm, RemovesEmptyFoldersOnlyWhereAsked) {
 
     Outcome const refused = vfs(folder, {"rm", "empty", "full"});
     EXPECT_EQ(refused.code, 1);
-    EXPECT_EQ(refused.err, "vfs: rm: empty: is a folder (-d removes an empty one)\n"
-                           "vfs: rm: full: is a folder (-d removes an empty one)\n");
+    EXPECT_EQ(refused.err,
+              "vfs: rm: empty: is a folder (-r removes it with what is in it, -d an empty one)\n"
+              "vfs: rm: full: is a folder (-r removes it with what is in it, -d an empty one)\n");
     Outcome const removed = vfs(folder, {"rm", "-d", "empty", "full"});
     EXPECT_EQ(removed.code, 1);
-    EXPECT_EQ(removed.err, "vfs: rm: full: folder not empty; only empty folders are removed\n");
+    EXPECT_EQ(removed.err, "vfs: rm: full: folder not empty (-r removes it with what is in it)\n");
     EXPECT_THAT(folder.names(), ElementsAre("full"));
     EXPECT_TRUE(fs::exists(folder / "full/a"));
 }
