@@ -1,6 +1,6 @@
+#include <atomic>
 #include <foundation/storage/provider/standard/standard_storage_system.hpp>
 #include <foundation/storage/vfs/vfs.hpp>
-#include <atomic>
 #include <iostream>
 namespace vfs = foundation::storage::vfs;
 
