@@ -185,6 +185,32 @@ TEST(CommandProgress, CutsALongLabelAtItsFront) {
               "...\xC3\xA4  1 B");
 }
 
+TEST(CommandProgress, SaysHowFarWorkOnManyFilesIsAndHowLongItTakesYet) {
+    cli::WorkAmount const done{1, 100 * 1024};
+    cli::WorkAmount const total{3, 300 * 1024};
+    EXPECT_EQ(cli::workProgressText("a", done, total, 10, 90),
+              "a  1 of 3 files  100.0 KiB of 300.0 KiB  33%  10.0 KiB/s  0:20 left");
+    EXPECT_EQ(cli::workProgressText("a", done, total, 3600, 90),
+              "a  1 of 3 files  100.0 KiB of 300.0 KiB  33%  28 B/s  2:00:00 left");
+    EXPECT_EQ(cli::workProgressText("a", done, std::nullopt, 10, 90),
+              "a  1 file  100.0 KiB  10.0 KiB/s");
+    // More than was counted: the tree grows.
+    EXPECT_EQ(cli::workProgressText("a", {4, 0}, total, 10, 90), "a  4 files  0 B  0 B/s");
+    EXPECT_EQ(cli::workProgressText("a", {0, 0}, total, 0, 90),
+              "a  0 of 3 files  0 B of 300.0 KiB");
+    EXPECT_EQ(cli::workProgressText("a", {0, 0}, cli::WorkAmount{}, 1, 90),
+              "a  0 of 0 files  0 B of 0 B  0 B/s");
+}
+
+TEST(CommandProgress, LeavesOutTheRateWhereTheLineIsShort) {
+    cli::WorkAmount const done{1, 100 * 1024};
+    cli::WorkAmount const total{3, 300 * 1024};
+    EXPECT_EQ(cli::workProgressText("some/name", done, total, 10, 64),
+              "some/name  1 of 3 files  100.0 KiB of 300.0 KiB  33%  0:20 left");
+    EXPECT_EQ(cli::workProgressText("some/name", done, total, 10, 40),
+              "some/name  1 of 3 files  33%  0:20 left");
+}
+
 // A storage with neither replacing streams nor anything else beyond files in place.
 class PlainProvider final : public provider::IProvider {
   public:

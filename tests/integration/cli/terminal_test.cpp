@@ -102,6 +102,29 @@ TEST(CommandOnATerminal, ShowsHowFarAComparisonIsAndEndsItWhenTold) {
     EXPECT_EQ(outcome.out, "1: content differs\n");
 }
 
+TEST(CommandOnATerminal, ShowsFilesBytesAndTheTimeLeftOfATree) {
+    TemporaryFolder folder;
+    if (shell(folder, "strace -o trace true").code != 0) {
+        GTEST_SKIP() << "tracing a process is refused here";
+    }
+    shell(folder, "mkdir -p a/{1,2,3,4,5,6,7,8}; for i in a/*; do head -c 2000 /dev/zero > $i/f; "
+                  "done");
+    Terminal terminal;
+
+    // Each folder takes a while to be made.
+    Outcome const outcome = CommandRun::shell("strace -o /dev/null -e trace=mkdirat "
+                                              "-e inject=mkdirat:delay_enter=200000 vfs cp -r a b")
+                                .in(folder.path())
+                                .errorsTo(terminal.slave())
+                                .run();
+    std::string const seen = terminal.read(1000);
+
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_THAT(seen, HasSubstr("  3 of 8 files  5.9 KiB of 15.6 KiB  38%"));
+    EXPECT_THAT(seen, HasSubstr(" left"));
+    EXPECT_THAT(seen, ::testing::EndsWith("\r\x1b[K"));
+}
+
 TEST(CommandOnATerminal, ShowsNoProgressInAPipe) {
     TemporaryFolder folder;
 

@@ -1,6 +1,7 @@
 #include "child_process.hpp"
 #include "local_fixture.hpp"
 
+#include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 
 #include <atomic>
@@ -295,6 +296,55 @@ TEST_F(LocalChanges, RunningOutOfDescriptorsIsAFailureAndNotACrash) {
 
     EXPECT_EQ(outcome, "refused refused refused refused refused ");
     EXPECT_FALSE(isThere("new"));
+}
+
+TEST_F(LocalChanges, AFolderGetsTheAttributesThatAreGivenAndKeepsTheOthers) {
+    auto& folders = dynamic_cast<extensions::IFolderAttributes&>(*provider_);
+    struct stat const before = status("folder");
+
+    folders.setFolderAttributes(at("folder"), {{}, Timestamp{981173106, 123456789}, {}});
+    EXPECT_EQ(status("folder").st_mtim.tv_sec, 981173106);
+    EXPECT_EQ(status("folder").st_mtim.tv_nsec, 123456789);
+    EXPECT_EQ(status("folder").st_atim.tv_nsec, before.st_atim.tv_nsec);
+    EXPECT_EQ(status("folder").st_mode, before.st_mode);
+
+    folders.setFolderAttributes(at("folder"), {01711, {}, Timestamp{-5, 7}});
+    EXPECT_EQ(status("folder").st_mode & 07777, 01711U);
+    EXPECT_EQ(status("folder").st_mtim.tv_nsec, 123456789);
+    EXPECT_EQ(status("folder").st_atim.tv_sec, -5);
+    EXPECT_EQ(status("folder").st_atim.tv_nsec, 7);
+}
+
+TEST_F(LocalChanges, ASetIdBitOfAFolderIsNeitherGivenNorTaken) {
+    auto& folders = dynamic_cast<extensions::IFolderAttributes&>(*provider_);
+
+    folders.setFolderAttributes(at("folder"), {06755, {}, {}});
+    EXPECT_EQ(status("folder").st_mode & 07777, 0755U);
+
+    ASSERT_EQ(::chmod(path("folder").c_str(), 02755), 0);
+    folders.setFolderAttributes(at("folder"), {0700, {}, {}});
+    EXPECT_EQ(status("folder").st_mode & 07777, 02700U);
+    ASSERT_EQ(::chmod(path("folder").c_str(), 0755), 0);
+}
+
+TEST_F(LocalChanges, OnlyAFolderItselfGetsFolderAttributes) {
+    auto& folders = dynamic_cast<extensions::IFolderAttributes&>(*provider_);
+    struct stat const before = status("folder");
+
+    for (char const* name : {"file", "link to file", "link to folder", "link to nothing"}) {
+        EXPECT_TRUE(isRefused(
+            [&] {
+                folders.setFolderAttributes(at(name), {0700, {}, {}});
+            },
+            ErrorCode::InvalidLocation, at(name)))
+            << name;
+    }
+    EXPECT_TRUE(isRefused(
+        [&] {
+            folders.setFolderAttributes(at("missing"), {0700, {}, {}});
+        },
+        ErrorCode::ResourceNotFound, at("missing")));
+    EXPECT_EQ(status("folder").st_mode, before.st_mode);
 }
 
 } // namespace

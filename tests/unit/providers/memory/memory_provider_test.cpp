@@ -120,6 +120,11 @@ TEST(MemoryProvider, EveryOperationHasOneAnswerForMissingExistingAndWrongKind) {
              s->setLastModified(l, toPtime({1, 0}));
          },
          {ResourceNotFound, done, done, done, ResourceNotFound, ResourceNotFound, done}},
+        {"setFolderAttributes",
+         [](Store& s, StorageIRI const& l) {
+             s->setFolderAttributes(l, {0700, {}, {}});
+         },
+         {ResourceNotFound, InvalidLocation, done, done, ResourceNotFound, ResourceNotFound, done}},
         {"getCanonicalLocation",
          [](Store& s, StorageIRI const& l) { s->getCanonicalLocation(l); },
          {done, done, done, done, ResourceNotFound, ResourceNotFound, done}},
@@ -202,6 +207,27 @@ TEST(MemoryProvider, KeepsTimesToTheNanosecondAndSetsThemToTheMicrosecond) {
     EXPECT_EQ(store->getFileAttributes(at(u"/file")).values().lastModified, set);
     store.put(u"/file", "x");
     EXPECT_GT(store->getFileAttributes(at(u"/file")).values().lastModified.seconds, set.seconds);
+}
+
+TEST(MemoryProvider, AFolderGetsTheAttributesThatAreGivenAndKeepsTheOthers) {
+    Store store;
+    store->createFolder(at(u"/folder"));
+    store->createLink(at(u"/link"), u"folder");
+    Timestamp const set{1'000'000'001, 123'456'789};
+
+    store->setFolderAttributes(at(u"/folder"), {{}, set, {}});
+    EXPECT_EQ(store->getFolderAttributes(at(u"/folder")).values().lastModified, set);
+    EXPECT_EQ(store->getFolderAttributes(at(u"/folder")).values().mode, 0755u);
+
+    store->setFolderAttributes(at(u"/folder"), {07711, {}, {}});
+    EXPECT_EQ(store->getFolderAttributes(at(u"/folder")).values().lastModified, set);
+    EXPECT_EQ(store->getFolderAttributes(at(u"/folder")).values().mode, 01711u);
+
+    EXPECT_EQ(failureOf([&] {
+                  store->setFolderAttributes(at(u"/link"), {0700, {}, {}});
+              }),
+              failure(ErrorCode::InvalidLocation, u"/link"));
+    EXPECT_EQ(store->getFolderAttributes(at(u"/folder")).values().mode, 01711u);
 }
 
 TEST(MemoryProvider, ASpecialTimeIsRefusedAndChangesNothing) {
