@@ -245,6 +245,25 @@ TEST_F(CommandCheck, ComparesTheDiskWithTheMemory) {
                            "4 files and 3 folders compared (13 B), 1 difference\n");
 }
 
+TEST_F(CommandCheck, FindsACopyOfATreeCleanToTheNanosecond) {
+    fs::create_directory(folder_ / "odd");
+    makeOddTree(folder_ / "odd");
+    shell(folder_, "ln -s plain odd/link; touch -d 2001-02-03T04:05:06.123456789Z odd/plain/plain");
+
+    Outcome const copied = shell(folder_, "vfs cp -r odd copied && vfs check odd copied && "
+                                          "vfs check --by time odd copied && "
+                                          "diff -r --no-dereference odd copied");
+    Outcome const through = shell(folder_, "vfs sh <<'END' && diff -r --no-dereference odd back\n"
+                                           "cp -r odd mem:/odd\n"
+                                           "check odd mem:/odd\n"
+                                           "cp -r mem:/odd back\n"
+                                           "check mem:/odd back\n"
+                                           "END\n");
+
+    EXPECT_EQ(copied.code, 0) << copied.out << copied.err;
+    EXPECT_EQ(through.code, 0) << through.out << through.err;
+}
+
 TEST_F(CommandCheck, ShowsOddNamesOnOneLine) {
     writeFile(folder_ / "a/x\n\x1b[31m\xff", "");
 
