@@ -55,6 +55,11 @@ void holdTreeRemoval(Workplace const& place) {
          [&] {
              runProgram({"rm", "-rf", path});
          }},
+        {"vfs rm -r",
+         [&] {
+             runProgram({place.command.string(), "rm", "-r", path});
+         },
+         {{1, "rm -rf"}}},
         {"removeFolder, natively",
          [&] { native.removeFolder(vfs::FolderRemovalPolicy::Recursive); },
          {{1.10, "system calls"}, {1, "rm -rf"}}},
