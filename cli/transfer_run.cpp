@@ -11,6 +11,9 @@
 #include <foundation/storage/vfs/walking/folder_visitor.hpp>
 #include <foundation/storage/vfs/walking/walk_folder.hpp>
 
+#include <tbb/parallel_for.h>
+
+#include <atomic>
 #include <cstdio>
 #include <exception>
 #include <utility>
@@ -29,6 +32,9 @@ namespace {
 // A copy that reports its progress looks at its destination first. Of a file that is copied in less
 // time than the line is drawn in, nobody wants to know.
 constexpr std::uint64_t worthReporting = 1024 * 1024;
+
+// To wake another thread takes as long as to copy a few small files.
+constexpr std::size_t worthOtherThreads = 16;
 
 // Beyond these, what is denied is told at once, so that memory has a bound.
 constexpr std::size_t deferredAtMost = 1000;
@@ -72,6 +78,19 @@ std::optional<FailureText> plainerFailure(vfs::StorageSystemReference const& sys
         // The first failure is the one to tell of.
     }
     return std::nullopt;
+}
+
+Transferred copyOrKeep(FileToCopy const& file, provider::CopyFileOptions const& options) {
+    try {
+        file.source.copyFile(file.destination, options);
+        return Transferred::Done;
+    } catch (vfs::Exception const& failure) {
+        if (options.policy == ReplacementPolicy::KeepExisting &&
+            failure.getErrorCode() == vfs::ErrorCode::ResourceAlreadyExists) {
+            return Transferred::Kept;
+        }
+        throw;
+    }
 }
 
 // What cannot be listed is left to the copy to report.
@@ -124,13 +143,72 @@ Transferred TransferRun::copyFile(FileToCopy const& file, PlacesOf const& places
             result = copyContent(file, places);
         }
     });
+    count(result, places);
+    return result;
+}
+
+void TransferRun::count(Transferred result, PlacesOf const& places) {
     if (result == Transferred::Done) {
         ++tally_.files;
         transferred(places);
     } else if (result == Transferred::Kept) {
         kept(places);
     }
-    return result;
+}
+
+bool TransferRun::goesWithOthers(std::uint64_t size) const noexcept {
+    return size < worthReporting && !wishes_.ask && !wishes_.dryRun;
+}
+
+void TransferRun::copyTogether(std::size_t count,
+                               std::function<FileToCopy(std::size_t)> const& file,
+                               std::function<Places(std::size_t)> const& places,
+                               std::function<void(std::size_t, Transferred)> const& done) {
+    struct Result {
+        Transferred transferred = Transferred::Failed;
+        std::uint64_t bytes = 0;
+        std::exception_ptr failure;
+        bool tried = false;
+    };
+    std::vector<Result> results(count);
+    std::atomic<bool> full = false;
+    auto const copyOne = [&](std::size_t i) {
+        Result& result = results[i];
+        if (full || interruptingSignal() != 0) {
+            return;
+        }
+        result.tried = true;
+        try {
+            FileToCopy const one = file(i);
+            result.bytes = one.size.value_or(0);
+            result.transferred = copyOrKeep(one, {wishes_.policy, 0, {}});
+        } catch (...) {
+            result.failure = std::current_exception();
+            if (codeOfCurrentFailure() == vfs::ErrorCode::NoSpaceLeft) {
+                full = true;
+            }
+        }
+    };
+    if (count < worthOtherThreads) {
+        for (std::size_t i = 0; i < count; ++i) {
+            copyOne(i);
+        }
+    } else {
+        tbb::parallel_for(std::size_t{0}, count, copyOne);
+    }
+    for (std::size_t i = 0; i < count && results[i].tried; ++i) {
+        Result const& result = results[i];
+        PlacesOf const here = [&] { return places(i); };
+        if (result.failure != nullptr) {
+            attempt(here, [&] { std::rethrow_exception(result.failure); });
+        } else if (result.transferred == Transferred::Done) {
+            tally_.bytes += result.bytes;
+        }
+        this->count(result.transferred, here);
+        showProgress(0, here);
+        done(i, result.transferred);
+    }
+    throwIfInterrupted();
 }
 
 Transferred TransferRun::copyContent(FileToCopy const& file, PlacesOf const& places) {
@@ -146,17 +224,11 @@ Transferred TransferRun::copyContent(FileToCopy const& file, PlacesOf const& pla
             return interruptingSignal() == 0;
         };
     }
-    try {
-        file.source.copyFile(file.destination, options);
-    } catch (vfs::Exception const& failure) {
-        if (wishes_.policy == ReplacementPolicy::KeepExisting &&
-            failure.getErrorCode() == vfs::ErrorCode::ResourceAlreadyExists) {
-            return Transferred::Kept;
-        }
-        throw;
+    Transferred const result = copyOrKeep(file, options);
+    if (result == Transferred::Done) {
+        tally_.bytes += reports ? done : *file.size;
     }
-    tally_.bytes += reports ? done : *file.size;
-    return Transferred::Done;
+    return result;
 }
 
 // What copyContent() would do, as far as it can be told without doing it.

@@ -83,6 +83,16 @@ class TransferRun {
     /// are copied where the destination has no links.
     Transferred copyFile(FileToCopy const& file, PlacesOf const& places);
 
+    /// Whether files of this size may be copied together: where nobody is asked, and nobody waits
+    /// for a single one of them.
+    bool goesWithOthers(std::uint64_t size) const noexcept;
+    /// Copies files as copyFile() does, on as many threads as there are processors. `file` is
+    /// called on those; what comes of each file is counted, shown and told to `done` on the calling
+    /// thread, in the order of the files.
+    void copyTogether(std::size_t count, std::function<FileToCopy(std::size_t)> const& file,
+                      std::function<Places(std::size_t)> const& places,
+                      std::function<void(std::size_t, Transferred)> const& done);
+
     /// Whether what is at the destination may be replaced, where the wishes are to ask.
     bool mayReplace(Location const& destination);
     /// Counts a transfer and prints it, where it is to be printed.
@@ -99,6 +109,7 @@ class TransferRun {
 
   private:
     void reportCurrentFailure(PlacesOf const& places);
+    void count(Transferred result, PlacesOf const& places);
     Transferred rehearse(FileToCopy const& file, PlacesOf const& places);
     Transferred copyContent(FileToCopy const& file, PlacesOf const& places);
     void showProgress(std::uint64_t partOfFile, PlacesOf const& places);

@@ -31,6 +31,10 @@ namespace {
 constexpr std::uint32_t usualMode = 0755;
 constexpr std::uint32_t ownerMayFill = 0700;
 
+// Enough to keep some threads busy; and a bound for what waits in all the folders on the way down.
+constexpr std::size_t copiedTogether = 256;
+constexpr std::size_t waitingAtMost = 2048;
+
 } // namespace
 
 TreeCopy::TreeCopy(TransferRun& run, Location const& source, Location const& destination,
@@ -180,7 +184,63 @@ TreeCopy::Result TreeCopy::visitEntry(FileEntry const& entry) {
     if (run_.wishes().followLinks && sourceHasLinks_) {
         return followEntry(entry);
     }
+    if (putAside(entry)) {
+        return next();
+    }
     return copyEntry(entry, entry.getFile());
+}
+
+// Small files wait until there are enough of them to be copied on several threads.
+bool TreeCopy::putAside(FileEntry const& entry) {
+    try {
+        std::optional<std::uint64_t> const size = entry.getAttributes().values().size;
+        if (!size || !run_.goesWithOthers(*size)) {
+            return false;
+        }
+    } catch (vfs::Exception const&) {
+        return false; // the copy will say what is wrong
+    }
+    Level& level = levels_.back();
+    level.waiting.push_back(entry);
+    ++waiting_;
+    if (level.waiting.size() >= copiedTogether || waiting_ >= waitingAtMost) {
+        copyWaiting();
+    }
+    return true;
+}
+
+void TreeCopy::copyWaiting() {
+    Level& level = levels_.back();
+    std::vector<FileEntry> const waiting = std::exchange(level.waiting, {});
+    waiting_ -= waiting.size();
+    if (waiting.empty() || run_.isFull()) {
+        return;
+    }
+    run_.copyTogether(
+        waiting.size(),
+        [&](std::size_t i) -> FileToCopy {
+            FileEntry const& entry = waiting[i];
+            return {entry.getFile(), File(level.destination, entry.getName()),
+                    entry.getAttributes().values().size, level.made};
+        },
+        [&](std::size_t i) {
+            fileName_ = &waiting[i].getName();
+            return filePlaces_();
+        },
+        [&](std::size_t i, Transferred result) { filled(level, waiting[i], result); });
+}
+
+// A file came into the folder, or did not.
+void TreeCopy::filled(Level& level, FileEntry const& entry, Transferred result) {
+    if (result != Transferred::Done) {
+        leaveFileBehind(entry);
+        return;
+    }
+    if (level.implied) {
+        for (Level& each : levels_) {
+            each.implied = false;
+        }
+    }
 }
 
 TreeCopy::Result TreeCopy::copyEntry(FileEntry const& entry, File const& source) {
@@ -190,12 +250,7 @@ TreeCopy::Result TreeCopy::copyEntry(FileEntry const& entry, File const& source)
                                 entry.getAttributes().values().size, levels_.back().made},
                                filePlaces_);
     });
-    if (result != Transferred::Done) {
-        leaveFileBehind(entry);
-    }
-    for (auto level = levels_.rbegin(); level != levels_.rend() && level->implied; ++level) {
-        level->implied = result != Transferred::Done;
-    }
+    filled(levels_.back(), entry, result);
     return next();
 }
 
@@ -247,6 +302,7 @@ void TreeCopy::refuseLoop(StorageIRI const& linked) const {
 }
 
 TreeCopy::Result TreeCopy::visitEntryAfter(FolderEntry const& entry) {
+    copyWaiting();
     Level const& level = levels_.back();
     run_.attempt(folderPlaces_, [&] {
         // A folder that has vanished under the walk looks like one that is empty.
@@ -263,6 +319,7 @@ TreeCopy::Result TreeCopy::visitEntryAfter(FolderEntry const& entry) {
 
 TreeCopy::Result TreeCopy::visitFolderEntryFailed(FolderEntry const& entry,
                                                   vfs::Exception const& failure) {
+    copyWaiting();
     run_.attempt(folderPlaces_, [&] { throw vfs::Exception(failure); });
     leaveBehind(sourcePath_.belowTop());
     leave(entry);

@@ -49,6 +49,7 @@ class TreeCopy final : private foundation::storage::vfs::FolderVisitor {
         bool implied = false;                ///< the storage has no folders without files
         bool empty = true;                   ///< nothing was met in it so far
         std::optional<StorageIRI> canonical; ///< where links are followed
+        std::vector<FileEntry> waiting{};    ///< small files that are copied together
     };
 
     Result visitEntryBefore(FolderEntry const& entry) override;
@@ -60,6 +61,9 @@ class TreeCopy final : private foundation::storage::vfs::FolderVisitor {
     void enter(FolderEntry const& entry, std::size_t pathLength);
     bool isThere(Folder const& folder) const;
     void make(Level& level, FolderEntry const& entry);
+    bool putAside(FileEntry const& entry);
+    void copyWaiting();
+    void filled(Level& level, FileEntry const& entry, Transferred result);
     Result copyEntry(FileEntry const& entry, File const& source);
     Result followEntry(FileEntry const& entry);
     void refuseLoop(StorageIRI const& linked) const;
@@ -85,6 +89,7 @@ class TreeCopy final : private foundation::storage::vfs::FolderVisitor {
     bool sourceHasLinks_ = false;
 
     std::vector<Level> levels_;
+    std::size_t waiting_ = 0; ///< files of all levels
     std::optional<StorageIRI> destinationCanonical_;
     std::optional<StorageIRI> linked_; ///< the folder that a link leads to, while it is entered
     std::set<std::string>* leftBehind_;
