@@ -10,12 +10,15 @@
 #include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/listing/folder_listing.hpp>
 #include <foundation/storage/vfs/resources/file.hpp>
+#include <foundation/storage/vfs/storage_system/exists.hpp>
 
 #include <utility>
 
 namespace cli {
 
 namespace vfs = foundation::storage::vfs;
+
+using foundation::storage::provider::ExtendedExistsResult;
 
 namespace {
 
@@ -107,14 +110,27 @@ std::vector<std::string> TreeRemoval::enter() {
     Location const location = path_.location();
     std::vector<std::string> inner;
     try {
+        // Since it was listed, much may have been removed, and it may have been exchanged for a
+        // link, which must not be followed.
+        ExtendedExistsResult const kind = existsExtended(location.iri, invocation_.system());
+        if (kind == ExtendedExistsResult::Nothing) {
+            return {};
+        }
+        if (kind != ExtendedExistsResult::Folder) {
+            throw Refusal("is not a folder any more");
+        }
         vfs::Folder const folder(location.iri, invocation_.system());
         inner = foldersIn(folder);
-        bool const empty = inner.empty() && folder.listFiles().empty();
+        auto const files = folder.listFiles();
+        bool const empty = inner.empty() && files.empty();
         if (!empty && !items_.isWanted("enter", location)) {
             levels_.back().stays = true;
             return {};
         }
-        removeFiles(location, folder);
+        removeFiles(location, files);
+    } catch (Refusal const&) {
+        report(location);
+        return {};
     } catch (Interrupted const&) {
         throw;
     } catch (OutputFailure const&) {
@@ -144,8 +160,9 @@ std::vector<std::string> TreeRemoval::foldersIn(Folder const& folder) const {
     return names;
 }
 
-void TreeRemoval::removeFiles(Location const& location, Folder const& folder) {
-    for (vfs::File const& file : folder.listFiles()) {
+void TreeRemoval::removeFiles(Location const& location,
+                              vfs::FolderListing<vfs::File> const& files) {
+    for (vfs::File const& file : files) {
         throwIfInterrupted();
         Location const item = childLocation(location, file.getName());
         try {

@@ -3,6 +3,8 @@
 #include "invocation.hpp"
 #include "walked_path.hpp"
 
+#include <foundation/storage/vfs/listing/folder_listing.hpp>
+#include <foundation/storage/vfs/resources/file.hpp>
 #include <foundation/storage/vfs/resources/folder.hpp>
 
 #include <cstddef>
@@ -73,7 +75,9 @@ class TreeRemoval {
     bool removedByStorage(Folder const& folder) const;
     std::vector<std::string> enter();
     std::vector<std::string> foldersIn(Folder const& folder) const;
-    void removeFiles(Location const& location, Folder const& folder);
+    void removeFiles(
+        Location const& location,
+        foundation::storage::vfs::FolderListing<foundation::storage::vfs::File> const& files);
     void leave();
     bool removeEmptied(Location const& location);
     void report(Location const& location);

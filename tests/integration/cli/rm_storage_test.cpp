@@ -91,6 +91,28 @@ TEST_F(RmOverAStorage, SaysThatAFolderIsNotEmptyWhereItFillsAgain) {
     EXPECT_FALSE(isThere("t/a"));
 }
 
+TEST_F(RmOverAStorage, DoesNotEnterALinkThatTookThePlaceOfAFolder) {
+    bool exchanged = false;
+    auto const exchanging = conformance::decorate<conformance::CallDelayer>(
+        memory_,
+        [&](Operation, provider::StorageIRI const* location) {
+            if (*location == oddLocation("t/a") && !exchanged) {
+                exchanged = true;
+                memory_->removeFolderRecursively(oddLocation("t/b"));
+                memory_->createLink(oddLocation("t/b"), u"/kept");
+            }
+        },
+        conformance::CallDelayer::Operations{Operation::ListFoldersNamesOnly});
+
+    Outcome const outcome = runOver(exchanging, {"rm", "-rv", "odd:/t"});
+
+    EXPECT_TRUE(exchanged);
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("vfs: rm: odd:/t/b: is not a folder any more\n"));
+    EXPECT_TRUE(isThere("t/b"));
+    EXPECT_TRUE(isThere("kept/in"));
+}
+
 TEST_F(RmOverAStorage, EveryFailureIsToldUnlessAllIsGone) {
     for (std::string const option : {"-r", "-rv"}) {
         for (bool const hidden : {true, false}) {
