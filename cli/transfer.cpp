@@ -72,12 +72,15 @@ void refuseIntoItself(TransferRun const& run, Transfer const& transfer) {
         transfer.source.iri.getScheme() != transfer.destination.iri.getScheme()) {
         return;
     }
-    StorageIRI const from = placeOf(run.system(), transfer.source);
-    StorageIRI const to = placeOf(run.system(), transfer.destination);
-    if (from == to) {
+    std::optional<StorageIRI> const from = placeOf(run.system(), transfer.source);
+    std::optional<StorageIRI> const to = placeOf(run.system(), transfer.destination);
+    if (!from || !to) {
+        return; // what is missing holds nothing
+    }
+    if (*from == *to) {
         throw Refusal("source and destination are the same folder");
     }
-    if (from.isAncestorOf(to)) {
+    if (from->isAncestorOf(*to)) {
         throw Refusal("a folder cannot be " + run.verb() + " into itself");
     }
 }
@@ -108,7 +111,8 @@ TransferWishes const& TransferOptions::read(Host const& host) {
     return wishes;
 }
 
-StorageIRI placeOf(vfs::StorageSystemReference const& system, Location const& location) {
+std::optional<StorageIRI> placeOf(vfs::StorageSystemReference const& system,
+                                  Location const& location) {
     try {
         return vfs::Folder(location.iri, system).getCanonicalLocation().toStorageIRI();
     } catch (vfs::Exception const& failure) {
@@ -119,7 +123,10 @@ StorageIRI placeOf(vfs::StorageSystemReference const& system, Location const& lo
         }
     }
     vfs::Folder const above(location.iri.getParent(), system);
-    return {above.getCanonicalLocation().toStorageIRI(), location.iri.getName()};
+    if (!above.folderExists()) {
+        return std::nullopt;
+    }
+    return StorageIRI(above.getCanonicalLocation().toStorageIRI(), location.iri.getName());
 }
 
 void forEachTransfer(TransferRun& run, std::vector<std::string> const& operands,

@@ -48,8 +48,8 @@ void checkCopy(foundation::storage::vfs::StorageSystemReference const& system,
                Location const& source, Location const& destination);
 
 /// The canonical location; where nothing is there, or a link that leads nowhere, that of the folder
-/// above with the name. Throws what the storage throws.
-foundation::storage::provider::StorageIRI
+/// above with the name; empty where that is missing too. Throws what the storage throws.
+std::optional<foundation::storage::provider::StorageIRI>
 placeOf(foundation::storage::vfs::StorageSystemReference const& system, Location const& location);
 
 } // namespace cli

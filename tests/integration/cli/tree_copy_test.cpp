@@ -80,6 +80,36 @@ TEST(CommandTreeCopy, BringsSeveralIntoAFolderAndNeedsOne) {
                 HasSubstr("vfs: cp: into/a: another source has this name; it would be lost\n"));
 }
 
+TEST(CommandTreeCopy, NeedsTheFolderAboveItsDestination) {
+    TemporaryFolder folder;
+    makeTree(folder / "a");
+
+    for (std::string const options : {"-r", "-rL"}) {
+        for (std::string const missing : {"no/x", "no/such/x"}) {
+            EXPECT_EQ(vfs(folder, {"cp", options, "a", missing}).err,
+                      "vfs: cp: " + missing +
+                          ": no such file or folder\nvfs: cp: 0 files copied, "
+                          "1 failed: " +
+                          missing + "\n");
+        }
+    }
+    EXPECT_THAT(folder.names(), ElementsAre("a"));
+}
+
+TEST(CommandTreeCopy, OfARootIsItsContent) {
+    TemporaryFolder folder;
+
+    Outcome const outcome = CommandRun::vfs({"sh"})
+                                .in(folder.path())
+                                .input("mkdir -p mem:/a/b\nput -i /etc/hostname mem:/c\n"
+                                       "cp -r mem: new\nmkdir old\ncp -r mem:/ old\n")
+                                .run();
+
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(shell(folder, "find new | sort").out, "new\nnew/a\nnew/a/b\nnew/c\n");
+    EXPECT_EQ(difference(folder, "new", "old"), "");
+}
+
 TEST(CommandTreeCopy, RefusesAFolderWithoutItsOption) {
     TemporaryFolder folder;
     makeTree(folder / "a");
