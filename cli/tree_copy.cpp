@@ -22,7 +22,6 @@ using fl::i18n::ustring;
 using provider::AttributeValues;
 using provider::ExtendedExistsResult;
 using provider::ReplacementPolicy;
-using provider::extensions::FolderAttributeChange;
 using provider::extensions::IFolderAttributes;
 
 namespace {

@@ -18,7 +18,6 @@ namespace cli {
 namespace provider = foundation::storage::provider;
 namespace vfs = foundation::storage::vfs;
 
-using provider::ExtendedExistsResult;
 using provider::ReplacementPolicy;
 
 namespace {
