@@ -38,7 +38,7 @@ TEST(MemoryListing, DeclaresWhatItDoes) {
     EXPECT_TRUE(store->hasFeature(at(u"/"), ExtendedFeature::FlatWildcardListing));
     EXPECT_TRUE(store->hasFeature(at(u"/"), ExtendedFeature::RecursiveWildcardListing));
     EXPECT_TRUE(store->hasFeature(at(u"/"), ExtendedFeature::RecursiveFolderRemoval));
-    EXPECT_FALSE(store->hasFeature(at(u"/"), ExtendedFeature::RecursiveChangeEvents));
+    EXPECT_TRUE(store->hasFeature(at(u"/"), ExtendedFeature::RecursiveChangeEvents));
 }
 
 TEST(MemoryListing, EntriesComeInTheOrderOfTheirNames) {

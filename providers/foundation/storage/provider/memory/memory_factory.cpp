@@ -9,12 +9,14 @@ std::shared_ptr<IProvider> buildMemoryProvider(MemoryOptions const& options) {
 }
 
 MemoryProviderFactory::MemoryProviderFactory(MemoryOptions const& options)
-    : provider_(buildMemoryProvider(options)) {}
+    : provider_(std::make_shared<MemoryProvider>(options)) {}
 
 std::shared_ptr<IProvider> MemoryProviderFactory::buildProvider(StorageIRI const&) const {
     return provider_;
 }
 
-void MemoryProviderFactory::shutdownProvider() const {}
+void MemoryProviderFactory::shutdownProvider() const {
+    provider_->endPublishing();
+}
 
 } // namespace foundation::storage::provider::memory

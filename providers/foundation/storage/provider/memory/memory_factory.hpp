@@ -8,6 +8,8 @@
 
 namespace foundation::storage::provider::memory {
 
+class MemoryProvider;
+
 /// A new, empty store, for the scheme `mem`. Every call makes another one: a host that wants its
 /// files to stay keeps the provider. Safe on any thread.
 FOUNDATION_EXPORT std::shared_ptr<IProvider> buildMemoryProvider(MemoryOptions const& options = {});
@@ -17,11 +19,12 @@ class FOUNDATION_EXPORT MemoryProviderFactory final : public PhysicalProviderFac
   public:
     explicit MemoryProviderFactory(MemoryOptions const& options = {});
     std::shared_ptr<IProvider> buildProvider(StorageIRI const& location) const override;
-    /// Nothing has to end: the store goes with the factory and the last item that uses it.
+    /// Drops what was published of the store's changes, and refuses to publish more. Everything
+    /// else goes on: the store goes with the factory and the last item that uses it.
     void shutdownProvider() const override;
 
   private:
-    std::shared_ptr<IProvider> const provider_;
+    std::shared_ptr<MemoryProvider> const provider_;
 };
 
 } // namespace foundation::storage::provider::memory

@@ -46,9 +46,8 @@ bool MemoryProvider::hasFeature(StorageIRI const&, ExtendedFeature const& featur
     case ExtendedFeature::RecursiveListing:
     case ExtendedFeature::FlatWildcardListing:
     case ExtendedFeature::RecursiveWildcardListing:
-        return true;
     case ExtendedFeature::RecursiveChangeEvents:
-        break;
+        return true;
     }
     return false;
 }

@@ -14,6 +14,7 @@
 
 namespace foundation::storage::provider::memory {
 
+using detail::Changes;
 using detail::existing;
 using detail::FileNode;
 using detail::FolderNode;
@@ -74,14 +75,6 @@ Place freePlace(Tree const& tree, StorageIRI const& location, LastLink last) {
     return place;
 }
 
-ustring pathOfFolder(FolderNode const& folder) {
-    ustring path;
-    for (FolderNode const* at = &folder; at->parent(); at = at->parent()) {
-        path.insert(0, u"/" + at->name());
-    }
-    return path;
-}
-
 /// Whether a link's target could stand on a disk.
 bool isStorable(ustring const& target) {
     try {
@@ -105,7 +98,9 @@ std::shared_ptr<FileNode> openExisting(Place const& place, StorageIRI const& loc
 MemoryProvider::MemoryProvider(MemoryOptions const& options)
     : tree_(std::make_shared<Tree>(options)) {}
 
-MemoryProvider::~MemoryProvider() = default;
+MemoryProvider::~MemoryProvider() {
+    tree_->publications->clear();
+}
 
 ExistsResult MemoryProvider::exists(StorageIRI const& location) const {
     std::shared_lock const lock(tree_->mutex);
@@ -155,9 +150,9 @@ StorageIRI MemoryProvider::getCanonicalLocation(StorageIRI const& location) cons
             fail(*place.error, location);
         }
         if (FolderNode const* const folder = place.asFolder()) {
-            path = pathOfFolder(*folder);
+            path = pathOf(*folder);
         } else {
-            path = pathOfFolder(*place.folder);
+            path = pathOf(*place.folder);
             path += u'/';
             path += place.name;
         }
@@ -194,6 +189,7 @@ ExtendedAttributes MemoryProvider::getExtendedAttributes(StorageIRI const& locat
 void MemoryProvider::setLastModified(StorageIRI const& location,
                                      boost::posix_time::ptime const& time) {
     Timestamp const timestamp = toTimestamp(time);
+    Changes changes(tree_->publications);
     std::unique_lock const lock(tree_->mutex);
     Place const place = described(*tree_, location);
     if (FileNode* const file = place.file()) {
@@ -203,9 +199,11 @@ void MemoryProvider::setLastModified(StorageIRI const& location,
     } else {
         place.link()->setLastModified(timestamp);
     }
+    changes.attributesChanged(*place.node);
 }
 
 void MemoryProvider::setWritable(StorageIRI const& location, bool writable) {
+    Changes changes(tree_->publications);
     std::unique_lock const lock(tree_->mutex);
     Place const place = described(*tree_, location);
     if (FileNode* const file = place.file()) {
@@ -215,10 +213,12 @@ void MemoryProvider::setWritable(StorageIRI const& location, bool writable) {
     } else {
         fail(ErrorCode::UnsupportedOperation, location); // links have no mode of their own
     }
+    changes.attributesChanged(*place.node);
 }
 
 void MemoryProvider::setFolderAttributes(StorageIRI const& location,
                                          extensions::FolderAttributeChange const& change) {
+    Changes changes(tree_->publications);
     std::unique_lock const lock(tree_->mutex);
     FolderNode* const folder = existing(*tree_, location, LastLink::Keep).asFolder();
     if (!folder) {
@@ -230,23 +230,28 @@ void MemoryProvider::setFolderAttributes(StorageIRI const& location,
     if (change.lastModified) {
         folder->setLastModified(*change.lastModified);
     }
+    changes.attributesChanged(*folder);
 }
 
 void MemoryProvider::createFile(StorageIRI const& location) {
+    Changes changes(tree_->publications);
     std::unique_lock const lock(tree_->mutex);
     Place const place = freePlace(*tree_, location, LastLink::Keep);
-    place.folder->add(ustring(place.name), tree_->make<FileNode>(location, detail::newFileMode));
+    changes.created(place.folder->add(ustring(place.name),
+                                      tree_->make<FileNode>(location, detail::newFileMode)));
 }
 
 void MemoryProvider::createFolder(StorageIRI const& location) {
+    Changes changes(tree_->publications);
     std::unique_lock const lock(tree_->mutex);
     Place const place = freePlace(*tree_, location, LastLink::Keep);
-    place.folder->add(ustring(place.name),
-                      tree_->make<FolderNode>(location, detail::newFolderMode));
+    changes.created(place.folder->add(ustring(place.name),
+                                      tree_->make<FolderNode>(location, detail::newFolderMode)));
 }
 
 void MemoryProvider::createFolderRecursive(StorageIRI const& location) {
     std::u16string_view path = pathOf(location);
+    Changes changes(tree_->publications);
     std::unique_lock const lock(tree_->mutex);
     FolderNode* at = &tree_->root();
     while (!path.empty()) {
@@ -270,7 +275,7 @@ void MemoryProvider::createFolderRecursive(StorageIRI const& location) {
         checkWritable(location, *at);
         auto folder = tree_->make<FolderNode>(location, detail::newFolderMode);
         FolderNode* const made = folder.get();
-        at->add(ustring(there.name), std::move(folder));
+        changes.created(at->add(ustring(there.name), std::move(folder)));
         at = made;
     }
 }
@@ -278,12 +283,13 @@ void MemoryProvider::createFolderRecursive(StorageIRI const& location) {
 std::unique_ptr<ByteStream> MemoryProvider::openReadOnlyStream(StorageIRI const& location) const {
     std::shared_lock const lock(tree_->mutex);
     return std::make_unique<MemoryStream>(
-        openExisting(existing(*tree_, location, LastLink::Follow), location), StreamAccess::Read,
-        StreamWriting::AtPosition);
+        tree_, openExisting(existing(*tree_, location, LastLink::Follow), location),
+        StreamAccess::Read, StreamWriting::AtPosition);
 }
 
 std::unique_ptr<ByteStream> MemoryProvider::openStream(StorageIRI const& location,
                                                        ByteStreamOpenOptions const& options) {
+    Changes changes(tree_->publications);
     auto const find = [&](bool create) -> std::shared_ptr<FileNode> {
         Place const place = tree_->walk(pathOf(location), LastLink::Follow);
         if (place.error) {
@@ -300,7 +306,7 @@ std::unique_ptr<ByteStream> MemoryProvider::openStream(StorageIRI const& locatio
         }
         checkWritable(location, *place.folder);
         auto made = tree_->make<FileNode>(location, detail::newFileMode);
-        place.folder->add(ustring(place.name), made);
+        changes.created(place.folder->add(ustring(place.name), made));
         return made;
     };
     std::shared_ptr<FileNode> file;
@@ -312,12 +318,23 @@ std::unique_ptr<ByteStream> MemoryProvider::openStream(StorageIRI const& locatio
         std::unique_lock const lock(tree_->mutex);
         file = find(true);
     }
-    bool const truncate = options.withoutTruncate == 0;
-    if (!(truncate ? file->truncateIfWritable() : file->isWritable())) {
-        fail(ErrorCode::PermissionDenied, location);
+    if (options.withoutTruncate != 0) {
+        if (!file->isWritable()) {
+            fail(ErrorCode::PermissionDenied, location);
+        }
+    } else {
+        switch (file->truncateIfWritable()) {
+        case detail::Truncation::Refused:
+            fail(ErrorCode::PermissionDenied, location);
+        case detail::Truncation::Done:
+            tree_->modified(*file, changes);
+            break;
+        case detail::Truncation::WasEmpty:
+            break;
+        }
     }
     return std::make_unique<MemoryStream>(
-        std::move(file),
+        tree_, std::move(file),
         options.access == ByteStreamAccess::ReadWrite ? StreamAccess::ReadWrite
                                                       : StreamAccess::Write,
         options.withoutAppend == 0 ? StreamWriting::AtEnd : StreamWriting::AtPosition);
@@ -339,9 +356,11 @@ void MemoryProvider::createLink(StorageIRI const& location, ustring const& targe
     if (!isStorable(target)) {
         fail(ErrorCode::InvalidLocation, location);
     }
+    Changes changes(tree_->publications);
     std::unique_lock const lock(tree_->mutex);
     Place const place = freePlace(*tree_, location, LastLink::Keep);
-    place.folder->add(ustring(place.name), tree_->make<LinkNode>(location, target));
+    changes.created(
+        place.folder->add(ustring(place.name), tree_->make<LinkNode>(location, target)));
 }
 
 } // namespace foundation::storage::provider::memory

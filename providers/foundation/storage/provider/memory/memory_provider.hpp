@@ -89,6 +89,19 @@ class FOUNDATION_EXPORT MemoryProvider final : public IProvider,
     std::unique_ptr<IFolderEntryIterator>
     listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const override;
 
+    /// Reports are made on the thread that made the change, behind it and in the order of the
+    /// changes; while one is delivered on another thread, that one delivers the next ones too.
+    /// README.md says what is reported.
+    void publishFileEvents(StorageIRI const& location, ChangeCallback callback,
+                           ChangeKinds const& kinds) override;
+    void publishFolderEvents(StorageIRI const& location, ChangeCallback callback,
+                             ChangeKinds const& kinds, RecursiveFileWatching recursive) override;
+    void stopPublishingFileEvents(StorageIRI const& location) override;
+    void stopPublishingFolderEvents(StorageIRI const& location) override;
+    /// Drops all publications and refuses more, with ChangeEventsSubscriptionException. Everything
+    /// else goes on working.
+    void endPublishing() noexcept;
+
     ustring readLink(StorageIRI const& location) const override;
     void createLink(StorageIRI const& location, ustring const& target) override;
 

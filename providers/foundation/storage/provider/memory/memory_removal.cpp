@@ -11,6 +11,7 @@
 
 namespace foundation::storage::provider::memory {
 
+using detail::Changes;
 using detail::existing;
 using detail::FolderNode;
 using detail::LastLink;
@@ -47,7 +48,9 @@ StorageIRI locationIn(FolderNode const& folder, std::u16string_view name, Folder
 /// that others hold of it stays what it is for any removal. For one thread.
 class TreeRemoval {
   public:
-    TreeRemoval(Tree& tree, StorageIRI const& location) : tree_(tree), location_(location) {
+    TreeRemoval(std::shared_ptr<Tree> tree, StorageIRI const& location)
+        : tree_(std::move(tree)),
+          location_(location) {
         removed_.reserve(stepsInOneTurn);
     }
 
@@ -56,17 +59,18 @@ class TreeRemoval {
     bool takeTurn();
 
   private:
-    Tree& tree_;
-    StorageIRI const& location_;
+    std::shared_ptr<Tree> const tree_; ///< of our own: who hears of the removal may end the store
+    StorageIRI const location_;
     std::shared_ptr<FolderNode> at_;             ///< the folder that the last step was in
     std::vector<std::shared_ptr<Node>> removed_; ///< destroyed behind the lock
 };
 
 bool TreeRemoval::takeTurn() {
     removed_.clear();
-    std::unique_lock const lock(tree_.mutex);
-    Place const place = existing(tree_, location_, LastLink::Keep);
-    if (place.node == &tree_.root()) {
+    Changes changes(tree_->publications);
+    std::unique_lock const lock(tree_->mutex);
+    Place const place = existing(*tree_, location_, LastLink::Keep);
+    if (place.node == &tree_->root()) {
         fail(ErrorCode::ResourceInUse, location_);
     }
     FolderNode* const root = place.asFolder();
@@ -88,9 +92,11 @@ bool TreeRemoval::takeTurn() {
             if (!at->isWritable()) {
                 fail(ErrorCode::PermissionDenied, locationIn(*at, name, *root, location_));
             }
+            changes.removed(*child);
             removed_.push_back(at->remove(name));
         } else if (at == root) {
             checkWritable(location_, *place.folder);
+            changes.removed(*at);
             removed_.push_back(place.folder->remove(place.name));
             return false;
         } else {
@@ -98,6 +104,7 @@ bool TreeRemoval::takeTurn() {
             if (!above->isWritable()) {
                 fail(ErrorCode::PermissionDenied, locationIn(*above, at->name(), *root, location_));
             }
+            changes.removed(*at);
             removed_.push_back(above->remove(at->name()));
             at = above;
         }
@@ -109,6 +116,7 @@ bool TreeRemoval::takeTurn() {
 } // namespace
 
 void MemoryProvider::removeFile(StorageIRI const& location) {
+    Changes changes(tree_->publications);
     std::shared_ptr<Node> removed; // destroyed behind the lock
     std::unique_lock const lock(tree_->mutex);
     Place const place = existing(*tree_, location, LastLink::Keep);
@@ -118,10 +126,12 @@ void MemoryProvider::removeFile(StorageIRI const& location) {
     if (place.node->isFolder()) {
         fail(ErrorCode::InvalidLocation, location);
     }
+    changes.removed(*place.node);
     removed = place.folder->remove(place.name);
 }
 
 void MemoryProvider::removeFolder(StorageIRI const& location) {
+    Changes changes(tree_->publications);
     std::shared_ptr<Node> removed;
     std::unique_lock const lock(tree_->mutex);
     Place const place = existing(*tree_, location, LastLink::Keep);
@@ -136,11 +146,12 @@ void MemoryProvider::removeFolder(StorageIRI const& location) {
     if (!folder->children().empty()) {
         fail(ErrorCode::FolderNotEmpty, location);
     }
+    changes.removed(*place.node);
     removed = place.folder->remove(place.name);
 }
 
 void MemoryProvider::removeFolderRecursively(StorageIRI const& location) {
-    TreeRemoval removal(*tree_, location);
+    TreeRemoval removal(tree_, location);
     while (removal.takeTurn()) {
     }
 }

@@ -16,9 +16,11 @@ constexpr auto longest = static_cast<std::uint64_t>(std::numeric_limits<long>::m
 
 } // namespace
 
-MemoryStream::MemoryStream(std::shared_ptr<detail::FileNode> file, StreamAccess access,
+MemoryStream::MemoryStream(std::shared_ptr<detail::Tree> tree,
+                           std::shared_ptr<detail::FileNode> file, StreamAccess access,
                            StreamWriting writing) noexcept
-    : file_(std::move(file)),
+    : tree_(std::move(tree)),
+      file_(std::move(file)),
       access_(access),
       writing_(writing) {}
 
@@ -67,8 +69,10 @@ long MemoryStream::write(char const* buffer, long count) {
     if (start > longest - bytes) {
         failWrite("the file would be too large", ErrorCode::FileTooLarge);
     }
+    detail::Changes changes(tree_->publications);
     bool const written = writing_ == StreamWriting::AtEnd ? file_->append(buffer, bytes, position_)
                                                           : file_->write(position_, buffer, bytes);
+    tree_->modified(*file_, changes); // perhaps a part of it has been written
     if (!written) {
         failWrite("no space left in the store", ErrorCode::NoSpaceLeft);
     }
@@ -108,22 +112,24 @@ void MemoryStream::close() {
 MemoryReplacement::MemoryReplacement(std::shared_ptr<detail::Tree> tree, StorageIRI location,
                                      detail::Slot slot, ReplacementPolicy policy,
                                      std::shared_ptr<detail::FileNode> file) noexcept
-    : MemoryStream(std::move(file), StreamAccess::ReadWrite, StreamWriting::AtPosition),
-      tree_(std::move(tree)),
+    : MemoryStream(std::move(tree), std::move(file), StreamAccess::ReadWrite,
+                   StreamWriting::AtPosition),
       location_(std::move(location)),
       slot_(std::move(slot)),
       policy_(policy) {}
 
 void MemoryReplacement::close() {
     checkBeforeClose();
+    detail::Changes changes(tree().publications);
     try {
         std::shared_ptr<detail::Node> replaced; // destroyed behind the lock
-        std::unique_lock const lock(tree_->mutex);
-        detail::FileNode const* const old = tree_->placeIn(slot_).file();
-        replaced = tree_->publish(location_, slot_, file(), policy_);
+        std::unique_lock const lock(tree().mutex);
+        detail::FileNode const* const old = tree().placeIn(slot_).file();
+        replaced = tree().publish(location_, slot_, file(), policy_);
         if (old) {
             file()->takeModeOf(*old);
         }
+        changes.created(*file());
     } catch (Exception const& e) {
         std::ostringstream text;
         text << "close: the file could not be published: " << e.getErrorCode();

@@ -19,8 +19,8 @@ enum class StreamWriting { AtPosition, AtEnd };
 /// replaced meanwhile, and any number of streams work on one file at once.
 class MemoryStream : public ByteStream {
   public:
-    MemoryStream(std::shared_ptr<detail::FileNode> file, StreamAccess access,
-                 StreamWriting writing) noexcept;
+    MemoryStream(std::shared_ptr<detail::Tree> tree, std::shared_ptr<detail::FileNode> file,
+                 StreamAccess access, StreamWriting writing) noexcept;
 
     long read(char* buffer, long count) override;
     long write(char const* buffer, long count) override;
@@ -28,6 +28,7 @@ class MemoryStream : public ByteStream {
     void close() override;
 
   protected:
+    detail::Tree& tree() const noexcept { return *tree_; }
     std::shared_ptr<detail::FileNode> const& file() const noexcept { return file_; }
     /// Throws the failure that poisoned the stream, if one did, as a failure to close.
     void checkBeforeClose() const;
@@ -42,6 +43,7 @@ class MemoryStream : public ByteStream {
     void checkPoison(char const* what) const;
     [[noreturn]] void failWrite(char const* reason, ErrorCode code);
 
+    std::shared_ptr<detail::Tree> const tree_;
     std::shared_ptr<detail::FileNode> const file_;
     StreamAccess const access_;
     StreamWriting const writing_;
@@ -60,7 +62,6 @@ class MemoryReplacement final : public MemoryStream {
     void close() override;
 
   private:
-    std::shared_ptr<detail::Tree> const tree_;
     StorageIRI const location_;
     detail::Slot const slot_;
     ReplacementPolicy const policy_;

@@ -14,6 +14,7 @@
 
 namespace foundation::storage::provider::memory {
 
+using detail::Changes;
 using detail::existing;
 using detail::FileNode;
 using detail::FolderNode;
@@ -183,12 +184,14 @@ CopyStatus MemoryProvider::copyFile(StorageIRI const& source, StorageItem const&
     if (options.progress && !options.progress(size, size)) {
         fail(ErrorCode::IOError, target);
     }
+    Changes changes(tree_->publications);
     std::shared_ptr<Node> replaced; // destroyed behind the lock
     std::unique_lock const lock(tree_->mutex);
     if (original && tree_->placeIn(slot).node == original.get()) {
         fail(ErrorCode::InvalidLocation, source); // it was moved there in between
     }
-    replaced = tree_->publish(target, slot, std::move(copy), options.policy);
+    replaced = tree_->publish(target, slot, copy, options.policy);
+    changes.created(*copy);
     // Where the caller unlocked what stood there, it locks a copy that needs nothing more again,
     // and that would lock what a new link leads to.
     return !original && options.policy == ReplacementPolicy::ReplaceReadOnly
@@ -199,17 +202,20 @@ CopyStatus MemoryProvider::copyFile(StorageIRI const& source, StorageItem const&
 void MemoryProvider::moveFile(StorageIRI const& source, StorageIRI const& destination,
                               ReplacementPolicy const& policy) {
     refuseOtherStore(source, destination);
+    Changes changes(tree_->publications);
     std::shared_ptr<Node> replaced; // destroyed behind the lock
     std::unique_lock const lock(tree_->mutex);
     auto const [from, to] = fileTransfer(*tree_, source, destination, policy);
     checkWritable(source, *from.folder);
     checkWritable(destination, *to.folder);
     replaced = from.folder->moveTo(*to.folder, from.name, ustring(to.name));
+    changes.moved(*from.folder, from.name, *from.node, replaced.get());
 }
 
 void MemoryProvider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
                                 ReplacementPolicy const& policy) {
     refuseOtherStore(source, destination);
+    Changes changes(tree_->publications);
     std::shared_ptr<Node> replaced; // destroyed behind the lock
     std::unique_lock const lock(tree_->mutex);
     Transfer const transfer = [&] {
@@ -224,6 +230,7 @@ void MemoryProvider::moveFolder(StorageIRI const& source, StorageIRI const& dest
     }();
     auto const& [from, to] = transfer;
     replaced = from.folder->moveTo(*to.folder, from.name, ustring(to.name));
+    changes.moved(*from.folder, from.name, *from.node, replaced.get());
 }
 
 std::unique_ptr<ByteStream> MemoryProvider::openReplacement(StorageIRI const& location,

@@ -162,18 +162,19 @@ bool FileNode::append(char const* data, std::size_t count, std::uint64_t& end) {
     return written;
 }
 
-bool FileNode::truncateIfWritable() {
+Truncation FileNode::truncateIfWritable() {
     Blocks dropped; // freed behind the lock
     std::unique_lock const lock(mutex_);
     if ((mode_ & ownerMayWrite) == 0) {
-        return false;
+        return Truncation::Refused;
     }
-    if (size_ != 0) { // an empty file keeps its time
-        dropped.swap(blocks_);
-        size_ = 0;
-        lastModified_ = now();
+    if (size_ == 0) {
+        return Truncation::WasEmpty; // and keeps its time
     }
-    return true;
+    dropped.swap(blocks_);
+    size_ = 0;
+    lastModified_ = now();
+    return Truncation::Done;
 }
 
 std::uint64_t FileNode::size() const {
@@ -242,7 +243,7 @@ FolderNode::~FolderNode() {
             if (at == this) {
                 return;
             }
-            at = at->parent_;
+            at = at->parent();
             at->children_.erase(at->children_.begin());
             continue;
         }
@@ -253,8 +254,8 @@ FolderNode::~FolderNode() {
                 at = &folder;
                 continue;
             }
-            folder.parent_ = nullptr;
         }
+        detach(*first->second);
         at->children_.erase(first);
     }
 }
@@ -264,16 +265,11 @@ Node* FolderNode::find(std::u16string_view name) const {
     return found == children_.end() ? nullptr : found->second.get();
 }
 
-void FolderNode::add(ustring name, std::shared_ptr<Node> node) {
-    auto* const folder = node->isFolder() ? static_cast<FolderNode*>(node.get()) : nullptr;
-    if (folder) {
-        folder->name_ = name;
-    }
-    children_.emplace(std::move(name), std::move(node));
-    if (folder) {
-        folder->parent_ = this;
-    }
+Node& FolderNode::add(ustring name, std::shared_ptr<Node> node) {
+    auto const& child = *children_.emplace(std::move(name), std::move(node)).first;
+    attach(child);
     lastModified_ = now();
+    return *child.second;
 }
 
 std::shared_ptr<Node> FolderNode::share(std::u16string_view name) const {
@@ -285,19 +281,22 @@ std::shared_ptr<Node> FolderNode::remove(std::u16string_view name) {
     std::shared_ptr<Node> node = std::move(found->second);
     children_.erase(found);
     detach(*node);
+    assert(!node->isFolder() || static_cast<FolderNode&>(*node).children_.empty());
     lastModified_ = now();
     return node;
 }
 
 std::shared_ptr<Node> FolderNode::replace(std::u16string_view name, std::shared_ptr<Node> node) {
-    children_.find(name)->second.swap(node);
+    auto const found = children_.find(name);
+    found->second.swap(node);
+    detach(*node);
+    attach(*found);
     lastModified_ = now();
     return node;
 }
 
 std::shared_ptr<Node> FolderNode::moveTo(FolderNode& folder, std::u16string_view oldName,
                                          ustring newName) {
-    ustring folderName = newName; // all that can fail comes first
     std::shared_ptr<Node> replaced;
     if (auto const there = folder.children_.find(newName); there != folder.children_.end()) {
         replaced = std::move(there->second);
@@ -306,22 +305,19 @@ std::shared_ptr<Node> FolderNode::moveTo(FolderNode& folder, std::u16string_view
     }
     auto entry = children_.extract(children_.find(oldName));
     entry.key().swap(newName);
-    if (entry.mapped()->isFolder()) {
-        auto& moved = static_cast<FolderNode&>(*entry.mapped());
-        moved.name_.swap(folderName);
-        moved.parent_ = &folder;
-    }
-    folder.children_.insert(std::move(entry));
+    folder.attach(*folder.children_.insert(std::move(entry)).position);
     lastModified_ = folder.lastModified_ = now();
     return replaced;
 }
 
+void FolderNode::attach(Children::value_type const& child) noexcept {
+    child.second->parent_ = this;
+    child.second->name_ = &child.first;
+}
+
 void FolderNode::detach(Node& node) noexcept {
-    if (node.isFolder()) {
-        auto& folder = static_cast<FolderNode&>(node);
-        assert(folder.children_.empty());
-        folder.parent_ = nullptr;
-    }
+    node.parent_ = nullptr;
+    node.name_ = nullptr;
 }
 
 AttributeValues FolderNode::attributes() const {

@@ -29,6 +29,8 @@ constexpr std::uint32_t newFolderMode = 0755;
 /// Thrown where the store's space does not suffice for one more entry.
 struct OutOfSpace {};
 
+class FolderNode;
+
 /// One item of a store. Takes an entry of the space while it lives; construction throws OutOfSpace.
 class Node {
   public:
@@ -40,15 +42,28 @@ class Node {
     Kind kind() const noexcept { return kind_; }
     bool isFolder() const noexcept { return kind_ == Kind::Folder; }
 
+    /// Null for the root, and for an item that is not in the tree, or no longer. REQUIRES: the lock
+    /// of the tree is held; so does the name.
+    FolderNode* parent() const noexcept { return parent_; }
+    /// REQUIRES: there is a parent.
+    ustring const& name() const noexcept { return *name_; }
+
   protected:
     Node(Kind kind, std::shared_ptr<Space> space);
     ~Node() { space_->entries.giveBack(1); }
     std::shared_ptr<Space> const& space() const noexcept { return space_; }
 
   private:
+    friend FolderNode; // knows where its children are
+
     Kind const kind_;
     std::shared_ptr<Space> const space_;
+    // guarded by the lock of the tree:
+    FolderNode* parent_ = nullptr;
+    ustring const* name_ = nullptr; // the key in the parent
 };
+
+enum class Truncation : std::uint8_t { Refused, WasEmpty, Done };
 
 /// A file. Safe on any number of threads: content and attributes have a lock of their own, so that
 /// streams need the lock of the tree only to open. Taken after the lock of the tree, never before.
@@ -65,8 +80,8 @@ class FileNode final : public Node {
     bool write(std::uint64_t position, char const* data, std::size_t count);
     /// Writes at the end, and gives the new end in `end`; false as above.
     bool append(char const* data, std::size_t count, std::uint64_t& end);
-    /// Drops the content unless the file is read-only, and answers whether it could.
-    bool truncateIfWritable();
+    /// Drops the content unless the file is read-only.
+    Truncation truncateIfWritable();
 
     std::uint64_t size() const;
     bool isWritable() const;
@@ -120,8 +135,8 @@ class FolderNode final : public Node, public std::enable_shared_from_this<Folder
     ~FolderNode();
 
     Node* find(std::u16string_view name) const;
-    /// REQUIRES: there is nothing under the name.
-    void add(ustring name, std::shared_ptr<Node> node);
+    /// The new entry. REQUIRES: there is nothing under the name.
+    Node& add(ustring name, std::shared_ptr<Node> node);
     /// REQUIRES: there is something under the name; so do the next three. What they take out of the
     /// tree is no folder with content.
     std::shared_ptr<Node> share(std::u16string_view name) const;
@@ -133,10 +148,6 @@ class FolderNode final : public Node, public std::enable_shared_from_this<Folder
     std::shared_ptr<Node> moveTo(FolderNode& folder, std::u16string_view oldName, ustring newName);
     Children const& children() const noexcept { return children_; }
 
-    /// Null for the root, and for a folder that is no longer in the tree.
-    FolderNode* parent() const noexcept { return parent_; }
-    ustring const& name() const noexcept { return name_; }
-
     AttributeValues attributes() const;
     bool isWritable() const noexcept { return (mode_ & ownerMayWrite) != 0; }
     void setLastModified(Timestamp time) noexcept { lastModified_ = time; }
@@ -145,11 +156,10 @@ class FolderNode final : public Node, public std::enable_shared_from_this<Folder
     void setMode(std::uint32_t mode) noexcept { mode_ = mode & 01777u; }
 
   private:
+    void attach(Children::value_type const& child) noexcept;
     static void detach(Node& node) noexcept;
 
     Children children_;
-    FolderNode* parent_ = nullptr;
-    ustring name_;
     Timestamp lastModified_;
     Timestamp created_;
     std::uint32_t mode_;

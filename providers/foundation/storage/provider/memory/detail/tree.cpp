@@ -51,7 +51,8 @@ std::u16string_view pathOf(StorageIRI const& location) {
 }
 
 Tree::Tree(MemoryOptions const& options)
-    : space_(std::make_shared<Space>(options)),
+    : publications(std::make_shared<Publications>()),
+      space_(std::make_shared<Space>(options)),
       root_([] {
           // The root counts as no entry: it is there before anything is created.
           auto unlimited = std::make_shared<Space>(MemoryOptions{});

@@ -2,12 +2,14 @@
 
 #include <foundation/storage/provider/copy_file_options.hpp>
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/memory/detail/changes.hpp>
 #include <foundation/storage/provider/memory/detail/fair_shared_mutex.hpp>
 #include <foundation/storage/provider/memory/detail/nodes.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
 
 #include <memory>
 #include <optional>
+#include <shared_mutex>
 #include <string_view>
 #include <utility>
 
@@ -96,7 +98,17 @@ class Tree {
     std::shared_ptr<Node> publish(StorageIRI const& location, Slot const& slot,
                                   std::shared_ptr<Node> item, ReplacementPolicy policy);
 
+    /// Notes that a file's bytes have changed. REQUIRES: the mutex is not held.
+    void modified(FileNode const& file, Changes& changes) const {
+        if (changes.isWatched()) {
+            std::shared_lock const lock(mutex);
+            changes.modified(file);
+        }
+    }
+
     mutable FairSharedMutex mutex;
+    /// Who is told of changes. May outlive the tree.
+    std::shared_ptr<Publications> const publications;
 
   private:
     std::shared_ptr<Space> const space_;
