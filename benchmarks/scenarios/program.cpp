@@ -34,6 +34,7 @@ class Silence {
 
 void runProgram(std::vector<std::string> arguments) {
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
         pointers.push_back(argument.data());
     }
@@ -56,7 +57,8 @@ bool isInstalled(std::string const& program) {
     char const* const folders = std::getenv("PATH");
     std::istringstream path(folders != nullptr ? folders : "");
     for (std::string folder; std::getline(path, folder, ':');) {
-        if (::access((folder + '/' + program).c_str(), X_OK) == 0) {
+        folder.append("/").append(program);
+        if (::access(folder.c_str(), X_OK) == 0) {
             return true;
         }
     }

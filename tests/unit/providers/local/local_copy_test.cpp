@@ -505,18 +505,21 @@ TEST_F(LocalCopies, ASmallFileEndsInTheFolderThatHasThePathByThen) {
 TEST_F(LocalCopies, AFailureAtAnyCallLeavesTheOldContentAndNoTrace) {
     int const calls[] = {SYS_pread64, SYS_pwrite64, SYS_fchmod,   SYS_utimensat,
                          SYS_fcntl,   SYS_linkat,   SYS_renameat, SYS_openat};
-    for (auto const& [withName, size] :
-         {std::pair(false, 100'000U), {false, 5'000U}, {true, 100'000U}, {true, 5'000U}}) {
-        makeFile("source", patterned(size));
+    struct Way {
+        bool withName;
+        std::size_t size;
+    };
+    for (Way const way : {Way{false, 100'000}, {false, 5'000}, {true, 100'000}, {true, 5'000}}) {
+        makeFile("source", patterned(way.size));
         for (int const call : calls) {
             for (char const* destination : {"new", "other"}) {
-                SCOPED_TRACE(std::to_string(call) + " " + std::to_string(size));
+                SCOPED_TRACE(std::to_string(call) + " " + std::to_string(way.size));
                 ASSERT_EQ(::chmod(path("source").c_str(), 0751), 0);
                 std::vector<std::string> const before = names();
                 std::string const outcome = inChild([&] {
                     std::vector<CallFault> faults{{SYS_copy_file_range, 0, 0, EIO},
                                                   {call, 0, 0, EIO}};
-                    if (withName && call != SYS_openat) {
+                    if (way.withName && call != SYS_openat) {
                         faults.push_back({SYS_openat, 2, O_TMPFILE, EOPNOTSUPP});
                     }
                     injectFaults(faults);
