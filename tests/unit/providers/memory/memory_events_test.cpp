@@ -127,6 +127,46 @@ TEST(MemoryEvents, TheRootIsAFolderLikeOthers) {
     EXPECT_EQ(recursive.take(), Lines({"created /a/", "created /a/b/", "attributes /"}));
 }
 
+TEST(MemoryEvents, AmongManyPublicationsThoseThatSeeAChangeAreToldAndNoOther) {
+    // Names whose order as text is not that of the folders: `!` comes before the slash.
+    std::vector<ustring> const names{u"a", u"a!", u"ab", u"b"};
+    std::vector<ustring> folders{u""};
+    for (std::size_t parent = 0; parent < 1 + names.size() * (1 + names.size()); ++parent) {
+        for (ustring const& name : names) {
+            folders.push_back(folders[parent] + u'/' + name);
+        }
+    }
+    Store const store;
+    for (ustring const& folder : folders) {
+        store->createFolderRecursive(at(folder + u"/"));
+    }
+    for (std::size_t every : {1U, 3U, 7U}) {
+        std::vector<std::pair<ustring, Log>> flat;
+        std::vector<std::pair<ustring, Log>> recursive;
+        for (std::size_t i = 0; i < folders.size(); i += every) {
+            flat.emplace_back(folders[i], watchFolder(store, folders[i] + u"/"));
+            recursive.emplace_back(folders[i], watchTree(store, folders[i] + u"/"));
+        }
+        for (ustring const& changed : folders) {
+            ustring const item = changed + u"/x";
+            store->createFile(at(item));
+            store->removeFile(at(item));
+            for (auto const& [folder, log] : flat) {
+                EXPECT_EQ(log.take().size(), folder == changed ? 2U : 0U)
+                    << text(folder) << " of " << text(item);
+            }
+            for (auto const& [folder, log] : recursive) {
+                EXPECT_EQ(log.take().size(), item.starts_with(folder + u'/') ? 2U : 0U)
+                    << text(folder) << " of " << text(item);
+            }
+        }
+        for (auto const& [folder, log] : flat) {
+            store->stopPublishingFolderEvents(at(folder + u"/"));
+            store->stopPublishingFolderEvents(at(folder + u"/"));
+        }
+    }
+}
+
 TEST(MemoryEvents, OnlyTheKindsAskedForAreDelivered) {
     struct {
         Kind kind;
