@@ -9,13 +9,18 @@ namespace foundation::storage::vfs {
 enum class ErrorCode : std::uint32_t;
 enum class FolderRemovalPolicy : std::uint32_t;
 enum class FolderVisitResult : std::uint32_t;
+enum class WithRecursiveChangeEvents : std::uint32_t;
 
 class AbsoluteIRI;
 class BufferedIODevice;
 class CanonicalAbsoluteIRI;
 class ChangeEventsNotSupportedException;
 class ChangeEventsSubscriptionException;
+class Event;
+class EventData;
+class EventPublisher;
 class Exception;
+class ExtendedEventData;
 class File;
 class FileEntry;
 class Folder;
@@ -31,6 +36,8 @@ class InvalidIRIException;
 class ListEntry;
 class PathComparator;
 class PluggableStorageSystem;
+class ProviderFactoryBackedStorageSystem;
+class RecursiveEventPublisher;
 class Resource;
 class StorageSystem;
 class StorageSystemDecorator;

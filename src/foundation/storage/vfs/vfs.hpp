@@ -3,6 +3,10 @@
 /// Everything that a program needs to use the system. Headers for parts of it compile faster.
 
 #include <foundation/storage/vfs/errors/exception.hpp>
+#include <foundation/storage/vfs/events/change_watcher.hpp>
+#include <foundation/storage/vfs/events/event.hpp>
+#include <foundation/storage/vfs/events/event_publisher.hpp>
+#include <foundation/storage/vfs/events/publish_events.hpp>
 #include <foundation/storage/vfs/iri/absolute_iri.hpp>
 #include <foundation/storage/vfs/listing/entries.hpp>
 #include <foundation/storage/vfs/listing/folder_listing.hpp>
@@ -11,6 +15,7 @@
 #include <foundation/storage/vfs/resources/flush_filesystem.hpp>
 #include <foundation/storage/vfs/resources/folder.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
+#include <foundation/storage/vfs/storage_system/factory_backed_storage_system.hpp>
 #include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 #include <foundation/storage/vfs/storage_system/storage_system_decorator.hpp>
 #include <foundation/storage/vfs/storage_system/storage_system_reference.hpp>

@@ -1,8 +1,12 @@
 #include <foundation/storage/vfs/resources/file.hpp>
 
 #include <foundation/storage/vfs/errors/detail/translated.hpp>
+#include <foundation/storage/vfs/errors/exception.hpp>
+#include <foundation/storage/vfs/events/event_publisher.hpp>
 #include <foundation/storage/vfs/resources/detail/handle.hpp>
 #include <foundation/storage/vfs/resources/folder.hpp>
+
+#include <boost/property_tree/ptree.hpp>
 
 #include <ostream>
 #include <utility>
@@ -209,6 +213,16 @@ void File::doMoveFile(File const& destination, ReplacementPolicy const& policy) 
             throw provider::Exception(failure);
         }
     }
+}
+
+void File::publishEvents(EventPublisher const& publisher,
+                         provider::ChangeKinds const& kinds) const {
+    translated([&] { impl_->item.publishFileEvents(publisher, kinds); });
+}
+
+void File::publishEventsRecursively(RecursiveEventPublisher const&,
+                                    provider::ChangeKinds const&) const {
+    throw Exception(ErrorCode::InvalidLocation, getLocation());
 }
 
 void File::stopPublishingEvents() const {

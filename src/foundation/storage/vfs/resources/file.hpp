@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/attributes.hpp>
 #include <foundation/storage/provider/byte_stream_device.hpp>
 #include <foundation/storage/provider/byte_stream_open_options.hpp>
+#include <foundation/storage/provider/change_events.hpp>
 #include <foundation/storage/provider/copy_file_options.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/vfs/iri/absolute_iri.hpp>
@@ -76,6 +77,12 @@ class FOUNDATION_EXPORT File : public Resource {
     /// removal leaves both files.
     void moveFile(File const& destination, provider::ReplacementPolicy const& policy) const;
 
+    /// Adds a publication of this file's changes: the provider calls a copy of the publisher with
+    /// each of these kinds, and with overflows, until it is stopped (events/event_publisher.hpp).
+    void publishEvents(EventPublisher const& publisher, provider::ChangeKinds const& kinds) const;
+    /// Throws vfs::Exception with InvalidLocation: nothing is below a file.
+    [[noreturn]] void publishEventsRecursively(RecursiveEventPublisher const& publisher,
+                                               provider::ChangeKinds const& kinds) const;
     /// Ends what the oldest publication of this file's changes started.
     void stopPublishingEvents() const;
 

@@ -1,7 +1,11 @@
 #include <foundation/storage/vfs/resources/folder.hpp>
 
 #include <foundation/storage/vfs/errors/detail/translated.hpp>
+#include <foundation/storage/vfs/errors/exception.hpp>
+#include <foundation/storage/vfs/events/event_publisher.hpp>
 #include <foundation/storage/vfs/resources/detail/handle.hpp>
+
+#include <boost/property_tree/ptree.hpp>
 
 #include <ostream>
 #include <utility>
@@ -89,6 +93,25 @@ PathComparator Folder::getPathComparator() const {
 
 void Folder::flushFilesystem() {
     translated([this] { StorageItem(impl_->item).flushFilesystem(); });
+}
+
+void Folder::publishEvents(EventPublisher const& publisher,
+                           provider::ChangeKinds const& kinds) const {
+    translated([&] {
+        impl_->item.publishFolderEvents(publisher, kinds,
+                                        provider::RecursiveFileWatching::NonRecursive);
+    });
+}
+
+void Folder::publishEventsRecursively(RecursiveEventPublisher const& publisher,
+                                      provider::ChangeKinds const& kinds) const {
+    if (!impl_->item.hasFeature(provider::ExtendedFeature::RecursiveChangeEvents)) {
+        throw Exception(ErrorCode::UnsupportedOperation, getLocation());
+    }
+    translated([&] {
+        impl_->item.publishFolderEvents(publisher, kinds,
+                                        provider::RecursiveFileWatching::Recursive);
+    });
 }
 
 void Folder::stopPublishingEvents() const {

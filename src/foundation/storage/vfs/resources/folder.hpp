@@ -2,6 +2,7 @@
 
 #include <foundation/export.hpp>
 #include <foundation/storage/provider/attributes.hpp>
+#include <foundation/storage/provider/change_events.hpp>
 #include <foundation/storage/provider/copy_file_options.hpp>
 #include <foundation/storage/provider/i_folder_entry_iterator.hpp>
 #include <foundation/storage/provider/path_comparison.hpp>
@@ -111,6 +112,14 @@ class FOUNDATION_EXPORT Folder {
     /// Writes pending state of the storage out.
     void flushFilesystem();
 
+    /// Adds a publication of the changes of this folder and its children: the provider calls a
+    /// copy of the publisher with each of these kinds, and with overflows, until it is stopped
+    /// (events/event_publisher.hpp).
+    void publishEvents(EventPublisher const& publisher, provider::ChangeKinds const& kinds) const;
+    /// The same for the whole tree. Throws UnsupportedOperation where the provider does not watch
+    /// trees; its exceptions of that question are not translated.
+    void publishEventsRecursively(RecursiveEventPublisher const& publisher,
+                                  provider::ChangeKinds const& kinds) const;
     /// Ends what the oldest publication of this folder's changes started.
     void stopPublishingEvents() const;
 

@@ -1,0 +1,65 @@
+#include <foundation/msg_svc/eventmgr/detail/delivery_queue.hpp>
+
+#include <foundation/msg_svc/eventmgr/base_event.hpp>
+
+#include <utility>
+
+namespace foundation::msg_svc::eventmgr::detail {
+
+struct DeliveryQueue::State {
+    explicit State(Deliver made) : deliver(std::move(made)) {}
+
+    Deliver const deliver;
+    std::mutex mutex;
+    std::condition_variable changed;
+    // guarded by mutex:
+    std::deque<boost::shared_ptr<BaseEvent>> events;
+    bool ending = false;
+};
+
+DeliveryQueue::DeliveryQueue(Deliver deliver) : state_(std::make_shared<State>(std::move(deliver))) {}
+
+DeliveryQueue::~DeliveryQueue() {
+    bool const onOwnThread = thread_.get_id() == std::this_thread::get_id();
+    {
+        std::lock_guard const lock(state_->mutex);
+        state_->ending = true;
+        if (onOwnThread) {
+            state_->events.clear();
+        }
+    }
+    state_->changed.notify_all();
+    if (onOwnThread) {
+        thread_.detach();
+    } else if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void DeliveryQueue::push(boost::shared_ptr<BaseEvent> event) {
+    {
+        std::lock_guard const lock(state_->mutex);
+        if (!thread_.joinable()) {
+            thread_ = std::thread([state = state_] { work(state); });
+        }
+        state_->events.push_back(std::move(event));
+    }
+    state_->changed.notify_one();
+}
+
+void DeliveryQueue::work(std::shared_ptr<State> const& state) {
+    std::unique_lock lock(state->mutex);
+    while (true) {
+        state->changed.wait(lock, [&] { return state->ending || !state->events.empty(); });
+        if (state->events.empty()) {
+            return;
+        }
+        boost::shared_ptr<BaseEvent> const event = std::move(state->events.front());
+        state->events.pop_front();
+        lock.unlock();
+        state->deliver(*event);
+        lock.lock();
+    }
+}
+
+} // namespace foundation::msg_svc::eventmgr::detail

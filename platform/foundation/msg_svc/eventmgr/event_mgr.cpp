@@ -1,0 +1,127 @@
+#include <foundation/msg_svc/eventmgr/event_mgr.hpp>
+
+#include <foundation/log/diagnostic_logger.hpp>
+#include <foundation/msg_svc/eventmgr/detail/delivery_queue.hpp>
+#include <foundation/msg_svc/eventmgr/detail/subscription.hpp>
+#include <foundation/msg_svc/eventmgr/detail/subscription_table.hpp>
+
+#include <boost/exception/diagnostic_information.hpp>
+
+#include <atomic>
+#include <sstream>
+
+namespace foundation::msg_svc::eventmgr {
+
+using detail::DeliveryQueue;
+using detail::Subscription;
+using detail::SubscriptionTable;
+
+namespace {
+
+constexpr int exceptionLevel = 16;
+
+void logException(std::exception_ptr const& exception, StackTrace const& subscriber) {
+    static log::diagnostic_logger const logger("foundation::msg_svc::eventmgr");
+    if (!logger.isEnabled(exceptionLevel)) {
+        return;
+    }
+    std::ostringstream text;
+    try {
+        std::rethrow_exception(exception);
+    } catch (...) {
+        text << "Exception from an event handler: " << boost::current_exception_diagnostic_information();
+    }
+    text << "\nsubscribed at:\n" << subscriber;
+    logger.write(exceptionLevel, text.str());
+}
+
+void deliverTo(SubscriptionTable const& table, BaseEvent const& event) {
+    for (auto const& subscription : table.find(event.getTypeInformation())) {
+        subscription->run(event);
+    }
+}
+
+class TableConnection : public Connection {
+  public:
+    TableConnection(std::weak_ptr<SubscriptionTable> table, std::string typeName,
+                    SubscriptionTable::Tag tag, std::shared_ptr<Subscription> subscription)
+        : table_(std::move(table)),
+          typeName_(std::move(typeName)),
+          tag_(std::move(tag)),
+          subscription_(std::move(subscription)) {}
+
+    void disconnect() override {
+        if (auto const table = table_.lock()) {
+            table->remove(typeName_, tag_, *subscription_);
+        }
+        subscription_->disconnect();
+    }
+
+  private:
+    std::weak_ptr<SubscriptionTable> const table_;
+    std::string const typeName_;
+    SubscriptionTable::Tag const tag_;
+    std::shared_ptr<Subscription> const subscription_;
+};
+
+} // namespace
+
+struct EventMgr::Impl {
+    explicit Impl(ExceptionProcessor made)
+        : processor(std::make_shared<ExceptionProcessor const>(std::move(made))),
+          table(std::make_shared<SubscriptionTable>()),
+          queue([known = table](BaseEvent const& event) { deliverTo(*known, event); }) {}
+
+    SharedProcessor const processor;
+    std::shared_ptr<SubscriptionTable> const table;
+    std::atomic<std::uint64_t> subscribed = 0;
+    DeliveryQueue queue;
+};
+
+EventMgr::EventMgr() : EventMgr(&logException) {}
+
+EventMgr::EventMgr(ExceptionProcessor processor)
+    : impl_(std::make_unique<Impl>(std::move(processor))) {}
+
+EventMgr::~EventMgr() = default;
+
+void EventMgr::deliver(boost::shared_ptr<BaseEvent> const& event, DeliverMode mode) {
+    if (mode == DeliverMode::Queued) {
+        impl_->queue.push(event);
+    } else {
+        // A handler may let go of the last owner of the event manager.
+        deliverTo(*std::shared_ptr(impl_->table), *event);
+    }
+}
+
+std::unique_ptr<Connection> EventMgr::doSubscribe(std::string const& typeName,
+                                                  fl::i18n::ustring const* tag,
+                                                  BaseHandler handler) {
+    SubscriptionTable::Tag const wanted =
+        tag == nullptr ? std::nullopt : SubscriptionTable::Tag(*tag);
+    auto const subscription =
+        std::make_shared<Subscription>(impl_->subscribed++, std::move(handler));
+    auto connection =
+        std::make_unique<TableConnection>(impl_->table, typeName, wanted, subscription);
+    impl_->table->add(typeName, wanted, subscription);
+    return connection;
+}
+
+EventMgr::SharedProcessor EventMgr::processor() const {
+    return impl_->processor;
+}
+
+void EventMgr::processExceptionFromEventHandler(StackTrace const& subscriber) const noexcept {
+    process(*impl_->processor, subscriber);
+}
+
+void EventMgr::process(ExceptionProcessor const& processor,
+                       StackTrace const& subscriber) noexcept {
+    try {
+        processor(std::current_exception(), subscriber);
+    } catch (...) {
+        return; // there is nobody left to tell
+    }
+}
+
+} // namespace foundation::msg_svc::eventmgr
