@@ -17,11 +17,19 @@ struct Sizes : vfs::FolderVisitor {
     std::atomic<int> failures = 0;
 };
 
-int main(int, char** argv) try {
+int main(int argc, char** argv) try {
+    if (argc != 2) {
+        std::cerr << "usage: tree_size FOLDER\n";
+        return 2;
+    }
     auto const system = foundation::storage::provider::standard::makeStandardStorageSystem();
     vfs::StorageSystemReference const storage(system);
     auto const text = fl::i18n::storageNameToUstring(argv[1]);
     vfs::Folder const folder(vfs::toAbsoluteIRI(text, fl::filesystem::current_path()), storage);
+    if (!folder.folderExists()) {
+        std::cerr << "no such folder\n";
+        return 1;
+    }
     Sizes sizes;
     vfs::walkFolderParallel(folder, sizes);
     std::cout << sizes.bytes << " bytes, " << sizes.failures << " failures\n";

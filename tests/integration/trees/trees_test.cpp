@@ -19,6 +19,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <ostream>
 #include <set>
@@ -300,36 +301,132 @@ TEST_P(Trees, IntoThemselvesAreRefused) {
     EXPECT_EQ(treeIn(from, source), content);
 }
 
-/// Each call of the storages in turn fails; what is there behind it is whole, and a second run
-/// completes the copy.
-TEST_P(Trees, FailureAtEveryCallLeavesWholeFilesAndTheSource) {
-    for (Storage const* failing : std::set{&from, &to}) {
+TEST_P(Trees, AreWalkedInParallelAsOneByOne) {
+    from.folder(u"odd").createFolder();
+    Folder const odd = from.folder(u"odd");
+    makeOddTree(Place(from.place().storage, odd.getLocation().toStorageIRI()));
+    struct Noting : vfs::FolderVisitor {
+        FolderVisitResult visitEntryBefore(vfs::FolderEntry const& e) override {
+            return note("before ", e.getFolder().getLocation());
+        }
+        FolderVisitResult visitEntry(vfs::FileEntry const& e) override {
+            return note("file ", e.getFile().getLocation());
+        }
+        FolderVisitResult visitEntryAfter(vfs::FolderEntry const& e) override {
+            return note("after ", e.getFolder().getLocation());
+        }
+        FolderVisitResult note(std::string const& call, vfs::AbsoluteIRI const& at) {
+            std::lock_guard const lock(mutex);
+            calls.insert(call + fl::i18n::toDisplayString(at.toString()));
+            return FolderVisitResult::Continue;
+        }
+        std::mutex mutex;
+        std::multiset<std::string> calls;
+    };
+    Noting serial;
+    Noting parallel;
+    EXPECT_EQ(vfs::walkFolder(odd, serial), FolderVisitResult::Continue);
+    EXPECT_EQ(vfs::walkFolderParallel(odd, parallel), FolderVisitResult::Continue);
+    EXPECT_GT(serial.calls.size(), 100U);
+    EXPECT_EQ(parallel.calls, serial.calls);
+}
+
+TEST_P(Trees, CarryTheTimesOfTheirFoldersOverWithinOneScheme) {
+    auto const time = provider::toPtime({981'173'106, 789'012'000});
+    Folder(source, u"inner").setLastModified(time);
+    source.copyFolder(to.folder(u"copy"), ReplacementPolicy::FailIfExists);
+    bool const oneScheme = &from == &to;
+    EXPECT_EQ(Folder(to.folder(u"copy"), u"inner").getAttributes().getLastModified() == time,
+              oneScheme);
+}
+
+/// Calls `operation` with each call of the storages in turn failing, until none fails any more.
+template<class Operation>
+void failAtEveryCall(std::set<Storage const*> const& storages, Operation operation) {
+    for (Storage const* failing : storages) {
         bool failed = true;
         for (std::uint64_t call = 1; failed; ++call) {
             ASSERT_LT(call, 1000U);
-            Folder const copy = to.folder(u"copy");
-            failing->faults().failAtAny(call, provider::ErrorCode::IOError);
             std::uint64_t const before = failing->faults().countOfFaults();
-            try {
-                source.copyFolder(copy, ReplacementPolicy::ReplaceReadOnly);
-            } catch (vfs::Exception const& e) {
-                EXPECT_EQ(e.getErrorCode(), ErrorCode::IOError) << call;
-            } catch (provider::Exception const& e) {
-                EXPECT_EQ(e.getErrorCode(), provider::ErrorCode::IOError) << call;
-            }
-            failed = failing->faults().countOfFaults() != before;
-            failing->faults().clear();
-            if (copy.folderExists()) {
-                for (auto const& [path, what] : treeIn(to, copy)) {
-                    EXPECT_EQ(what, content.at(path)) << call;
-                }
-            }
-            EXPECT_EQ(treeIn(from, source), content) << call;
-            source.copyFolder(copy, ReplacementPolicy::ReplaceReadOnly);
-            EXPECT_EQ(treeIn(to, copy), content) << call;
-            copy.removeFolder(FolderRemovalPolicy::Recursive);
+            operation([&] { failing->faults().failAtAny(call, provider::ErrorCode::IOError); },
+                      [&] {
+                          failed = failing->faults().countOfFaults() != before;
+                          failing->faults().clear();
+                      },
+                      call);
         }
     }
+}
+
+TEST_P(Trees, FailureAtEveryCallOfAMoveLosesNothing) {
+    failAtEveryCall({&from, &to}, [&](auto fail, auto end, std::uint64_t call) {
+        Folder const moved = to.folder(u"moved");
+        fail();
+        bool done = true;
+        try {
+            source.moveFolder(moved, ReplacementPolicy::ReplaceReadOnly);
+        } catch (std::exception const&) {
+            done = false;
+        } catch (foundation::core::except::IException const&) {
+            done = false;
+        }
+        end();
+        // Either the source is whole, or the copy is.
+        auto const there = moved.folderExists() ? treeIn(to, moved) : decltype(content)();
+        bool const sourceIsWhole = source.folderExists() && treeIn(from, source) == content;
+        EXPECT_TRUE(sourceIsWhole || there == content) << call;
+        EXPECT_TRUE(!done || there == content) << call;
+        if (moved.folderExists()) {
+            moved.removeFolder(FolderRemovalPolicy::Recursive);
+        }
+        if (source.folderExists()) {
+            source.removeFolder(FolderRemovalPolicy::Recursive);
+        }
+        makeSource(from);
+    });
+}
+
+TEST_P(Trees, FailureAtEveryCallOfARemovalLeavesWhatASecondOneRemoves) {
+    failAtEveryCall({&from}, [&](auto fail, auto end, std::uint64_t call) {
+        fail();
+        try {
+            source.removeFolder(FolderRemovalPolicy::Recursive);
+        } catch (vfs::Exception const& e) {
+            EXPECT_EQ(e.getErrorCode(), ErrorCode::IOError) << call;
+        }
+        end();
+        if (source.folderExists()) {
+            source.removeFolder(FolderRemovalPolicy::Recursive);
+        }
+        EXPECT_FALSE(source.folderExists()) << call;
+        makeSource(from);
+    });
+}
+
+/// Each call of the storages in turn fails; what is there behind it is whole, and a second run
+/// completes the copy.
+TEST_P(Trees, FailureAtEveryCallLeavesWholeFilesAndTheSource) {
+    failAtEveryCall({&from, &to}, [&](auto fail, auto end, std::uint64_t call) {
+        Folder const copy = to.folder(u"copy");
+        fail();
+        try {
+            source.copyFolder(copy, ReplacementPolicy::ReplaceReadOnly);
+        } catch (vfs::Exception const& e) {
+            EXPECT_EQ(e.getErrorCode(), ErrorCode::IOError) << call;
+        } catch (provider::Exception const& e) {
+            EXPECT_EQ(e.getErrorCode(), provider::ErrorCode::IOError) << call;
+        }
+        end();
+        if (copy.folderExists()) {
+            for (auto const& [path, what] : treeIn(to, copy)) {
+                EXPECT_EQ(what, content.at(path)) << call;
+            }
+        }
+        EXPECT_EQ(treeIn(from, source), content) << call;
+        source.copyFolder(copy, ReplacementPolicy::ReplaceReadOnly);
+        EXPECT_EQ(treeIn(to, copy), content) << call;
+        copy.removeFolder(FolderRemovalPolicy::Recursive);
+    });
 }
 
 // By the visitors alone: what the disk does by itself goes deeper, and is tested there.

@@ -50,7 +50,8 @@ class Signal : public BaseEvent {
 
   protected:
     Signal(int made, std::vector<ustring> const& tags, boost::shared_ptr<TypeInformation> type)
-        : BaseEvent(type), value(made) {
+        : BaseEvent(type),
+          value(made) {
         type->addUserTags(tags);
     }
 };
@@ -158,8 +159,8 @@ TEST_F(EventMgrTest, DeliversACloneBeforeNotifyReturns) {
 TEST_F(EventMgrTest, DeliversInTheOrderOfSubscribing) {
     auto const tagged = manager.subscribe<Signal>(u"t", noting("tagged "));
     auto const all = manager.subscribe<Signal>(noting("all "));
-    auto const base = manager.subscribe<BaseEvent>(
-        [&](BaseEvent const&) { notes.push_back("base"); });
+    auto const base =
+        manager.subscribe<BaseEvent>([&](BaseEvent const&) { notes.push_back("base"); });
     auto const again = manager.subscribe<Signal>(u"t", noting("again "));
     manager.notify(Signal(1, {u"t"}), Immediate);
     EXPECT_EQ(notes, (std::vector<std::string>{"tagged 1", "all 1", "base", "again 1"}));
@@ -180,8 +181,7 @@ TEST_F(EventMgrTest, TagChoosesAndNoTagTakesAll) {
 
 TEST_F(EventMgrTest, SubscribersOfATypeGetWhatIsDerivedFromItAndNothingElse) {
     auto const signals = manager.subscribe<Signal>(noting("signal "));
-    auto const alarms =
-        manager.subscribe<Alarm>([&](Alarm const&) { notes.push_back("alarm"); });
+    auto const alarms = manager.subscribe<Alarm>([&](Alarm const&) { notes.push_back("alarm"); });
     manager.notify(Alarm(1), Immediate);
     manager.notify(Signal(2), Immediate);
     manager.notify(ShutdownEvent(), Immediate);
@@ -262,8 +262,7 @@ TEST_F(EventMgrTest, HandlerMayDisconnectItselfFromARunInsideAnother) {
 
 TEST_F(EventMgrTest, HandlerThatIsDisconnectedByAnEarlierOneIsNotCalled) {
     std::unique_ptr<Connection> later;
-    auto const earlier =
-        manager.subscribe<Signal>([&](Signal const&) { later->disconnect(); });
+    auto const earlier = manager.subscribe<Signal>([&](Signal const&) { later->disconnect(); });
     later = manager.subscribe<Signal>(noting("later "));
     manager.notify(Signal(1), Immediate);
     EXPECT_TRUE(notes.empty());
@@ -508,11 +507,11 @@ TEST(EventMgr, NoHandlerRunsBehindItsDisconnectHoweverManyThreadsNotify) {
                 // What the handler holds is poisoned as soon as disconnect() has returned.
                 auto ended = std::make_unique<bool>(false);
                 bool* const flag = ended.get();
-                auto const connection = manager.subscribe<Signal>(
-                    i % 2 == 0 ? u"even" : u"odd", [&, flag](Signal const&) {
-                        late += *flag ? 1 : 0;
-                        ++heard;
-                    });
+                auto const connection = manager.subscribe<Signal>(i % 2 == 0 ? u"even" : u"odd",
+                                                                  [&, flag](Signal const&) {
+                                                                      late += *flag ? 1 : 0;
+                                                                      ++heard;
+                                                                  });
                 std::this_thread::yield();
                 connection->disconnect();
                 *ended = true;

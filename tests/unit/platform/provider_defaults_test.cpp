@@ -135,6 +135,30 @@ TEST(ProviderDefaults, EverythingElseIsRefusedNamingTheItem) {
     }
 }
 
+TEST(ProviderDefaults, MovingAFolderOntoOrIntoItselfIsInvalid) {
+    SmallestProvider provider;
+    StorageIRI const source(u"small:/a/b");
+    for (char16_t const* inside : {u"small:/a/b", u"small:/a/b/", u"small:/a/c/../b",
+                                   u"small:/a/b/c", u"small:/a/x/../b/c/d"}) {
+        try {
+            provider.moveFolder(source, StorageIRI(inside), ReplacementPolicy::KeepExisting);
+            ADD_FAILURE() << "not refused";
+        } catch (Exception const& e) {
+            EXPECT_EQ(e.getErrorCode(), ErrorCode::InvalidLocation);
+            EXPECT_EQ(e.getStorageIRI(), StorageIRI(inside));
+        }
+    }
+    for (char16_t const* outside :
+         {u"small:/a", u"small:/a/bc", u"small:/a/child", u"other:/a/b", u"small://h/a/b"}) {
+        try {
+            provider.moveFolder(source, StorageIRI(outside), ReplacementPolicy::KeepExisting);
+            ADD_FAILURE() << "not refused";
+        } catch (Exception const& e) {
+            EXPECT_EQ(e.getErrorCode(), ErrorCode::UnsupportedOperation);
+        }
+    }
+}
+
 TEST(ProviderDefaults, ThereAreNoChangeEvents) {
     SmallestProvider provider;
     std::function<void()> const calls[] = {

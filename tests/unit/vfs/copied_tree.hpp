@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -46,8 +47,10 @@ class CopiedTree : public testing::Test {
                 failWhereTold("removeFolder", at);
                 folders.erase(at);
             };
-            fake->onGetFolderAttributes = [](StorageIRI const&) {
-                return provider::FolderAttributes(values(0));
+            fake->onGetFolderAttributes = [](StorageIRI const& at) {
+                provider::AttributeValues made;
+                made.lastModified.seconds = at == StorageIRI(u"mem:/s") ? 100 : 200;
+                return provider::FolderAttributes(made);
             };
             fake->onSetLastModified = [](StorageIRI const&, auto const&) {};
             fake->onSetWritable = [](StorageIRI const&, bool) {};

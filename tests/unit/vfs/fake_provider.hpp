@@ -10,10 +10,13 @@
 #include <foundation/storage/vfs/storage_system/storage_system.hpp>
 #include <foundation/storage/vfs/storage_system/storage_system_reference.hpp>
 
+#include <boost/property_tree/ptree.hpp>
+
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -59,6 +62,10 @@ class FakeProvider : public provider::IProvider {
     std::function<provider::FilenameSensitivity()> onGetFilenameSensitivity;
     std::function<provider::ExtendedAttributes(StorageIRI const&)> onGetExtendedAttributes;
     std::function<void(StorageIRI const&)> onStopPublishing;
+    /// Both publish operations; a file's has no answer to the last question.
+    std::function<void(StorageIRI const&, provider::ChangeCallback, provider::ChangeKinds const&,
+                       std::optional<provider::RecursiveFileWatching>)>
+        onPublish;
     /// All eight list operations, told apart by their names: "listFilesNamesOnly".
     std::function<std::unique_ptr<provider::IFolderEntryIterator>(
         std::string const& operation, StorageIRI const&, fl::i18n::ustring const& filter)>
@@ -233,6 +240,19 @@ class FakeProvider : public provider::IProvider {
     listAllRecursiveNamesOnly(StorageIRI const& location,
                               fl::i18n::ustring const& filter) const override {
         return list("listAllRecursiveNamesOnly", location, filter);
+    }
+    void publishFileEvents(StorageIRI const& location, provider::ChangeCallback callback,
+                           provider::ChangeKinds const& kinds) override {
+        note("publishFileEvents", text(location));
+        onPublish ? onPublish(location, std::move(callback), kinds, std::nullopt)
+                  : IProvider::publishFileEvents(location, std::move(callback), kinds);
+    }
+    void publishFolderEvents(StorageIRI const& location, provider::ChangeCallback callback,
+                             provider::ChangeKinds const& kinds,
+                             provider::RecursiveFileWatching recursive) override {
+        note("publishFolderEvents", text(location) + number(recursive));
+        onPublish ? onPublish(location, std::move(callback), kinds, recursive)
+                  : IProvider::publishFolderEvents(location, std::move(callback), kinds, recursive);
     }
     void stopPublishingFileEvents(StorageIRI const& location) override {
         note("stopPublishingFileEvents", text(location));

@@ -150,4 +150,25 @@ TEST_F(FolderMove, IntoItsOwnDescendantLosesNothing) {
     EXPECT_FALSE(sourceIsGone());
 }
 
+TEST_F(FolderMove, OntoItselfByAnotherSpellingLosesNothing) {
+    for (char16_t const* self : {u"mem:/s", u"mem:/s/", u"mem:/x/../s"}) {
+        for (ReplacementPolicy const policy : everyPolicy) {
+            EXPECT_EQ(codeOf([&] { source().moveFolder(at(self), policy); }),
+                      ErrorCode::InvalidLocation);
+        }
+    }
+    for (std::string const& call : mem->calls()) {
+        EXPECT_EQ(call, "moveFolder");
+    }
+}
+
+// A surprise of the copy that is kept: the source is removed as copied.
+TEST_F(FolderMove, SourceFileThatVanishesTakesTheRestOfItsFolderWithIt) {
+    moveFailsWith(11);
+    failOn("copyFile mem:/d/a", 4);
+    EXPECT_NO_THROW(move(ReplacementPolicy::FailIfExists));
+    EXPECT_TRUE(files.empty());
+    EXPECT_TRUE(sourceIsGone());
+}
+
 } // namespace

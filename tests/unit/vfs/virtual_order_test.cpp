@@ -3,11 +3,13 @@
 
 #include <foundation/storage/provider/i_folder_entry_iterator.hpp>
 #include <foundation/storage/vfs/errors/exception.hpp>
+#include <foundation/storage/vfs/events/event.hpp>
 #include <foundation/storage/vfs/iri/invalid_iri_exception.hpp>
 #include <foundation/storage/vfs/listing/detail/i_folder_iterator_impl.hpp>
 #include <foundation/storage/vfs/listing/file_or_folder_entry.hpp>
 #include <foundation/storage/vfs/listing/list_entry.hpp>
 #include <foundation/storage/vfs/resources/file.hpp>
+#include <foundation/storage/vfs/storage_system/factory_backed_storage_system.hpp>
 #include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 #include <foundation/storage/vfs/storage_system/storage_system_reference.hpp>
 #include <foundation/storage/vfs/storage_system/unsupported_iri_scheme_exception.hpp>
@@ -76,6 +78,7 @@ TEST(VirtualOrder, OfStorageSystems) {
     expectSystemOrder<vfs::StorageSystem>();
     expectSystemOrder<vfs::StorageSystemReference>();
     expectSystemOrder<vfs::PluggableStorageSystem>();
+    expectSystemOrder<vfs::ProviderFactoryBackedStorageSystem>();
 }
 
 TEST(VirtualOrder, OfResourcesBeginsWithTheLocation) {
@@ -123,6 +126,14 @@ TEST(VirtualOrder, OfVisitors) {
     EXPECT_EQ(slotOf(&Visitor::visitFolderFailed), 6U);
     EXPECT_EQ(slotOf(&Visitor::visitFolderEntryFailed), 7U);
     static_assert(std::has_virtual_destructor_v<Visitor>);
+}
+
+TEST(VirtualOrder, OfEvents) {
+    EXPECT_EQ(slotOf(&vfs::Event::clone), destructor);
+    EXPECT_EQ(slotOf(&vfs::Event::canBeSerialized), 1 + destructor);
+    EXPECT_EQ(slotOf(&vfs::Event::fillStream), 2 + destructor);
+    EXPECT_EQ(slotOf(&vfs::Event::isQuillonClientsAllowed), 3 + destructor);
+    EXPECT_EQ(slotOf(&vfs::Event::getSimpleEventData), 4 + destructor);
 }
 
 } // namespace

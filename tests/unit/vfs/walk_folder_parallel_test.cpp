@@ -9,15 +9,20 @@
 
 #include <tbb/global_control.h>
 #include <tbb/task_arena.h>
+#include <tbb/task_group.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <latch>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -301,18 +306,80 @@ TEST_F(ParallelWalk, PredicateThatTurnsTrueInTheLastItemLeavesTheFolderOpen) {
     EXPECT_EQ(visitor.calls(), (Calls{"before f", "file 0"}));
 }
 
-TEST_F(ParallelWalk, NothingIsBegunOnceThePredicateAnswersTrue) {
+TEST_F(ParallelWalk, NothingIsVisitedOnceThePredicateAnswersTrue) {
     addFiles(1000);
-    std::atomic<bool> stop = false;
+    bool stop = false;
     visitor.on("file 0", [&] {
         stop = true;
         return Continue;
     });
-    EXPECT_EQ(vfs::walkFolderParallel(at(u"mem:/f"), visitor,
-                                      [&] { return stop || visitor.calls().size() > 500; }),
+    tbb::task_arena alone(1);
+    EXPECT_EQ(alone.execute([&] {
+        return vfs::walkFolderParallel(at(u"mem:/f"), visitor, [&] { return stop; });
+    }),
               Stop);
-    EXPECT_LT(visitor.calls().size(), 600U);
-    EXPECT_EQ(visitor.count("after f"), 0);
+    EXPECT_EQ(visitor.calls().back(), "file 0");
+}
+
+TEST_F(ParallelWalk, StopOutweighsSkip) {
+    visitor.on("file a", Skip);
+    visitor.on("file c", Stop);
+    EXPECT_EQ(walk(), Stop);
+    EXPECT_EQ(visitor.count("after r"), 0);
+}
+
+TEST_F(ParallelWalk, PredicateIsAskedAtTheEndBehindAStopToo) {
+    addFiles(2);
+    visitor.on("file 0", Stop);
+    std::atomic<int> polls = 0;
+    EXPECT_EQ(vfs::walkFolderParallel(at(u"mem:/f"), visitor,
+                                      [&] {
+                                          ++polls;
+                                          return false;
+                                      }),
+              Stop);
+    EXPECT_EQ(polls, 1 + 2 + 1);
+}
+
+// A folder's group is bound to the one around it.
+
+TEST_F(ParallelWalk, ExceptionOfAFolderDropsWhatIsBelowItToo) {
+    std::vector<provider::FolderEntry> many;
+    for (int i = 0; i < 100; ++i) {
+        many.push_back(file(fl::i18n::to_ustring(std::to_string(i)).c_str()));
+    }
+    tree.add(u"mem:/r", {folder(u"S"), file(u"x")});
+    tree.add(u"mem:/r/S", std::move(many));
+    std::atomic<bool> begun = false;
+    std::atomic<bool> thrown = false;
+    visitor.on("file 0", [&] {
+        begun = true;
+        EXPECT_TRUE(comesTrue([&] { return thrown.load(); }));
+        // The exception has left its item by then, or will before the other items of the folder.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return Continue;
+    });
+    visitor.on("file x", [&]() -> FolderVisitResult {
+        EXPECT_TRUE(comesTrue([&] { return begun.load(); }));
+        thrown = true;
+        throw std::runtime_error("foreign");
+    });
+    EXPECT_THROW(onSeveralThreads([&] { return walk(); }), std::runtime_error);
+    EXPECT_LT(visitor.calls().size(), 100U) << "the rest of S was dropped";
+    EXPECT_EQ(visitor.count("after S"), 1) << "and S was closed all the same";
+    EXPECT_EQ(visitor.count("after r"), 0);
+}
+
+TEST_F(ParallelWalk, InACancelledTaskGroupVisitsNoItemAndClosesTheFolder) {
+    tbb::task_group group;
+    FolderVisitResult result = Stop;
+    group.run([&] {
+        group.cancel();
+        result = walk();
+    });
+    group.wait();
+    EXPECT_EQ(result, Continue);
+    EXPECT_EQ(visitor.calls(), (Calls{"before r", "after r"}));
 }
 
 TEST_F(ParallelWalk, PredicateIsCopied) {

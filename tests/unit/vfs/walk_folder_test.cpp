@@ -316,10 +316,45 @@ TEST_P(AnyWalk, NoCursorIsLeftOpen) {
     EXPECT_EQ(tree.alive(), 0);
 }
 
-TEST_P(AnyWalk, FolderIsBorrowedAndTheVisitorSeesItsOwnCopy) {
-    Folder const borrowed = at();
-    GetParam().run(borrowed, visitor);
-    EXPECT_EQ(borrowed, at());
+TEST_P(AnyWalk, GoesOnWhereTheCallersHandleIsAssignedMeanwhile) {
+    Folder handle = at();
+    visitor.on("before r", [&] {
+        handle = at(u"mem:/elsewhere");
+        return Continue;
+    });
+    EXPECT_EQ(GetParam().run(handle, visitor), Continue);
+    EXPECT_EQ(visitor.sorted(), wholeTree);
+}
+
+TEST_P(AnyWalk, CursorWithoutACloneIsTheFoldersOwnFailure) {
+    inner->cloneless = true;
+    visitor.onFailures(Continue);
+    EXPECT_EQ(walk(), Continue);
+    std::string const failed =
+        "failed S " + std::to_string(static_cast<std::uint32_t>(ErrorCode::InternalError));
+    EXPECT_EQ(visitor.sorted(),
+              (Calls{"after r", "before S", "before r", failed, "file a", "file c"}));
+}
+
+TEST_P(AnyWalk, HandlerRunsWithTheVeryExceptionInFlight) {
+    struct Detailed : Exception {
+        using Exception::Exception;
+    };
+    struct Rethrowing : FolderVisitor {
+        FolderVisitResult visit(vfs::File const& f) override {
+            if (f.getName() == u"b") {
+                throw Detailed(ErrorCode::IOError, AbsoluteIRI(u"mem:/named"));
+            }
+            return Continue;
+        }
+        FolderVisitResult visitFolderFailed(Folder const&, Exception const& e) override {
+            sawSubclass = sawSubclass && dynamic_cast<Detailed const*>(&e) != nullptr;
+            throw;
+        }
+        bool sawSubclass = true;
+    } rethrowing;
+    EXPECT_THROW(GetParam().run(at(), rethrowing), Detailed);
+    EXPECT_TRUE(rethrowing.sawSubclass);
 }
 
 class SerialWalk : public WalkedTree {
@@ -496,6 +531,7 @@ TEST_F(SerialWalk, KeepsOneListingOpenForEachFolderOnTheWayDown) {
     });
     walk();
     ASSERT_EQ(open.size(), 3U);
+    EXPECT_EQ(open[0], 2) << "that of the listing, and the one that moves";
     EXPECT_EQ(open[1], 2 * open[0]);
     EXPECT_EQ(open[2], open[0]);
 }

@@ -15,8 +15,8 @@ class FOUNDATION_EXPORT Connection {
     /// Ends the subscription. When this returns the handler is not running, on any thread, and will
     /// not run again; what the handler holds has been let go of.
     ///
-    /// From inside the handler it returns as well: the handler runs to its end, and never again. Two
-    /// handlers that end each other at once on two threads wait for each other for ever.
+    /// From inside the handler it returns as well: the handler runs to its end, and never again.
+    /// Two handlers that end each other at once on two threads wait for each other for ever.
     ///
     /// Safe on any thread, also twice and at once.
     virtual void disconnect() = 0;

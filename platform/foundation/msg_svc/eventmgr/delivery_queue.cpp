@@ -17,7 +17,8 @@ struct DeliveryQueue::State {
     bool ending = false;
 };
 
-DeliveryQueue::DeliveryQueue(Deliver deliver) : state_(std::make_shared<State>(std::move(deliver))) {}
+DeliveryQueue::DeliveryQueue(Deliver deliver)
+    : state_(std::make_shared<State>(std::move(deliver))) {}
 
 DeliveryQueue::~DeliveryQueue() {
     bool const onOwnThread = thread_.get_id() == std::this_thread::get_id();

@@ -29,7 +29,8 @@ void logException(std::exception_ptr const& exception, StackTrace const& subscri
     try {
         std::rethrow_exception(exception);
     } catch (...) {
-        text << "Exception from an event handler: " << boost::current_exception_diagnostic_information();
+        text << "Exception from an event handler: "
+             << boost::current_exception_diagnostic_information();
     }
     text << "\nsubscribed at:\n" << subscriber;
     logger.write(exceptionLevel, text.str());
@@ -115,8 +116,7 @@ void EventMgr::processExceptionFromEventHandler(StackTrace const& subscriber) co
     process(*impl_->processor, subscriber);
 }
 
-void EventMgr::process(ExceptionProcessor const& processor,
-                       StackTrace const& subscriber) noexcept {
+void EventMgr::process(ExceptionProcessor const& processor, StackTrace const& subscriber) noexcept {
     try {
         processor(std::current_exception(), subscriber);
     } catch (...) {

@@ -8,8 +8,7 @@ namespace foundation::msg_svc::eventmgr::detail {
 /// disconnects itself is known.
 class Subscription::Run {
   public:
-    explicit Run(Subscription& subscription)
-        : subscription_(subscription), outer_(innermost) {
+    explicit Run(Subscription& subscription) : subscription_(subscription), outer_(innermost) {
         innermost = this;
     }
     Run(Run const&) = delete;
@@ -41,7 +40,8 @@ class Subscription::Run {
 thread_local Subscription::Run* Subscription::Run::innermost = nullptr;
 
 Subscription::Subscription(std::uint64_t number, std::function<void(BaseEvent const&)> handler)
-    : number_(number), handler_(std::move(handler)) {}
+    : number_(number),
+      handler_(std::move(handler)) {}
 
 void Subscription::run(BaseEvent const& event) {
     {

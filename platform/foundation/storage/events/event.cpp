@@ -19,8 +19,7 @@ std::string const& Event::EventType() {
 }
 
 fl::i18n::ustring createEventType(Kind kind, fl::i18n::ustring const& location) {
-    fl::i18n::ustring tag =
-        fl::i18n::to_ustring(std::to_string(static_cast<std::uint32_t>(kind)));
+    fl::i18n::ustring tag = fl::i18n::to_ustring(std::to_string(static_cast<std::uint32_t>(kind)));
     tag += u' ';
     tag += location;
     return tag;

@@ -12,7 +12,9 @@ namespace foundation::storage::events {
 class FOUNDATION_EXPORT SimpleEventData {
   public:
     SimpleEventData(Kind kind, fl::i18n::ustring location, EntryType entryType)
-        : kind_(kind), location_(std::move(location)), entryType_(entryType) {}
+        : kind_(kind),
+          location_(std::move(location)),
+          entryType_(entryType) {}
 
     Kind getKind() const noexcept { return kind_; }
     /// The text of the location of what changed.

@@ -137,7 +137,13 @@ CopyStatus IProvider::copyFile(StorageIRI const& source, StorageItem const& dest
 void IProvider::moveFile(StorageIRI const& source, StorageIRI const&, ReplacementPolicy const&) {
     refuse(source);
 }
-void IProvider::moveFolder(StorageIRI const& source, StorageIRI const&, ReplacementPolicy const&) {
+void IProvider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
+                           ReplacementPolicy const&) {
+    // A caller answers UnsupportedOperation with a copy and the removal of the source, which would
+    // be all there is where both are one.
+    if (source.isAncestorOf(StorageIRI(destination, u"child"))) {
+        throw Exception(ErrorCode::InvalidLocation, destination);
+    }
     refuse(source);
 }
 

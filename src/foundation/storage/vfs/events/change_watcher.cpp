@@ -127,8 +127,8 @@ ChangeWatcher::~ChangeWatcher() = default;
 ScopedConnection ChangeWatcher::watch(FileOrFolder const& resource, std::vector<Kind> const& kinds,
                                       WithRecursiveChangeEvents recursive, Handler handler) {
     publications_->join(resource, recursive);
-    auto connection = std::make_unique<WatchConnection>(
-        [publications = publications_, resource, recursive] {
+    auto connection =
+        std::make_unique<WatchConnection>([publications = publications_, resource, recursive] {
             publications->leave(resource, recursive);
         });
     WatchConnection& made = *connection;

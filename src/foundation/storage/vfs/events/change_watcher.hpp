@@ -25,15 +25,15 @@ class FOUNDATION_EXPORT ChangeWatcher {
     ChangeWatcher& operator=(ChangeWatcher const&) = delete;
     ~ChangeWatcher();
 
-    /// Calls `handler` with each change of these kinds to the resource, for a folder to its children
-    /// too, and for a recursive one to everything below; and with every Overflow, which says that
-    /// changes were lost. It runs on the thread of the storage that noticed the change, several
-    /// calls at once where several did. Ends with the connection (Connection::disconnect()).
+    /// Calls `handler` with each change of these kinds to the resource, for a folder to its
+    /// children too, and for a recursive one to everything below; and with every Overflow, which
+    /// says that changes were lost. It runs on the thread of the storage that noticed the change,
+    /// several calls at once where several did. Ends with the connection
+    /// (Connection::disconnect()).
     ///
     /// Throws what detail::publishEventsFor() does.
     [[nodiscard]] foundation::msg_svc::eventmgr::ScopedConnection
-    watch(FileOrFolder const& resource,
-          std::vector<foundation::storage::events::Kind> const& kinds,
+    watch(FileOrFolder const& resource, std::vector<foundation::storage::events::Kind> const& kinds,
           WithRecursiveChangeEvents recursive, Handler handler);
 
   private:

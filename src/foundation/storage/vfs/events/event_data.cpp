@@ -11,7 +11,8 @@ namespace foundation::storage::vfs {
 using boost::property_tree::ptree;
 
 EventData::EventData(Kind const& kind, FileOrFolder const& resource)
-    : kind_(kind), resource_(resource) {}
+    : kind_(kind),
+      resource_(resource) {}
 
 Kind EventData::getKind() const {
     return kind_;

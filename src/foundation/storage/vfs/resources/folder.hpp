@@ -60,7 +60,8 @@ class FOUNDATION_EXPORT Folder {
 
     /// Makes the tree of this folder appear at `destination`, whatever the two are called, one item
     /// after the other; a failure leaves what was done so far. Within one scheme the times of the
-    /// last change are carried over where possible. What vanishes meanwhile is left out silently.
+    /// last change are carried over where possible. A source file that vanishes meanwhile drops
+    /// what has not been copied of its folder, silently.
     ///
     /// What is there already:
     /// - FailIfExists: a folder fails with ResourceAlreadyExists.
@@ -69,7 +70,8 @@ class FOUNDATION_EXPORT Folder {
     ///   File::copyFile. The latter goes on where a file is denied, and throws the last denial at
     ///   the end.
     /// - KeepExisting: folders are merged.
-    /// An existing file is left alone, silently, under all but the two that replace read-only ones.
+    /// An existing file is left alone, silently, under all but ReplaceReadOnly and
+    /// ReplaceAndDeferDenied.
     ///
     /// Throws ResourceNotFound for a missing folder, and InvalidLocation, naming the destination,
     /// where that lies in this folder. Provider exceptions of the question whether the folder
@@ -79,7 +81,7 @@ class FOUNDATION_EXPORT Folder {
     void copyFolderInto(Folder const& destination, provider::ReplacementPolicy const& policy) const;
     /// Moves by the provider where both have one scheme. Where it cannot, and where what is there
     /// stops it and the policy merges, the tree is copied as by copyFolder(), and removed when that
-    /// returned: so is a file that the copy left alone.
+    /// returned: so is what the copy left alone, or dropped because a file vanished.
     void moveFolder(Folder const& destination, provider::ReplacementPolicy const& policy) const;
 
     provider::FilenameSensitivity getFilenameSensitivity() const;

@@ -59,8 +59,8 @@ ProviderFactoryBackedStorageSystem::FactoryImpl::FactoryImpl(
     }
 }
 
-std::shared_ptr<IProvider> ProviderFactoryBackedStorageSystem::FactoryImpl::doBuildProvider(
-    StorageIRI const& location) {
+std::shared_ptr<IProvider>
+ProviderFactoryBackedStorageSystem::FactoryImpl::doBuildProvider(StorageIRI const& location) {
     ustring const scheme = location.getScheme();
     bool const nested = location.hasInnerIRI();
     if (!nested) {
@@ -78,8 +78,8 @@ std::shared_ptr<IProvider> ProviderFactoryBackedStorageSystem::FactoryImpl::doBu
             return factory->buildProvider(StorageItem(doBuildProvider(inner), inner));
         }
     }
-    throw foundation::core::except::detail::AnonymousInternalException<UnsupportedIRISchemeException>(
-        UnsupportedIRISchemeException(scheme));
+    throw foundation::core::except::detail::AnonymousInternalException<
+        UnsupportedIRISchemeException>(UnsupportedIRISchemeException(scheme));
 }
 
 void ProviderFactoryBackedStorageSystem::FactoryImpl::add(
@@ -122,7 +122,8 @@ void ProviderFactoryBackedStorageSystem::FactoryImpl::shutdown() const {
 
 ProviderFactoryBackedStorageSystem::ProviderFactoryBackedStorageSystem(
     boost::shared_ptr<EventMgr> const& eventMgr)
-    : eventMgr_(eventMgr), impl_(boost::make_shared<FactoryImpl>(eventMgr)) {}
+    : eventMgr_(eventMgr),
+      impl_(boost::make_shared<FactoryImpl>(eventMgr)) {}
 
 ProviderFactoryBackedStorageSystem::~ProviderFactoryBackedStorageSystem() = default;
 

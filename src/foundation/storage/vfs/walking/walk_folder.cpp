@@ -21,6 +21,16 @@ class FolderWalker {
     FolderVisitor& visitor_;
 };
 
+/// A listing and the way through it.
+struct Traversal {
+    explicit Traversal(Folder const& folder)
+        : listing(folder.listAllEntries()),
+          position(listing.begin()) {}
+
+    FolderListing<FileOrFolderEntry> const listing;
+    FolderListingIterator<FileOrFolderEntry> position;
+};
+
 FolderVisitResult FolderWalker::visitItem(FileOrFolderEntry const& item) {
     if (auto const* file = boost::get<FileEntry>(&item)) {
         return visitor_.visitEntry(*file);
@@ -34,22 +44,21 @@ FolderVisitResult FolderWalker::walk(FolderEntry const& entry) {
         return before;
     }
 
-    FolderListing<FileOrFolderEntry> listing;
-    std::optional<FolderListingIterator<FileOrFolderEntry>> position;
+    std::optional<Traversal> traversal;
     try {
-        listing = entry.getFolder().listAllEntries();
-        position.emplace(listing.begin());
+        traversal.emplace(entry.getFolder());
     } catch (Exception const& e) {
         return detail::endByFailure(visitor_, entry, e);
     }
 
-    FolderListingIterator<FileOrFolderEntry> const end = listing.end();
-    while (*position != end) {
+    auto& position = traversal->position;
+    FolderListingIterator<FileOrFolderEntry> const end = traversal->listing.end();
+    while (position != end) {
         try {
-            if (visitItem(**position) == FolderVisitResult::Stop) {
+            if (visitItem(*position) == FolderVisitResult::Stop) {
                 return FolderVisitResult::Stop;
             }
-            ++*position;
+            ++position;
         } catch (Exception const& e) {
             return detail::endByFailure(visitor_, entry, e);
         }

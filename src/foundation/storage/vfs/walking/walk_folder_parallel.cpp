@@ -6,11 +6,9 @@
 #include <tbb/parallel_for_each.h>
 #include <tbb/task_arena.h>
 
-#include <algorithm>
 #include <mutex>
 #include <optional>
 #include <utility>
-#include <vector>
 
 namespace foundation::storage::vfs {
 
@@ -37,15 +35,22 @@ class ParallelFolderWalker {
     tbb::task_arena arena_;
 };
 
-/// Stop outweighs Skip, and Skip everything else; in any order.
-FolderVisitResult reduced(std::vector<FolderVisitResult> const& results) {
-    for (FolderVisitResult const weighty : {FolderVisitResult::Stop, FolderVisitResult::Skip}) {
-        if (std::find(results.begin(), results.end(), weighty) != results.end()) {
-            return weighty;
-        }
+/// What the items of a folder answered, of which Stop alone decides anything. Safe on any thread.
+class ItemResults {
+  public:
+    void add(FolderVisitResult result) {
+        std::lock_guard const lock(mutex_);
+        anyStop_ = anyStop_ || result == FolderVisitResult::Stop;
     }
-    return FolderVisitResult::Continue;
-}
+    bool anyStop() const {
+        std::lock_guard const lock(mutex_);
+        return anyStop_;
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    bool anyStop_ = false; // guarded by mutex_
+};
 
 FolderVisitResult ParallelFolderWalker::walk(FolderEntry const& entry) {
     if (shouldStop_()) {
@@ -63,17 +68,13 @@ FolderVisitResult ParallelFolderWalker::walk(FolderEntry const& entry) {
         return detail::endByFailure(visitor_, entry, e);
     }
 
-    std::vector<FolderVisitResult> results;
-    std::mutex resultsMutex;
+    ItemResults results;
     tbb::parallel_for_each(feed->begin(), feed->end(), [&](EntryFeed::Slot* slot) {
         FileOrFolderEntry const item = feed->take(slot);
-        FolderVisitResult const result = visitItem(entry, item);
-        std::lock_guard const lock(resultsMutex);
-        results.push_back(result);
+        results.add(visitItem(entry, item));
     });
 
-    FolderVisitResult const inside = reduced(results);
-    if (shouldStop_() || inside == FolderVisitResult::Stop) {
+    if (shouldStop_() || results.anyStop()) {
         return FolderVisitResult::Stop;
     }
     return visitor_.visitEntryAfter(entry);

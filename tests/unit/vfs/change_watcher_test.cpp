@@ -1,0 +1,160 @@
+#include <foundation/storage/vfs/events/change_watcher.hpp>
+
+#include "watched_storage.hpp"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace vfs_test;
+using foundation::msg_svc::eventmgr::ScopedConnection;
+using vfs::ChangeWatcher;
+using vfs::ErrorCode;
+using vfs::Event;
+using vfs::WithRecursiveChangeEvents;
+using Log = std::vector<std::string>;
+using Watching = provider::RecursiveFileWatching;
+
+constexpr auto Yes = WithRecursiveChangeEvents::Yes;
+constexpr auto No = WithRecursiveChangeEvents::No;
+
+class ChangeWatcherTest : public WatchedStorage {
+  protected:
+    ScopedConnection watch(vfs::FileOrFolder const& resource, WithRecursiveChangeEvents recursive,
+                           Log& notes,
+                           std::vector<Kind> const& kinds = {Kind::Created, Kind::Removed}) {
+        return watcher.watch(resource, kinds, recursive,
+                             [&notes](Event const& event) { notes.push_back(text(event)); });
+    }
+    void report(Kind kind, char16_t const* watched, char16_t const* entry) {
+        auto const all = published; // handlers may change it
+        for (Publication const& publication : all) {
+            publication.report(kind, StorageIRI(watched), StorageIRI(entry), EntryType::File, {});
+        }
+    }
+    std::vector<std::optional<Watching>> publications() const {
+        std::vector<std::optional<Watching>> found;
+        for (Publication const& publication : published) {
+            found.push_back(publication.recursive);
+        }
+        return found;
+    }
+
+    ChangeWatcher watcher;
+    Log first;
+    Log second;
+};
+
+TEST_F(ChangeWatcherTest, OneCallPublishesAndSubscribesAndOneObjectEndsBoth) {
+    {
+        ScopedConnection const connection = watch(folder(), No, first);
+        EXPECT_EQ(published.size(), 1U);
+        report(Kind::Created, u"mem:/d", u"mem:/d/f");
+        EXPECT_EQ(first, (Log{"0 mem:/d/f 0"}));
+    }
+    EXPECT_TRUE(published.empty());
+}
+
+TEST_F(ChangeWatcherTest, EverythingIsPublishedAndEachHearsTheKindsThatItAskedFor) {
+    ScopedConnection const connection = watch(folder(), No, first, {Kind::Removed});
+    EXPECT_EQ(published[0].kinds.size(), 5U);
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    report(Kind::Removed, u"mem:/d", u"mem:/d/f");
+    report(Kind::Overflow, u"mem:/d", u"mem:/d");
+    EXPECT_EQ(first, (Log{"3 mem:/d/f 0", "4 mem:/d 0"})) << "an overflow always";
+}
+
+TEST_F(ChangeWatcherTest, SeveralShareOnePublicationUntilTheLastLeaves) {
+    ScopedConnection one = watch(folder(), No, first);
+    ScopedConnection two = watch(folder(), No, second);
+    EXPECT_EQ(published.size(), 1U);
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    one.disconnect();
+    EXPECT_EQ(published.size(), 1U);
+    report(Kind::Created, u"mem:/d", u"mem:/d/g");
+    two.disconnect();
+    EXPECT_TRUE(published.empty());
+    EXPECT_EQ(first, (Log{"0 mem:/d/f 0"}));
+    EXPECT_EQ(second, (Log{"0 mem:/d/f 0", "0 mem:/d/g 0"}));
+}
+
+TEST_F(ChangeWatcherTest, RecursiveReplacesFlatWhileAnybodyWantsIt) {
+    ScopedConnection flat = watch(folder(), No, first);
+    EXPECT_EQ(publications(), (std::vector<std::optional<Watching>>{Watching::NonRecursive}));
+    ScopedConnection deep = watch(folder(), Yes, second);
+    EXPECT_EQ(publications(), (std::vector<std::optional<Watching>>{Watching::Recursive}));
+    deep.disconnect();
+    EXPECT_EQ(publications(), (std::vector<std::optional<Watching>>{Watching::NonRecursive}));
+    flat.disconnect();
+    EXPECT_TRUE(published.empty());
+}
+
+TEST_F(ChangeWatcherTest, FlatWatcherOfAPublishedTreeHearsOfTheFolderAndItsChildrenAlone) {
+    ScopedConnection const deep = watch(folder(), Yes, second);
+    ScopedConnection const flat = watch(folder(), No, first);
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    report(Kind::Created, u"mem:/d/e", u"mem:/d/e/g");
+    report(Kind::Removed, u"mem:/d", u"mem:/d");
+    EXPECT_EQ(first, (Log{"0 mem:/d/f 0", "3 mem:/d 0"}));
+    EXPECT_EQ(second, (Log{"0 mem:/d/f 0", "0 mem:/d/e/g 0", "3 mem:/d 0"}));
+}
+
+TEST_F(ChangeWatcherTest, NothingIsLeftBehindWhereWatchingFails) {
+    mem->onHasFeature = nullptr;
+    EXPECT_EQ(codeOf([&] { auto const c = watch(folder(), Yes, first); }),
+              ErrorCode::UnsupportedOperation);
+    ScopedConnection const flat = watch(folder(), No, first);
+    EXPECT_EQ(codeOf([&] { auto const c = watch(folder(), Yes, second); }),
+              ErrorCode::UnsupportedOperation);
+    EXPECT_EQ(publications(), (std::vector<std::optional<Watching>>{Watching::NonRecursive}));
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    EXPECT_EQ(first, (Log{"0 mem:/d/f 0"}));
+    EXPECT_TRUE(second.empty());
+}
+
+TEST_F(ChangeWatcherTest, FilesAreWatchedToo) {
+    ScopedConnection const connection = watch(file(), No, first);
+    report(Kind::Removed, u"mem:/d/f", u"mem:/d/f");
+    EXPECT_EQ(first, (Log{"3 mem:/d/f 0"}));
+    EXPECT_EQ(codeOf([&] { auto const c = watch(file(), Yes, second); }),
+              ErrorCode::InvalidLocation);
+}
+
+TEST_F(ChangeWatcherTest, HandlerMayEndItselfAndWatchAnother) {
+    ScopedConnection connection;
+    ScopedConnection other;
+    connection = watcher.watch(folder(), {Kind::Created}, No, [&](Event const& event) {
+        first.push_back(text(event));
+        connection.disconnect();
+        other = watch(folder(u"mem:/o"), No, second);
+    });
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    report(Kind::Created, u"mem:/o", u"mem:/o/x");
+    EXPECT_EQ(first, (Log{"0 mem:/d/f 0"}));
+    EXPECT_EQ(second, (Log{"0 mem:/o/x 0"}));
+    EXPECT_EQ(published.size(), 1U);
+}
+
+TEST_F(ChangeWatcherTest, ConnectionsGoOnWithoutTheWatcher) {
+    ScopedConnection connection;
+    {
+        ChangeWatcher mortal;
+        connection = mortal.watch(folder(), {Kind::Created}, No,
+                                  [&](Event const& event) { first.push_back(text(event)); });
+    }
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    connection.disconnect();
+    EXPECT_EQ(first, (Log{"0 mem:/d/f 0"}));
+    EXPECT_TRUE(published.empty());
+}
+
+TEST_F(ChangeWatcherTest, FailureToStopReachesNobody) {
+    ScopedConnection connection = watch(folder(), No, first);
+    mem->onStopPublishing = [](StorageIRI const& at) { fail(9, at); };
+    EXPECT_NO_THROW(connection.disconnect());
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    EXPECT_TRUE(first.empty());
+}
+
+} // namespace
