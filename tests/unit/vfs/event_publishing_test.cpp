@@ -19,6 +19,8 @@
 namespace {
 
 using namespace vfs_test;
+using foundation::msg_svc::eventmgr::Connection;
+using foundation::msg_svc::eventmgr::DeliverMode;
 using vfs::AbsoluteIRI;
 using vfs::ErrorCode;
 using vfs::EventPublisher;
@@ -27,8 +29,6 @@ using vfs::RecursiveEventPublisher;
 using vfs::WithRecursiveChangeEvents;
 using vfs::detail::publishEventsFor;
 using vfs::detail::stopPublishingEventsFor;
-using foundation::msg_svc::eventmgr::Connection;
-using foundation::msg_svc::eventmgr::DeliverMode;
 using Log = std::vector<std::string>;
 
 constexpr auto Yes = WithRecursiveChangeEvents::Yes;
@@ -116,14 +116,12 @@ TEST_F(EventPublishing, ProvidersRefusalsAreTranslated) {
         mem->onPublish = [thrower](StorageIRI const& at, auto&&...) { thrower(at); };
     };
     for (WithRecursiveChangeEvents const recursive : {Yes, No}) {
-        refuseWith([](StorageIRI const& at) {
-            throw provider::ChangeEventsNotSupportedException(at);
-        });
+        refuseWith(
+            [](StorageIRI const& at) { throw provider::ChangeEventsNotSupportedException(at); });
         EXPECT_THROW(publishEventsFor(folder(), kinds, recursive),
                      vfs::ChangeEventsNotSupportedException);
-        refuseWith([](StorageIRI const& at) {
-            throw provider::ChangeEventsSubscriptionException(at);
-        });
+        refuseWith(
+            [](StorageIRI const& at) { throw provider::ChangeEventsSubscriptionException(at); });
         EXPECT_THROW(publishEventsFor(folder(), kinds, recursive),
                      vfs::ChangeEventsSubscriptionException);
         refuseWith([](StorageIRI const& at) { fail(6, at); });
@@ -204,12 +202,12 @@ TEST_F(EventPublishing, EachEventHasTheSystemFindTheProvider) {
 TEST_F(EventPublishing, FailuresGoBackToTheProvider) {
     publishEventsFor(folder(), kinds, No);
     auto const report = published[0].report;
-    EXPECT_THROW(report(Kind::Created, StorageIRI(u"mem:/d"), StorageIRI(u"no:/x"),
-                        EntryType::File, {}),
-                 vfs::UnsupportedIRISchemeException);
-    EXPECT_THROW(report(Kind::Created, StorageIRI(u"mem:/d"), StorageIRI(u"mem://h"),
-                        EntryType::File, {}),
-                 vfs::InvalidIRIException);
+    EXPECT_THROW(
+        report(Kind::Created, StorageIRI(u"mem:/d"), StorageIRI(u"no:/x"), EntryType::File, {}),
+        vfs::UnsupportedIRISchemeException);
+    EXPECT_THROW(
+        report(Kind::Created, StorageIRI(u"mem:/d"), StorageIRI(u"mem://h"), EntryType::File, {}),
+        vfs::InvalidIRIException);
     EXPECT_THROW(report(Kind::Created, StorageIRI(u"mem://h"), child, EntryType::File, {}),
                  vfs::InvalidIRIException);
     system.reset();
@@ -243,8 +241,8 @@ TEST_F(EventPublishing, QueuedPublisherDeliversOnAnotherThread) {
 TEST_F(EventPublishing, StoppingIsTheResourcesOwn) {
     stopPublishingEventsFor(file());
     stopPublishingEventsFor(folder());
-    EXPECT_EQ(mem->log(), (Log{"stopPublishingFileEvents mem:/d/f",
-                               "stopPublishingFolderEvents mem:/d"}));
+    EXPECT_EQ(mem->log(),
+              (Log{"stopPublishingFileEvents mem:/d/f", "stopPublishingFolderEvents mem:/d"}));
 }
 
 TEST_F(EventPublishing, UnsubscribeStopsAndThenDisconnects) {

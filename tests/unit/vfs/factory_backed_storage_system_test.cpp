@@ -111,8 +111,8 @@ class FactoryBackedStorageSystem : public testing::Test {
 
     Log log;
     Log failures;
-    boost::shared_ptr<EventMgr> manager = boost::make_shared<EventMgr>(
-        [this](std::exception_ptr const& thrown, StackTrace const&) {
+    boost::shared_ptr<EventMgr> manager =
+        boost::make_shared<EventMgr>([this](std::exception_ptr const& thrown, StackTrace const&) {
             try {
                 std::rethrow_exception(thrown);
             } catch (std::exception const& e) {
@@ -142,7 +142,8 @@ TEST_F(FactoryBackedStorageSystem, NestsAsDeepAsTheLocation) {
     addPhysical("aa");
     auto const z = addContainer("zz");
     EXPECT_EQ(build(u"zz:zz:aa:/x!/y!/z"), z->served);
-    EXPECT_EQ(log, (Log{"aa builds aa:/x", "in zz builds in aa:/x", "in zz builds in zz:aa:/x!/y"}));
+    EXPECT_EQ(log,
+              (Log{"aa builds aa:/x", "in zz builds in aa:/x", "in zz builds in zz:aa:/x!/y"}));
 }
 
 TEST_F(FactoryBackedStorageSystem, InnerLocationChoosesTheTable) {

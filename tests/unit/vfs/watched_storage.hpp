@@ -63,9 +63,8 @@ class WatchedStorage : public testing::Test {
     void hear(char16_t const* location) {
         for (std::uint32_t kind = 0; kind <= 4; ++kind) {
             connections.push_back(manager->subscribe<vfs::Event>(
-                createEventType(Kind(kind), location), [this](vfs::Event const& event) {
-                    heard.push_back(text(event));
-                }));
+                createEventType(Kind(kind), location),
+                [this](vfs::Event const& event) { heard.push_back(text(event)); }));
         }
     }
     /// "0 mem:/d/f 0": kind, location and type of what changed.
