@@ -116,7 +116,7 @@ TEST_F(LocalExistence, DeclaresTheFeaturesThatItHas) {
         {ExtendedFeature::RecursiveFolderRemoval, true},
         {ExtendedFeature::RecursiveListing, true},
         {ExtendedFeature::FlatWildcardListing, true},
-        {ExtendedFeature::RecursiveChangeEvents, false},
+        {ExtendedFeature::RecursiveChangeEvents, true},
         {ExtendedFeature::RecursiveWildcardListing, true},
     };
     for (auto const& [feature, declared] : expected) {

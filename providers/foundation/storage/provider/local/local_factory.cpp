@@ -9,13 +9,14 @@ std::shared_ptr<IProvider> buildLocalProvider(LocalOptions const& options) {
 }
 
 LocalProviderFactory::LocalProviderFactory(LocalOptions const& options)
-    : provider_(buildLocalProvider(options)) {}
+    : provider_(std::make_shared<LocalProvider>(options)) {}
 
 std::shared_ptr<IProvider> LocalProviderFactory::buildProvider(StorageIRI const&) const {
     return provider_;
 }
 
-// The provider starts nothing that would have to end, and items in use keep it alive.
-void LocalProviderFactory::shutdownProvider() const {}
+void LocalProviderFactory::shutdownProvider() const {
+    provider_->endChangeEvents();
+}
 
 } // namespace foundation::storage::provider::local

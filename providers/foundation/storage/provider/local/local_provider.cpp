@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/local/detail/failures.hpp>
 #include <foundation/storage/provider/local/detail/local_attributes.hpp>
 #include <foundation/storage/provider/local/detail/same_item.hpp>
+#include <foundation/storage/provider/local/detail/watch_publication.hpp>
 #include <foundation/storage/provider/local/local_copy.hpp>
 #include <foundation/storage/provider/local/local_cursor.hpp>
 #include <foundation/storage/provider/local/local_folders.hpp>
@@ -20,6 +21,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace foundation::storage::provider::local {
 
@@ -135,6 +137,7 @@ bool LocalProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature
     return feature == ExtendedFeature::RecursiveFolderRemoval ||
            feature == ExtendedFeature::RecursiveListing ||
            feature == ExtendedFeature::FlatWildcardListing ||
+           feature == ExtendedFeature::RecursiveChangeEvents ||
            feature == ExtendedFeature::RecursiveWildcardListing;
 }
 
@@ -315,6 +318,26 @@ std::unique_ptr<IFolderEntryIterator> LocalProvider::listAllRecursive(StorageIRI
 std::unique_ptr<IFolderEntryIterator>
 LocalProvider::listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const {
     return listLocalTree(location, {Kinds::All, Details::Names, options_.followLinks, filter});
+}
+
+void LocalProvider::publishFileEvents(StorageIRI const& location, ChangeCallback callback,
+                                      ChangeKinds const& kinds) {
+    watch_.publish(location, std::move(callback), kinds, detail::WatchScope::File);
+}
+
+void LocalProvider::publishFolderEvents(StorageIRI const& location, ChangeCallback callback,
+                                        ChangeKinds const& kinds, RecursiveFileWatching recursive) {
+    watch_.publish(location, std::move(callback), kinds,
+                   recursive == RecursiveFileWatching::Recursive ? detail::WatchScope::Tree
+                                                                 : detail::WatchScope::Folder);
+}
+
+void LocalProvider::stopPublishingFileEvents(StorageIRI const& location) {
+    watch_.stop(location, false);
+}
+
+void LocalProvider::stopPublishingFolderEvents(StorageIRI const& location) {
+    watch_.stop(location, true);
 }
 
 ustring LocalProvider::readLink(StorageIRI const& location) const {

@@ -5,17 +5,21 @@
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/local/local_options.hpp>
+#include <foundation/storage/provider/local/local_watch.hpp>
 
 namespace foundation::storage::provider::local {
 
-/// The local disk. Every operation is one or a few system calls; nothing is kept between them, so
-/// any number of threads may use one provider. Failures are provider::Exception.
+/// The local disk. Every operation is one or a few system calls; nothing is kept between them but
+/// what change events need, so any number of threads may use one provider. Failures are
+/// provider::Exception.
 class LocalProvider final : public IProvider,
                             public extensions::IFolderAttributes,
                             public extensions::ILinks,
                             public extensions::IReplacingStreams {
   public:
-    explicit LocalProvider(LocalOptions const& options) : options_(options) {}
+    explicit LocalProvider(LocalOptions const& options)
+        : options_(options),
+          watch_(options.followLinks) {}
 
     ExistsResult exists(StorageIRI const& location) const override;
     ExtendedExistsResult existsExtended(StorageIRI const& location) const override;
@@ -68,6 +72,15 @@ class LocalProvider final : public IProvider,
     std::unique_ptr<IFolderEntryIterator>
     listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const override;
 
+    void publishFileEvents(StorageIRI const& location, ChangeCallback callback,
+                           ChangeKinds const& kinds) override;
+    void publishFolderEvents(StorageIRI const& location, ChangeCallback callback,
+                             ChangeKinds const& kinds, RecursiveFileWatching recursive) override;
+    void stopPublishingFileEvents(StorageIRI const& location) override;
+    void stopPublishingFolderEvents(StorageIRI const& location) override;
+    /// Ends all publications, and refuses new ones with ChangeEventsSubscriptionException.
+    void endChangeEvents() { watch_.shutDown(); }
+
     ustring readLink(StorageIRI const& location) const override;
     void createLink(StorageIRI const& location, ustring const& target) override;
 
@@ -76,6 +89,7 @@ class LocalProvider final : public IProvider,
 
   private:
     LocalOptions const options_;
+    LocalWatch watch_;
 };
 
 } // namespace foundation::storage::provider::local

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <foundation/storage/provider/change_events.hpp>
+#include <foundation/storage/provider/local/detail/watch_tree.hpp>
+#include <foundation/storage/provider/storage_iri.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace foundation::storage::provider::local::detail {
+
+/// What is watched.
+enum class WatchScope { File, Folder, Tree };
+
+/// One publication: what was asked for, and how far watching it has come. The first group is
+/// constant, the rest guarded by the lock of the watcher that has it.
+struct WatchPublication : std::enable_shared_from_this<WatchPublication> {
+    WatchPublication(StorageIRI const& at, ChangeCallback&& callbackToCall,
+                     ChangeKinds const& kindsWanted, WatchScope scopeOfIt);
+
+    StorageIRI const location;
+    ChangeCallback const callback;
+    WatchScope const scope;
+    std::uint32_t const kinds; ///< a bit each
+    std::uint64_t const serial;
+
+    bool isFolder() const noexcept { return scope != WatchScope::File; }
+    bool wants(events::Kind kind) const noexcept {
+        return (kinds >> static_cast<unsigned>(kind) & 1U) != 0;
+    }
+    /// What the kernel is asked to report about the folders of the tree.
+    std::uint32_t events() const noexcept;
+
+    /// The location of a watched folder; that of the root is `location` itself.
+    StorageIRI const& locationOf(WatchNode const& node);
+
+    std::atomic<bool> isStopped = false;
+
+    /// The folder in which the item is, or else the innermost one above that is there. Its watch
+    /// tells when the item, or what is missing on the way, comes and goes.
+    WatchNode anchor;
+    std::string awaited; ///< the name in that folder
+    bool isAnchoredAtParent = false;
+    WatchTree tree; ///< of folders; of a file there is none
+    bool isPresent = false;
+
+    /// What is left to do before the watcher sleeps again.
+    bool isConcerned = false; ///< in the watcher's list of those that have something to do
+    bool isUnsettled = false; ///< where the item is has to be found out again
+    bool isLost = false;      ///< reports are missing, or watches
+    bool mustTellOverflow = false;
+    bool isLimited = false; ///< some folders could not be watched
+    bool hasChangedFolders = false;
+    unsigned renewals = 0; ///< in a row
+    /// Folders that were not where they were reported, as watch and name: they have moved on, as a
+    /// later event will tell, or go missing.
+    std::vector<std::pair<int, std::string>> missed;
+
+  private:
+    StorageIRI cached_;
+    WatchNode const* cachedFor_ = nullptr;
+    std::size_t cachedShape_ = 0;
+};
+
+} // namespace foundation::storage::provider::local::detail

@@ -1,0 +1,192 @@
+#include <foundation/storage/provider/local/detail/watch_survey.hpp>
+
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/local/detail/kernel_path.hpp>
+#include <foundation/storage/provider/local/detail/listed_folder.hpp>
+
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <utility>
+
+namespace foundation::storage::provider::local::detail {
+
+namespace {
+
+/// Nothing there, or no folder, or none to be read: then it has no inside to watch either.
+bool isPassedOver(int error) noexcept {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == EACCES ||
+           error == EPERM;
+}
+
+bool isFolder(int folder, dirent64 const& entry) noexcept {
+    if (entry.d_type != DT_UNKNOWN) {
+        return entry.d_type == DT_DIR;
+    }
+    struct stat item {};
+    return statItem(folder, entry.d_name, false, item) == 0 && S_ISDIR(item.st_mode);
+}
+
+} // namespace
+
+FileDescriptor openWatchedFolder(WatchPublication& publication, WatchNode const& node,
+                                 WatchTable& table) {
+    try {
+        KernelPath const path(publication.locationOf(node));
+        FileDescriptor folder(
+            uninterrupted([&] { return ::openat(path.folder(), path.path(), readFolderFlags); }));
+        if (folder && table.watches(folder.get(), node)) {
+            return folder;
+        }
+    } catch (Exception const&) {
+        return FileDescriptor(); // the way there is closed
+    }
+    return FileDescriptor();
+}
+
+int WatchSurvey::run(WatchPublication& publication, WatchNode& node, FileDescriptor folder,
+                     Finds finds) {
+    publication_ = &publication;
+    finds_ = finds;
+    error_ = 0;
+    ++number_;
+    closeAll(); // where memory ran out, the one before was not
+    if (int const error = survey(node, folder.get())) {
+        return error;
+    }
+    if (node.firstChild != nullptr) {
+        levels_.assign(1, {&node, node.firstChild});
+        window_.push(depth(), std::move(folder));
+        while (!levels_.empty()) {
+            note(goOn());
+        }
+    }
+    closeAll();
+    return error_;
+}
+
+void WatchSurvey::closeAll() noexcept {
+    while (!window_.empty()) {
+        window_.dropOutermost();
+    }
+}
+
+/// Watches a folder, and lists it.
+int WatchSurvey::survey(WatchNode& node, int folder) {
+    int const before = node.watch;
+    if (int const error = table_.watch(folder, publication_->events(), node)) {
+        return error;
+    }
+    if (node.watch != before && node.firstChild != nullptr) {
+        publication_->tree.dropChildren(node, table_); // they were in another folder of this name
+    }
+    node.isUnsurveyed = false;
+    if (publication_->scope != WatchScope::Tree && finds_ == Finds::Silent) {
+        return 0;
+    }
+    int const error = list(node, folder);
+    if (error == 0) {
+        dropVanished(node);
+    }
+    return error;
+}
+
+int WatchSurvey::list(WatchNode& node, int folder) {
+    for (;;) {
+        ssize_t const got =
+            uninterrupted([&] { return ::getdents64(folder, buffer_, sizeof buffer_); });
+        if (got < 0) {
+            return isPassedOver(errno) ? 0 : errno;
+        }
+        if (got == 0) {
+            return 0;
+        }
+        for (ssize_t at = 0; at < got;) {
+            auto const& entry = *reinterpret_cast<dirent64 const*>(buffer_ + at);
+            at += entry.d_reclen;
+            meet(node, folder, entry);
+        }
+    }
+}
+
+void WatchSurvey::meet(WatchNode& node, int folder, dirent64 const& entry) {
+    std::string_view const name(entry.d_name);
+    if (name.empty() || name == "." || name == "..") {
+        return;
+    }
+    bool const isSubfolder = isFolder(folder, entry);
+    if (finds_ == Finds::Reported) {
+        reports_.addFound(*publication_, node, name,
+                          isSubfolder ? events::EntryType::Folder : events::EntryType::File);
+    }
+    if (isSubfolder && publication_->scope == WatchScope::Tree) {
+        auto* child = publication_->tree.child(node, name);
+        if (child == nullptr) {
+            child = &publication_->tree.addChild(node, name);
+        }
+        child->isUnsurveyed = true;
+        child->seenBy = number_;
+    }
+}
+
+void WatchSurvey::dropVanished(WatchNode& node) {
+    for (auto* child = node.firstChild; child != nullptr;) {
+        auto* const next = child->next;
+        if (child->seenBy != number_) {
+            publication_->tree.drop(*child, table_);
+        }
+        child = next;
+    }
+}
+
+/// One step: into the next subfolder of the innermost level, or out of it.
+int WatchSurvey::goOn() {
+    auto& level = levels_.back();
+    WatchNode* const child = level.next;
+    if (child == nullptr) {
+        window_.take(depth());
+        levels_.pop_back();
+        return 0;
+    }
+    level.next = child->next;
+    if (!child->isUnsurveyed) {
+        return 0;
+    }
+    if (!hold(*level.node)) {
+        // It was moved away meanwhile, or is gone; the events will tell which.
+        publication_->isLost = true;
+        publication_->tree.drop(*child, table_);
+        return 0;
+    }
+    constexpr int flags = readFolderFlags | O_NOFOLLOW;
+    auto const open = [&] { return ::openat(window_.at(depth()), child->name.c_str(), flags); };
+    FileDescriptor folder(uninterrupted(open));
+    if (!folder && (errno == EMFILE || errno == ENFILE) && window_.keepInnermost()) {
+        folder = FileDescriptor(uninterrupted(open));
+    }
+    int const error = folder ? survey(*child, folder.get()) : errno;
+    if (error != 0) {
+        publication_->tree.drop(*child, table_);
+        return isPassedOver(error) ? 0 : error;
+    }
+    if (child->firstChild != nullptr) {
+        levels_.push_back({child, child->firstChild});
+        window_.push(depth(), std::move(folder));
+    }
+    return 0;
+}
+
+/// Sees that the innermost folder is open: on the way back up it may have been closed.
+bool WatchSurvey::hold(WatchNode& node) {
+    if (window_.at(depth()) >= 0) {
+        return true;
+    }
+    FileDescriptor folder = openWatchedFolder(*publication_, node, table_);
+    if (!folder) {
+        return false;
+    }
+    window_.push(depth(), std::move(folder));
+    return true;
+}
+
+} // namespace foundation::storage::provider::local::detail

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <foundation/storage/provider/local/detail/file_descriptor.hpp>
+#include <foundation/storage/provider/local/detail/watch_node.hpp>
+
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+namespace foundation::storage::provider::local::detail {
+
+/// One inotify(7) descriptor, and which nodes each of its watches is for: the kernel has one watch
+/// for a folder, however many publications it concerns. For one thread at a time.
+class WatchTable {
+  public:
+    /// Throws std::system_error where the system gives no more of these.
+    WatchTable();
+
+    int descriptor() const noexcept { return descriptor_.get(); }
+
+    /// Makes an open folder the one that is watched for `node`. What the watch reports already, it
+    /// goes on reporting. The error number, or 0; then the watch that the node had is given up,
+    /// unless it is the same.
+    int watch(int folder, std::uint32_t events, WatchNode& node);
+
+    /// Whether an open folder is the one that is watched for `node`.
+    bool watches(int folder, WatchNode const& node) noexcept;
+
+    /// The kernel's watch goes with its last node.
+    void release(WatchNode& node) noexcept;
+
+    /// What a watch is for, in no particular order; empty for one that was given up.
+    std::vector<WatchNode*> nodesOf(int watch) const;
+    /// One of them, or null.
+    WatchNode* anyOf(int watch) const noexcept;
+    bool has(int watch, WatchNode const* node) const noexcept;
+
+    /// The node of one publication, null where the watch does not concern it.
+    WatchNode* nodeOf(int watch, WatchPublication const& owner) const noexcept;
+
+  private:
+    int add(int folder, std::uint32_t events) noexcept;
+    bool unlink(WatchNode& node) noexcept;
+
+    FileDescriptor descriptor_;
+    std::unordered_map<int, WatchNode*> first_;
+};
+
+} // namespace foundation::storage::provider::local::detail

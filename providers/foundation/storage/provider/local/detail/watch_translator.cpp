@@ -1,0 +1,398 @@
+#include <foundation/storage/provider/local/detail/watch_translator.hpp>
+
+#include <foundation/storage/provider/local/detail/listed_folder.hpp>
+
+#include <fl/i18n/conversion.hpp>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <sys/inotify.h>
+
+namespace foundation::storage::provider::local::detail {
+
+namespace {
+
+events::EntryType typeOf(WatchBatch::Event const& event) noexcept {
+    return (event.mask & IN_ISDIR) != 0 ? events::EntryType::Folder : events::EntryType::File;
+}
+
+/// In a row, of a publication whose folders do not stay where they are meanwhile.
+constexpr unsigned mostRenewals = 8;
+
+bool isFolder(WatchBatch::Event const& event) noexcept {
+    return (event.mask & IN_ISDIR) != 0;
+}
+
+} // namespace
+
+bool WatchTranslator::translate(WatchBatch const& batch) {
+    batch_ = &batch;
+    isComplete_ = true;
+    departures_.clear();
+    batch.forEach([&](Event const& event) { take(event); });
+    closeParent();
+    return isComplete_;
+}
+
+void WatchTranslator::settleAll() {
+    reports_.forgetFound();
+    settling_.swap(concerned_);
+    for (auto* const publication : settling_) {
+        publication->isConcerned = false;
+        lookForMissed(*publication);
+        finish(*publication);
+    }
+    settling_.clear();
+    closeParent();
+}
+
+void WatchTranslator::renewLost() {
+    settling_.swap(concerned_);
+    for (auto* const publication : settling_) {
+        publication->isConcerned = false;
+        if (publication->isLost) {
+            finish(*publication);
+        } else {
+            concern(*publication);
+        }
+    }
+    settling_.clear();
+    closeParent();
+}
+
+void WatchTranslator::expect(std::size_t publications) {
+    // More than are needed each time, so that many publications do not move the rest as often.
+    if (concerned_.capacity() < publications || settling_.capacity() < publications) {
+        concerned_.reserve(publications * 2);
+        settling_.reserve(publications * 2);
+    }
+}
+
+void WatchTranslator::abandon() noexcept {
+    for (auto* const list : {&concerned_, &settling_}) {
+        for (auto* const publication : *list) {
+            publication->isConcerned = false;
+        }
+        list->clear();
+    }
+    closeParent();
+}
+
+void WatchTranslator::concern(WatchPublication& publication) noexcept {
+    if (!publication.isConcerned) {
+        concerned_.push_back(&publication);
+        publication.isConcerned = true;
+    }
+}
+
+void WatchTranslator::forget(WatchPublication const& publication) noexcept {
+    std::erase(concerned_, &publication);
+}
+
+void WatchTranslator::take(Event const& event) {
+    if ((event.mask & IN_Q_OVERFLOW) != 0) {
+        isComplete_ = false;
+        return;
+    }
+    if ((event.mask & IN_UNMOUNT) != 0) {
+        for (auto* const node : table_.nodesOf(event.watch)) {
+            node->owner->isLost = true; // what was below shows again
+            concern(*node->owner);
+        }
+        return;
+    }
+    if ((event.mask & IN_IGNORED) != 0) {
+        takeEnd(event);
+        return;
+    }
+    for (auto* const node : table_.nodesOf(event.watch)) {
+        if (!table_.has(event.watch, node)) {
+            continue; // dropped by what one of the others made of it
+        }
+        WatchPublication& publication = *node->owner;
+        if (node == &publication.anchor) {
+            takeAnchor(publication, event);
+        } else if (event.name.empty()) {
+            takeSelf(*node, event);
+        } else {
+            takeEntry(*node, event);
+        }
+    }
+}
+
+/// The kernel has ended a watch, because the folder is gone or its file system was unmounted.
+void WatchTranslator::takeEnd(Event const& event) {
+    while (auto* const node = table_.anyOf(event.watch)) {
+        WatchPublication& publication = *node->owner;
+        if (node == &publication.anchor || publication.tree.isRoot(*node)) {
+            table_.release(*node);
+            publication.isUnsettled = true;
+            concern(publication);
+        } else {
+            publication.tree.drop(*node, table_);
+        }
+    }
+}
+
+void WatchTranslator::takeAnchor(WatchPublication& publication, Event const& event) {
+    if (event.name.empty()) {
+        publication.isUnsettled = true;
+        concern(publication);
+        return;
+    }
+    if (event.name != publication.awaited) {
+        return;
+    }
+    bool const isGone = (event.mask & (IN_DELETE | IN_MOVED_FROM)) != 0;
+    bool const isNew = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0;
+    if (!publication.isAnchoredAtParent) {
+        publication.isUnsettled = true;
+        concern(publication);
+    } else if (publication.isFolder()) {
+        if (isGone) {
+            place_.lose(publication);
+        } else if (isNew) {
+            place_.settle(publication);
+            concern(publication);
+        }
+    } else {
+        Kind const kind = isGone                          ? Kind::Removed
+                          : isNew                         ? Kind::Created
+                          : (event.mask & IN_MODIFY) != 0 ? Kind::Modified
+                                                          : Kind::AttributesChanged;
+        if (!isGone || publication.isPresent) {
+            reports_.addSelf(publication, kind);
+        }
+        publication.isPresent = isGone ? false : (isNew || publication.isPresent);
+    }
+}
+
+void WatchTranslator::takeSelf(WatchNode& node, Event const& event) {
+    WatchPublication& publication = *node.owner;
+    if (!publication.tree.isRoot(node)) {
+        return; // the folder above tells it
+    }
+    if ((event.mask & IN_ATTRIB) != 0) {
+        reports_.addSelf(publication, Kind::AttributesChanged);
+    } else {
+        publication.isUnsettled = true;
+        concern(publication);
+    }
+}
+
+void WatchTranslator::takeEntry(WatchNode& node, Event const& event) {
+    if ((event.mask & IN_CREATE) != 0) {
+        create(node, event);
+    } else if ((event.mask & IN_DELETE) != 0) {
+        remove(node, event);
+    } else if ((event.mask & IN_MOVED_FROM) != 0) {
+        depart(node, event);
+    } else if ((event.mask & IN_MOVED_TO) != 0) {
+        arrive(node, event);
+    } else {
+        change(node, event);
+    }
+}
+
+void WatchTranslator::create(WatchNode& node, Event const& event) {
+    WatchPublication& publication = *node.owner;
+    if (reports_.wasFound(publication, node.watch, event.name)) {
+        return; // reported, and watched, when it was found
+    }
+    reports_.add(publication, Kind::Created, node, event.name, typeOf(event));
+    if (isFolder(event)) {
+        enter(node, event.name);
+    }
+}
+
+void WatchTranslator::remove(WatchNode& node, Event const& event) {
+    WatchPublication& publication = *node.owner;
+    reports_.wasFound(publication, node.watch, event.name);
+    if (isFolder(event) && publication.scope == WatchScope::Tree) {
+        if (auto* const child = publication.tree.child(node, event.name)) {
+            publication.tree.drop(*child, table_);
+        }
+        publication.hasChangedFolders = true;
+        if (publication.isLimited) {
+            concern(publication);
+        }
+    }
+    reports_.add(publication, Kind::Removed, node, event.name, typeOf(event));
+}
+
+void WatchTranslator::change(WatchNode& node, Event const& event) {
+    WatchPublication& publication = *node.owner;
+    bool const isModified = (event.mask & IN_MODIFY) != 0;
+    reports_.add(publication, isModified ? Kind::Modified : Kind::AttributesChanged, node,
+                 event.name, typeOf(event));
+    if (isFolder(event) && publication.scope == WatchScope::Tree &&
+        publication.tree.child(node, event.name) == nullptr) {
+        enter(node, event.name); // it may be readable now
+    }
+}
+
+void WatchTranslator::depart(WatchNode& node, Event const& event) {
+    WatchPublication& publication = *node.owner;
+    reports_.wasFound(publication, node.watch, event.name);
+    auto const* const arrival = batch_->arrivalOf(event.cookie);
+    auto* const to = arrival == nullptr ? nullptr : table_.nodeOf(arrival->watch, publication);
+    if (to == nullptr || to == &publication.anchor) {
+        remove(node, event);
+        return;
+    }
+    departures_.insert_or_assign(
+        {event.cookie, &publication},
+        StorageIRI(publication.locationOf(node), fl::i18n::storageNameToUstring(event.name)));
+    reports_.add(
+        publication, Kind::Removed, node, event.name, typeOf(event),
+        StorageIRI(publication.locationOf(*to), fl::i18n::storageNameToUstring(arrival->name)));
+    if (isFolder(event) && publication.scope == WatchScope::Tree) {
+        moveSubtree(node, event.name, *to, arrival->name);
+    }
+}
+
+void WatchTranslator::arrive(WatchNode& node, Event const& event) {
+    WatchPublication& publication = *node.owner;
+    // Also where listing has found it: it may have come over what was found.
+    reports_.wasFound(publication, node.watch, event.name);
+    auto const departure = departures_.find({event.cookie, &publication});
+    reports_.add(publication, Kind::Created, node, event.name, typeOf(event),
+                 departure == departures_.end() ? std::optional<StorageIRI>() : departure->second);
+    if (isFolder(event)) {
+        enter(node, event.name);
+    }
+}
+
+void WatchTranslator::moveSubtree(WatchNode& node, std::string_view name, WatchNode& to,
+                                  std::string_view newName) {
+    WatchPublication& publication = *node.owner;
+    auto& tree = publication.tree;
+    auto* const child = tree.child(node, name);
+    auto* const replaced = tree.child(to, newName);
+    if (child == nullptr || child == replaced) {
+        return;
+    }
+    if (tree.isWithin(to, *child)) {
+        // A folder cannot move into itself: one of the two was taken for another.
+        publication.isLost = true;
+        concern(publication);
+        tree.drop(*child, table_);
+        return;
+    }
+    if (replaced != nullptr) {
+        if (tree.isWithin(*child, *replaced)) {
+            publication.isLost = true;
+            concern(publication);
+            tree.drop(*replaced, table_);
+            return;
+        }
+        tree.drop(*replaced, table_);
+    }
+    tree.move(*child, to, newName);
+}
+
+/// Watches a folder that has come, and reports what is in it; of one that came along with its
+/// watch, only that it is the one.
+void WatchTranslator::enter(WatchNode& node, std::string_view name) {
+    WatchPublication& publication = *node.owner;
+    if (publication.scope != WatchScope::Tree) {
+        return;
+    }
+    publication.hasChangedFolders = true;
+    if (publication.isLimited) {
+        concern(publication);
+    }
+    FileDescriptor const& parent = openParent(node);
+    if (!parent) {
+        publication.missed.emplace_back(node.watch, name);
+        concern(publication);
+        return;
+    }
+    std::string const text(name);
+    FileDescriptor folder(uninterrupted(
+        [&] { return ::openat(parent.get(), text.c_str(), readFolderFlags | O_NOFOLLOW); }));
+    int error = folder ? 0 : errno;
+    if (error == ENOENT || error == ENOTDIR || error == ELOOP || error == EACCES ||
+        error == EPERM) {
+        return; // denied, or gone, as an event behind this one tells
+    }
+    if (error == 0) {
+        auto* child = publication.tree.child(node, name);
+        if (child != nullptr && table_.watches(folder.get(), *child)) {
+            return;
+        }
+        if (child == nullptr) {
+            child = &publication.tree.addChild(node, name);
+        } else {
+            // What was reported of it was in another folder, which had the name for a moment.
+            reports_.add(publication, Kind::Removed, node, name, Type::Folder);
+            reports_.add(publication, Kind::Created, node, name, Type::Folder);
+        }
+        error = survey_.run(publication, *child, std::move(folder), WatchSurvey::Finds::Reported);
+        if (child->watch == WatchNode::unwatched) {
+            publication.tree.drop(*child, table_);
+        }
+    }
+    if (error != 0) {
+        publication.isLimited = true;
+        publication.mustTellOverflow = true;
+        publication.hasChangedFolders = false; // not to be tried again before something changes
+    }
+    if (error != 0 || publication.isLost) {
+        concern(publication);
+    }
+}
+
+FileDescriptor const& WatchTranslator::openParent(WatchNode const& node) {
+    if (!parent_ || parentWatch_ != node.watch) {
+        parent_ = openWatchedFolder(*node.owner, node, table_);
+        parentWatch_ = node.watch;
+    }
+    return parent_;
+}
+
+void WatchTranslator::closeParent() noexcept {
+    parent_.close();
+    parentWatch_ = WatchNode::unwatched;
+}
+
+void WatchTranslator::lookForMissed(WatchPublication& publication) {
+    for (auto const& [watch, name] : std::exchange(publication.missed, {})) {
+        auto* const node = table_.nodeOf(watch, publication);
+        if (node != nullptr && node != &publication.anchor && node->watch == watch) {
+            enter(*node, name);
+        }
+    }
+    if (!publication.missed.empty()) {
+        publication.isLost = true;
+    }
+}
+
+void WatchTranslator::finish(WatchPublication& publication) {
+    if (publication.isLimited && std::exchange(publication.hasChangedFolders, false)) {
+        publication.isLost = true;
+    }
+    if (publication.isUnsettled) {
+        place_.settle(publication);
+    }
+    if (publication.isLost) {
+        place_.renew(publication);
+    }
+    publication.hasChangedFolders = false;
+    if (std::exchange(publication.mustTellOverflow, false)) {
+        reports_.addSelf(publication, Kind::Overflow);
+    }
+    // Where the disk changed during that as well, it is looked at once more, though not for ever.
+    if (publication.isLost || publication.isUnsettled) {
+        if (++publication.renewals < mostRenewals) {
+            concern(publication);
+            return;
+        }
+        publication.isLost = publication.isUnsettled = false;
+        publication.isLimited = true;
+        reports_.addSelf(publication, Kind::Overflow);
+    }
+    publication.renewals = 0;
+}
+
+} // namespace foundation::storage::provider::local::detail

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <foundation/storage/provider/local/detail/watch_batch.hpp>
+#include <foundation/storage/provider/local/detail/watch_place.hpp>
+
+#include <cstddef>
+#include <map>
+#include <utility>
+#include <vector>
+
+namespace foundation::storage::provider::local::detail {
+
+/// Turns the kernel's events into reports, and keeps the watches in step with the disk.
+///
+/// An event tells of the past: by the time that it is read, the folder that it is about may have
+/// been moved, or have given its name to another one. So whatever is opened by a name is held
+/// against the watch that it should have; what is not there is looked for again when the events
+/// behind it have been read, and where it is not to be found even then, the publication is brought
+/// up to date as after an overflow. For one thread at a time.
+class WatchTranslator {
+  public:
+    using Event = WatchBatch::Event;
+
+    WatchTranslator(WatchTable& table, WatchReports& reports) noexcept
+        : table_(table),
+          reports_(reports),
+          survey_(table, reports),
+          place_(table, reports, survey_) {}
+
+    WatchPlace& place() noexcept { return place_; }
+
+    /// False where the queue has overflowed: then events are missing.
+    bool translate(WatchBatch const& batch);
+    /// The queue was empty: what is not in its place now will not be put there by an event.
+    void settleAll();
+    /// Brings up to date what an overflow concerns, for where the queue is never empty.
+    void renewLost();
+    /// Whether settleAll() has something to do.
+    bool hasOpenEnds() const noexcept { return !concerned_.empty() || reports_.remembersFound(); }
+
+    /// Looks at a publication at the next occasion. REQUIRES: there is room, by expect().
+    void concern(WatchPublication& publication) noexcept;
+    void expect(std::size_t publications);
+    /// Forgets what was begun: an exception has ended it.
+    void abandon() noexcept;
+    /// The publication ends, and nothing may be done for it any more.
+    void forget(WatchPublication const& publication) noexcept;
+
+  private:
+    using Kind = events::Kind;
+    using Type = events::EntryType;
+
+    void take(Event const& event);
+    void takeEnd(Event const& event);
+    void takeAnchor(WatchPublication& publication, Event const& event);
+    void takeSelf(WatchNode& node, Event const& event);
+    void takeEntry(WatchNode& node, Event const& event);
+    void create(WatchNode& node, Event const& event);
+    void remove(WatchNode& node, Event const& event);
+    void change(WatchNode& node, Event const& event);
+    void depart(WatchNode& node, Event const& event);
+    void arrive(WatchNode& node, Event const& event);
+
+    void enter(WatchNode& node, std::string_view name);
+    void moveSubtree(WatchNode& node, std::string_view name, WatchNode& to,
+                     std::string_view newName);
+    void lookForMissed(WatchPublication& publication);
+    void finish(WatchPublication& publication);
+    FileDescriptor const& openParent(WatchNode const& node);
+    void closeParent() noexcept;
+
+    WatchTable& table_;
+    WatchReports& reports_;
+    WatchSurvey survey_;
+    WatchPlace place_;
+    WatchBatch const* batch_ = nullptr;
+    bool isComplete_ = true;
+    std::vector<WatchPublication*> concerned_;
+    std::vector<WatchPublication*> settling_;
+    /// Where what has arrived within the batch comes from.
+    std::map<std::pair<std::uint32_t, WatchPublication const*>, StorageIRI> departures_;
+    /// The folder that was opened last: many events in a row are about one.
+    FileDescriptor parent_;
+    int parentWatch_ = WatchNode::unwatched;
+};
+
+} // namespace foundation::storage::provider::local::detail

@@ -1,0 +1,259 @@
+#include <foundation/storage/provider/local/detail/watcher.hpp>
+
+#include <csignal>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <system_error>
+#include <utility>
+
+namespace foundation::storage::provider::local::detail {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// Reads that follow each other this closely are counted,
+constexpr milliseconds closely{1};
+/// and from this number on events are gathered before they are read: a thread that is woken for
+/// each one takes the time of those who make them.
+constexpr unsigned burstBegins = 32;
+constexpr int gatherFor = 1; // milliseconds
+/// Fewer bytes of events than this were not worth waiting for.
+constexpr std::size_t burstEnds = 1024;
+/// After as many batches an overflow is told, also where the queue is never empty.
+constexpr unsigned mostBatches = 64;
+constexpr int waitForMemory = 10; // milliseconds
+/// The room for reports that is kept between batches.
+constexpr std::size_t reportsKept = 4096;
+
+/// The signals of a program are not for a thread of a library.
+class BlockedSignals {
+  public:
+    BlockedSignals() noexcept {
+        sigset_t all;
+        ::sigfillset(&all);
+        ::pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    BlockedSignals(BlockedSignals const&) = delete;
+    BlockedSignals& operator=(BlockedSignals const&) = delete;
+    ~BlockedSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+  private:
+    sigset_t before_{};
+};
+
+} // namespace
+
+Watcher::Watcher()
+    : translator_(table_, reports_),
+      wakeUp_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!wakeUp_) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+}
+
+int Watcher::begin(std::shared_ptr<WatchPublication> const& publication) {
+    std::lock_guard const lock(mutex_);
+    auto& row = (publication->isFolder() ? folders_ : files_)[publication->location];
+    row.push_back(publication);
+    auto const undo = [&] {
+        translator_.place().leave(*publication);
+        translator_.forget(*publication);
+        --expected_;
+        row.pop_back();
+        if (row.empty()) {
+            (publication->isFolder() ? folders_ : files_).erase(publication->location);
+        }
+    };
+    try {
+        translator_.expect(++expected_);
+        if (int const error = translator_.place().begin(*publication)) {
+            undo();
+            return error;
+        }
+        if (!thread_.joinable()) {
+            BlockedSignals const blocked;
+            thread_ = std::thread([self = shared_from_this()] { self->run(); });
+            ::pthread_setname_np(thread_.native_handle(), "vfs-watch");
+        }
+        if (publication->isLost) {
+            translator_.concern(*publication);
+            wake();
+        }
+    } catch (...) {
+        undo();
+        throw;
+    }
+    return 0;
+}
+
+std::shared_ptr<WatchPublication> Watcher::end(StorageIRI const& location, bool isFolder) {
+    std::lock_guard const lock(mutex_);
+    auto& publications = isFolder ? folders_ : files_;
+    auto const row = publications.find(location);
+    if (row == publications.end()) {
+        return nullptr;
+    }
+    auto const ended = std::move(row->second.front());
+    row->second.pop_front();
+    if (row->second.empty()) {
+        publications.erase(row);
+    }
+    --expected_;
+    ended->isStopped.store(true, std::memory_order_release);
+    translator_.forget(*ended);
+    if (!isIdle()) {
+        translator_.place().leave(*ended); // else all watches end together
+    }
+    return ended;
+}
+
+void Watcher::retire() {
+    Publications files;
+    Publications folders;
+    bool isDelivering = false;
+    {
+        std::lock_guard const lock(mutex_);
+        isRetired_ = true;
+        isDelivering = isDelivering_;
+        for (auto* const publications : {&files_, &folders_}) {
+            for (auto const& [location, row] : *publications) {
+                for (auto const& publication : row) {
+                    publication->isStopped.store(true, std::memory_order_release);
+                }
+            }
+        }
+        files.swap(files_);
+        folders.swap(folders_);
+    }
+    if (!thread_.joinable()) {
+        return;
+    }
+    wake();
+    if (isDelivering) {
+        thread_.detach(); // it may be this very thread, or wait for it
+    } else {
+        thread_.join();
+    }
+}
+
+void Watcher::wake() noexcept {
+    ::eventfd_write(wakeUp_.get(), 1);
+}
+
+void Watcher::run() noexcept {
+    for (;;) {
+        if (!hasOpenEnds_) {
+            wait();
+        }
+        batch_.read(table_.descriptor());
+        if (!work()) {
+            return;
+        }
+        deliver();
+        if (std::exchange(hasFailed_, false)) {
+            ::poll(nullptr, 0, waitForMemory);
+        }
+    }
+}
+
+/// Sleeps until there is something to do, and in a burst of events a little longer.
+void Watcher::wait() {
+    pollfd sources[] = {{table_.descriptor(), POLLIN, 0}, {wakeUp_.get(), POLLIN, 0}};
+    while (::poll(sources, 2, -1) < 0) {
+    }
+    eventfd_t count = 0;
+    if (sources[1].revents != 0) {
+        ::eventfd_read(wakeUp_.get(), &count);
+    } else if (isBurst()) {
+        ::poll(&sources[1], 1, gatherFor);
+    }
+    lastRead_ = std::chrono::steady_clock::now();
+}
+
+bool Watcher::isBurst() noexcept {
+    bool const wasWorthIt = readsInARow_ <= burstBegins || batch_.bytes() >= burstEnds;
+    bool const isClose = std::chrono::steady_clock::now() - lastRead_ < closely;
+    readsInARow_ = wasWorthIt && isClose ? readsInARow_ + 1 : 0;
+    return readsInARow_ > burstBegins;
+}
+
+/// Turns the batch into reports. False where the watcher has ended.
+bool Watcher::work() {
+    std::lock_guard const lock(mutex_);
+    if (isRetired_) {
+        return false;
+    }
+    try {
+        translate();
+        takeReports();
+    } catch (...) {
+        // No memory, that is: everything is looked at again when there is some.
+        translator_.abandon();
+        reports_.queue().clear();
+        loseAll();
+        hasFailed_ = true;
+    }
+    hasOpenEnds_ = translator_.hasOpenEnds();
+    return true;
+}
+
+void Watcher::translate() {
+    if (batch_.bytes() != 0 && !translator_.translate(batch_)) {
+        loseAll();
+    }
+    if (batch_.bytes() == 0) {
+        translator_.settleAll();
+        batchesInARow_ = 0;
+    } else if (++batchesInARow_ >= mostBatches) {
+        translator_.renewLost();
+        batchesInARow_ = 0;
+    }
+}
+
+void Watcher::loseAll() noexcept {
+    for (auto* const publications : {&files_, &folders_}) {
+        for (auto const& [location, row] : *publications) {
+            for (auto const& publication : row) {
+                publication->isLost = true;
+                translator_.concern(*publication);
+            }
+        }
+    }
+}
+
+void Watcher::takeReports() {
+    for (auto const& report : reports_.queue()) {
+        if (kept_.empty() || kept_.back().get() != report.publication) {
+            kept_.push_back(report.publication->shared_from_this());
+        }
+    }
+    reportsToDeliver_.swap(reports_.queue());
+    isDelivering_ = !reportsToDeliver_.empty();
+}
+
+void Watcher::deliver() {
+    if (reportsToDeliver_.empty()) {
+        return;
+    }
+    for (auto const& report : reportsToDeliver_) {
+        if (!report.deliver()) {
+            std::lock_guard const lock(mutex_);
+            if (!report.publication->isStopped) {
+                report.publication->isLost = true;
+                translator_.concern(*report.publication);
+                hasOpenEnds_ = true;
+            }
+        }
+    }
+    reportsToDeliver_.clear();
+    if (reportsToDeliver_.capacity() > reportsKept) {
+        reportsToDeliver_.shrink_to_fit();
+    }
+    kept_.clear(); // here a callback can end, with what it holds
+    std::lock_guard const lock(mutex_);
+    isDelivering_ = false;
+}
+
+} // namespace foundation::storage::provider::local::detail
