@@ -36,6 +36,7 @@ struct Publication {
     // guarded by the mutex of Publications:
     bool stopped = false;
     bool lost = false;            ///< reports of it were lost, and nobody was told yet
+    bool isOverflowDue = false;   ///< and is to be, when nothing waits any more
     std::size_t pending = 0;      ///< bytes of reports that wait
     Report const* last = nullptr; ///< of those
 

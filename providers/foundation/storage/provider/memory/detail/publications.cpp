@@ -4,6 +4,7 @@
 
 #include <boost/property_tree/ptree.hpp>
 
+#include <new>
 #include <utility>
 
 namespace foundation::storage::provider::memory::detail {
@@ -14,35 +15,45 @@ std::size_t weightOf(Report const& report) noexcept {
     return sizeof(Report) + (report.path.size() + report.other.size()) * sizeof(char16_t);
 }
 
-/// False where memory did not suffice to begin with; what the callback throws counts for nothing.
-bool call(Report const& report) noexcept {
-    Publication const& publication = *report.publication;
-    std::optional<StorageIRI> watched;
-    std::optional<StorageIRI> entry;
-    std::optional<boost::property_tree::ptree> extended;
-    try {
-        watched = publication.location;
-        entry = publication.location;
+struct Arguments {
+    explicit Arguments(Report const& report)
+        : watched(report.publication->location),
+          entry(watched) {
         if (!report.path.empty()) {
             std::size_t const slash = report.path.rfind(u'/');
             if (slash != ustring::npos) {
-                watched = StorageIRI(publication.location, report.path.substr(0, slash));
+                watched = StorageIRI(watched, report.path.substr(0, slash));
             }
-            entry = StorageIRI(*watched, report.path.substr(slash + 1)); // npos + 1 is 0
+            entry = StorageIRI(watched, report.path.substr(slash + 1)); // npos + 1 is 0
         }
-        extended.emplace();
         if (report.otherEnd != OtherEnd::None) {
-            extended->put(report.otherEnd == OtherEnd::To ? "movedTo" : "movedFrom",
-                          fl::i18n::toDisplayString(
-                              StorageIRI(publication.location, report.other).toString()));
+            StorageIRI const other(report.publication->location, report.other);
+            extended.put(report.otherEnd == OtherEnd::To ? "movedTo" : "movedFrom",
+                         fl::i18n::toDisplayString(other.toString()));
         }
+    }
+
+    StorageIRI watched;
+    StorageIRI entry;
+    boost::property_tree::ptree extended;
+};
+
+/// False where memory did not suffice. Whatever else the callback throws is not this store's to
+/// handle, and no other publication's trouble.
+bool tell(Report const& report) noexcept {
+    std::optional<Arguments> arguments;
+    try {
+        arguments.emplace(report);
     } catch (...) {
         return false;
     }
     try {
-        publication.callback(report.kind, *watched, *entry, report.type, *extended);
+        report.publication->callback(report.kind, arguments->watched, arguments->entry, report.type,
+                                     arguments->extended); // a copy, which may fail
+    } catch (std::bad_alloc const&) {
+        return false;
     } catch (...) {
-        // Not this store's to handle, and no other publication's trouble.
+        return true;
     }
     return true;
 }
@@ -89,12 +100,17 @@ void Publications::close() noexcept {
 
 void Publications::lose(Publication& publication) noexcept {
     publication.lost = true;
+    publication.isOverflowDue = true;
     overflowDue_ = overflowDue_ || publication.pending == 0;
 }
 
 void Publications::append(Report report) {
     Publication& publication = *report.publication;
-    if (publication.lost || !publication.wants(report.kind)) {
+    if (!publication.wants(report.kind)) {
+        return;
+    }
+    if (publication.lost) {
+        lose(publication);
         return;
     }
     if (report.kind == Kind::Modified && publication.last &&
@@ -116,7 +132,8 @@ std::optional<Report> Publications::takeOverflow() noexcept {
     }
     std::optional<Report> overflow;
     table_.forEach([&](PublicationPtr const& publication) {
-        if (!overflow && publication->lost && publication->pending == 0) {
+        if (!overflow && publication->isOverflowDue && publication->pending == 0) {
+            publication->isOverflowDue = false;
             publication->lost = false; // what happens from now on is reported again
             overflow = Report{publication,
                               Kind::Overflow,
@@ -150,23 +167,17 @@ void Publications::deliver() noexcept {
         return;
     }
     delivering_ = true;
-    bool goesOn = true;
-    while (goesOn) {
-        std::optional<Report> report = takeNext();
-        if (!report) {
-            break;
-        }
+    while (std::optional<Report> report = takeNext()) {
         bool const isStopped = report->publication->stopped;
         lock.unlock();
-        bool const isTold = isStopped || call(*report);
-        if (isTold) {
-            report.reset(); // perhaps the last to hold the callback
-        }
-        lock.lock();
-        if (!isTold) {
+        if (!isStopped && !tell(*report)) {
+            std::lock_guard const again(mutex_);
             lose(*report->publication);
-            goesOn = report->kind != Kind::Overflow; // there is no memory: later then
+            // What failed is tried again behind the next change that would be reported.
+            report->publication->isOverflowDue = report->kind != Kind::Overflow;
         }
+        report.reset(); // perhaps the last to hold the callback
+        lock.lock();
     }
     delivering_ = false;
 }

@@ -82,7 +82,7 @@ class Publications {
     PublicationTable table_;
     std::size_t count_ = 0;
     std::deque<Report> due_;
-    bool overflowDue_ = false; ///< perhaps: a publication has lost reports, and none that wait
+    bool overflowDue_ = false; ///< perhaps: one has lost reports, and none that wait
     bool delivering_ = false;
     bool closed_ = false;
 };
