@@ -31,9 +31,7 @@ constexpr int moreThanTheQueueHas = 17'000; // it has 16,384 unless somebody cha
 
 class LocalWatchOverflow : public LocalWatchTest {
   protected:
-    LocalWatchOverflow() {
-        std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> queue_;
-    }
+    LocalWatchOverflow() { std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> queue_; }
 
     /// Holds the watch thread in a callback until release().
     void hold() {
@@ -155,9 +153,8 @@ bool limit(char const* what, int number) {
 }
 
 bool mayLimit() {
-    return inChild([] {
-               return std::string(limit("max_inotify_watches", 10) ? "yes" : "no");
-           }) == "yes";
+    return inChild([] { return std::string(limit("max_inotify_watches", 10) ? "yes" : "no"); }) ==
+           "yes";
 }
 
 /// The error number inside the refusal of a publication, 0 where it was not refused.

@@ -10,7 +10,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <malloc.h>
 #include <random>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -262,6 +264,57 @@ TEST_F(LocalTreeWatch, AVeryDeepTreeIsWatchedToItsEnd) {
     ASSERT_EQ(::chdir("/"), 0);
     provider_->removeFolderRecursively(at("w"));
     EXPECT_TRUE(log_.waitForEntry(Kind::Removed, "w"));
+}
+
+TEST_F(LocalTreeWatch, AWatchedFolderTakesLittleMemory) {
+    constexpr int folders = 10'000;
+    for (int number = 0; number < folders; ++number) {
+        std::string const above = "w/folder" + std::to_string(number / 100);
+        if (number % 100 == 0) {
+            makeFolder(above);
+        } else {
+            ASSERT_EQ(::mkdir(path(above + "/subfolder" + std::to_string(number)).c_str(), 0755),
+                      0);
+        }
+    }
+    auto const before = ::mallinfo2().uordblks;
+    if (before == 0) {
+        GTEST_SKIP() << "this allocator does not tell what it has given out";
+    }
+
+    publishTree();
+
+    auto const taken = (::mallinfo2().uordblks - before) / folders;
+    EXPECT_GT(taken, 0U);
+    EXPECT_LE(taken, 400U);
+}
+
+TEST_F(LocalTreeWatch, WhatShowsAgainBehindAMountIsAnOverflow) {
+    if (!mayMount()) {
+        GTEST_SKIP() << "mounting is not permitted here";
+    }
+    makeFolders("w/mounted/below");
+
+    EXPECT_EQ(inChild([&]() -> std::string {
+                  if (!mountMemory(path("w/mounted"), "1m")) {
+                      return "not mounted";
+                  }
+                  publishTree("w", namesOnly);
+                  makeFile("w/mounted/file");
+                  if (!log_.waitForEntry(Kind::Created, "w/mounted/file")) {
+                      return "not watched";
+                  }
+                  if (::umount2(path("w/mounted").c_str(), MNT_DETACH) != 0) {
+                      return "not unmounted";
+                  }
+                  if (!log_.waitForOverflow()) {
+                      return "not told";
+                  }
+                  makeFile("w/mounted/below/file");
+                  return log_.waitForEntry(Kind::Created, "w/mounted/below/file") ? "watched"
+                                                                                  : "unseen";
+              }),
+              "watched");
 }
 
 TEST_F(LocalTreeWatch, MassChangesGiveTheViewOfTheDisk) {
