@@ -152,6 +152,11 @@ bool limit(char const* what, int number) {
     return file.good();
 }
 
+/// The folders from the root to the test's own, which take a watch each.
+int foldersAbove(std::string const& path) {
+    return static_cast<int>(std::count(path.begin(), path.end(), '/')) + 1;
+}
+
 bool mayLimit() {
     return inChild([] { return std::string(limit("max_inotify_watches", 10) ? "yes" : "no"); }) ==
            "yes";
@@ -184,7 +189,7 @@ TEST_F(LocalWatchOverflow, ATreeWithMoreFoldersThanTheLimitIsRefusedWhole) {
     }
 
     EXPECT_EQ(inChild([&]() -> std::string {
-                  limit("max_inotify_watches", 4);
+                  limit("max_inotify_watches", foldersAbove(path("")) + 3);
                   std::size_t const before = openDescriptors();
                   if (limitMet([&] { publishTree(); }) != ENOSPC) {
                       return "not refused";
@@ -192,7 +197,7 @@ TEST_F(LocalWatchOverflow, ATreeWithMoreFoldersThanTheLimitIsRefusedWhole) {
                   if (openDescriptors() != before || !noWatchThreadIsLeft()) {
                       return "left something behind";
                   }
-                  publish("w", namesOnly); // takes two, which have to be free
+                  publish("w", namesOnly); // for which there is room, if the rest is free
                   if (limitMet([&] { publishTree(); }) != ENOSPC) {
                       return "not refused beside another";
                   }
@@ -218,7 +223,7 @@ TEST_F(LocalWatchOverflow, ATreeThatOutgrowsTheLimitIsToldAndMadeGoodWhenThereIs
         GTEST_SKIP() << "no user namespaces here";
     }
     EXPECT_EQ(inChild([&]() -> std::string {
-                  limit("max_inotify_watches", 6);
+                  limit("max_inotify_watches", foldersAbove(path("")) + 5);
                   publishTree("w", namesOnly);
                   for (int number = 0; number < 10; ++number) {
                       makeFolder("w/" + std::to_string(number));

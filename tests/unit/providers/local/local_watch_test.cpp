@@ -190,6 +190,25 @@ TEST_F(LocalWatch, AFolderWhoseParentIsMovedAwayIsRemoved) {
     EXPECT_THAT(reports("w/sub"), ElementsAre("- folder w/sub", "+ folder w/sub"));
 }
 
+TEST_F(LocalWatch, AFolderIsRemovedWhenOneFarAboveIsMovedAway) {
+    makeFolder("w/a");
+    makeFolder("w/a/b");
+    makeFolder("w/a/b/sub");
+    makeFile("w/a/b/file");
+    publish("w/a/b/sub", namesOnly);
+    publishFile("w/a/b/file", namesOnly);
+
+    rename("w", "elsewhere");
+
+    ASSERT_TRUE(log_.waitForEntry(Kind::Removed, "w/a/b/sub"));
+    ASSERT_TRUE(log_.waitForEntry(Kind::Removed, "w/a/b/file"));
+    makeFile("elsewhere/a/b/sub/unseen");
+    rename("elsewhere", "w");
+    ASSERT_TRUE(log_.waitForEntry(Kind::Created, "w/a/b/sub"));
+    EXPECT_TRUE(log_.waitForEntry(Kind::Created, "w/a/b/sub/unseen"));
+    EXPECT_TRUE(log_.waitForEntry(Kind::Created, "w/a/b/file"));
+}
+
 TEST_F(LocalWatch, AFolderBehindALinkIsWatched) {
     makeLink("link", "w");
     publish("link", namesOnly);

@@ -73,16 +73,18 @@ ChangeView ChangeLog::view() const {
     return view_;
 }
 
+ChangeLog::~ChangeLog() {
+    std::lock_guard const lock(mutex_); // behind the last call, also to a sanitizer
+}
+
 void ChangeLog::add(Change change) {
-    {
-        std::lock_guard const lock(mutex_);
-        if (look_ != nullptr && change.kind == Kind::Overflow) {
-            view_ = look_();
-        } else if (look_ != nullptr) {
-            takeOver(change, view_);
-        }
-        changes_.push_back(std::move(change));
+    std::lock_guard const lock(mutex_);
+    if (look_ != nullptr && change.kind == Kind::Overflow) {
+        view_ = look_();
+    } else if (look_ != nullptr) {
+        takeOver(change, view_);
     }
+    changes_.push_back(std::move(change));
     changed_.notify_all();
 }
 
@@ -143,6 +145,11 @@ LocalWatchTest::LocalWatchTest(LocalOptions const& options)
     : LocalProviderTest(options),
       log_(folder_.path()) {
     makeFolder("w");
+}
+
+void LocalWatchTest::TearDown() {
+    provider_.reset();
+    EXPECT_TRUE(noWatchThreadIsLeft());
 }
 
 void LocalWatchTest::publish(std::string_view folder, ChangeKinds const& kinds) {

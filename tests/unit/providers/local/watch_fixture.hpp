@@ -40,6 +40,10 @@ using ChangeView = std::map<std::string, EntryType>;
 class ChangeLog {
   public:
     explicit ChangeLog(std::string base) : base_(std::move(base)) {}
+    ChangeLog(ChangeLog const&) = delete;
+    ChangeLog& operator=(ChangeLog const&) = delete;
+    /// REQUIRES: what publishes to it has ended.
+    ~ChangeLog();
 
     ChangeCallback callback();
     void add(Change change);
@@ -76,6 +80,8 @@ std::string lineOf(Change const& change);
 class LocalWatchTest : public LocalProviderTest {
   protected:
     explicit LocalWatchTest(LocalOptions const& options = {});
+    /// Lets go of the provider, and waits for its thread: its callbacks use what the test has.
+    void TearDown() override;
 
     void publish(std::string_view folder = "w", ChangeKinds const& kinds = allKinds);
     void publishTree(std::string_view folder = "w", ChangeKinds const& kinds = allKinds);

@@ -21,6 +21,9 @@ namespace {
 constexpr std::uint32_t anchorEvents =
     IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
 
+/// And further up not even these.
+constexpr std::uint32_t selfEvents = IN_DELETE_SELF | IN_MOVE_SELF;
+
 /// How often the way down is looked at again while it changes under the look.
 constexpr int attempts = 32;
 
@@ -62,10 +65,12 @@ int WatchPlace::anchor(WatchPublication& publication) {
         if (error == 0) {
             publication.isAnchoredAtParent = isParent;
             publication.awaited = fl::i18n::ustringToStorageName(item.getName());
-            return table_.watch(folder.get(),
-                                isParent && !publication.isFolder() ? publication.events()
-                                                                    : anchorEvents,
-                                publication.anchor);
+            std::uint32_t const wanted =
+                isParent && !publication.isFolder() ? publication.events() : anchorEvents;
+            if (int const failure = table_.watch(folder.get(), wanted, publication.anchor)) {
+                return failure;
+            }
+            return watchAbove(publication, above);
         }
         if (!meansAbsent(error)) {
             return error;
@@ -74,6 +79,30 @@ int WatchPlace::anchor(WatchPublication& publication) {
         item = above;
     }
     return EACCES; // a root, and a path that ends in `..`, have no name to wait for
+}
+
+/// What lies above `folder` is watched as well, without being woken by what happens in it: when
+/// any of it is moved, the watches would go on under names that are not true any more. What may not
+/// be watched is left out. The error number where there are no more watches, or 0.
+int WatchPlace::watchAbove(WatchPublication& publication, StorageIRI const& folder) {
+    // The old ones go behind the new ones, so that a watch of both is not given up between.
+    auto const old = std::exchange(publication.above, {});
+    int result = 0;
+    for (StorageIRI at = folder; result == 0 && at.hasParent();) {
+        at = at.getParent();
+        FileDescriptor opened;
+        if (open(at, O_PATH | O_DIRECTORY | O_CLOEXEC, opened) == 0) {
+            auto node = std::make_unique<WatchNode>();
+            node->owner = &publication;
+            publication.above.push_back(std::move(node));
+            int const error = table_.watch(opened.get(), selfEvents, *publication.above.back());
+            result = error == EACCES || error == EPERM ? 0 : error;
+        }
+    }
+    for (auto const& node : old) {
+        table_.release(*node);
+    }
+    return result;
 }
 
 /// The same until the way below does not change meanwhile.
@@ -88,8 +117,7 @@ int WatchPlace::anchorAsFarAsThereIs(WatchPublication& publication) {
         }
     }
     if (error != 0) {
-        table_.release(publication.anchor);
-        publication.isAnchoredAtParent = false;
+        releaseAnchor(publication);
     }
     return error;
 }
@@ -117,7 +145,16 @@ void WatchPlace::leave(WatchPublication& publication) noexcept {
     if (publication.tree.root() != nullptr) {
         publication.tree.drop(*publication.tree.root(), table_);
     }
+    releaseAnchor(publication);
+}
+
+void WatchPlace::releaseAnchor(WatchPublication& publication) noexcept {
     table_.release(publication.anchor);
+    for (auto const& node : publication.above) {
+        table_.release(*node);
+    }
+    publication.above.clear();
+    publication.isAnchoredAtParent = false;
 }
 
 void WatchPlace::lose(WatchPublication& publication) {

@@ -26,6 +26,8 @@ class WatchPlace {
 
   private:
     int anchor(WatchPublication& publication);
+    void releaseAnchor(WatchPublication& publication) noexcept;
+    int watchAbove(WatchPublication& publication, StorageIRI const& folder);
     int anchorAsFarAsThereIs(WatchPublication& publication);
     void settleFile(WatchPublication& publication);
     void settleFolder(WatchPublication& publication);

@@ -35,6 +35,11 @@ struct WatchPublication : std::enable_shared_from_this<WatchPublication> {
     /// What the kernel is asked to report about the folders of the tree.
     std::uint32_t events() const noexcept;
 
+    /// Whether it is a folder whose children are reported.
+    bool isPublished(WatchNode const& node) const noexcept {
+        return node.parent != nullptr || tree.isRoot(node);
+    }
+
     /// The location of a watched folder; that of the root is `location` itself.
     StorageIRI const& locationOf(WatchNode const& node);
 
@@ -45,6 +50,8 @@ struct WatchPublication : std::enable_shared_from_this<WatchPublication> {
     WatchNode anchor;
     std::string awaited; ///< the name in that folder
     bool isAnchoredAtParent = false;
+    /// The folders above that one, watched for being moved or removed themselves only.
+    std::vector<std::unique_ptr<WatchNode>> above;
     WatchTree tree; ///< of folders; of a file there is none
     bool isPresent = false;
 

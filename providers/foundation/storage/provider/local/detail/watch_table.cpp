@@ -93,15 +93,6 @@ bool WatchTable::has(int watch, WatchNode const* node) const noexcept {
     return found != nullptr;
 }
 
-WatchNode* WatchTable::nodeOf(int watch, WatchPublication const& owner) const noexcept {
-    auto const place = first_.find(watch);
-    auto* found = place == first_.end() ? nullptr : place->second;
-    while (found != nullptr && found->owner != &owner) {
-        found = found->nextOfWatch;
-    }
-    return found;
-}
-
 WatchNode* WatchTable::anyOf(int watch) const noexcept {
     auto const place = first_.find(watch);
     return place == first_.end() ? nullptr : place->second;

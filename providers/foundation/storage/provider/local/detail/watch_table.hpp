@@ -35,9 +35,6 @@ class WatchTable {
     WatchNode* anyOf(int watch) const noexcept;
     bool has(int watch, WatchNode const* node) const noexcept;
 
-    /// The node of one publication, null where the watch does not concern it.
-    WatchNode* nodeOf(int watch, WatchPublication const& owner) const noexcept;
-
   private:
     int add(int folder, std::uint32_t events) noexcept;
     bool unlink(WatchNode& node) noexcept;

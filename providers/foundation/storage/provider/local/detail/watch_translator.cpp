@@ -112,6 +112,8 @@ void WatchTranslator::take(Event const& event) {
         WatchPublication& publication = *node->owner;
         if (node == &publication.anchor) {
             takeAnchor(publication, event);
+        } else if (!publication.isPublished(*node)) {
+            takeAbove(publication, event);
         } else if (event.name.empty()) {
             takeSelf(*node, event);
         } else {
@@ -124,7 +126,7 @@ void WatchTranslator::take(Event const& event) {
 void WatchTranslator::takeEnd(Event const& event) {
     while (auto* const node = table_.anyOf(event.watch)) {
         WatchPublication& publication = *node->owner;
-        if (node == &publication.anchor || publication.tree.isRoot(*node)) {
+        if (node->parent == nullptr) {
             table_.release(*node);
             publication.isUnsettled = true;
             concern(publication);
@@ -134,10 +136,17 @@ void WatchTranslator::takeEnd(Event const& event) {
     }
 }
 
-void WatchTranslator::takeAnchor(WatchPublication& publication, Event const& event) {
-    if (event.name.empty()) {
+/// Where a folder on the way is moved or removed, the way leads elsewhere, or nowhere.
+void WatchTranslator::takeAbove(WatchPublication& publication, Event const& event) {
+    if ((event.mask & (IN_MOVE_SELF | IN_DELETE_SELF)) != 0) {
         publication.isUnsettled = true;
         concern(publication);
+    }
+}
+
+void WatchTranslator::takeAnchor(WatchPublication& publication, Event const& event) {
+    if (event.name.empty()) {
+        takeAbove(publication, event);
         return;
     }
     if (event.name != publication.awaited) {
@@ -235,8 +244,8 @@ void WatchTranslator::depart(WatchNode& node, Event const& event) {
     WatchPublication& publication = *node.owner;
     reports_.wasFound(publication, node.watch, event.name);
     auto const* const arrival = batch_->arrivalOf(event.cookie);
-    auto* const to = arrival == nullptr ? nullptr : table_.nodeOf(arrival->watch, publication);
-    if (to == nullptr || to == &publication.anchor) {
+    auto* const to = arrival == nullptr ? nullptr : folderOf(arrival->watch, publication);
+    if (to == nullptr) {
         remove(node, event);
         return;
     }
@@ -343,6 +352,15 @@ void WatchTranslator::enter(WatchNode& node, std::string_view name) {
     }
 }
 
+WatchNode* WatchTranslator::folderOf(int watch, WatchPublication const& publication) const {
+    for (auto* const node : table_.nodesOf(watch)) {
+        if (node->owner == &publication && publication.isPublished(*node)) {
+            return node;
+        }
+    }
+    return nullptr;
+}
+
 FileDescriptor const& WatchTranslator::openParent(WatchNode const& node) {
     if (!parent_ || parentWatch_ != node.watch) {
         parent_ = openWatchedFolder(*node.owner, node, table_);
@@ -358,8 +376,7 @@ void WatchTranslator::closeParent() noexcept {
 
 void WatchTranslator::lookForMissed(WatchPublication& publication) {
     for (auto const& [watch, name] : std::exchange(publication.missed, {})) {
-        auto* const node = table_.nodeOf(watch, publication);
-        if (node != nullptr && node != &publication.anchor && node->watch == watch) {
+        if (auto* const node = folderOf(watch, publication)) {
             enter(*node, name);
         }
     }

@@ -52,6 +52,7 @@ class WatchTranslator {
 
     void take(Event const& event);
     void takeEnd(Event const& event);
+    void takeAbove(WatchPublication& publication, Event const& event);
     void takeAnchor(WatchPublication& publication, Event const& event);
     void takeSelf(WatchNode& node, Event const& event);
     void takeEntry(WatchNode& node, Event const& event);
@@ -61,6 +62,8 @@ class WatchTranslator {
     void depart(WatchNode& node, Event const& event);
     void arrive(WatchNode& node, Event const& event);
 
+    /// The folder of a publication that has a watch, null where there is none.
+    WatchNode* folderOf(int watch, WatchPublication const& publication) const;
     void enter(WatchNode& node, std::string_view name);
     void moveSubtree(WatchNode& node, std::string_view name, WatchNode& to,
                      std::string_view newName);
