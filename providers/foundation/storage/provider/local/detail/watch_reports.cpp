@@ -24,7 +24,7 @@ bool WatchReport::deliver() const noexcept {
         return true;
     }
     try {
-        publication->callback(kind, watched, *entry, type, std::move(extended));
+        publication->callback(kind, watched, *entry, type, extended);
     } catch (...) {
         // A handler's failure is its own: there is nobody here to tell.
         return true;

@@ -95,7 +95,7 @@ std::shared_ptr<WatchPublication> Watcher::end(StorageIRI const& location, bool 
     if (row == publications.end()) {
         return nullptr;
     }
-    auto const ended = std::move(row->second.front());
+    auto ended = std::move(row->second.front());
     row->second.pop_front();
     if (row->second.empty()) {
         publications.erase(row);
