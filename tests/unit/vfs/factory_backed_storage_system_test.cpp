@@ -203,12 +203,20 @@ TEST_F(FactoryBackedStorageSystem, FactoryMayRegisterAndDropItselfFromInside) {
     auto const a = addPhysical("aa");
     a->onBuild = [&] {
         addPhysical("bb");
-        addContainer("zz");
         system->unregisterFactory("aa");
     };
     EXPECT_EQ(build(u"aa:/x"), a->served);
-    EXPECT_NE(build(u"zz:bb:/x!/y"), nullptr);
     EXPECT_EQ(unserved(u"aa:/x"), "aa");
+
+    auto const z = addContainer("zz");
+    z->onBuild = [&] {
+        addContainer("yy");
+        addPhysical("cc");
+        system->unregisterFactory("zz");
+    };
+    EXPECT_EQ(build(u"zz:bb:/x!/y"), z->served);
+    EXPECT_NE(build(u"yy:cc:/x!/y"), nullptr);
+    EXPECT_EQ(unserved(u"zz:bb:/x!/y"), "zz");
 }
 
 TEST_F(FactoryBackedStorageSystem, WithoutAnEventManagerNoShutdownArrives) {
