@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -43,6 +44,13 @@ AllocationFailure::AllocationFailure(std::size_t before, bool& happened) noexcep
 AllocationFailure::~AllocationFailure() {
     counting = false;
     happened_ = failed;
+}
+
+AllocationFailurePause::AllocationFailurePause() noexcept
+    : wasCounting_(std::exchange(counting, false)) {}
+
+AllocationFailurePause::~AllocationFailurePause() {
+    counting = wasCounting_;
 }
 
 } // namespace foundation::storage::provider::local::test

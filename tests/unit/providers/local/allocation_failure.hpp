@@ -17,4 +17,16 @@ class AllocationFailure {
     bool& happened_;
 };
 
+/// Allocations of this thread neither fail nor count as long as it lives.
+class AllocationFailurePause {
+  public:
+    AllocationFailurePause() noexcept;
+    AllocationFailurePause(AllocationFailurePause const&) = delete;
+    AllocationFailurePause& operator=(AllocationFailurePause const&) = delete;
+    ~AllocationFailurePause();
+
+  private:
+    bool const wasCounting_;
+};
+
 } // namespace foundation::storage::provider::local::test

@@ -1,18 +1,28 @@
 #include "watch_fixture.hpp"
 
+#include "allocation_failure.hpp"
+#include "child_process.hpp"
+
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/local/local_factory.hpp>
 
+#include <boost/exception/errinfo_nested_exception.hpp>
+#include <boost/exception/get_error_info.hpp>
+#include <boost/exception_ptr.hpp>
 #include <boost/property_tree/ptree.hpp>
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <memory>
+#include <new>
+#include <optional>
 #include <stdexcept>
+#include <sys/syscall.h>
 #include <thread>
 
 namespace foundation::storage::provider::local::test {
@@ -72,6 +82,78 @@ TEST_F(LocalWatchLifetime, WhatFailsLeavesNothingBehind) {
 
     EXPECT_EQ(openDescriptors(), before);
     EXPECT_THAT(watchThreads(), IsEmpty());
+}
+
+TEST_F(LocalWatchLifetime, PublishingWithoutMemoryLeavesNothingBehind) {
+    makeFolder("w/a");
+    makeFolder("w/a/b");
+    std::size_t const before = openDescriptors();
+    bool happened = true;
+    for (std::size_t round = 0; happened; ++round) {
+        bool published = true;
+        try {
+            AllocationFailure const failure(round, happened);
+            publishTree();
+        } catch (std::bad_alloc const&) {
+            published = false;
+        }
+        ASSERT_NE(published, happened) << round;
+        if (!published) {
+            ASSERT_EQ(openDescriptors(), before) << round;
+            ASSERT_TRUE(noWatchThreadIsLeft()) << round;
+        }
+    }
+    makeFile("w/a/b/file");
+    EXPECT_TRUE(log_.waitForEntry(Kind::Created, "w/a/b/file"));
+}
+
+TEST_F(LocalWatchLifetime, ReportsThatThereIsNoMemoryForAreAnOverflow) {
+    log_.keepView([&] { return disk(); });
+    std::atomic<int> failAfter = -1;
+    std::optional<AllocationFailure> failure;
+    bool happened = false;
+    provider_->publishFolderEvents(
+        at("w"),
+        [&, take = log_.callback()](auto const& kind, auto const& watched, auto const& entry,
+                                    auto const& type, auto const& extended) {
+            {
+                AllocationFailurePause const pause; // what is told here is not what fails
+                take(kind, watched, entry, type, extended);
+            }
+            if (int const number = failAfter.exchange(-1); number >= 0) {
+                failure.emplace(static_cast<std::size_t>(number), happened);
+            }
+        },
+        namesOnly, RecursiveFileWatching::Recursive);
+    for (int round = 0; round < 60; ++round) {
+        failAfter = round; // in what is done behind the next report
+        settle();
+        std::string const name = "w/" + std::to_string(round);
+        makeFolder(name);
+        makeFolder(name + "/inner");
+        makeFile(name + "/inner/file");
+        rename(name, name + "-moved");
+        EXPECT_TRUE(log_.waitUntil([&] { return log_.view() == disk(); })) << round;
+    }
+    EXPECT_TRUE(log_.waitForOverflow());
+    provider_.reset(); // before what the callback uses
+    ASSERT_TRUE(noWatchThreadIsLeft());
+}
+
+TEST_F(LocalWatchLifetime, NoMoreThreadsIsARefusal) {
+    EXPECT_EQ(inChild([&]() -> std::string {
+                  std::size_t const before = openDescriptors();
+                  injectFaults({{SYS_clone3, 0, 0, EAGAIN}, {SYS_clone, 0, 0, EAGAIN}});
+                  try {
+                      publishTree();
+                  } catch (ChangeEventsSubscriptionException const& e) {
+                      bool const hasCause =
+                          boost::get_error_info<boost::errinfo_nested_exception>(e) != nullptr;
+                      return hasCause && openDescriptors() == before ? "refused" : "not whole";
+                  }
+                  return "published";
+              }),
+              "refused");
 }
 
 TEST_F(LocalWatchLifetime, StoppingEndsTheOldestOfSeveral) {

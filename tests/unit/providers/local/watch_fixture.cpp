@@ -93,6 +93,20 @@ bool ChangeLog::waitFor(std::function<bool(std::vector<Change> const&)> const& c
     return changed_.wait_for(lock, tooLong, [&] { return condition(changes_); });
 }
 
+bool ChangeLog::waitUntil(std::function<bool()> const& condition) const {
+    auto const end = std::chrono::steady_clock::now() + tooLong;
+    for (;;) {
+        std::size_t const seen = changes().size();
+        if (condition()) {
+            return true;
+        }
+        std::unique_lock lock(mutex_);
+        if (!changed_.wait_until(lock, end, [&] { return changes_.size() != seen; })) {
+            return false;
+        }
+    }
+}
+
 bool ChangeLog::waitForAny(std::function<bool(Change const&)> const& condition) const {
     std::size_t seen = 0; // each change is looked at once, however many come
     return waitFor([&](auto const& changes) {

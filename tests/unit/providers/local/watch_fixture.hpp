@@ -50,6 +50,8 @@ class ChangeLog {
 
     /// Whether `condition` comes true of all changes before a time that is too long.
     bool waitFor(std::function<bool(std::vector<Change> const&)> const& condition) const;
+    /// The same of anything, looked at again with every change.
+    bool waitUntil(std::function<bool()> const& condition) const;
     bool waitForAny(std::function<bool(Change const&)> const& condition) const;
     bool waitForEntry(Kind kind, std::string_view entry) const;
     bool waitForOverflow() const;

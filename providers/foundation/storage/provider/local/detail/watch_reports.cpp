@@ -4,18 +4,20 @@
 
 #include <boost/property_tree/ptree.hpp>
 
+#include <new>
 #include <utility>
 
 namespace foundation::storage::provider::local::detail {
 
 bool WatchReport::deliver() const noexcept {
     std::optional<StorageIRI> entry;
-    boost::property_tree::ptree extended;
+    std::optional<boost::property_tree::ptree> extended;
     try {
+        extended.emplace();
         entry = name.empty() ? watched : StorageIRI(watched, fl::i18n::storageNameToUstring(name));
         if (otherEnd) {
-            extended.put(kind == events::Kind::Created ? "movedFrom" : "movedTo",
-                         fl::i18n::toDisplayString(otherEnd->toString()));
+            extended->put(kind == events::Kind::Created ? "movedFrom" : "movedTo",
+                          fl::i18n::toDisplayString(otherEnd->toString()));
         }
     } catch (...) {
         return false;
@@ -24,10 +26,13 @@ bool WatchReport::deliver() const noexcept {
         return true;
     }
     try {
-        publication->callback(kind, watched, *entry, type, extended);
+        publication->callback(kind, watched, *entry, type, *extended);
+    } catch (std::bad_alloc const&) {
+        // Perhaps before the handler was reached. Whoever has no memory for an overflow has been
+        // told of it once, or it would go on for ever.
+        return kind == events::Kind::Overflow;
     } catch (...) {
-        // A handler's failure is its own: there is nobody here to tell.
-        return true;
+        return true; // A handler's failure is its own: there is nobody here to tell.
     }
     return true;
 }

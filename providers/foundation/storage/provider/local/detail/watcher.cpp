@@ -55,19 +55,26 @@ Watcher::Watcher()
 
 int Watcher::begin(std::shared_ptr<WatchPublication> const& publication) {
     std::lock_guard const lock(mutex_);
-    auto& row = (publication->isFolder() ? folders_ : files_)[publication->location];
-    row.push_back(publication);
-    auto const undo = [&] {
+    auto& publications = publication->isFolder() ? folders_ : files_;
+    ++expected_;
+    auto const undo = [&]() noexcept {
+        --expected_;
         translator_.place().leave(*publication);
         translator_.forget(*publication);
-        --expected_;
-        row.pop_back();
-        if (row.empty()) {
-            (publication->isFolder() ? folders_ : files_).erase(publication->location);
+        auto const row = publications.find(publication->location);
+        if (row == publications.end()) {
+            return;
+        }
+        if (!row->second.empty() && row->second.back() == publication) {
+            row->second.pop_back();
+        }
+        if (row->second.empty()) {
+            publications.erase(row);
         }
     };
     try {
-        translator_.expect(++expected_);
+        translator_.expect(expected_);
+        publications[publication->location].push_back(publication);
         if (int const error = translator_.place().begin(*publication)) {
             undo();
             return error;
@@ -243,7 +250,7 @@ void Watcher::deliver() {
             if (!report.publication->isStopped) {
                 report.publication->isLost = true;
                 translator_.concern(*report.publication);
-                hasOpenEnds_ = true;
+                hasOpenEnds_ = hasFailed_ = true;
             }
         }
     }
