@@ -97,6 +97,7 @@ std::span<Command const> allCommands() noexcept {
         Command{"stat", "Show what is known of files and folders", runStat},
         Command{"touch", "Create files or set their time of modification", runTouch},
         Command{"tree", "Draw what is below a folder", runTree},
+        Command{"watch", "Print changes of files and folders as they happen", runWatch},
     };
     return commands;
 }

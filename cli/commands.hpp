@@ -47,5 +47,6 @@ int runSh(Host& host, Words const& words);
 int runStat(Host& host, Words const& words);
 int runTouch(Host& host, Words const& words);
 int runTree(Host& host, Words const& words);
+int runWatch(Host& host, Words const& words);
 
 } // namespace cli

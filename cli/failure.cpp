@@ -11,9 +11,15 @@
 #include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 #include <foundation/storage/vfs/streams/io_exception.hpp>
 
+#include <boost/exception/errinfo_nested_exception.hpp>
+#include <boost/exception/get_error_info.hpp>
+#include <boost/exception_ptr.hpp>
+
+#include <cerrno>
 #include <exception>
 #include <new>
 #include <optional>
+#include <system_error>
 
 namespace cli {
 
@@ -75,6 +81,31 @@ vfs::ErrorCode systemCode(provider::ErrorCode code) {
     return vfs::ErrorCode::Unknown;
 }
 
+// Why a watch could not be started, as far as that was said: what lacks stands at the bottom of the
+// nested exceptions.
+std::string causeOf(boost::exception const& failure) {
+    auto const* const cause = boost::get_error_info<boost::errinfo_nested_exception>(failure);
+    if (cause == nullptr) {
+        return {};
+    }
+    try {
+        boost::rethrow_exception(*cause);
+    } catch (std::system_error const& error) {
+        switch (error.code().value()) {
+        case ENOSPC:
+            return ": no more watches are allowed (fs.inotify.max_user_watches)";
+        case EMFILE:
+            return ": too many watchers or open files (fs.inotify.max_user_instances, ulimit -n)";
+        default:
+            return ": " + onOneLine(error.code().message());
+        }
+    } catch (boost::exception const& deeper) {
+        return causeOf(deeper);
+    } catch (std::exception const& other) {
+        return ": " + onOneLine(other.what());
+    }
+}
+
 Facts factsOfCurrentFailure() {
     try {
         throw;
@@ -102,6 +133,10 @@ Facts factsOfCurrentFailure() {
         return {{}, {}, false, "no provider for the scheme '" + scheme + "'"};
     } catch (vfs::InvalidIRIException const&) {
         return {{}, {}, false, "not a valid location"};
+    } catch (vfs::ChangeEventsNotSupportedException const& refused) {
+        return {{}, refused.getLocation(), false, "the storage does not tell of changes"};
+    } catch (vfs::ChangeEventsSubscriptionException const& failure) {
+        return {{}, failure.getLocation(), false, "cannot be watched" + causeOf(failure)};
     } catch (std::bad_alloc const&) {
         return {{}, {}, false, "out of memory"};
     } catch (std::exception const& other) {

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <csignal>
-#include <poll.h>
 #include <unistd.h>
 
 namespace cli {
@@ -87,6 +86,12 @@ void throwIfInterrupted() {
 }
 
 void waitForInput(int descriptor) {
+    pollfd wanted{descriptor, POLLIN, 0};
+    // Whatever else it says, the read that follows says better.
+    waitForAny(std::span(&wanted, 1));
+}
+
+void waitForAny(std::span<pollfd> wanted) {
     // Between a look at what was noted and the wait, a signal would be missed: it must come either
     // before the look, or during the wait, which takes the block away for as long as it lasts.
     sigset_t blocked{};
@@ -96,10 +101,10 @@ void waitForInput(int descriptor) {
         ::sigaddset(&blocked, signal);
     }
     ::sigprocmask(SIG_BLOCK, &blocked, &usual);
-    if (noted == 0) {
-        pollfd wanted{descriptor, POLLIN, 0};
-        // Whatever else this says, the read that follows says better.
-        static_cast<void>(::ppoll(&wanted, 1, nullptr, &usual));
+    if (noted == 0 && ::ppoll(wanted.data(), wanted.size(), nullptr, &usual) < 0) {
+        for (pollfd& each : wanted) {
+            each.revents = 0; // left as they were
+        }
     }
     ::sigprocmask(SIG_SETMASK, &usual, nullptr);
     throwIfInterrupted();

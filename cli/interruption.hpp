@@ -1,5 +1,7 @@
 #pragma once
 
+#include <poll.h>
+#include <span>
 #include <string>
 
 namespace cli {
@@ -43,6 +45,10 @@ void throwIfInterrupted();
 /// Waits until `descriptor` can be read or is at its end. Throws Interrupted where a signal was
 /// noted, also where it comes just before the wait begins.
 void waitForInput(int descriptor);
+
+/// The same for several descriptors, each waited for as poll(2) would; what came of it is in
+/// `revents`.
+void waitForAny(std::span<pollfd> wanted);
 
 /// Ends the process by `signal`, as if it had never been caught.
 [[noreturn]] void endBySignal(int signal);

@@ -56,7 +56,7 @@ void prepare(TemporaryFolder const& folder) {
 TEST(CommandHelp, ListsTheCommands) {
     EXPECT_THAT(commands(), ::testing::ElementsAre("cat", "check", "cp", "du", "exists", "find",
                                                    "ls", "mkdir", "mv", "providers", "put", "rm",
-                                                   "sh", "stat", "touch", "tree"));
+                                                   "sh", "stat", "touch", "tree", "watch"));
 }
 
 TEST(CommandHelp, SaysWhatAQuestionMarkInAPatternCounts) {
@@ -73,6 +73,15 @@ TEST(CommandHelp, SaysWhatAQuestionMarkInAPatternCounts) {
     }
 }
 
+// A command that runs until it is ended is ended once it says that it has begun.
+std::string endedLine(std::string const& line) {
+    if (line.find("vfs watch ") == std::string::npos) {
+        return line;
+    }
+    return line + " -v 2> said & for i in {1..6000}; do ! grep -sq watching said || break; "
+                  "sleep 0.01; done; grep -v watching said >&2; kill $!; wait $!";
+}
+
 TEST(CommandHelp, ShowsExamplesForEveryCommandAndTheyRun) {
     for (std::string const& command : commands()) {
         TemporaryFolder folder;
@@ -86,7 +95,7 @@ TEST(CommandHelp, ShowsExamplesForEveryCommandAndTheyRun) {
         for (std::string const& line : linesOf(help.out.substr(examples + 11))) {
             TemporaryFolder prepared;
             prepare(prepared);
-            Outcome const outcome = shell(prepared, "set -o pipefail; " + line);
+            Outcome const outcome = shell(prepared, "set -o pipefail; " + endedLine(line));
             EXPECT_EQ(outcome.code, 0) << line << '\n' << outcome.err;
             EXPECT_EQ(outcome.err, "") << line;
             EXPECT_THAT(line, HasSubstr("vfs " + command));
