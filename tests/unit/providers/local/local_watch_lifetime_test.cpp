@@ -127,7 +127,6 @@ TEST_F(LocalWatchLifetime, ReportsThatThereIsNoMemoryForAreAnOverflow) {
         namesOnly, RecursiveFileWatching::Recursive);
     for (int round = 0; round < 60; ++round) {
         failAfter = round; // in what is done behind the next report
-        settle();
         std::string const name = "w/" + std::to_string(round);
         makeFolder(name);
         makeFolder(name + "/inner");
