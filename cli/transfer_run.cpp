@@ -11,7 +11,9 @@
 #include <foundation/storage/vfs/walking/folder_visitor.hpp>
 #include <foundation/storage/vfs/walking/walk_folder.hpp>
 
+#include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
+#include <tbb/partitioner.h>
 
 #include <atomic>
 #include <cstdio>
@@ -33,8 +35,8 @@ namespace {
 // time than the line is drawn in, nobody wants to know.
 constexpr std::uint64_t worthReporting = 1024 * 1024;
 
-// To wake another thread takes as long as to copy a few small files.
-constexpr std::size_t worthOtherThreads = 16;
+// To give them to another thread takes much less time than to copy so many small files.
+constexpr std::size_t takenAtOnce = 16;
 
 // Beyond these, what is denied is told at once, so that memory has a bound.
 constexpr std::size_t deferredAtMost = 1000;
@@ -160,20 +162,15 @@ bool TransferRun::goesWithOthers(std::uint64_t size) const noexcept {
     return size < worthReporting && !wishes_.ask && !wishes_.dryRun;
 }
 
-void TransferRun::copyTogether(std::size_t count,
+void TransferRun::copyTogether(std::vector<CopyResult>& results,
                                std::function<FileToCopy(std::size_t)> const& file,
-                               std::function<Places(std::size_t)> const& places,
-                               std::function<void(std::size_t, Transferred)> const& done) {
-    struct Result {
-        Transferred transferred = Transferred::Failed;
-        std::uint64_t bytes = 0;
-        std::exception_ptr failure;
-        bool tried = false;
-    };
-    std::vector<Result> results(count);
+                               PlacesOf const& places) {
+    std::size_t const count = results.size();
     std::atomic<bool> full = false;
+    std::atomic<std::uint64_t> files = 0;
+    std::atomic<std::uint64_t> bytes = 0;
     auto const copyOne = [&](std::size_t i) {
-        Result& result = results[i];
+        CopyResult& result = results[i];
         if (full || interruptingSignal() != 0) {
             return;
         }
@@ -187,28 +184,37 @@ void TransferRun::copyTogether(std::size_t count,
             if (codeOfCurrentFailure() == vfs::ErrorCode::NoSpaceLeft) {
                 full = true;
             }
+            return;
+        }
+        files.fetch_add(1, std::memory_order_relaxed);
+        bytes.fetch_add(result.bytes, std::memory_order_relaxed);
+        if (progress_.isWanted() && std::this_thread::get_id() == thread_) {
+            progress_.update({tally_.files + files, tally_.bytes + bytes}, foreseen_,
+                             [&] { return places()[0].shown(); });
+        }
+    };
+    using Range = tbb::blocked_range<std::size_t>;
+    auto const copySome = [&](Range const& some) {
+        for (std::size_t i = some.begin(); i != some.end(); ++i) {
+            copyOne(i);
         }
     };
     if (count < worthOtherThreads) {
-        for (std::size_t i = 0; i < count; ++i) {
-            copyOne(i);
-        }
+        copySome(Range(0, count));
     } else {
-        tbb::parallel_for(std::size_t{0}, count, copyOne);
+        // Each thread gets files that are next to each other, as far from the others' as can be.
+        tbb::parallel_for(Range(0, count, takenAtOnce), copySome, tbb::simple_partitioner());
     }
-    for (std::size_t i = 0; i < count && results[i].tried; ++i) {
-        Result const& result = results[i];
-        PlacesOf const here = [&] { return places(i); };
-        if (result.failure != nullptr) {
-            attempt(here, [&] { std::rethrow_exception(result.failure); });
-        } else if (result.transferred == Transferred::Done) {
-            tally_.bytes += result.bytes;
-        }
-        this->count(result.transferred, here);
-        showProgress(0, here);
-        done(i, result.transferred);
+}
+
+void TransferRun::tell(CopyResult const& result, PlacesOf const& places) {
+    if (result.failure != nullptr) {
+        attempt(places, [&] { std::rethrow_exception(result.failure); });
+    } else if (result.transferred == Transferred::Done) {
+        tally_.bytes += result.bytes;
     }
-    throwIfInterrupted();
+    count(result.transferred, places);
+    showProgress(0, places);
 }
 
 Transferred TransferRun::copyContent(FileToCopy const& file, PlacesOf const& places) {

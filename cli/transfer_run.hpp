@@ -10,9 +10,11 @@
 
 #include <array>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace cli {
@@ -42,6 +44,14 @@ struct FileToCopy {
 };
 
 enum class Transferred { Done, Kept, Failed };
+
+/// What came of one of the files that were copied together.
+struct CopyResult {
+    Transferred transferred = Transferred::Failed;
+    std::uint64_t bytes = 0;
+    std::exception_ptr failure;
+    bool tried = false; ///< not where the copy was interrupted before, or the storage was full
+};
 
 /// What all the transfers of one run of cp or mv share: the wishes, the counts, the progress line,
 /// and what ends them all. For one thread.
@@ -82,15 +92,20 @@ class TransferRun {
     /// are copied where the destination has no links.
     Transferred copyFile(FileToCopy const& file, PlacesOf const& places);
 
+    /// How many files are worth a second thread.
+    static constexpr std::size_t worthOtherThreads = 16;
     /// Whether files of this size may be copied together: where nobody is asked, and nobody waits
     /// for a single one of them.
     bool goesWithOthers(std::uint64_t size) const noexcept;
-    /// Copies files as copyFile() does, on as many threads as there are processors. `file` is
-    /// called on those; what comes of each file is counted, shown and told to `done` on the calling
-    /// thread, in the order of the files.
-    void copyTogether(std::size_t count, std::function<FileToCopy(std::size_t)> const& file,
-                      std::function<Places(std::size_t)> const& places,
-                      std::function<void(std::size_t, Transferred)> const& done);
+    /// Copies files as copyFile() does, on as many threads as there are processors, and neither
+    /// counts nor reports them: that is for tell(). `file` is called on those threads. Files next
+    /// to each other are best of one folder: two threads that create files in the same folder wait
+    /// for each other. May be called on any thread while nothing is told; a share of the work that
+    /// falls to the run's own thread moves the progress line, which shows `places`.
+    void copyTogether(std::vector<CopyResult>& results,
+                      std::function<FileToCopy(std::size_t)> const& file, PlacesOf const& places);
+    /// Counts and shows what came of a file, and reports why it failed.
+    void tell(CopyResult const& result, PlacesOf const& places);
 
     /// Whether what is at the destination may be replaced, where the wishes are to ask.
     bool mayReplace(Location const& destination);
@@ -121,6 +136,7 @@ class TransferRun {
     WorkProgress progress_;
     std::vector<FailureText> deferred_;
     bool full_ = false;
+    std::thread::id const thread_ = std::this_thread::get_id();
 };
 
 } // namespace cli

@@ -30,9 +30,11 @@ namespace {
 constexpr std::uint32_t usualMode = 0755;
 constexpr std::uint32_t ownerMayFill = 0700;
 
-// Enough to keep some threads busy; and a bound for what waits in all the folders on the way down.
-constexpr std::size_t copiedTogether = 256;
-constexpr std::size_t waitingAtMost = 2048;
+// Files of some folders, so that each thread finds one of its own; and a bound for the memory,
+// twice, as so many may be copied while others are gathered.
+constexpr std::size_t waitingAtMost = 512;
+// Where the walk is slow, files do not wait for it, and the progress is seen.
+constexpr std::chrono::milliseconds waitingAtLongest{50};
 
 } // namespace
 
@@ -68,6 +70,8 @@ void TreeCopy::copy() {
     });
     if (ready) {
         walkFolder(Folder(source_.iri, run_.system()), *this);
+        catchUp();
+        throwIfInterrupted();
     } else {
         leaveBehind("");
     }
@@ -90,50 +94,51 @@ void TreeCopy::leaveFileBehind(FileEntry const& entry) {
 }
 
 TreeCopy::Result TreeCopy::visitEntryBefore(FolderEntry const& entry) {
-    throwIfInterrupted();
+    endIfInterrupted();
+    if (!levels_.empty()) {
+        levels_.back()->empty = false;
+    }
+    std::exception_ptr failure;
+    try {
+        levels_.push_back(enter(entry));
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    linked_.reset();
+    if (failure == nullptr) {
+        add({Step::Kind::Entered, levels_.back().get()});
+        return next();
+    }
+    catchUp();
     std::size_t const pathLength = sourcePath_.length();
     if (!levels_.empty()) {
-        levels_.back().empty = false;
-        std::string const name = fl::i18n::toDisplayString(entry.getName());
-        sourcePath_.enter(name);
-        destinationPath_.enter(name);
+        enterPath(entry);
     }
-    bool const entered = run_.attempt(folderPlaces_, [&] { enter(entry, pathLength); });
-    linked_.reset();
-    if (entered) {
-        return Result::Continue;
-    }
+    run_.attempt(folderPlaces_, [&] { std::rethrow_exception(failure); });
     leaveBehind(sourcePath_.belowTop());
-    sourcePath_.returnTo(pathLength);
-    destinationPath_.returnTo(pathLength);
+    returnTo(pathLength);
     return run_.isFull() ? Result::Stop : Result::Skip;
 }
 
-void TreeCopy::enter(FolderEntry const& entry, std::size_t pathLength) {
-    Level level{levels_.empty() ? Folder(destination_.iri, run_.system())
-                                : Folder(levels_.back().destination, entry.getName()),
-                pathLength,
-                false,
-                false,
-                true,
-                std::nullopt};
+std::unique_ptr<TreeCopy::Level> TreeCopy::enter(FolderEntry const& entry) {
+    Level* const above = levels_.empty() ? nullptr : levels_.back().get();
+    auto level = std::make_unique<Level>(Level{entry,
+                                               above == nullptr
+                                                   ? Folder(destination_.iri, run_.system())
+                                                   : Folder(above->destination, entry.getName()),
+                                               above});
     if (run_.wishes().followLinks) {
-        level.canonical = linked_ ? *linked_
-                          : levels_.empty()
-                              ? entry.getFolder().getCanonicalLocation().toStorageIRI()
-                              : StorageIRI(*levels_.back().canonical, entry.getName());
+        level->canonical = linked_ ? *linked_
+                           : above == nullptr
+                               ? entry.getFolder().getCanonicalLocation().toStorageIRI()
+                               : StorageIRI(*above->canonical, entry.getName());
     }
-    bool const aboveIsMade = !levels_.empty() && levels_.back().made;
     if (run_.wishes().dryRun) {
-        level.made = aboveIsMade || !isThere(level.destination);
+        level->made = (above != nullptr && above->made) || !isThere(level->destination);
     } else {
-        make(level, entry);
+        make(*level, entry);
     }
-    levels_.push_back(std::move(level));
-    if (levels_.back().made) {
-        ++run_.tally().folders;
-        run_.transferred(folderPlaces_);
-    }
+    return level;
 }
 
 // Whether there is a folder that the copy may go into; throws where there is anything else.
@@ -177,56 +182,159 @@ void TreeCopy::make(Level& level, FolderEntry const& entry) {
 }
 
 TreeCopy::Result TreeCopy::visitEntry(FileEntry const& entry) {
-    throwIfInterrupted();
-    levels_.back().empty = false;
-    fileName_ = &entry.getName();
+    endIfInterrupted();
+    Level& level = *levels_.back();
+    level.empty = false;
     if (run_.wishes().followLinks && sourceHasLinks_) {
+        fileName_ = &entry.getName();
         return followEntry(entry);
     }
-    if (putAside(entry)) {
-        return next();
-    }
-    return copyEntry(entry, entry.getFile());
+    add({isSmall(entry) ? Step::Kind::SmallFile : Step::Kind::File, &level, entry});
+    return next();
 }
 
-// Small files wait until there are enough of them to be copied on several threads.
-bool TreeCopy::putAside(FileEntry const& entry) {
+bool TreeCopy::isSmall(FileEntry const& entry) const {
     try {
         std::optional<std::uint64_t> const size = entry.getAttributes().values().size;
-        if (!size || !run_.goesWithOthers(*size)) {
-            return false;
-        }
+        return size && run_.goesWithOthers(*size);
     } catch (vfs::Exception const&) {
         return false; // the copy will say what is wrong
     }
-    Level& level = levels_.back();
-    level.waiting.push_back(entry);
-    ++waiting_;
-    if (level.waiting.size() >= copiedTogether || waiting_ >= waitingAtMost) {
-        copyWaiting();
-    }
-    return true;
 }
 
-void TreeCopy::copyWaiting() {
-    Level& level = levels_.back();
-    std::vector<FileEntry> const waiting = std::exchange(level.waiting, {});
-    waiting_ -= waiting.size();
-    if (waiting.empty() || run_.isFull()) {
+void TreeCopy::add(Step step) {
+    bool const first = steps_.empty();
+    if (first && batch_.steps.empty() && step.kind != Step::Kind::SmallFile) {
+        take(step);
         return;
     }
+    steps_.push_back(std::move(step));
+    auto const now = std::chrono::steady_clock::now();
+    if (first) {
+        waitingSince_ = now;
+    }
+    if (steps_.size() >= waitingAtMost || now - waitingSince_ >= waitingAtLongest) {
+        copyWaiting();
+    }
+}
+
+// Has what waits copied while the walk goes on. A few files are sooner done than handed over.
+void TreeCopy::copyWaiting() {
+    tellBatch();
+    batch_.steps = std::exchange(steps_, {});
+    for (Step const& step : batch_.steps) {
+        if (step.kind == Step::Kind::SmallFile) {
+            batch_.small.push_back(&step);
+        }
+    }
+    batch_.results.resize(batch_.small.size());
+    if (run_.isFull()) {
+        tellBatch();
+    } else if (batch_.small.size() < TransferRun::worthOtherThreads) {
+        copyTogether();
+        tellBatch();
+    } else {
+        background_.begin([this] { copyTogether(); });
+    }
+}
+
+// Everything that waits is copied and told behind this.
+void TreeCopy::catchUp() {
+    if (!steps_.empty()) {
+        copyWaiting();
+    }
+    tellBatch();
+}
+
+void TreeCopy::copyTogether() {
     run_.copyTogether(
-        waiting.size(),
-        [&](std::size_t i) -> FileToCopy {
-            FileEntry const& entry = waiting[i];
+        batch_.results,
+        [this](std::size_t i) -> FileToCopy {
+            FileEntry const& entry = *batch_.small[i]->file;
+            Level const& level = *batch_.small[i]->level;
             return {entry.getFile(), File(level.destination, entry.getName()),
                     entry.getAttributes().values().size, level.made};
         },
-        [&](std::size_t i) {
-            fileName_ = &waiting[i].getName();
-            return filePlaces_();
-        },
-        [&](std::size_t i, Transferred result) { filled(level, waiting[i], result); });
+        folderPlaces_);
+}
+
+// Waits for the batch and takes its steps. Where the copy ends before its time, what was done is
+// told all the same.
+void TreeCopy::tellBatch() {
+    background_.wait();
+    Batch const batch = std::exchange(batch_, {});
+    bool ended = false;
+    auto result = batch.results.begin();
+    for (Step const& step : batch.steps) {
+        try {
+            if (step.kind == Step::Kind::Entered) {
+                take(step);
+            } else if (step.kind == Step::Kind::SmallFile) {
+                CopyResult const& here = *result++;
+                ended = ended || !here.tried;
+                if (here.tried) {
+                    fileName_ = &step.file->getName();
+                    run_.tell(here, filePlaces_);
+                    filled(*step.level, *step.file, here.transferred);
+                }
+            } else {
+                ended = ended || run_.isFull() || interruptingSignal() != 0;
+                if (!ended) {
+                    take(step);
+                }
+            }
+        } catch (Interrupted const&) {
+            ended = true;
+        }
+        if (ended && step.kind == Step::Kind::Left) {
+            returnTo(step.level->pathLength);
+        }
+    }
+}
+
+void TreeCopy::take(Step const& step) {
+    switch (step.kind) {
+    case Step::Kind::Entered:
+        entered(*step.level);
+        break;
+    case Step::Kind::SmallFile:
+    case Step::Kind::File:
+        fileName_ = &step.file->getName();
+        copyEntry(*step.level, *step.file, std::nullopt);
+        break;
+    case Step::Kind::Left:
+        left(*step.level);
+        break;
+    }
+}
+
+void TreeCopy::endIfInterrupted() {
+    if (interruptingSignal() != 0) {
+        catchUp();
+        throwIfInterrupted();
+    }
+}
+
+void TreeCopy::enterPath(FolderEntry const& entry) {
+    std::string const name = fl::i18n::toDisplayString(entry.getName());
+    sourcePath_.enter(name);
+    destinationPath_.enter(name);
+}
+
+void TreeCopy::returnTo(std::size_t pathLength) {
+    sourcePath_.returnTo(pathLength);
+    destinationPath_.returnTo(pathLength);
+}
+
+void TreeCopy::entered(Level& level) {
+    level.pathLength = sourcePath_.length();
+    if (level.above != nullptr) {
+        enterPath(level.entry);
+    }
+    if (level.made) {
+        ++run_.tally().folders;
+        run_.transferred(folderPlaces_);
+    }
 }
 
 // A file came into the folder, or did not.
@@ -236,21 +344,21 @@ void TreeCopy::filled(Level& level, FileEntry const& entry, Transferred result) 
         return;
     }
     if (level.implied) {
-        for (Level& each : levels_) {
-            each.implied = false;
+        for (Level* each = &level; each != nullptr; each = each->above) {
+            each->implied = false;
         }
     }
 }
 
-TreeCopy::Result TreeCopy::copyEntry(FileEntry const& entry, File const& source) {
+void TreeCopy::copyEntry(Level& level, FileEntry const& entry, std::optional<File> const& source) {
     Transferred result = Transferred::Failed;
     run_.attempt(filePlaces_, [&] {
-        result = run_.copyFile({source, File(levels_.back().destination, entry.getName()),
-                                entry.getAttributes().values().size, levels_.back().made},
+        result = run_.copyFile({source ? *source : entry.getFile(),
+                                File(level.destination, entry.getName()),
+                                entry.getAttributes().values().size, level.made},
                                filePlaces_);
     });
-    filled(levels_.back(), entry, result);
-    return next();
+    filled(level, entry, result);
 }
 
 TreeCopy::Result TreeCopy::followEntry(FileEntry const& entry) {
@@ -279,15 +387,16 @@ TreeCopy::Result TreeCopy::followEntry(FileEntry const& entry) {
     }
     linked_.reset();
     if (target) {
-        return copyEntry(entry, *target);
+        copyEntry(*levels_.back(), entry, *target);
+    } else {
+        leaveFileBehind(entry);
     }
-    leaveFileBehind(entry);
     return next();
 }
 
 void TreeCopy::refuseLoop(StorageIRI const& linked) const {
-    for (Level const& level : levels_) {
-        if (level.canonical == linked) {
+    for (std::unique_ptr<Level> const& level : levels_) {
+        if (level->canonical == linked) {
             throw Refusal("is a link to a folder that it is in; it is not followed");
         }
     }
@@ -301,54 +410,67 @@ void TreeCopy::refuseLoop(StorageIRI const& linked) const {
 }
 
 TreeCopy::Result TreeCopy::visitEntryAfter(FolderEntry const& entry) {
-    copyWaiting();
-    Level const& level = levels_.back();
-    run_.attempt(folderPlaces_, [&] {
+    Level& level = *levels_.back();
+    try {
         // A folder that has vanished under the walk looks like one that is empty.
         if (level.empty && !entry.getFolder().folderExists()) {
             throw vfs::Exception(vfs::ErrorCode::ResourceNotFound, entry.getFolder().getLocation());
+        }
+    } catch (...) {
+        level.failure = std::current_exception();
+    }
+    leave();
+    return next();
+}
+
+TreeCopy::Result TreeCopy::visitFolderEntryFailed(FolderEntry const&,
+                                                  vfs::Exception const& failure) {
+    Level& level = *levels_.back();
+    level.failure = std::make_exception_ptr(failure);
+    level.unlisted = true;
+    leave();
+    return next();
+}
+
+void TreeCopy::leave() {
+    std::unique_ptr<Level> level = std::move(levels_.back());
+    levels_.pop_back();
+    Level* const address = level.get();
+    add({Step::Kind::Left, address, std::nullopt, std::move(level)});
+}
+
+void TreeCopy::left(Level const& level) {
+    run_.attempt(folderPlaces_, [&] {
+        if (level.failure != nullptr) {
+            std::rethrow_exception(level.failure);
         }
         if (level.implied) {
             throw Refusal("the storage has no folders without files");
         }
     });
-    leave(entry);
-    return next();
-}
-
-TreeCopy::Result TreeCopy::visitFolderEntryFailed(FolderEntry const& entry,
-                                                  vfs::Exception const& failure) {
-    copyWaiting();
-    run_.attempt(folderPlaces_, [&] { throw vfs::Exception(failure); });
-    leaveBehind(sourcePath_.belowTop());
-    leave(entry);
-    return next();
-}
-
-void TreeCopy::leave(FolderEntry const& entry) {
-    if (!run_.wishes().dryRun) {
-        carryAttributesOver(entry, levels_.back());
+    if (level.unlisted) {
+        leaveBehind(sourcePath_.belowTop());
     }
-    std::size_t const pathLength = levels_.back().pathLength;
-    levels_.pop_back();
-    sourcePath_.returnTo(pathLength);
-    destinationPath_.returnTo(pathLength);
+    if (!run_.wishes().dryRun) {
+        carryAttributesOver(level);
+    }
+    returnTo(level.pathLength);
 }
 
 // Behind the contents, since filling a folder changes its time. A folder that was there keeps its
 // mode, as a file does that is replaced. What a storage does not keep is no failure of the copy.
-void TreeCopy::carryAttributesOver(FolderEntry const& entry, Level const& level) {
+void TreeCopy::carryAttributesOver(Level const& level) {
     if (!sameScheme_) {
         return;
     }
     try {
-        AttributeValues const& values = entry.getAttributes().values();
+        AttributeValues const& values = level.entry.getAttributes().values();
         if (folderAttributes_ != nullptr) {
             folderAttributes_->setFolderAttributes(level.destination.getLocation().toStorageIRI(),
                                                    {level.made ? values.mode : std::nullopt,
                                                     values.lastModified, values.lastAccessed});
         } else {
-            level.destination.setLastModified(entry.getAttributes().getLastModified());
+            level.destination.setLastModified(level.entry.getAttributes().getLastModified());
         }
     } catch (std::exception const&) { // NOLINT(bugprone-empty-catch)
     }

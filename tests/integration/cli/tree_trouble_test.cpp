@@ -150,10 +150,10 @@ TEST(CommandTreeTrouble, WhatVanishesMeanwhileIsNamedAndTheRestIsCopied) {
                                     {"cp", "-r", "odd:/a", "other:/b"}, target);
 
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_EQ(outcome.err, "vfs: cp: odd:/a/fading: no such file or folder\n"
-                           "vfs: cp: odd:/a/1: no such file or folder\n"
-                           "vfs: cp: 2 files and 3 folders copied, 2 failed: odd:/a/fading, "
-                           "odd:/a/1\n");
+    EXPECT_EQ(outcome.err, "vfs: cp: odd:/a/1: no such file or folder\n"
+                           "vfs: cp: odd:/a/fading: no such file or folder\n"
+                           "vfs: cp: 2 files and 3 folders copied, 2 failed: odd:/a/1, "
+                           "odd:/a/fading\n");
     EXPECT_EQ(runOver(target, {"find", "odd:/b"}).out, "fading\nsub\nsub/3\nz\n");
 }
 
