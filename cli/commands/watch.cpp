@@ -4,6 +4,7 @@
 #include "../line_queue.hpp"
 
 #include <foundation/msg_svc/eventmgr/connection.hpp>
+#include <foundation/storage/provider/extended_feature.hpp>
 #include <foundation/storage/vfs/events/change_watcher.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
 
@@ -22,6 +23,7 @@ namespace vfs = foundation::storage::vfs;
 using foundation::msg_svc::eventmgr::ScopedConnection;
 using foundation::storage::events::Kind;
 using foundation::storage::provider::ExtendedExistsResult;
+using foundation::storage::provider::ExtendedFeature;
 using foundation::storage::provider::StorageIRI;
 
 namespace {
@@ -55,14 +57,12 @@ class Watches {
 
     void begin(Location const& location) {
         refuseMemory(location);
-        auto const recursive = wishes_.trees ? vfs::WithRecursiveChangeEvents::Yes
-                                             : vfs::WithRecursiveChangeEvents::No;
         switch (existsExtended(location.iri, invocation_.system())) {
         case ExtendedExistsResult::Nothing:
             throw Refusal(wordsFor(vfs::ErrorCode::ResourceNotFound));
         case ExtendedExistsResult::Folder:
         case ExtendedExistsResult::LinkToFolder:
-            watch(location, vfs::Folder(location.iri, invocation_.system()), recursive);
+            watchFolder(location);
             break;
         default:
             if (location.wantsFolder()) {
@@ -88,6 +88,18 @@ class Watches {
     }
 
   private:
+    void watchFolder(Location const& location) {
+        StorageIRI const iri = location.iri.toStorageIRI();
+        if (wishes_.trees && !invocation_.system().buildProvider(iri)->hasFeature(
+                                 iri, ExtendedFeature::RecursiveChangeEvents)) {
+            throw Refusal("the storage does not tell of changes deeper in a folder (without -r it "
+                          "may)");
+        }
+        watch(location, vfs::Folder(location.iri, invocation_.system()),
+              wishes_.trees ? vfs::WithRecursiveChangeEvents::Yes
+                            : vfs::WithRecursiveChangeEvents::No);
+    }
+
     void watch(Location const& location, vfs::FileOrFolder const& resource,
                vfs::WithRecursiveChangeEvents recursive) {
         std::vector<Kind> const kinds(wishes_.kinds.begin(), wishes_.kinds.end());

@@ -125,6 +125,19 @@ TEST(CommandOnATerminal, ShowsFilesBytesAndTheTimeLeftOfATree) {
     EXPECT_THAT(seen, ::testing::EndsWith("\r\x1b[K"));
 }
 
+TEST(CommandOnATerminal, SaysThatWatchingHasBegun) {
+    TemporaryFolder folder;
+    Terminal terminal;
+    Process process =
+        CommandRun::vfs({"watch", "."}).in(folder.path()).errorsTo(terminal.slave()).start();
+
+    std::string const said = terminal.read(60'000);
+    process.signal(SIGINT);
+
+    EXPECT_EQ(said, "vfs: watch: watching .\r\n");
+    EXPECT_EQ(process.wait().code, 0);
+}
+
 TEST(CommandOnATerminal, ShowsNoProgressInAPipe) {
     TemporaryFolder folder;
 

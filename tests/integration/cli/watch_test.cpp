@@ -372,7 +372,9 @@ TEST(CommandWatch, EndsInTheMidstOfChangesBehindAWholeLine) {
     TemporaryFolder folder;
     Watching watching(folder, {"."});
     Process changes =
-        CommandRun::shell("for ((i = 0; ; ++i)); do : > $i; done").in(folder.path()).start();
+        CommandRun::shell("for ((i = 0; i < 10000; ++i)); do : > $i; done") // what inotify holds
+            .in(folder.path())
+            .start();
     watching.waitForLines(100);
 
     Outcome const outcome = watching.end();
