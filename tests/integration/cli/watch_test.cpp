@@ -18,7 +18,6 @@
 namespace cli_test {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 // Reads a pipe until `enough`, its end, or a minute without a byte, in which the test has failed.
