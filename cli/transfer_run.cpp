@@ -36,7 +36,7 @@ namespace {
 constexpr std::uint64_t worthReporting = 1024 * 1024;
 
 // To give them to another thread takes much less time than to copy so many small files.
-constexpr std::size_t takenAtOnce = 16;
+constexpr std::size_t takenAtOnce = 4;
 
 // Beyond these, what is denied is told at once, so that memory has a bound.
 constexpr std::size_t deferredAtMost = 1000;
@@ -162,7 +162,7 @@ bool TransferRun::goesWithOthers(std::uint64_t size) const noexcept {
     return size < worthReporting && !wishes_.ask && !wishes_.dryRun;
 }
 
-void TransferRun::copyTogether(std::vector<CopyResult>& results,
+bool TransferRun::copyTogether(std::vector<CopyResult>& results,
                                std::function<FileToCopy(std::size_t)> const& file,
                                PlacesOf const& places) {
     std::size_t const count = results.size();
@@ -205,6 +205,7 @@ void TransferRun::copyTogether(std::vector<CopyResult>& results,
         // Each thread gets files that are next to each other, as far from the others' as can be.
         tbb::parallel_for(Range(0, count, takenAtOnce), copySome, tbb::simple_partitioner());
     }
+    return full;
 }
 
 void TransferRun::tell(CopyResult const& result, PlacesOf const& places) {

@@ -100,9 +100,10 @@ class TransferRun {
     /// Copies files as copyFile() does, on as many threads as there are processors, and neither
     /// counts nor reports them: that is for tell(). `file` is called on those threads. Files next
     /// to each other are best of one folder: two threads that create files in the same folder wait
-    /// for each other. May be called on any thread while nothing is told; a share of the work that
-    /// falls to the run's own thread moves the progress line, which shows `places`.
-    void copyTogether(std::vector<CopyResult>& results,
+    /// for each other. May be called on any thread; a share of the work that falls to the run's own
+    /// thread moves the progress line, which shows `places`. Returns whether the destination has no
+    /// space left.
+    bool copyTogether(std::vector<CopyResult>& results,
                       std::function<FileToCopy(std::size_t)> const& file, PlacesOf const& places);
     /// Counts and shows what came of a file, and reports why it failed.
     void tell(CopyResult const& result, PlacesOf const& places);

@@ -218,9 +218,11 @@ void TreeCopy::add(Step step) {
     }
 }
 
-// Has what waits copied while the walk goes on. A few files are sooner done than handed over.
+// Has what waits copied while what was copied before is told, and the walk goes on. A few files are
+// sooner done than handed over.
 void TreeCopy::copyWaiting() {
-    tellBatch();
+    background_.wait();
+    Batch const done = std::exchange(batch_, {});
     batch_.steps = std::exchange(steps_, {});
     for (Step const& step : batch_.steps) {
         if (step.kind == Step::Kind::SmallFile) {
@@ -228,13 +230,16 @@ void TreeCopy::copyWaiting() {
         }
     }
     batch_.results.resize(batch_.small.size());
-    if (run_.isFull()) {
+    if (run_.isFull() || done.full) {
+        tell(done);
         tellBatch();
     } else if (batch_.small.size() < TransferRun::worthOtherThreads) {
+        tell(done);
         copyTogether();
         tellBatch();
     } else {
         background_.begin([this] { copyTogether(); });
+        tell(done);
     }
 }
 
@@ -247,7 +252,7 @@ void TreeCopy::catchUp() {
 }
 
 void TreeCopy::copyTogether() {
-    run_.copyTogether(
+    batch_.full = run_.copyTogether(
         batch_.results,
         [this](std::size_t i) -> FileToCopy {
             FileEntry const& entry = *batch_.small[i]->file;
@@ -258,11 +263,14 @@ void TreeCopy::copyTogether() {
         folderPlaces_);
 }
 
-// Waits for the batch and takes its steps. Where the copy ends before its time, what was done is
-// told all the same.
 void TreeCopy::tellBatch() {
     background_.wait();
-    Batch const batch = std::exchange(batch_, {});
+    tell(std::exchange(batch_, {}));
+}
+
+// Takes the steps of a batch that was copied. Where the copy ends before its time, what was done is
+// told all the same.
+void TreeCopy::tell(Batch const& batch) {
     bool ended = false;
     auto result = batch.results.begin();
     for (Step const& step : batch.steps) {

@@ -76,6 +76,7 @@ class TreeCopy final : private foundation::storage::vfs::FolderVisitor {
         std::vector<Step> steps{};
         std::vector<Step const*> small{};
         std::vector<CopyResult> results{};
+        bool full = false; ///< the destination has no space left
     };
 
     Result visitEntryBefore(FolderEntry const& entry) override;
@@ -93,6 +94,7 @@ class TreeCopy final : private foundation::storage::vfs::FolderVisitor {
     void catchUp();
     void copyTogether();
     void tellBatch();
+    void tell(Batch const& batch);
     void take(Step const& step);
     void endIfInterrupted();
     void enterPath(FolderEntry const& entry);
