@@ -149,7 +149,7 @@ TEST_F(LocalFolderMoves, AnEmptyFolderIsReplacedAndAFullOneIsNot) {
     for (ReplacementPolicy const policy : allPolicies) {
         EXPECT_TRUE(isRefused([&] { moveFolder("folder", "full", policy); },
                               replacesFolders(policy) ? ErrorCode::FolderNotEmpty
-                                                    : ErrorCode::ResourceAlreadyExists,
+                                                      : ErrorCode::ResourceAlreadyExists,
                               at("full")));
     }
     EXPECT_TRUE(isRefused([&] { moveFolder("folder", "empty"); }, ErrorCode::ResourceAlreadyExists,

@@ -46,7 +46,9 @@ inline std::string line(Kind kind, StorageIRI const& watched, StorageIRI const& 
     std::string line = nameOf(kind) + ' ' + text(entry.getPath());
     line += type == EntryType::Folder && !line.ends_with('/') ? "/" : "";
     for (auto const& [key, value] : extended) {
-        line += (key == "movedTo" ? " to " : key == "movedFrom" ? " from " : " ?" + key + ' ') +
+        line += (key == "movedTo"     ? " to "
+                 : key == "movedFrom" ? " from "
+                                      : " ?" + key + ' ') +
                 value.data().substr(std::string("mem:").size());
     }
     bool const isUsual = entry == watched || entry.getParent() == watched;

@@ -63,8 +63,7 @@ void MemoryProvider::publishFileEvents(StorageIRI const& location, ChangeCallbac
 void MemoryProvider::publishFolderEvents(StorageIRI const& location, ChangeCallback callback,
                                          ChangeKinds const& kinds,
                                          RecursiveFileWatching recursive) {
-    Scope const scope =
-        recursive == RecursiveFileWatching::Recursive ? Scope::Tree : Scope::Folder;
+    Scope const scope = recursive == RecursiveFileWatching::Recursive ? Scope::Tree : Scope::Folder;
     publish(*tree_, location, scope, std::move(callback), kinds);
 }
 
