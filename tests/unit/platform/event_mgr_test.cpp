@@ -299,6 +299,75 @@ TEST_F(EventMgrTest, DisconnectWaitsForTheRunningHandler) {
     notifying.join();
 }
 
+TEST_F(EventMgrTest, DisconnectWaitsUntilWhatTheHandlerHoldsIsGone) {
+    std::atomic<bool> inside = false;
+    std::atomic<bool> disconnecting = false;
+    std::atomic<bool> gone = false;
+    struct Slow {
+        explicit Slow(std::atomic<bool>& set) : flag(set) {}
+        ~Slow() {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            flag = true;
+        }
+        Slow(Slow const&) = delete;
+        Slow& operator=(Slow const&) = delete;
+        std::atomic<bool>& flag;
+    };
+    auto connection = manager.subscribe<Signal>(
+        [held = std::make_shared<Slow>(gone), &inside, &disconnecting](Signal const&) {
+            inside = true;
+            EXPECT_TRUE(comesTrue([&] { return disconnecting.load(); }));
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        });
+    std::thread notifying([&] { manager.notify(Signal(1), Immediate); });
+    ASSERT_TRUE(comesTrue([&] { return inside.load(); }));
+    std::thread second([&] {
+        disconnecting = true;
+        connection->disconnect();
+        EXPECT_TRUE(gone);
+    });
+    connection->disconnect();
+    EXPECT_TRUE(gone);
+    second.join();
+    notifying.join();
+}
+
+TEST_F(EventMgrTest, WhatAHandlerHoldsMayDisconnectItAsItGoes) {
+    struct Last {
+        std::unique_ptr<Connection>* connection = nullptr;
+        bool* gone = nullptr;
+        Last() = default;
+        Last(Last const&) = delete;
+        Last& operator=(Last const&) = delete;
+        ~Last() {
+            (*connection)->disconnect();
+            *gone = true;
+        }
+    };
+    for (bool const fromInside : {false, true}) {
+        std::unique_ptr<Connection> connection;
+        bool gone = false;
+        auto held = std::make_shared<Last>();
+        held->connection = &connection;
+        held->gone = &gone;
+        connection = manager.subscribe<Signal>(
+            [held = std::move(held), &connection](Signal const&) { connection->disconnect(); });
+        fromInside ? manager.notify(Signal(1), Immediate) : connection->disconnect();
+        EXPECT_TRUE(gone);
+    }
+}
+
+TEST_F(EventMgrTest, SubscriberOfSeveralTagsHearsEachEventOnceAndEndsAsOne) {
+    auto const connection =
+        manager.subscribe<Signal>(std::vector<ustring>{u"a", u"b"}, noting("ab "));
+    manager.notify(Signal(1, {u"a"}), Immediate);
+    manager.notify(Signal(2, {u"a", u"b"}), Immediate);
+    manager.notify(Signal(3, {u"c"}), Immediate);
+    connection->disconnect();
+    manager.notify(Signal(4, {u"b"}), Immediate);
+    EXPECT_EQ(notes, (std::vector<std::string>{"ab 1", "ab 2"}));
+}
+
 TEST_F(EventMgrTest, HandlersThatDisconnectThemselvesAtOnceDoNotWaitForEachOther) {
     std::latch both(2);
     std::unique_ptr<Connection> connection;
@@ -369,6 +438,48 @@ TEST(EventMgr, DeliversWhatIsQueuedBeforeItGoes) {
         }
     }
     EXPECT_EQ(count, 1000);
+}
+
+TEST(EventMgr, MayGoWithTheLastQueuedEvent) {
+    class Holding : public Signal {
+      public:
+        Holding(std::shared_ptr<EventMgr> made, std::atomic<bool>& set)
+            : Signal(0),
+              manager_(std::move(made)),
+              gone_(&set) {}
+        Holding(Holding const&) = default;
+        Holding& operator=(Holding const&) = delete;
+        ~Holding() override {
+            if (manager_.use_count() == 1) {
+                manager_.reset();
+                *gone_ = true;
+            }
+        }
+        Holding* clone() const override { return new Holding(*this); }
+
+      private:
+        std::shared_ptr<EventMgr> manager_;
+        std::atomic<bool>* gone_;
+    };
+    std::atomic<bool> gone = false;
+    std::atomic<bool> delivered = false;
+    std::atomic<bool> released = false;
+    {
+        auto manager = std::make_shared<EventMgr>();
+        manager
+            ->subscribe<Signal>([&](Signal const&) {
+                delivered = true;
+                EXPECT_TRUE(comesTrue([&] { return released.load(); }));
+            })
+            .reset();
+        {
+            Holding const event(manager, gone);
+            manager->notify(event, Queued);
+        }
+        ASSERT_TRUE(comesTrue([&] { return delivered.load(); }));
+    }
+    released = true;
+    EXPECT_TRUE(comesTrue([&] { return gone.load(); }));
 }
 
 TEST(EventMgr, MayGoOnItsOwnThread) {

@@ -78,15 +78,116 @@ TEST_F(ChangeWatcherTest, SeveralShareOnePublicationUntilTheLastLeaves) {
     EXPECT_EQ(second, (Log{"0 mem:/d/f 0", "0 mem:/d/g 0"}));
 }
 
-TEST_F(ChangeWatcherTest, RecursiveReplacesFlatWhileAnybodyWantsIt) {
-    ScopedConnection flat = watch(folder(), No, first);
+TEST_F(ChangeWatcherTest, RecursiveTakesThePlaceOfFlatAndStaysUntilTheLastLeaves) {
+    ScopedConnection one = watch(folder(), No, first);
     EXPECT_EQ(publications(), (std::vector<std::optional<Watching>>{Watching::NonRecursive}));
     ScopedConnection deep = watch(folder(), Yes, second);
     EXPECT_EQ(publications(), (std::vector<std::optional<Watching>>{Watching::Recursive}));
+    EXPECT_EQ(first, (Log{"4 mem:/d 1"})) << "what waited may have gone with the flat one";
+    EXPECT_TRUE(second.empty());
     deep.disconnect();
-    EXPECT_EQ(publications(), (std::vector<std::optional<Watching>>{Watching::NonRecursive}));
-    flat.disconnect();
+    EXPECT_EQ(publications(), (std::vector<std::optional<Watching>>{Watching::Recursive}));
+    one.disconnect();
     EXPECT_TRUE(published.empty());
+}
+
+TEST_F(ChangeWatcherTest, SpellingsOfOneLocationShareAPublicationAndItsText) {
+    ScopedConnection one = watch(folder(), No, first);
+    ScopedConnection two = watch(folder(u"mem:/d/"), No, second);
+    EXPECT_EQ(published.size(), 1U);
+    two.disconnect();
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    EXPECT_EQ(first, (Log{"0 mem:/d/f 0"}));
+    two = watch(folder(u"mem:/d/"), No, second);
+    report(Kind::Created, u"mem:/d", u"mem:/d/g");
+    EXPECT_EQ(second, (Log{"0 mem:/d/g 0"}));
+}
+
+TEST_F(ChangeWatcherTest, FileAndFolderOfOneLocationAreWatchedApart) {
+    ScopedConnection const asFolder = watch(folder(), No, first);
+    {
+        ScopedConnection const asFile = watch(file(u"mem:/d"), No, second);
+        EXPECT_EQ(publications(),
+                  (std::vector<std::optional<Watching>>{Watching::NonRecursive, std::nullopt}));
+    }
+    Log const calls = mem->calls();
+    EXPECT_EQ(calls.back(), "stopPublishingFileEvents");
+}
+
+TEST_F(ChangeWatcherTest, StorageSystemsAreWatchedApart) {
+    auto const manager2 = boost::make_shared<EventMgr>();
+    auto const system2 = std::make_shared<vfs::PluggableStorageSystem>(manager2);
+    auto const mem2 = std::make_shared<FakeProvider>();
+    int published2 = 0;
+    mem2->onPublish = [&](auto&&...) { ++published2; };
+    mem2->onStopPublishing = [&](StorageIRI const&) { --published2; };
+    system2->registerPhysicalProvider("mem", [&] { return mem2; });
+    vfs::Folder const other(
+        vfs::AbsoluteIRI(u"mem:/d"),
+        vfs::StorageSystemReference(std::weak_ptr<vfs::StorageSystem>(system2)));
+    ScopedConnection const one = watch(folder(), No, first);
+    {
+        ScopedConnection const two = watch(other, No, second);
+        EXPECT_EQ(published2, 1);
+    }
+    EXPECT_EQ(published2, 0);
+    EXPECT_EQ(published.size(), 1U);
+}
+
+TEST_F(ChangeWatcherTest, PublicationIsStoppedWhereItWasStarted) {
+    auto const later = std::make_shared<FakeProvider>();
+    int stopped = 0;
+    later->onStopPublishing = [&](StorageIRI const&) { ++stopped; };
+    vfs::Folder const elsewhere(provider::StorageItem(later, StorageIRI(u"mem:/d")), reference);
+    ScopedConnection one = watch(folder(), No, first);
+    ScopedConnection two = watch(elsewhere, No, second);
+    one.disconnect();
+    two.disconnect();
+    EXPECT_EQ(stopped, 0);
+    EXPECT_TRUE(published.empty());
+}
+
+TEST_F(ChangeWatcherTest, StorageMayReportFromInside) {
+    ScopedConnection one;
+    one = watcher.watch(folder(), {Kind::Created}, No, [&](Event const& event) {
+        first.push_back(text(event));
+        one.disconnect();
+    });
+    auto const publish = mem->onPublish;
+    mem->onPublish = [&](StorageIRI const& location, provider::ChangeCallback callback,
+                         provider::ChangeKinds const& kinds, auto recursive) {
+        publish(location, callback, kinds, recursive);
+        callback(Kind::Created, location, StorageIRI(u"mem:/d/f"), EntryType::File, {});
+    };
+    ScopedConnection const two = watch(folder(), Yes, second);
+    EXPECT_EQ(first, (Log{"0 mem:/d/f 0"}));
+    EXPECT_EQ(publications(), (std::vector<std::optional<Watching>>{Watching::Recursive}));
+    report(Kind::Created, u"mem:/d/e", u"mem:/d/e/g");
+    EXPECT_EQ(second, (Log{"0 mem:/d/e/g 0"}));
+}
+
+TEST_F(ChangeWatcherTest, PublicationThatCannotBeStoppedIsUsedAgain) {
+    auto const stop = mem->onStopPublishing;
+    mem->onStopPublishing = [](StorageIRI const& at) { fail(9, at); };
+    watch(folder(), No, first).disconnect();
+    ScopedConnection one = watch(folder(), No, first);
+    EXPECT_EQ(published.size(), 1U);
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    EXPECT_EQ(first, (Log{"0 mem:/d/f 0"}));
+    EXPECT_NO_THROW({ ScopedConnection const deep = watch(folder(), Yes, second); });
+    mem->onStopPublishing = stop;
+    one.disconnect();
+    EXPECT_TRUE(published.empty());
+}
+
+TEST_F(ChangeWatcherTest, HandlerKeepsOneStateForAllKinds) {
+    int last = 0;
+    ScopedConnection const connection =
+        watcher.watch(folder(), {Kind::Created, Kind::Removed, Kind::Removed}, No,
+                      [&last, count = 0](Event const&) mutable { last = ++count; });
+    report(Kind::Created, u"mem:/d", u"mem:/d/f");
+    report(Kind::Removed, u"mem:/d", u"mem:/d/f");
+    EXPECT_EQ(last, 2);
 }
 
 TEST_F(ChangeWatcherTest, FlatWatcherOfAPublishedTreeHearsOfTheFolderAndItsChildrenAlone) {

@@ -94,6 +94,7 @@ TEST_F(EventPublishing, RecursivelyForAFileIsInvalidAndTheProviderIsNotAsked) {
                                             StorageIRI(u"mem:/d"));
     try {
         file().publishEventsRecursively(publisher, kinds);
+        FAIL() << "nothing was thrown";
     } catch (vfs::Exception const& e) {
         EXPECT_EQ(e.getErrorCode(), ErrorCode::InvalidLocation);
         EXPECT_EQ(e.getLocation(), AbsoluteIRI(u"mem:/d/f"));

@@ -22,11 +22,12 @@ DeliveryQueue::DeliveryQueue(Deliver deliver)
 
 DeliveryQueue::~DeliveryQueue() {
     bool const onOwnThread = thread_.get_id() == std::this_thread::get_id();
+    std::deque<boost::shared_ptr<BaseEvent>> dropped; // destroyed without the lock
     {
         std::lock_guard const lock(state_->mutex);
         state_->ending = true;
         if (onOwnThread) {
-            state_->events.clear();
+            dropped.swap(state_->events);
         }
     }
     state_->changed.notify_all();
@@ -55,10 +56,11 @@ void DeliveryQueue::work(std::shared_ptr<State> const& state) {
         if (state->events.empty()) {
             return;
         }
-        boost::shared_ptr<BaseEvent> const event = std::move(state->events.front());
+        boost::shared_ptr<BaseEvent> event = std::move(state->events.front());
         state->events.pop_front();
         lock.unlock();
         state->deliver(*event);
+        event.reset(); // may end the queue, so never with the lock
         lock.lock();
     }
 }

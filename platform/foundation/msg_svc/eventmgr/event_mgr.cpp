@@ -42,18 +42,27 @@ void deliverTo(SubscriptionTable const& table, BaseEvent const& event) {
     }
 }
 
+using Tags = std::vector<SubscriptionTable::Tag>;
+
 class TableConnection : public Connection {
   public:
-    TableConnection(std::weak_ptr<SubscriptionTable> table, std::string typeName,
-                    SubscriptionTable::Tag tag, std::shared_ptr<Subscription> subscription)
+    TableConnection(std::weak_ptr<SubscriptionTable> table, std::string typeName, Tags tags,
+                    std::shared_ptr<Subscription> subscription)
         : table_(std::move(table)),
           typeName_(std::move(typeName)),
-          tag_(std::move(tag)),
+          tags_(std::move(tags)),
           subscription_(std::move(subscription)) {}
 
+    void add(SubscriptionTable& table) const {
+        for (SubscriptionTable::Tag const& tag : tags_) {
+            table.add(typeName_, tag, subscription_);
+        }
+    }
     void disconnect() override {
         if (auto const table = table_.lock()) {
-            table->remove(typeName_, tag_, *subscription_);
+            for (SubscriptionTable::Tag const& tag : tags_) {
+                table->remove(typeName_, tag, *subscription_);
+            }
         }
         subscription_->disconnect();
     }
@@ -61,7 +70,7 @@ class TableConnection : public Connection {
   private:
     std::weak_ptr<SubscriptionTable> const table_;
     std::string const typeName_;
-    SubscriptionTable::Tag const tag_;
+    Tags const tags_;
     std::shared_ptr<Subscription> const subscription_;
 };
 
@@ -95,16 +104,17 @@ void EventMgr::deliver(boost::shared_ptr<BaseEvent> const& event, DeliverMode mo
     }
 }
 
-std::unique_ptr<Connection> EventMgr::doSubscribe(std::string const& typeName,
-                                                  fl::i18n::ustring const* tag,
+std::unique_ptr<Connection> EventMgr::doSubscribe(std::string const& typeName, Tags tags,
                                                   BaseHandler handler) {
-    SubscriptionTable::Tag const wanted =
-        tag == nullptr ? std::nullopt : SubscriptionTable::Tag(*tag);
-    auto const subscription =
-        std::make_shared<Subscription>(impl_->subscribed++, std::move(handler));
-    auto connection =
-        std::make_unique<TableConnection>(impl_->table, typeName, wanted, subscription);
-    impl_->table->add(typeName, wanted, subscription);
+    auto connection = std::make_unique<TableConnection>(
+        impl_->table, typeName, std::move(tags),
+        std::make_shared<Subscription>(impl_->subscribed++, std::move(handler)));
+    try {
+        connection->add(*impl_->table);
+    } catch (...) {
+        connection->disconnect();
+        throw;
+    }
     return connection;
 }
 

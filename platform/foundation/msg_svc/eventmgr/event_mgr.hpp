@@ -12,9 +12,11 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <typeinfo>
 #include <utility>
+#include <vector>
 
 namespace foundation::msg_svc::eventmgr {
 
@@ -48,13 +50,20 @@ class FOUNDATION_EXPORT EventMgr {
     /// Calls `handler` with each event of the type, until the connection is disconnected.
     template<class Event, class Handler>
     [[nodiscard]] std::unique_ptr<Connection> subscribe(Handler handler) {
-        return doSubscribe(Event::EventType(), nullptr, wrapped<Event>(std::move(handler)));
+        return doSubscribe(Event::EventType(), {std::nullopt}, wrapped<Event>(std::move(handler)));
     }
     /// The same with the events alone that carry the tag.
     template<class Event, class Handler>
     [[nodiscard]] std::unique_ptr<Connection> subscribe(fl::i18n::ustring const& tag,
                                                         Handler handler) {
-        return doSubscribe(Event::EventType(), &tag, wrapped<Event>(std::move(handler)));
+        return doSubscribe(Event::EventType(), {tag}, wrapped<Event>(std::move(handler)));
+    }
+    /// The same with the events that carry any of the tags, each event once.
+    template<class Event, class Handler>
+    [[nodiscard]] std::unique_ptr<Connection> subscribe(std::vector<fl::i18n::ustring> const& tags,
+                                                        Handler handler) {
+        return doSubscribe(Event::EventType(), Tags(tags.begin(), tags.end()),
+                           wrapped<Event>(std::move(handler)));
     }
 
     /// Hands the exception in flight to the processor. For use in a catch block.
@@ -63,6 +72,8 @@ class FOUNDATION_EXPORT EventMgr {
 
   private:
     using BaseHandler = std::function<void(BaseEvent const&)>;
+    /// No tag stands for every tag and none.
+    using Tags = std::vector<std::optional<fl::i18n::ustring>>;
     struct Impl;
 
     /// Outlives the event manager where a handler still runs.
@@ -86,9 +97,8 @@ class FOUNDATION_EXPORT EventMgr {
     }
 
     void deliver(boost::shared_ptr<BaseEvent> const& event, DeliverMode mode);
-    /// A null tag stands for every tag and none.
-    std::unique_ptr<Connection> doSubscribe(std::string const& typeName,
-                                            fl::i18n::ustring const* tag, BaseHandler handler);
+    std::unique_ptr<Connection> doSubscribe(std::string const& typeName, Tags tags,
+                                            BaseHandler handler);
 
     std::unique_ptr<Impl> impl_;
 };

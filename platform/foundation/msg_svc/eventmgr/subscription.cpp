@@ -8,7 +8,10 @@ namespace foundation::msg_svc::eventmgr::detail {
 /// disconnects itself is known.
 class Subscription::Run {
   public:
-    explicit Run(Subscription& subscription) : subscription_(subscription), outer_(innermost) {
+    Run(Subscription& subscription, bool left)
+        : subscription_(subscription),
+          outer_(innermost),
+          left_(left) {
         innermost = this;
     }
     Run(Run const&) = delete;
@@ -34,7 +37,7 @@ class Subscription::Run {
 
     Subscription& subscription_;
     Run* const outer_;
-    bool left_ = false; // guarded by the subscription's mutex
+    bool left_; // guarded by the subscription's mutex
 };
 
 thread_local Subscription::Run* Subscription::Run::innermost = nullptr;
@@ -51,36 +54,47 @@ void Subscription::run(BaseEvent const& event) {
         }
         ++running_;
     }
-    std::function<void(BaseEvent const&)> last; // destroyed without the lock
+    std::unique_lock lock(mutex_, std::defer_lock);
     {
-        Run const current(*this);
+        Run const current(*this, false);
         handler_(event);
 
-        std::lock_guard const lock(mutex_);
+        lock.lock();
         --running_;
         leaving_ -= current.left() ? 1 : 0;
-        if (!connected_) {
-            if (running_ == 0) {
-                last = std::exchange(handler_, nullptr);
-            }
-            changed_.notify_all();
-        }
+    }
+    if (!connected_) {
+        release(lock);
+        changed_.notify_all();
     }
 }
 
 void Subscription::disconnect() {
-    std::function<void(BaseEvent const&)> last;
     std::unique_lock lock(mutex_);
     connected_ = false;
     // Threads that disconnect from inside the handler do not wait for each other: none of them runs
     // it any further as far as the subscription goes.
     bool const inside = Run::leaveAll(*this, leaving_) > 0;
     changed_.notify_all();
-    changed_.wait(lock, [&] { return running_ == (inside ? leaving_ : 0); });
-    if (running_ == 0) {
-        last = std::exchange(handler_, nullptr);
+    changed_.wait(lock,
+                  [&] { return inside ? running_ == leaving_ : running_ == 0 && !releasing_; });
+    release(lock);
+}
+
+void Subscription::release(std::unique_lock<std::mutex>& lock) {
+    if (running_ > 0 || !handler_) {
+        return;
     }
-    lock.unlock();
+    releasing_ = true;
+    {
+        // What goes may disconnect as well, and does not wait for itself.
+        Run const current(*this, true);
+        auto const last = std::exchange(handler_, nullptr);
+        lock.unlock();
+    }
+    lock.lock();
+    releasing_ = false;
+    changed_.notify_all();
 }
 
 } // namespace foundation::msg_svc::eventmgr::detail

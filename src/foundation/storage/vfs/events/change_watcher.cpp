@@ -1,19 +1,27 @@
 #include <foundation/storage/vfs/events/change_watcher.hpp>
 
+#include <foundation/msg_svc/eventmgr/deliver_mode.hpp>
 #include <foundation/msg_svc/eventmgr/event_mgr.hpp>
 
-#include <map>
+#include <algorithm>
+#include <deque>
+#include <list>
 #include <mutex>
 #include <set>
+#include <tuple>
 #include <utility>
 
 namespace foundation::storage::vfs {
 
 using foundation::msg_svc::eventmgr::Connection;
+using foundation::msg_svc::eventmgr::DeliverMode;
 using foundation::msg_svc::eventmgr::ScopedConnection;
 using foundation::storage::events::createEventType;
 
 namespace {
+
+constexpr auto flat = WithRecursiveChangeEvents::No;
+constexpr auto recursive = WithRecursiveChangeEvents::Yes;
 
 std::vector<Kind> const& everyKind() {
     static std::vector<Kind> const kinds{Kind::Created, Kind::Modified, Kind::AttributesChanged,
@@ -21,67 +29,142 @@ std::vector<Kind> const& everyKind() {
     return kinds;
 }
 
-bool isRecursive(WithRecursiveChangeEvents recursive) {
-    return recursive != WithRecursiveChangeEvents::No;
-}
+/// An item that is watched, by whom, and what was asked of its storage: through the first watcher's
+/// handle, whose text is in the tags of all its events.
+struct Watched {
+    FileOrFolder resource;
+    AbsoluteIRI location;
+    int wantedFlat = 0;
+    int wantedRecursive = 0;
+    std::deque<WithRecursiveChangeEvents> published{}; ///< the oldest first
+
+    bool isWanted() const { return wantedFlat + wantedRecursive > 0; }
+    bool isPublished(WithRecursiveChangeEvents how) const {
+        return std::find(published.begin(), published.end(), how) != published.end();
+    }
+};
 
 } // namespace
 
-/// Who watches what, by the text of the location. Providers are asked with the mutex held, which is
-/// recursive for a provider that reports from inside; they do not wait for their callbacks.
+/// Storages are asked with the mutex held. It is recursive, and who wants what is written down
+/// before: a storage may report from inside, and a handler then watch or end a watch.
 class ChangeWatcher::Publications {
   public:
-    void join(FileOrFolder const& resource, WithRecursiveChangeEvents recursive);
-    void leave(FileOrFolder const& resource, WithRecursiveChangeEvents recursive) noexcept;
+    using Place = std::list<Watched>::iterator;
+
+    /// Counts one watcher more, and has published what is wanted. True where one publication took
+    /// the place of another, with which reports that waited have gone.
+    std::pair<Place, bool> join(FileOrFolder const& resource, WithRecursiveChangeEvents how);
+    void leave(Place place, WithRecursiveChangeEvents how) noexcept;
 
   private:
-    struct Watchers {
-        int flat = 0;
-        int recursive = 0;
-        int all() const { return flat + recursive; }
-    };
-
-    /// Puts one publication in the place of the other, so that no change falls between them.
-    static void exchange(FileOrFolder const& resource, WithRecursiveChangeEvents next) {
-        detail::publishEventsFor(resource, everyKind(), next);
-        detail::stopPublishingEventsFor(resource);
+    Place find(FileOrFolder const& resource);
+    static int& wanted(Watched& watched, WithRecursiveChangeEvents how) {
+        return how == flat ? watched.wantedFlat : watched.wantedRecursive;
     }
+    bool settle(Watched& watched);
+    static bool settleAll(Watched& watched);
+    static void publish(Watched& watched, WithRecursiveChangeEvents how);
+    static bool stopOldest(Watched& watched) noexcept;
+    void forgetIfIdle(Place place);
 
     std::recursive_mutex mutex_;
-    std::map<ustring, Watchers> watchers_; // guarded by mutex_
+    // guarded by mutex_:
+    std::list<Watched> watched_; ///< not sorted: locations are few
+    Watched const* settling_ = nullptr;
 };
 
-void ChangeWatcher::Publications::join(FileOrFolder const& resource,
-                                       WithRecursiveChangeEvents recursive) {
-    ustring const key = getLocation(resource).toString();
-    std::lock_guard const lock(mutex_);
-    auto const known = watchers_.find(key);
-    Watchers const before = known == watchers_.end() ? Watchers() : known->second;
-    if (before.all() == 0) {
-        detail::publishEventsFor(resource, everyKind(), recursive);
-    } else if (isRecursive(recursive) && before.recursive == 0) {
-        exchange(resource, recursive);
-    }
-    Watchers& now = watchers_[key];
-    ++(isRecursive(recursive) ? now.recursive : now.flat);
+ChangeWatcher::Publications::Place ChangeWatcher::Publications::find(FileOrFolder const& resource) {
+    AbsoluteIRI const location = getLocation(resource);
+    auto const isIt = [&](Watched const& watched) {
+        return watched.location == location && watched.resource.which() == resource.which() &&
+               getStorageSystem(watched.resource) == getStorageSystem(resource);
+    };
+    auto const found = std::find_if(watched_.begin(), watched_.end(), isIt);
+    return found != watched_.end() ? found : watched_.insert(found, Watched{resource, location});
 }
 
-void ChangeWatcher::Publications::leave(FileOrFolder const& resource,
-                                        WithRecursiveChangeEvents recursive) noexcept {
-    // What fails here goes on publishing to nobody, or more than is wanted.
+std::pair<ChangeWatcher::Publications::Place, bool>
+ChangeWatcher::Publications::join(FileOrFolder const& resource, WithRecursiveChangeEvents how) {
+    std::lock_guard const lock(mutex_);
+    Place const place = find(resource);
+    ++wanted(*place, how);
     try {
-        ustring const key = getLocation(resource).toString();
-        std::lock_guard const lock(mutex_);
-        Watchers& now = watchers_[key];
-        --(isRecursive(recursive) ? now.recursive : now.flat);
-        if (now.all() == 0) {
-            watchers_.erase(key);
-            detail::stopPublishingEventsFor(resource);
-        } else if (isRecursive(recursive) && now.recursive == 0) {
-            exchange(resource, WithRecursiveChangeEvents::No);
-        }
+        return {place, settle(*place)};
     } catch (...) {
-        return;
+        --wanted(*place, how);
+        forgetIfIdle(place);
+        throw;
+    }
+}
+
+void ChangeWatcher::Publications::leave(Place place, WithRecursiveChangeEvents how) noexcept {
+    std::lock_guard const lock(mutex_);
+    --wanted(*place, how);
+    try {
+        settle(*place);
+    } catch (...) { // NOLINT(bugprone-empty-catch): whoever else watches has what there is
+    }
+    forgetIfIdle(place);
+}
+
+// A handler that runs meanwhile changes what is wanted, and leaves it to this to do it.
+bool ChangeWatcher::Publications::settle(Watched& watched) {
+    if (settling_ == &watched) {
+        return false;
+    }
+    Watched const* const outer = std::exchange(settling_, &watched);
+    try {
+        bool const replaced = settleAll(watched);
+        settling_ = outer;
+        return replaced;
+    } catch (...) {
+        settling_ = outer;
+        throw;
+    }
+}
+
+// The last publication of what is wanted stays: going back to a flat one could lose changes.
+bool ChangeWatcher::Publications::settleAll(Watched& watched) {
+    bool replaced = false;
+    while (true) {
+        std::size_t const enough = watched.isWanted() ? 1 : 0;
+        if (watched.wantedRecursive > 0 && !watched.isPublished(recursive)) {
+            publish(watched, recursive);
+        } else if (watched.published.size() < enough) {
+            publish(watched, flat);
+        } else if (watched.published.size() > enough && stopOldest(watched)) {
+            replaced = replaced || watched.isWanted();
+        } else {
+            return replaced;
+        }
+    }
+}
+
+void ChangeWatcher::Publications::publish(Watched& watched, WithRecursiveChangeEvents how) {
+    watched.published.push_back(how);
+    try {
+        detail::publishEventsFor(watched.resource, everyKind(), how);
+    } catch (...) {
+        watched.published.pop_back();
+        throw;
+    }
+}
+
+// What cannot be stopped stands, and is used by the next who watches.
+bool ChangeWatcher::Publications::stopOldest(Watched& watched) noexcept {
+    try {
+        detail::stopPublishingEventsFor(watched.resource);
+        watched.published.pop_front();
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+void ChangeWatcher::Publications::forgetIfIdle(Place place) {
+    if (!place->isWanted() && place->published.empty() && settling_ != &*place) {
+        watched_.erase(place);
     }
 }
 
@@ -102,19 +185,17 @@ class WatchConnection : public Connection {
   public:
     explicit WatchConnection(std::function<void()> leave) : leave_(std::move(leave)) {}
 
-    void add(std::unique_ptr<Connection> subscription) {
-        subscriptions_.push_back(std::move(subscription));
-    }
+    void hold(std::unique_ptr<Connection> subscription) { subscription_ = std::move(subscription); }
     void disconnect() override {
-        for (auto const& subscription : subscriptions_) {
-            subscription->disconnect();
+        if (subscription_) {
+            subscription_->disconnect();
         }
         std::call_once(left_, leave_);
     }
 
   private:
     std::function<void()> const leave_;
-    std::vector<std::unique_ptr<Connection>> subscriptions_;
+    std::unique_ptr<Connection> subscription_;
     std::once_flag left_;
 };
 
@@ -125,25 +206,32 @@ ChangeWatcher::ChangeWatcher() : publications_(std::make_shared<Publications>())
 ChangeWatcher::~ChangeWatcher() = default;
 
 ScopedConnection ChangeWatcher::watch(FileOrFolder const& resource, std::vector<Kind> const& kinds,
-                                      WithRecursiveChangeEvents recursive, Handler handler) {
-    publications_->join(resource, recursive);
-    auto connection =
-        std::make_unique<WatchConnection>([publications = publications_, resource, recursive] {
-            publications->leave(resource, recursive);
-        });
+                                      WithRecursiveChangeEvents how, Handler handler) {
+    // Every value but `No` is recursive.
+    WithRecursiveChangeEvents const wanted = how == flat ? flat : recursive;
+    auto const place = std::make_shared<Publications::Place>();
+    auto connection = std::make_unique<WatchConnection>(
+        [publications = publications_, place, wanted] { publications->leave(*place, wanted); });
     WatchConnection& made = *connection;
+    bool replaced = false;
+    std::tie(*place, replaced) = publications_->join(resource, wanted);
     ScopedConnection scoped(std::move(connection));
 
-    AbsoluteIRI const location = getLocation(resource);
-    if (!isRecursive(recursive)) {
+    AbsoluteIRI const location = (*place)->location;
+    boost::shared_ptr<EventMgr> const manager = getStorageSystem(resource).getEventMgr();
+    if (replaced) {
+        manager->notify(Event(Kind::Overflow, location, resource, {}), DeliverMode::Immediate);
+    }
+    if (wanted == flat) {
         handler = ofChildrenAlone(location.toStorageIRI(), std::move(handler));
     }
-    boost::shared_ptr<EventMgr> const manager = getStorageSystem(resource).getEventMgr();
-    std::set<Kind> wanted(kinds.begin(), kinds.end());
-    wanted.insert(Kind::Overflow);
-    for (Kind const kind : wanted) {
-        made.add(manager->subscribe<Event>(createEventType(kind, location.toString()), handler));
+    std::set<Kind> heard(kinds.begin(), kinds.end());
+    heard.insert(Kind::Overflow);
+    std::vector<ustring> tags;
+    for (Kind const kind : heard) {
+        tags.push_back(createEventType(kind, location.toString()));
     }
+    made.hold(manager->subscribe<Event>(tags, std::move(handler)));
     return scoped;
 }
 
