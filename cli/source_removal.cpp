@@ -17,6 +17,18 @@ namespace vfs = foundation::storage::vfs;
 
 using foundation::storage::provider::ExtendedExistsResult;
 
+namespace {
+
+std::uint64_t sizeOf(vfs::FileEntry const& entry) {
+    try {
+        return entry.getAttributes().values().size.value_or(0);
+    } catch (vfs::Exception const&) {
+        return 0;
+    }
+}
+
+} // namespace
+
 SourceRemoval::SourceRemoval(TransferRun& run, Location const& source, Location const& copy,
                              std::set<std::string> const& leftBehind)
     : run_(run),
@@ -77,13 +89,20 @@ SourceRemoval::Result SourceRemoval::visitEntry(FileEntry const& entry) {
             carryTimeOver(run_.system(), source, copy);
             entry.getFile().removeFile();
         });
+    if (removed) {
+        WorkTally& tally = run_.tally();
+        ++tally.files;
+        tally.copiedOnly -= tally.copiedOnly > 0 ? 1 : 0;
+        tally.bytes += sizeOf(entry);
+    }
     anyStays_ = anyStays_ || !removed;
     return Result::Continue;
 }
 
 SourceRemoval::Result SourceRemoval::visitEntryAfter(FolderEntry const& entry) {
     vfs::Folder const folder = entry.getFolder();
-    run_.attempt(folderPlaces_, [&] {
+    bool const removed = run_.attempt(folderPlaces_, [&] {
+        expectCopy();
         Location const copy = copyPath_.location();
         try {
             if (source_.iri.getScheme() != copy.iri.getScheme()) {
@@ -95,6 +114,7 @@ SourceRemoval::Result SourceRemoval::visitEntryAfter(FolderEntry const& entry) {
         }
         try {
             folder.removeFolder(vfs::FolderRemovalPolicy::NonRecursive);
+            ++run_.tally().folders;
         } catch (vfs::Exception const& failure) {
             // What stays in it has been told already.
             if (!anyStays_ || failure.getErrorCode() != vfs::ErrorCode::FolderNotEmpty) {
@@ -102,8 +122,16 @@ SourceRemoval::Result SourceRemoval::visitEntryAfter(FolderEntry const& entry) {
             }
         }
     });
+    anyStays_ = anyStays_ || !removed;
     leave();
     return Result::Continue;
+}
+
+// What came into the source behind the copy has none.
+void SourceRemoval::expectCopy() const {
+    if (existsExtended(copyPath_.location().iri, run_.system()) != ExtendedExistsResult::Folder) {
+        throw Refusal("has no copy; it stays");
+    }
 }
 
 SourceRemoval::Result SourceRemoval::visitFolderEntryFailed(FolderEntry const&,

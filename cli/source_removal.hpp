@@ -8,12 +8,13 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 namespace cli {
 
 /// The second half of a move that is a copy: compares each file of a tree with its copy, and
-/// removes it where the copy is complete; at last each folder that is empty by then. For one
-/// thread.
+/// removes it where the copy is complete; at last each folder that is empty by then, and has a copy
+/// too. Counts what it removes as moved. For one thread.
 class SourceRemoval final : private foundation::storage::vfs::FolderVisitor {
   public:
     /// `leftBehind` are the paths below the top that stay without a question; TreeCopy gives them.
@@ -34,6 +35,7 @@ class SourceRemoval final : private foundation::storage::vfs::FolderVisitor {
     Result visitFolderEntryFailed(FolderEntry const& entry,
                                   foundation::storage::vfs::Exception const& failure) override;
     void leave();
+    void expectCopy() const;
 
     TransferRun& run_;
     Location source_;

@@ -3,12 +3,15 @@
 #include "replacement.hpp"
 
 #include <fl/i18n/conversion.hpp>
+#include <foundation/storage/provider/local_path.hpp>
 #include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/resources/folder.hpp>
 #include <foundation/storage/vfs/storage_system/exists.hpp>
 
+#include <filesystem>
 #include <set>
 #include <string_view>
+#include <sys/stat.h>
 #include <utility>
 
 namespace cli {
@@ -66,6 +69,27 @@ Transfer transferOf(TransferRun const& run, Location const& source, Location con
     return {source, destinationFor(source, last, isFolder), kind, ofTree};
 }
 
+// Whether a folder of the local disk is the other, or lies in it, under another name: one place may
+// be mounted on several.
+bool liesInUnderAnotherName(StorageIRI const& inner, StorageIRI const& outer) {
+    struct stat wanted {};
+    if (inner.getScheme() != u"file" || ::stat(toLocalPath(outer).c_str(), &wanted) != 0) {
+        return false;
+    }
+    std::filesystem::path path = toLocalPath(inner);
+    while (true) {
+        struct stat found {};
+        if (::stat(path.c_str(), &found) == 0 && found.st_dev == wanted.st_dev &&
+            found.st_ino == wanted.st_ino) {
+            return true;
+        }
+        if (!path.has_relative_path()) {
+            return false;
+        }
+        path = path.parent_path();
+    }
+}
+
 // By canonical locations, so that neither another spelling nor a link on the way hides it.
 void refuseIntoItself(TransferRun const& run, Transfer const& transfer) {
     if (!transfer.ofTree ||
@@ -80,7 +104,7 @@ void refuseIntoItself(TransferRun const& run, Transfer const& transfer) {
     if (*from == *to) {
         throw Refusal("source and destination are the same folder");
     }
-    if (from->isAncestorOf(*to)) {
+    if (from->isAncestorOf(*to) || liesInUnderAnotherName(*to, *from)) {
         throw Refusal("a folder cannot be " + run.verb() + " into itself");
     }
 }

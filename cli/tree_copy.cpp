@@ -448,7 +448,7 @@ void TreeCopy::leave() {
 }
 
 void TreeCopy::left(Level const& level) {
-    run_.attempt(folderPlaces_, [&] {
+    bool const whole = run_.attempt(folderPlaces_, [&] {
         if (level.failure != nullptr) {
             std::rethrow_exception(level.failure);
         }
@@ -456,7 +456,7 @@ void TreeCopy::left(Level const& level) {
             throw Refusal("the storage has no folders without files");
         }
     });
-    if (level.unlisted) {
+    if (!whole) {
         leaveBehind(sourcePath_.belowTop());
     }
     if (!run_.wishes().dryRun) {

@@ -25,6 +25,9 @@ std::string WorkTally::inWords(std::string const& verb) const {
     if (bytes > 0) {
         text += " (" + shortSize(static_cast<double>(bytes)) + ")";
     }
+    if (copiedOnly > 0) {
+        text += ", " + counted(copiedOnly, "file") + " copied and still at the source";
+    }
     if (kept > 0) {
         text += fmt::format(", {} kept", kept);
     }

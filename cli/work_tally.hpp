@@ -14,6 +14,8 @@ struct WorkTally {
     std::uint64_t folders = 0;
     std::uint64_t bytes = 0; ///< 0 where bytes say nothing about the work
     std::uint64_t kept = 0;  ///< passed over because of an option
+    /// Files of a move that were copied, and are still at their source too; not among `files`.
+    std::uint64_t copiedOnly = 0;
 
     /// "12 files and 3 folders copied (1.5 MiB), 2 kept"; `verb` is the word "copied".
     std::string inWords(std::string const& verb) const;

@@ -28,7 +28,10 @@ class Unlocked {
   public:
     Unlocked(TransferRun const& run, Transfer const& transfer)
         : file_(transfer.destination.iri, run.system()) {
-        if (run.wishes().policy == ReplacementPolicy::ReplaceReadOnly && file_.fileExists() &&
+        // Through a link it would be what the link leads to that is unlocked.
+        if (run.wishes().policy == ReplacementPolicy::ReplaceReadOnly &&
+            existsExtended(transfer.destination.iri, run.system()) ==
+                provider::ExtendedExistsResult::File &&
             !file_.getAttributes().isWritable()) {
             file_.setWritable(true);
             locked_ = true;
@@ -102,6 +105,10 @@ Transferred fileMovedByCopy(TransferRun& run, Transfer const& transfer, PlacesOf
         carryTimeOver(run.system(), transfer.source, transfer.destination);
         source.removeFile();
     });
+    if (!removed) {
+        --run.tally().files;
+        ++run.tally().copiedOnly;
+    }
     return removed ? Transferred::Done : Transferred::Failed;
 }
 
@@ -190,9 +197,30 @@ void checkMayCopyTo(TransferRun const& run, Transfer const& transfer) {
 // lost nothing and torn nothing apart.
 void moveTreeByCopy(TransferRun& run, Transfer const& transfer, PlacesOf const& places) {
     std::set<std::string> leftBehind;
-    TreeCopy(run, transfer.source, transfer.destination, &leftBehind).copy();
-    throwIfInterrupted();
-    if (run.wishes().dryRun || run.isFull()) {
+    WorkTally const before = run.tally();
+    // Nothing is moved before it is removed.
+    auto const onlyCopied = [&] {
+        if (run.wishes().dryRun) {
+            return;
+        }
+        WorkTally& tally = run.tally();
+        tally.copiedOnly += tally.files - before.files;
+        tally.files = before.files;
+        tally.folders = before.folders;
+        tally.bytes = before.bytes;
+    };
+    try {
+        TreeCopy(run, transfer.source, transfer.destination, &leftBehind).copy();
+        throwIfInterrupted();
+    } catch (Interrupted const&) {
+        onlyCopied();
+        throw;
+    }
+    if (run.wishes().dryRun) {
+        return;
+    }
+    onlyCopied();
+    if (run.isFull()) {
         return;
     }
     bool const written = run.attempt(

@@ -215,5 +215,85 @@ TEST(CommandTreeMove, RemovesNothingBeforeTheCopyIsWrittenOut) {
     }
 }
 
+// A storage in whose source a folder appears between the copy and the removal.
+class LateFolder final : public conformance::ProviderDecorator,
+                         public provider::extensions::IFlushableFilesystem {
+  public:
+    LateFolder(std::shared_ptr<provider::IProvider> inner,
+               std::shared_ptr<provider::IProvider> source)
+        : ProviderDecorator(std::move(inner)),
+          source_(std::move(source)) {}
+    void flushFilesystem() override {
+        if (source_->folderExists(oddLocation("a"))) {
+            source_->createFolderRecursive(oddLocation("a/late"));
+        }
+    }
+
+  private:
+    std::shared_ptr<provider::IProvider> source_;
+};
+
+TEST(CommandTreeMove, RemovesNoFolderThatHasNoCopy) {
+    auto const memory = std::make_shared<provider::memory::MemoryProvider>();
+    memory->createFolderRecursive(oddLocation("a/empty"));
+    write(*memory, "a/file");
+    auto const target =
+        std::make_shared<LateFolder>(std::make_shared<provider::memory::MemoryProvider>(), memory);
+
+    Outcome const outcome = runOver(memory, {"mv", "odd:/a", "other:/b"}, target);
+
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("a/late: has no copy; it stays\n"));
+    EXPECT_EQ(runOver(memory, {"find", "odd:/a"}).out, "late\n");
+}
+
+TEST(CommandTreeMove, SaysWhatIsOnlyCopied) {
+    auto const memory = std::make_shared<provider::memory::MemoryProvider>();
+    memory->createFolder(oddLocation("a"));
+    write(*memory, "a/file");
+    auto const target =
+        std::make_shared<Unflushable>(std::make_shared<provider::memory::MemoryProvider>());
+
+    Outcome const outcome = runOver(memory, {"mv", "odd:/a", "other:/b"}, target);
+
+    EXPECT_THAT(outcome.err, HasSubstr("vfs: mv: 0 files moved, 1 file copied and still at the "
+                                       "source, 1 failed: "));
+}
+
+TEST(CommandTreeMove, ForceUnlocksNothingThatALinkLeadsTo) {
+    TemporaryFolder folder;
+    writeFile(folder / "target", "bystander");
+    fs::permissions(folder / "target", fs::perms(0444));
+    fs::create_symlink("target", folder / "link");
+    writeFile(folder / "new", "new");
+
+    EXPECT_EQ(vfs(folder, {"mv", "-f", "new", "link"}).err, "");
+
+    EXPECT_EQ(readFile(folder / "link"), "new");
+    EXPECT_EQ(readFile(folder / "target"), "bystander");
+    EXPECT_EQ(fs::status(folder / "target").permissions(), fs::perms(0444));
+}
+
+// One folder that is mounted in two places.
+TEST(CommandTreeMove, AFolderUnderItsOtherMountIsTheSameFolder) {
+    TemporaryFolder folder;
+    fs::create_directory(folder / "bind");
+    fs::create_directories(folder / "orig/d/empty");
+    writeFile(folder / "orig/d/file", "content");
+    std::string const inside = std::string("unshare ") + (::geteuid() == 0 ? "-m" : "-Urm") +
+                               " sh -c 'mount --bind orig bind 2>/dev/null";
+    if (shell(folder, inside + "'").code != 0) {
+        GTEST_SKIP() << "no mount is permitted here";
+    }
+    for (std::string const command : {"cp -r bind/d orig/d/empty/in", "cp -rT bind/d orig/d",
+                                      "mv -fT bind/d orig/d", "mv -f bind/d orig/d/empty/in"}) {
+        Outcome const outcome = shell(folder, inside + " && vfs " + command + "'");
+        EXPECT_EQ(outcome.code, 1) << command;
+        EXPECT_EQ(shell(folder, "find orig | sort").out,
+                  "orig\norig/d\norig/d/empty\norig/d/file\n")
+            << command;
+    }
+}
+
 } // namespace
 } // namespace cli_test
