@@ -228,6 +228,7 @@ ScopedConnection ChangeWatcher::watch(FileOrFolder const& resource, std::vector<
     std::set<Kind> heard(kinds.begin(), kinds.end());
     heard.insert(Kind::Overflow);
     std::vector<ustring> tags;
+    tags.reserve(heard.size());
     for (Kind const kind : heard) {
         tags.push_back(createEventType(kind, location.toString()));
     }

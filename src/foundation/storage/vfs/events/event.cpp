@@ -3,7 +3,6 @@
 #include <boost/make_shared.hpp>
 
 #include <array>
-#include <utility>
 
 namespace foundation::storage::vfs {
 
@@ -29,7 +28,7 @@ Event::Event(Kind const& kind, AbsoluteIRI const& location, FileOrFolder const& 
     : EventBase(taggedType(kind, location)),
       simpleData_(kind, getLocation(resource).toString(), EntryType(resource.which())),
       eventData_(kind, resource),
-      extendedData_(std::move(extended)) {}
+      extendedData_(extended) {}
 
 Event::~Event() = default;
 

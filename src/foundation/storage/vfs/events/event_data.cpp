@@ -4,7 +4,6 @@
 
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 namespace foundation::storage::vfs {
 
@@ -24,7 +23,9 @@ FileOrFolder EventData::getFileOrFolder() const {
 
 ExtendedEventData::ExtendedEventData() = default;
 
-ExtendedEventData::ExtendedEventData(ptree data) : data_(std::move(data)) {}
+ExtendedEventData::ExtendedEventData(ptree data) {
+    data_.swap(data);
+}
 
 bool ExtendedEventData::empty() const {
     return data_.empty();

@@ -23,7 +23,7 @@ void EventPublisher::operator()(Kind const& kind, StorageIRI const& watched,
                                       ? FileOrFolder(File(changed, storageSystem_))
                                       : FileOrFolder(Folder(changed, storageSystem_));
     AbsoluteIRI const location(watched, true);
-    eventMgr_->notify(Event(kind, location, resource, std::move(extended)), deliverMode_);
+    eventMgr_->notify(Event(kind, location, resource, extended), deliverMode_);
 }
 
 RecursiveEventPublisher::RecursiveEventPublisher(StorageSystemReference storageSystem,
@@ -35,8 +35,7 @@ RecursiveEventPublisher::RecursiveEventPublisher(StorageSystemReference storageS
 void RecursiveEventPublisher::operator()(Kind const& kind, StorageIRI const& watched,
                                          StorageIRI const& entry, EntryType const& type,
                                          ptree extended) const {
-    publisher_(kind, root_.isAncestorOf(watched) ? root_ : watched, entry, type,
-               std::move(extended));
+    publisher_(kind, root_.isAncestorOf(watched) ? root_ : watched, entry, type, extended);
 }
 
 } // namespace foundation::storage::vfs

@@ -13,7 +13,6 @@ using detail::FolderCopyVisitor;
 using detail::translated;
 using provider::ExtendedFeature;
 using provider::ReplacementPolicy;
-using provider::StorageItem;
 
 namespace {
 
