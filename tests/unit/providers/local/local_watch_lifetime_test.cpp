@@ -108,7 +108,7 @@ TEST_F(LocalWatchLifetime, PublishingWithoutMemoryLeavesNothingBehind) {
 }
 
 TEST_F(LocalWatchLifetime, ReportsThatThereIsNoMemoryForAreAnOverflow) {
-    log_.keepView([&] { return disk(); });
+    log_.keepView([&](auto const& top) { return disk(top); });
     std::atomic<int> failAfter = -1;
     std::optional<AllocationFailure> failure;
     bool happened = false;

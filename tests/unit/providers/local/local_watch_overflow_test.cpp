@@ -74,7 +74,7 @@ TEST_F(LocalWatchOverflow, WhoLooksWhenToldSeesAllThatIsNotReportedLater) {
     if (queue_ > moreThanTheQueueHas) {
         GTEST_SKIP() << "fs.inotify.max_queued_events is " << queue_;
     }
-    log_.keepView([&] { return disk(); });
+    log_.keepView([&](auto const& top) { return disk(top); });
     publishTree("w", namesOnly);
     makeFolder("w/flat");
     settle();
@@ -123,7 +123,7 @@ TEST_F(LocalWatchOverflow, EveryPublicationIsToldWhateverItAskedFor) {
 }
 
 TEST_F(LocalWatchOverflow, ABurstEndsWithTheViewOfTheDisk) {
-    log_.keepView([&] { return disk(); });
+    log_.keepView([&](auto const& top) { return disk(top); });
     publishTree("w", namesOnly);
     hold();
     makeMany("w", 10'000);

@@ -318,7 +318,7 @@ TEST_F(LocalTreeWatch, WhatShowsAgainBehindAMountIsAnOverflow) {
 }
 
 TEST_F(LocalTreeWatch, MassChangesGiveTheViewOfTheDisk) {
-    log_.keepView([&] { return disk(); });
+    log_.keepView([&](auto const& top) { return disk(top); });
     publishTree("w", namesOnly);
     std::mt19937 random(7);
     auto const some = [&](unsigned limit) { return std::to_string(random() % limit); };

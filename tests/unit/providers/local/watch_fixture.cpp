@@ -47,25 +47,33 @@ ChangeCallback ChangeLog::callback() {
 }
 
 /// Takes over what a change tells: what is in a folder goes and moves with it.
-void takeOver(Change const& change, ChangeView& view) {
-    if (change.kind == Kind::Created) {
-        view[change.entry] = change.type;
+void ChangeLog::takeOver(Change const& change) {
+    if (change.kind == Kind::Overflow) {
+        view_ = look_("w");
+        hasLookedLate_ = true;
+    } else if (change.kind == Kind::Created) {
+        view_[change.entry] = change.type;
+        if (hasLookedLate_ && !change.movedFrom.empty() && change.type == EntryType::Folder) {
+            // It may have moved while its old place was looked at, or was yet to be.
+            view_.merge(look_(change.entry));
+        }
     } else if (change.kind == Kind::Removed) {
-        auto const first = view.lower_bound(change.entry + '/');
-        auto const last = view.lower_bound(change.entry + '0'); // the character behind '/'
+        auto const first = view_.lower_bound(change.entry + '/');
+        auto const last = view_.lower_bound(change.entry + '0'); // the character behind '/'
         ChangeView moved;
-        for (auto item = first; item != last && !change.movedTo.empty(); ++item) {
+        for (auto item = first; item != last && !change.movedTo.empty() && !hasLookedLate_;
+             ++item) {
             moved[change.movedTo + item->first.substr(change.entry.size())] = item->second;
         }
-        view.erase(first, last);
-        view.erase(change.entry);
-        view.merge(moved);
+        view_.erase(first, last);
+        view_.erase(change.entry);
+        view_.merge(moved);
     }
 }
 
-void ChangeLog::keepView(std::function<ChangeView()> look) {
+void ChangeLog::keepView(std::function<ChangeView(std::string)> look) {
     look_ = std::move(look);
-    view_ = look_();
+    view_ = look_("w");
 }
 
 ChangeView ChangeLog::view() const {
@@ -79,10 +87,8 @@ ChangeLog::~ChangeLog() {
 
 void ChangeLog::add(Change change) {
     std::lock_guard const lock(mutex_);
-    if (look_ != nullptr && change.kind == Kind::Overflow) {
-        view_ = look_();
-    } else if (look_ != nullptr) {
-        takeOver(change, view_);
+    if (look_ != nullptr) {
+        takeOver(change);
     }
     changes_.push_back(std::move(change));
     changed_.notify_all();
@@ -181,10 +187,21 @@ void LocalWatchTest::publishFile(std::string_view file, ChangeKinds const& kinds
 }
 
 void LocalWatchTest::settle(std::string_view folder) {
-    std::string const name =
-        std::string(folder) + '/' + std::string(marker) + std::to_string(++markers_);
-    makeFile(name);
-    ASSERT_TRUE(log_.waitForEntry(Kind::Created, name)) << name;
+    for (bool isReported = false; !isReported;) {
+        std::string const name =
+            std::string(folder) + '/' + std::string(marker) + std::to_string(++markers_);
+        std::size_t seen = log_.changes().size();
+        bool isLost = false;
+        makeFile(name);
+        ASSERT_TRUE(log_.waitFor([&](auto const& changes) {
+            for (; seen < changes.size() && !isReported && !isLost; ++seen) {
+                Change const& change = changes[seen];
+                isReported = change.kind == Kind::Created && change.entry == name;
+                isLost = change.kind == Kind::Overflow; // and the marker with it, perhaps
+            }
+            return isReported || isLost;
+        })) << name;
+    }
 }
 
 std::vector<std::string> LocalWatchTest::reports(std::string_view folder) {
@@ -192,9 +209,9 @@ std::vector<std::string> LocalWatchTest::reports(std::string_view folder) {
     return log_.lines();
 }
 
-ChangeView LocalWatchTest::disk() const {
+ChangeView LocalWatchTest::disk(std::string const& top) const {
     ChangeView items;
-    std::vector<std::string> folders{"w"};
+    std::vector<std::string> folders{top};
     while (!folders.empty()) {
         std::string const folder = folders.back();
         folders.pop_back();

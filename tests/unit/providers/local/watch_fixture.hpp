@@ -56,9 +56,10 @@ class ChangeLog {
     bool waitForEntry(Kind kind, std::string_view entry) const;
     bool waitForOverflow() const;
 
-    /// From now on keeps what somebody knows who looked now, believes every report, and looks again
-    /// at every overflow.
-    void keepView(std::function<ChangeView()> look);
+    /// From now on keeps what somebody knows who looked now with `look`, which is given a folder,
+    /// believes every report, and looks again at every overflow, and from then on at every folder
+    /// that moves.
+    void keepView(std::function<ChangeView(std::string)> look);
     ChangeView view() const;
 
     std::vector<Change> changes() const;
@@ -68,12 +69,15 @@ class ChangeLog {
     void clear();
 
   private:
+    void takeOver(Change const& change);
+
     std::string const base_;
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     std::vector<Change> changes_;
-    std::function<ChangeView()> look_;
+    std::function<ChangeView(std::string)> look_;
     ChangeView view_;
+    bool hasLookedLate_ = false;
 };
 
 std::string lineOf(Change const& change);
@@ -90,13 +94,13 @@ class LocalWatchTest : public LocalProviderTest {
     void publishFile(std::string_view file, ChangeKinds const& kinds = allKinds);
 
     /// Makes a file in a watched folder and waits until that is reported: then everything that
-    /// happened before has been.
+    /// happened before has been. Where that got lost in an overflow, with another file.
     void settle(std::string_view folder = "w");
     /// What was reported up to now, but not about the files that settle() made.
     std::vector<std::string> reports(std::string_view folder = "w");
 
-    /// What is on the disk below the folder `w`; what vanishes meanwhile may be among it.
-    ChangeView disk() const;
+    /// What is on the disk below a folder; what vanishes meanwhile may be among it.
+    ChangeView disk(std::string const& top = "w") const;
 
     void remove(std::string_view name) const;
     void rename(std::string_view from, std::string_view to) const;
