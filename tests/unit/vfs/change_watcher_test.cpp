@@ -18,7 +18,7 @@ using Watching = provider::RecursiveFileWatching;
 constexpr auto Yes = WithRecursiveChangeEvents::Yes;
 constexpr auto No = WithRecursiveChangeEvents::No;
 
-class ChangeWatcherTest : public WatchedStorage {
+class ChangeWatcherTest : public WatchedStorageOfEitherSystem {
   protected:
     ScopedConnection watch(vfs::FileOrFolder const& resource, WithRecursiveChangeEvents recursive,
                            Log& notes,
@@ -45,7 +45,7 @@ class ChangeWatcherTest : public WatchedStorage {
     Log second;
 };
 
-TEST_F(ChangeWatcherTest, OneCallPublishesAndSubscribesAndOneObjectEndsBoth) {
+TEST_P(ChangeWatcherTest, OneCallPublishesAndSubscribesAndOneObjectEndsBoth) {
     {
         ScopedConnection const connection = watch(folder(), No, first);
         EXPECT_EQ(published.size(), 1U);
@@ -55,7 +55,7 @@ TEST_F(ChangeWatcherTest, OneCallPublishesAndSubscribesAndOneObjectEndsBoth) {
     EXPECT_TRUE(published.empty());
 }
 
-TEST_F(ChangeWatcherTest, EverythingIsPublishedAndEachHearsTheKindsThatItAskedFor) {
+TEST_P(ChangeWatcherTest, EverythingIsPublishedAndEachHearsTheKindsThatItAskedFor) {
     ScopedConnection const connection = watch(folder(), No, first, {Kind::Removed});
     EXPECT_EQ(published[0].kinds.size(), 5U);
     report(Kind::Created, u"mem:/d", u"mem:/d/f");
@@ -64,7 +64,7 @@ TEST_F(ChangeWatcherTest, EverythingIsPublishedAndEachHearsTheKindsThatItAskedFo
     EXPECT_EQ(first, (Log{"3 mem:/d/f 0", "4 mem:/d 0"})) << "an overflow always";
 }
 
-TEST_F(ChangeWatcherTest, SeveralShareOnePublicationUntilTheLastLeaves) {
+TEST_P(ChangeWatcherTest, SeveralShareOnePublicationUntilTheLastLeaves) {
     ScopedConnection one = watch(folder(), No, first);
     ScopedConnection two = watch(folder(), No, second);
     EXPECT_EQ(published.size(), 1U);
@@ -78,7 +78,7 @@ TEST_F(ChangeWatcherTest, SeveralShareOnePublicationUntilTheLastLeaves) {
     EXPECT_EQ(second, (Log{"0 mem:/d/f 0", "0 mem:/d/g 0"}));
 }
 
-TEST_F(ChangeWatcherTest, RecursiveTakesThePlaceOfFlatAndStaysUntilTheLastLeaves) {
+TEST_P(ChangeWatcherTest, RecursiveTakesThePlaceOfFlatAndStaysUntilTheLastLeaves) {
     ScopedConnection one = watch(folder(), No, first);
     EXPECT_EQ(publications(), (std::vector<std::optional<Watching>>{Watching::NonRecursive}));
     ScopedConnection deep = watch(folder(), Yes, second);
@@ -91,7 +91,7 @@ TEST_F(ChangeWatcherTest, RecursiveTakesThePlaceOfFlatAndStaysUntilTheLastLeaves
     EXPECT_TRUE(published.empty());
 }
 
-TEST_F(ChangeWatcherTest, SpellingsOfOneLocationShareAPublicationAndItsText) {
+TEST_P(ChangeWatcherTest, SpellingsOfOneLocationShareAPublicationAndItsText) {
     ScopedConnection one = watch(folder(), No, first);
     ScopedConnection two = watch(folder(u"mem:/d/"), No, second);
     EXPECT_EQ(published.size(), 1U);
@@ -103,7 +103,7 @@ TEST_F(ChangeWatcherTest, SpellingsOfOneLocationShareAPublicationAndItsText) {
     EXPECT_EQ(second, (Log{"0 mem:/d/g 0"}));
 }
 
-TEST_F(ChangeWatcherTest, FileAndFolderOfOneLocationAreWatchedApart) {
+TEST_P(ChangeWatcherTest, FileAndFolderOfOneLocationAreWatchedApart) {
     ScopedConnection const asFolder = watch(folder(), No, first);
     {
         ScopedConnection const asFile = watch(file(u"mem:/d"), No, second);
@@ -114,17 +114,15 @@ TEST_F(ChangeWatcherTest, FileAndFolderOfOneLocationAreWatchedApart) {
     EXPECT_EQ(calls.back(), "stopPublishingFileEvents");
 }
 
-TEST_F(ChangeWatcherTest, StorageSystemsAreWatchedApart) {
+TEST_P(ChangeWatcherTest, StorageSystemsAreWatchedApart) {
     auto const manager2 = boost::make_shared<EventMgr>();
-    auto const system2 = std::make_shared<vfs::PluggableStorageSystem>(manager2);
+    EitherSystem const system2(GetParam(), manager2);
     auto const mem2 = std::make_shared<FakeProvider>();
     int published2 = 0;
     mem2->onPublish = [&](auto&&...) { ++published2; };
     mem2->onStopPublishing = [&](StorageIRI const&) { --published2; };
-    system2->registerPhysicalProvider("mem", [&] { return mem2; });
-    vfs::Folder const other(
-        vfs::AbsoluteIRI(u"mem:/d"),
-        vfs::StorageSystemReference(std::weak_ptr<vfs::StorageSystem>(system2)));
+    system2.serve("mem", [&] { return mem2; });
+    vfs::Folder const other(vfs::AbsoluteIRI(u"mem:/d"), system2.reference());
     ScopedConnection const one = watch(folder(), No, first);
     {
         ScopedConnection const two = watch(other, No, second);
@@ -134,7 +132,7 @@ TEST_F(ChangeWatcherTest, StorageSystemsAreWatchedApart) {
     EXPECT_EQ(published.size(), 1U);
 }
 
-TEST_F(ChangeWatcherTest, PublicationIsStoppedWhereItWasStarted) {
+TEST_P(ChangeWatcherTest, PublicationIsStoppedWhereItWasStarted) {
     auto const later = std::make_shared<FakeProvider>();
     int stopped = 0;
     later->onStopPublishing = [&](StorageIRI const&) { ++stopped; };
@@ -147,7 +145,7 @@ TEST_F(ChangeWatcherTest, PublicationIsStoppedWhereItWasStarted) {
     EXPECT_TRUE(published.empty());
 }
 
-TEST_F(ChangeWatcherTest, StorageMayReportFromInside) {
+TEST_P(ChangeWatcherTest, StorageMayReportFromInside) {
     ScopedConnection one;
     one = watcher.watch(folder(), {Kind::Created}, No, [&](Event const& event) {
         first.push_back(text(event));
@@ -166,7 +164,7 @@ TEST_F(ChangeWatcherTest, StorageMayReportFromInside) {
     EXPECT_EQ(second, (Log{"0 mem:/d/e/g 0"}));
 }
 
-TEST_F(ChangeWatcherTest, PublicationThatCannotBeStoppedIsUsedAgain) {
+TEST_P(ChangeWatcherTest, PublicationThatCannotBeStoppedIsUsedAgain) {
     auto const stop = mem->onStopPublishing;
     mem->onStopPublishing = [](StorageIRI const& at) { fail(9, at); };
     watch(folder(), No, first).disconnect();
@@ -180,7 +178,7 @@ TEST_F(ChangeWatcherTest, PublicationThatCannotBeStoppedIsUsedAgain) {
     EXPECT_TRUE(published.empty());
 }
 
-TEST_F(ChangeWatcherTest, HandlerKeepsOneStateForAllKinds) {
+TEST_P(ChangeWatcherTest, HandlerKeepsOneStateForAllKinds) {
     int last = 0;
     ScopedConnection const connection =
         watcher.watch(folder(), {Kind::Created, Kind::Removed, Kind::Removed}, No,
@@ -190,7 +188,7 @@ TEST_F(ChangeWatcherTest, HandlerKeepsOneStateForAllKinds) {
     EXPECT_EQ(last, 2);
 }
 
-TEST_F(ChangeWatcherTest, FlatWatcherOfAPublishedTreeHearsOfTheFolderAndItsChildrenAlone) {
+TEST_P(ChangeWatcherTest, FlatWatcherOfAPublishedTreeHearsOfTheFolderAndItsChildrenAlone) {
     ScopedConnection const deep = watch(folder(), Yes, second);
     ScopedConnection const flat = watch(folder(), No, first);
     report(Kind::Created, u"mem:/d", u"mem:/d/f");
@@ -200,7 +198,7 @@ TEST_F(ChangeWatcherTest, FlatWatcherOfAPublishedTreeHearsOfTheFolderAndItsChild
     EXPECT_EQ(second, (Log{"0 mem:/d/f 0", "0 mem:/d/e/g 0", "3 mem:/d 0"}));
 }
 
-TEST_F(ChangeWatcherTest, NothingIsLeftBehindWhereWatchingFails) {
+TEST_P(ChangeWatcherTest, NothingIsLeftBehindWhereWatchingFails) {
     mem->onHasFeature = nullptr;
     EXPECT_EQ(codeOf([&] { auto const c = watch(folder(), Yes, first); }),
               ErrorCode::UnsupportedOperation);
@@ -213,7 +211,7 @@ TEST_F(ChangeWatcherTest, NothingIsLeftBehindWhereWatchingFails) {
     EXPECT_TRUE(second.empty());
 }
 
-TEST_F(ChangeWatcherTest, FilesAreWatchedToo) {
+TEST_P(ChangeWatcherTest, FilesAreWatchedToo) {
     ScopedConnection const connection = watch(file(), No, first);
     report(Kind::Removed, u"mem:/d/f", u"mem:/d/f");
     EXPECT_EQ(first, (Log{"3 mem:/d/f 0"}));
@@ -221,7 +219,7 @@ TEST_F(ChangeWatcherTest, FilesAreWatchedToo) {
               ErrorCode::InvalidLocation);
 }
 
-TEST_F(ChangeWatcherTest, HandlerMayEndItselfAndWatchAnother) {
+TEST_P(ChangeWatcherTest, HandlerMayEndItselfAndWatchAnother) {
     ScopedConnection connection;
     ScopedConnection other;
     connection = watcher.watch(folder(), {Kind::Created}, No, [&](Event const& event) {
@@ -237,7 +235,7 @@ TEST_F(ChangeWatcherTest, HandlerMayEndItselfAndWatchAnother) {
     EXPECT_EQ(published.size(), 1U);
 }
 
-TEST_F(ChangeWatcherTest, ConnectionsGoOnWithoutTheWatcher) {
+TEST_P(ChangeWatcherTest, ConnectionsGoOnWithoutTheWatcher) {
     ScopedConnection connection;
     {
         ChangeWatcher mortal;
@@ -250,12 +248,14 @@ TEST_F(ChangeWatcherTest, ConnectionsGoOnWithoutTheWatcher) {
     EXPECT_TRUE(published.empty());
 }
 
-TEST_F(ChangeWatcherTest, FailureToStopReachesNobody) {
+TEST_P(ChangeWatcherTest, FailureToStopReachesNobody) {
     ScopedConnection connection = watch(folder(), No, first);
     mem->onStopPublishing = [](StorageIRI const& at) { fail(9, at); };
     EXPECT_NO_THROW(connection.disconnect());
     report(Kind::Created, u"mem:/d", u"mem:/d/f");
     EXPECT_TRUE(first.empty());
 }
+
+INSTANTIATE_TEST_SUITE_P(EitherSystem, ChangeWatcherTest, eitherSystem, nameOf);
 
 } // namespace

@@ -2,6 +2,9 @@
 
 #include <foundation/storage/vfs/errors/exception.hpp>
 #include <foundation/storage/vfs/events/event_publisher.hpp>
+#include <foundation/storage/vfs/storage_system/storage_system_decorator.hpp>
+
+#include <foundation/msg_svc/eventmgr/shutdown_event.hpp>
 
 #include "watched_storage.hpp"
 
@@ -10,11 +13,12 @@
 #include <boost/exception/info.hpp>
 #include <boost/exception_ptr.hpp>
 
-#include <boost/weak_ptr.hpp>
-
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <new>
 #include <sstream>
+#include <stdexcept>
 
 namespace {
 
@@ -34,11 +38,10 @@ using Log = std::vector<std::string>;
 constexpr auto Yes = WithRecursiveChangeEvents::Yes;
 constexpr auto No = WithRecursiveChangeEvents::No;
 
-class EventPublishing : public WatchedStorage {
+class EventPublishing : public WatchedStorageOfEitherSystem {
   protected:
     provider::ChangeKinds const kinds{Kind::Created, Kind::Removed};
     StorageIRI const child{u"mem:/d/f"};
-    StorageIRI const deep{u"mem:/d/e/g"};
 };
 
 TEST(WithRecursiveChangeEvents, PrintsEverythingButZeroAsNo) {
@@ -49,7 +52,7 @@ TEST(WithRecursiveChangeEvents, PrintsEverythingButZeroAsNo) {
     static_assert(static_cast<std::uint32_t>(Yes) == 0 && static_cast<std::uint32_t>(No) == 1);
 }
 
-TEST_F(EventPublishing, AsksTheProviderOnceForTheResourceAndTheKinds) {
+TEST_P(EventPublishing, AsksTheProviderOnceForTheResourceAndTheKinds) {
     EXPECT_EQ(publishEventsFor(file(), kinds, No), manager.get());
     EXPECT_EQ(publishEventsFor(folder(), kinds, No), manager.get());
     EXPECT_EQ(publishEventsFor(folder(), kinds, Yes), manager.get());
@@ -60,34 +63,99 @@ TEST_F(EventPublishing, AsksTheProviderOnceForTheResourceAndTheKinds) {
     }
 }
 
-TEST_F(EventPublishing, EveryValueButNoIsRecursive) {
+TEST_P(EventPublishing, EveryValueButNoIsRecursive) {
     publishEventsFor(folder(), kinds, static_cast<WithRecursiveChangeEvents>(2));
     EXPECT_EQ(published.back().recursive, provider::RecursiveFileWatching::Recursive);
 }
 
-TEST_F(EventPublishing, WithoutAnEventManagerTheProviderIsNotAsked) {
-    auto const bare = std::make_shared<vfs::PluggableStorageSystem>(nullptr);
-    bare->registerPhysicalProvider("mem", [this] { return mem; });
-    vfs::Folder const unheard(AbsoluteIRI(u"mem:/d"),
-                              vfs::StorageSystemReference(std::weak_ptr<vfs::StorageSystem>(bare)));
-    try {
-        publishEventsFor(unheard, kinds, No);
-        FAIL() << "nothing was thrown";
-    } catch (vfs::ChangeEventsNotSupportedException const& e) {
-        EXPECT_EQ(e.getLocation(), AbsoluteIRI(u"mem:/d"));
-        EXPECT_EQ(boost::get_error_info<boost::errinfo_nested_exception>(e), nullptr);
+TEST_P(EventPublishing, WithoutAnEventManagerTheProviderIsNotAsked) {
+    EitherSystem const bare(GetParam(), nullptr);
+    bare.serve("mem", [this] { return mem; });
+    // A decorator that does nothing more has none either, whatever it wraps.
+    auto const decorator = std::make_shared<vfs::StorageSystemDecorator>(system.get());
+    vfs::StorageSystemReference const decorated{std::weak_ptr<vfs::StorageSystem>(decorator)};
+    for (vfs::StorageSystemReference const& unheard : {bare.reference(), decorated}) {
+        for (FileOrFolder const& resource :
+             {FileOrFolder(vfs::File(AbsoluteIRI(u"mem:/d/f"), unheard)),
+              FileOrFolder(vfs::Folder(AbsoluteIRI(u"mem:/d"), unheard))}) {
+            for (WithRecursiveChangeEvents const recursive : {Yes, No}) {
+                try {
+                    publishEventsFor(resource, kinds, recursive);
+                    FAIL() << "nothing was thrown";
+                } catch (vfs::ChangeEventsNotSupportedException const& e) {
+                    EXPECT_EQ(e.getLocation(), getLocation(resource));
+                    EXPECT_EQ(boost::get_error_info<boost::errinfo_nested_exception>(e), nullptr);
+                }
+            }
+        }
     }
     EXPECT_TRUE(mem->calls().empty());
 }
 
-TEST_F(EventPublishing, SystemThatIsGoneThrowsFirst) {
+TEST_P(EventPublishing, SystemThatIsGoneThrowsFirst) {
     vfs::Folder const orphan = folder();
+    vfs::File const orphanedFile = file();
     system.reset();
     EXPECT_THROW(publishEventsFor(orphan, kinds, No), std::runtime_error);
+    EXPECT_THROW(publishEventsFor(orphan, kinds, Yes), std::runtime_error);
+    EXPECT_THROW(publishEventsFor(orphanedFile, kinds, Yes), std::runtime_error);
     EXPECT_TRUE(mem->calls().empty());
 }
 
-TEST_F(EventPublishing, RecursivelyForAFileIsInvalidAndTheProviderIsNotAsked) {
+TEST_P(EventPublishing, EmptyResolverThrowsFirst) {
+    vfs::StorageSystemReference const empty{vfs::StorageSystemReference::Resolver()};
+    vfs::Folder const lost(provider::StorageItem(mem, StorageIRI(u"mem:/d")), empty);
+    EXPECT_THROW(publishEventsFor(lost, kinds, No), std::bad_function_call);
+    EXPECT_TRUE(mem->calls().empty());
+}
+
+TEST_P(EventPublishing, HandlePublishesAndStopsWithoutItsSystem) {
+    vfs::Folder const orphan = folder();
+    vfs::File const orphanedFile = file();
+    EventPublisher const publisher(reference, manager, DeliverMode::Immediate);
+    publishEventsFor(orphan, kinds, No);
+    std::unique_ptr<Connection> const none;
+    system.reset();
+    EXPECT_NO_THROW(stopPublishingEventsFor(orphan));
+    orphanedFile.publishEvents(publisher, kinds);
+    EXPECT_EQ(published.size(), 1U);
+    EXPECT_NO_THROW(unsubscribe(orphanedFile, none));
+    EXPECT_TRUE(published.empty());
+}
+
+TEST_P(EventPublishing, SwappedHandlesPublishThroughTheSystemThatEachHas) {
+    auto const otherManager = boost::make_shared<EventMgr>();
+    EitherSystem const other(GetParam(), otherManager);
+    other.serve("mem", [this] { return mem; });
+    vfs::Folder here = folder();
+    vfs::Folder there(AbsoluteIRI(u"mem:/o"), other.reference());
+    here.swap(there);
+    EXPECT_EQ(publishEventsFor(here, kinds, No), manager.get());
+    EXPECT_EQ(publishEventsFor(there, kinds, No), otherManager.get());
+    EXPECT_EQ(mem->log(), (Log{"publishFolderEvents mem:/o 1", "publishFolderEvents mem:/d 1"}));
+}
+
+TEST_P(EventPublishing, PublishingTwiceIsTwoPublications) {
+    publishEventsFor(folder(), kinds, No);
+    publishEventsFor(folder(), kinds, No);
+    hear(u"mem:/d");
+    for (Publication const& publication : published) {
+        publication.report(Kind::Created, StorageIRI(u"mem:/d"), child, EntryType::File, {});
+    }
+    EXPECT_EQ(heard, (Log{"0 mem:/d/f 0", "0 mem:/d/f 0"}));
+    stopPublishingEventsFor(folder());
+    EXPECT_EQ(mem->calls(),
+              (Log{"publishFolderEvents", "publishFolderEvents", "stopPublishingFolderEvents"}));
+}
+
+TEST_P(EventPublishing, NothingIsPublishedOrHeardBeforeItIsAskedFor) {
+    manager->notify(foundation::msg_svc::eventmgr::ShutdownEvent(), DeliverMode::Immediate);
+    EXPECT_TRUE(mem->calls().empty());
+    EXPECT_EQ(system.get()->getEventMgr(), manager);
+    EXPECT_EQ(reference.getEventMgr(), manager);
+}
+
+TEST_P(EventPublishing, RecursivelyForAFileIsInvalidAndTheProviderIsNotAsked) {
     auto const recursively = [&] { publishEventsFor(file(), kinds, Yes); };
     EXPECT_EQ(codeOf(recursively), ErrorCode::InvalidLocation);
     RecursiveEventPublisher const publisher(reference, manager, DeliverMode::Immediate,
@@ -102,7 +170,7 @@ TEST_F(EventPublishing, RecursivelyForAFileIsInvalidAndTheProviderIsNotAsked) {
     EXPECT_TRUE(mem->calls().empty());
 }
 
-TEST_F(EventPublishing, RecursivelyWithoutTheFeatureIsUnsupported) {
+TEST_P(EventPublishing, RecursivelyWithoutTheFeatureIsUnsupported) {
     mem->onHasFeature = nullptr;
     EXPECT_EQ(codeOf([&] { publishEventsFor(folder(), kinds, Yes); }),
               ErrorCode::UnsupportedOperation);
@@ -112,7 +180,7 @@ TEST_F(EventPublishing, RecursivelyWithoutTheFeatureIsUnsupported) {
         << "the question is not translated";
 }
 
-TEST_F(EventPublishing, ProvidersRefusalsAreTranslated) {
+TEST_P(EventPublishing, ProvidersRefusalsAreTranslated) {
     auto const refuseWith = [&](auto thrower) {
         mem->onPublish = [thrower](StorageIRI const& at, auto&&...) { thrower(at); };
     };
@@ -129,124 +197,74 @@ TEST_F(EventPublishing, ProvidersRefusalsAreTranslated) {
         EXPECT_EQ(codeOf([&] { publishEventsFor(folder(), kinds, recursive); }),
                   ErrorCode::ResourceInUse);
     }
-    refuseWith([](StorageIRI const& at) { throw provider::ChangeEventsNotSupportedException(at); });
-    try {
-        publishEventsFor(file(), kinds, No);
-        FAIL() << "nothing was thrown";
-    } catch (vfs::ChangeEventsNotSupportedException const& e) {
-        EXPECT_EQ(e.getLocation(), AbsoluteIRI(u"mem:/d/f"));
-        EXPECT_NE(boost::get_error_info<boost::errinfo_nested_exception>(e), nullptr);
+}
+
+/// The provider's exception that an exception of the system nests, thrown again.
+template<class Failure>
+void throwNested(Failure const& failure) {
+    boost::exception_ptr const* const nested =
+        boost::get_error_info<boost::errinfo_nested_exception>(failure);
+    ASSERT_NE(nested, nullptr);
+    boost::rethrow_exception(*nested);
+}
+
+TEST_P(EventPublishing, RefusalNamesWhatTheProviderNamedAndNestsItsException) {
+    StorageIRI const elsewhere(u"mem:/elsewhere");
+    mem->onPublish = [&](auto&&...) {
+        throw provider::ChangeEventsNotSupportedException(elsewhere);
+    };
+    for (FileOrFolder const& resource : {FileOrFolder(file()), FileOrFolder(folder())}) {
+        try {
+            publishEventsFor(resource, kinds, No);
+            FAIL() << "nothing was thrown";
+        } catch (vfs::ChangeEventsNotSupportedException const& e) {
+            EXPECT_EQ(e.getLocation().toStorageIRI(), elsewhere);
+            EXPECT_THROW(throwNested(e), provider::ChangeEventsNotSupportedException);
+        }
+    }
+    mem->onPublish = [&](auto&&...) {
+        throw provider::ChangeEventsSubscriptionException(elsewhere);
+    };
+    for (FileOrFolder const& resource : {FileOrFolder(file()), FileOrFolder(folder())}) {
+        try {
+            publishEventsFor(resource, kinds, No);
+            FAIL() << "nothing was thrown";
+        } catch (vfs::ChangeEventsSubscriptionException const& e) {
+            EXPECT_EQ(e.getLocation().toStorageIRI(), elsewhere);
+            EXPECT_THROW(throwNested(e), provider::ChangeEventsSubscriptionException);
+        }
     }
 }
 
-TEST_F(EventPublishing, ReportBecomesAnEventUnderTheWatchedLocationBeforeTheCallReturns) {
-    publishEventsFor(folder(), kinds, No);
-    hear(u"mem:/d");
-    ptree extended;
-    extended.put("k", "v");
-    std::string value;
-    connections.push_back(manager->subscribe<vfs::Event>([&](vfs::Event const& event) {
-        value = event.getExtendedEventData().getData(u"k").data();
-    }));
-    published[0].report(Kind::Created, StorageIRI(u"mem:/d"), child, EntryType::File, extended);
-    EXPECT_EQ(heard, (Log{"0 mem:/d/f 0"}));
-    EXPECT_EQ(value, "v");
-}
-
-TEST_F(EventPublishing, TypeZeroIsAFileAndEveryOtherAFolder) {
-    publishEventsFor(folder(), kinds, No);
-    std::vector<int> which;
-    connections.push_back(manager->subscribe<vfs::Event>([&](vfs::Event const& event) {
-        which.push_back(event.getEventData().getFileOrFolder().which());
-    }));
-    for (std::uint32_t const type : {0U, 1U, 2U}) {
-        published[0].report(Kind::Created, StorageIRI(u"mem:/d"), child, EntryType(type), {});
+TEST_P(EventPublishing, ExceptionThatIsNoProvidersPassesUnchanged) {
+    mem->onPublish = [](auto&&...) { throw std::bad_alloc(); };
+    mem->onStopPublishing = [](StorageIRI const&) { throw std::bad_alloc(); };
+    for (FileOrFolder const& resource : {FileOrFolder(file()), FileOrFolder(folder())}) {
+        EXPECT_THROW(publishEventsFor(resource, kinds, No), std::bad_alloc);
+        EXPECT_THROW(stopPublishingEventsFor(resource), std::bad_alloc);
     }
-    EXPECT_EQ(which, (std::vector<int>{0, 1, 1}));
 }
 
-TEST_F(EventPublishing, RecursiveReportFromBelowCarriesTheTagOfTheRoot) {
-    publishEventsFor(folder(), kinds, Yes);
-    hear(u"mem:/d");
-    published[0].report(Kind::Created, StorageIRI(u"mem:/d/e"), deep, EntryType::File, {});
-    published[0].report(Kind::Modified, StorageIRI(u"mem:/d"), child, EntryType::File, {});
-    EXPECT_EQ(heard, (Log{"0 mem:/d/e/g 0", "1 mem:/d/f 0"}));
+TEST_P(EventPublishing, EveryCodeOfTheProviderIsTranslated) {
+    for (std::uint32_t code = 0; code <= 12; ++code) {
+        mem->onPublish = [code](StorageIRI const& at, auto&&...) { fail(code, at); };
+        mem->onStopPublishing = [code](StorageIRI const& at) { fail(code, at); };
+        for (FileOrFolder const& resource : {FileOrFolder(file()), FileOrFolder(folder())}) {
+            EXPECT_EQ(codeOf([&] { publishEventsFor(resource, kinds, No); }), translatedCode(code));
+            EXPECT_EQ(codeOf([&] { stopPublishingEventsFor(resource); }), translatedCode(code));
+        }
+        EXPECT_EQ(codeOf([&] { publishEventsFor(folder(), kinds, Yes); }), translatedCode(code));
+    }
 }
 
-TEST_F(EventPublishing, RecursiveReportFromElsewhereKeepsItsOwn) {
-    publishEventsFor(folder(), kinds, Yes);
-    hear(u"mem:/other");
-    published[0].report(Kind::Created, StorageIRI(u"mem:/other"), StorageIRI(u"mem:/other/x"),
-                        EntryType::File, {});
-    EXPECT_EQ(heard, (Log{"0 mem:/other/x 0"}));
-}
-
-TEST_F(EventPublishing, FlatReportFromBelowKeepsItsOwn) {
-    publishEventsFor(folder(), kinds, No);
-    hear(u"mem:/d");
-    published[0].report(Kind::Created, StorageIRI(u"mem:/d/e"), deep, EntryType::File, {});
-    EXPECT_TRUE(heard.empty());
-}
-
-TEST_F(EventPublishing, EachEventHasTheSystemFindTheProvider) {
-    int built = 0;
-    system->registerPhysicalProvider("far", [&] {
-        ++built;
-        return mem;
-    });
-    publishEventsFor(folder(), kinds, No);
-    published[0].report(Kind::Created, StorageIRI(u"mem:/d"), StorageIRI(u"far:/x"),
-                        EntryType::File, {});
-    EXPECT_EQ(built, 1);
-}
-
-TEST_F(EventPublishing, FailuresGoBackToTheProvider) {
-    publishEventsFor(folder(), kinds, No);
-    auto const report = published[0].report;
-    EXPECT_THROW(
-        report(Kind::Created, StorageIRI(u"mem:/d"), StorageIRI(u"no:/x"), EntryType::File, {}),
-        vfs::UnsupportedIRISchemeException);
-    EXPECT_THROW(
-        report(Kind::Created, StorageIRI(u"mem:/d"), StorageIRI(u"mem://h"), EntryType::File, {}),
-        vfs::InvalidIRIException);
-    EXPECT_THROW(report(Kind::Created, StorageIRI(u"mem://h"), child, EntryType::File, {}),
-                 vfs::InvalidIRIException);
-    system.reset();
-    EXPECT_THROW(report(Kind::Created, StorageIRI(u"mem:/d"), child, EntryType::File, {}),
-                 std::runtime_error);
-}
-
-TEST_F(EventPublishing, PublisherKeepsTheEventManagerAlive) {
-    publishEventsFor(folder(), kinds, No);
-    boost::weak_ptr<EventMgr> const watched(manager);
-    manager.reset();
-    system.reset();
-    EXPECT_FALSE(watched.expired());
-    published.clear();
-    EXPECT_TRUE(watched.expired());
-}
-
-TEST_F(EventPublishing, QueuedPublisherDeliversOnAnotherThread) {
-    folder().publishEvents(EventPublisher(reference, manager, DeliverMode::Queued), kinds);
-    std::atomic<bool> elsewhere = false;
-    auto const caller = std::this_thread::get_id();
-    connections.push_back(manager->subscribe<vfs::Event>(
-        [&](vfs::Event const&) { elsewhere = std::this_thread::get_id() != caller; }));
-    published[0].report(Kind::Created, StorageIRI(u"mem:/d"), child, EntryType::File, {});
-    published.clear();
-    system.reset();
-    manager.reset(); // delivers what is queued
-    EXPECT_TRUE(elsewhere);
-}
-
-TEST_F(EventPublishing, StoppingIsTheResourcesOwn) {
+TEST_P(EventPublishing, StoppingIsTheResourcesOwn) {
     stopPublishingEventsFor(file());
     stopPublishingEventsFor(folder());
     EXPECT_EQ(mem->log(),
               (Log{"stopPublishingFileEvents mem:/d/f", "stopPublishingFolderEvents mem:/d"}));
 }
 
-TEST_F(EventPublishing, UnsubscribeStopsAndThenDisconnects) {
+TEST_P(EventPublishing, UnsubscribeStopsAndThenDisconnects) {
     publishEventsFor(folder(), kinds, No);
     int count = 0;
     std::unique_ptr<Connection> const connection =
@@ -262,12 +280,12 @@ TEST_F(EventPublishing, UnsubscribeStopsAndThenDisconnects) {
     EXPECT_EQ(count, 1);
 }
 
-TEST_F(EventPublishing, UnsubscribeWithoutAConnectionStopsAndDoesNothingMore) {
+TEST_P(EventPublishing, UnsubscribeWithoutAConnectionStopsAndDoesNothingMore) {
     unsubscribe(folder(), nullptr);
     EXPECT_EQ(mem->calls(), (Log{"stopPublishingFolderEvents"}));
 }
 
-TEST_F(EventPublishing, ConnectionGoesOnWhereStoppingFails) {
+TEST_P(EventPublishing, ConnectionGoesOnWhereStoppingFails) {
     publishEventsFor(folder(), kinds, No);
     int count = 0;
     std::unique_ptr<Connection> const connection =
@@ -277,5 +295,7 @@ TEST_F(EventPublishing, ConnectionGoesOnWhereStoppingFails) {
     published[0].report(Kind::Created, StorageIRI(u"mem:/d"), child, EntryType::File, {});
     EXPECT_EQ(count, 1);
 }
+
+INSTANTIATE_TEST_SUITE_P(EitherSystem, EventPublishing, eitherSystem, nameOf);
 
 } // namespace

@@ -272,6 +272,89 @@ TEST_F(FactoryBackedStorageSystem, FactoryMayDropItselfWhileItShutsDown) {
     EXPECT_EQ(log, (Log{"aa shuts down", "bb shuts down"}));
 }
 
+TEST_F(FactoryBackedStorageSystem, FactoryThatIsDroppedMeanwhileIsNotShutDown) {
+    addPhysical("aa")->onShutdown = [&] {
+        system->unregisterFactory("bb");
+        system->unregisterFactory("xx");
+    };
+    addPhysical("bb");
+    addPhysical("cc");
+    addContainer("xx");
+    addContainer("yy")->onShutdown = [&] { system->unregisterFactory("zz"); };
+    addContainer("zz");
+    shutdown();
+    EXPECT_EQ(log, (Log{"aa shuts down", "cc shuts down", "in yy shuts down"}));
+}
+
+TEST_F(FactoryBackedStorageSystem, FactoryThatIsAddedMeanwhileIsShutDownIfItsTurnIsToCome) {
+    addPhysical("bb")->onShutdown = [&] {
+        addPhysical("aa");
+        addPhysical("cc");
+        addContainer("xx");
+    };
+    shutdown();
+    EXPECT_EQ(log, (Log{"bb shuts down", "cc shuts down", "in xx shuts down"}));
+}
+
+TEST_F(FactoryBackedStorageSystem, FactoryThatIsReplacedMeanwhileIsNotShutDownButTheNewOneIs) {
+    auto const later = std::make_shared<PhysicalFactory>("new bb", log);
+    addPhysical("aa")->onShutdown = [&] { system->registerProviderFactory("bb", later); };
+    addPhysical("bb");
+    shutdown();
+    EXPECT_EQ(log, (Log{"aa shuts down", "new bb shuts down"}));
+}
+
+TEST_F(FactoryBackedStorageSystem, FactoriesMayBeRegisteredAndDroppedWhileOtherThreadsBuild) {
+    class Quiet : public provider::PhysicalProviderFactory,
+                  public provider::ContainerProviderFactory {
+      public:
+        std::shared_ptr<provider::IProvider> buildProvider(StorageIRI const&) const override {
+            return served_;
+        }
+        std::shared_ptr<provider::IProvider>
+        buildProvider(provider::StorageItem const&) const override {
+            return served_;
+        }
+        void shutdownProvider() const override {}
+
+      private:
+        std::shared_ptr<provider::IProvider> served_ = std::make_shared<FakeProvider>();
+    };
+    using Physical = std::shared_ptr<provider::PhysicalProviderFactory>;
+    using Container = std::shared_ptr<provider::ContainerProviderFactory>;
+    system->registerProviderFactory("aa", Physical(std::make_shared<Quiet>()));
+    std::atomic<bool> ending = false;
+    std::atomic<int> served = 0;
+    std::atomic<int> refused = 0;
+    std::vector<std::thread> builders;
+    for (int i = 0; i < 3; ++i) {
+        builders.emplace_back([&] {
+            while (!ending) {
+                EXPECT_NE(build(u"aa:/x"), nullptr) << "what nobody touches is always served";
+                try {
+                    ++(build(u"zz:bb:/x!/y") ? served : refused);
+                } catch (UnsupportedIRISchemeException const&) {
+                    ++refused;
+                }
+            }
+        });
+    }
+    // Until both outcomes were seen, and some more.
+    for (int round = 0; round < 500 || served == 0 || refused == 0; ++round) {
+        system->registerProviderFactory("bb", Physical(std::make_shared<Quiet>()));
+        system->registerProviderFactory("zz", Container(std::make_shared<Quiet>()));
+        std::this_thread::yield();
+        shutdown();
+        system->unregisterFactory("bb");
+        system->unregisterFactory("zz");
+        std::this_thread::yield();
+    }
+    ending = true;
+    for (std::thread& builder : builders) {
+        builder.join();
+    }
+}
+
 TEST_F(FactoryBackedStorageSystem, DroppedFactoryIsNotShutDown) {
     addPhysical("aa");
     system->unregisterFactory("aa");
@@ -285,6 +368,28 @@ TEST_F(FactoryBackedStorageSystem, SystemThatIsGoneHearsNoShutdown) {
     shutdown();
     EXPECT_TRUE(log.empty());
     EXPECT_EQ(a.use_count(), 1);
+}
+
+TEST_F(FactoryBackedStorageSystem, LetsGoOfItsFactoriesBeforeTheEventManager) {
+    class Mortal : public PhysicalFactory {
+      public:
+        Mortal(Log& events, Log& order) : PhysicalFactory("aa", events), order_(order) {}
+        ~Mortal() override { order_.push_back("factory"); }
+
+      private:
+        Log& order_;
+    };
+    Log order;
+    auto* const only = new EventMgr();
+    boost::shared_ptr<EventMgr> owner(only, [&](EventMgr* last) {
+        order.push_back("event manager");
+        delete last;
+    });
+    auto dying = std::make_unique<ProviderFactoryBackedStorageSystem>(owner);
+    dying->registerProviderFactory("aa", std::make_shared<Mortal>(log, order));
+    owner.reset();
+    dying.reset();
+    EXPECT_EQ(order, (Log{"factory", "event manager"}));
 }
 
 TEST_F(FactoryBackedStorageSystem, ShutdownWaitsForABuildInProgress) {

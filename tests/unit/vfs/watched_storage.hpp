@@ -4,14 +4,16 @@
 #include <foundation/storage/vfs/events/event.hpp>
 #include <foundation/storage/vfs/resources/file.hpp>
 #include <foundation/storage/vfs/resources/folder.hpp>
-#include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 
+#include "either_system.hpp"
 #include "fake_provider.hpp"
 
 #include <boost/make_shared.hpp>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,7 +36,7 @@ class WatchedStorage : public testing::Test {
         std::optional<provider::RecursiveFileWatching> recursive;
     };
 
-    WatchedStorage() {
+    explicit WatchedStorage(SystemKind kind = SystemKind::Pluggable) : system(kind, manager) {
         mem->onHasFeature = [](provider::ExtendedFeature feature) {
             return feature == provider::ExtendedFeature::RecursiveChangeEvents;
         };
@@ -50,7 +52,7 @@ class WatchedStorage : public testing::Test {
                 published.erase(oldest);
             }
         };
-        system->registerPhysicalProvider("mem", [this] { return mem; });
+        system.serve("mem", [this] { return mem; });
     }
 
     vfs::File file(char16_t const* text = u"mem:/d/f") const {
@@ -75,14 +77,24 @@ class WatchedStorage : public testing::Test {
                std::to_string(static_cast<std::uint32_t>(simple.getEntryType()));
     }
 
-    boost::shared_ptr<EventMgr> manager = boost::make_shared<EventMgr>();
+    void TearDown() override { EXPECT_EQ(thrown, 0) << "by handlers"; }
+
+    std::atomic<int> thrown = 0;
+    boost::shared_ptr<EventMgr> manager =
+        boost::make_shared<EventMgr>([this](auto&&...) { ++thrown; });
     std::shared_ptr<FakeProvider> mem = std::make_shared<FakeProvider>();
-    std::shared_ptr<vfs::PluggableStorageSystem> system =
-        std::make_shared<vfs::PluggableStorageSystem>(manager);
-    vfs::StorageSystemReference reference{std::weak_ptr<vfs::StorageSystem>(system)};
+    EitherSystem system;
+    vfs::StorageSystemReference reference = system.reference();
     std::vector<Publication> published;
     std::vector<std::unique_ptr<foundation::msg_svc::eventmgr::Connection>> connections;
     std::vector<std::string> heard;
+};
+
+/// The same with a system of each kind.
+class WatchedStorageOfEitherSystem : public WatchedStorage,
+                                     public testing::WithParamInterface<SystemKind> {
+  protected:
+    WatchedStorageOfEitherSystem() : WatchedStorage(GetParam()) {}
 };
 
 } // namespace vfs_test

@@ -28,6 +28,17 @@ using Lock = std::lock_guard<std::recursive_mutex>;
 template<class Factory>
 using Factories = std::map<ustring, std::shared_ptr<Factory>>;
 
+/// A factory may change the table, itself in it too: what has gone when its turn comes is left out,
+/// and what has come is not.
+template<class Factory>
+void shutDownAll(Factories<Factory> const& factories) {
+    for (auto at = factories.begin(); at != factories.end();) {
+        auto const [scheme, factory] = *at;
+        factory->shutdownProvider();
+        at = factories.upper_bound(scheme);
+    }
+}
+
 } // namespace
 
 /// Where both mutexes are held, that of the containers came first. They are recursive, since
@@ -107,17 +118,12 @@ void ProviderFactoryBackedStorageSystem::FactoryImpl::remove(std::string const& 
 }
 
 void ProviderFactoryBackedStorageSystem::FactoryImpl::shutdown() const {
-    // Of copies, since a factory may drop itself from the table.
     {
         Lock const lock(physicalMutex_);
-        for (auto const& [scheme, factory] : Factories<PhysicalProviderFactory>(physical_)) {
-            factory->shutdownProvider();
-        }
+        shutDownAll(physical_);
     }
     Lock const lock(containerMutex_);
-    for (auto const& [scheme, factory] : Factories<ContainerProviderFactory>(containers_)) {
-        factory->shutdownProvider();
-    }
+    shutDownAll(containers_);
 }
 
 ProviderFactoryBackedStorageSystem::ProviderFactoryBackedStorageSystem(

@@ -17,7 +17,9 @@ namespace foundation::storage::vfs {
 /// schemes first, in the order of their schemes.
 ///
 /// Schemes compare exactly, case included. Everything is safe on any number of threads; a factory
-/// runs with its table locked, so a slow one holds up the others, and it may register from inside.
+/// runs with its table locked, so a slow one holds up the others. From inside, while it builds or
+/// shuts down, it may register and drop factories, itself too. REQUIRES: it does not destroy the
+/// system.
 class FOUNDATION_EXPORT ProviderFactoryBackedStorageSystem : public StorageSystem {
   public:
     /// Without an event manager no shutdown reaches the factories.
