@@ -35,8 +35,9 @@ namespace {
 // time than the line is drawn in, nobody wants to know.
 constexpr std::uint64_t worthReporting = 1024 * 1024;
 
-// To give them to another thread takes much less time than to copy so many small files.
-constexpr std::size_t takenAtOnce = 4;
+// To give them to another thread takes much less time than to copy so many small files, and so does
+// to open their folders.
+constexpr std::size_t takenAtOnce = 32;
 
 // Beyond these, what is denied is told at once, so that memory has a bound.
 constexpr std::size_t deferredAtMost = 1000;
@@ -162,21 +163,17 @@ bool TransferRun::goesWithOthers(std::uint64_t size) const noexcept {
     return size < worthReporting && !wishes_.ask && !wishes_.dryRun;
 }
 
-bool TransferRun::copyTogether(std::vector<CopyResult>& results,
-                               std::function<FileToCopy(std::size_t)> const& file,
+bool TransferRun::copyTogether(std::vector<CopyResult>& results, FilesToCopy const& files,
                                PlacesOf const& places) {
     std::size_t const count = results.size();
     std::atomic<bool> full = false;
-    std::atomic<std::uint64_t> files = 0;
-    std::atomic<std::uint64_t> bytes = 0;
+    std::atomic<std::uint64_t> filesDone = 0;
+    std::atomic<std::uint64_t> bytesDone = 0;
     auto const copyOne = [&](std::size_t i) {
         CopyResult& result = results[i];
-        if (full || interruptingSignal() != 0) {
-            return;
-        }
         result.tried = true;
         try {
-            FileToCopy const one = file(i);
+            FileToCopy const one = files.file(i);
             result.bytes = one.size.value_or(0);
             result.transferred = copyOrKeep(one, {wishes_.policy, 0, {}});
         } catch (...) {
@@ -184,19 +181,26 @@ bool TransferRun::copyTogether(std::vector<CopyResult>& results,
             if (codeOfCurrentFailure() == vfs::ErrorCode::NoSpaceLeft) {
                 full = true;
             }
-            return;
-        }
-        files.fetch_add(1, std::memory_order_relaxed);
-        bytes.fetch_add(result.bytes, std::memory_order_relaxed);
-        if (progress_.isWanted() && std::this_thread::get_id() == thread_) {
-            progress_.update({tally_.files + files, tally_.bytes + bytes}, foreseen_,
-                             [&] { return places()[0].shown(); });
         }
     };
     using Range = tbb::blocked_range<std::size_t>;
     auto const copySome = [&](Range const& some) {
+        if (files.copyMany && !full && interruptingSignal() == 0) {
+            files.copyMany(some.begin(), some.end(), results);
+        }
         for (std::size_t i = some.begin(); i != some.end(); ++i) {
-            copyOne(i);
+            CopyResult const& result = results[i];
+            if (!result.tried && !full && interruptingSignal() == 0) {
+                copyOne(i);
+            }
+            if (result.tried && result.failure == nullptr) {
+                filesDone.fetch_add(1, std::memory_order_relaxed);
+                bytesDone.fetch_add(result.bytes, std::memory_order_relaxed);
+            }
+        }
+        if (progress_.isWanted() && std::this_thread::get_id() == thread_) {
+            progress_.update({tally_.files + filesDone, tally_.bytes + bytesDone}, foreseen_,
+                             [&] { return places()[0].shown(); });
         }
     };
     if (count < worthOtherThreads) {

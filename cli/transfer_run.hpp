@@ -53,6 +53,15 @@ struct CopyResult {
     bool tried = false; ///< not where the copy was interrupted before, or the storage was full
 };
 
+/// Files to be copied together.
+struct FilesToCopy {
+    /// One of them.
+    std::function<FileToCopy(std::size_t)> file;
+    /// Copies some of them as a storage does it best, those from one number up to another, and
+    /// leaves others as they are; may be empty.
+    std::function<void(std::size_t, std::size_t, std::vector<CopyResult>&)> copyMany{};
+};
+
 /// What all the transfers of one run of cp or mv share: the wishes, the counts, the progress line,
 /// and what ends them all. For one thread.
 class TransferRun {
@@ -98,13 +107,13 @@ class TransferRun {
     /// for a single one of them.
     bool goesWithOthers(std::uint64_t size) const noexcept;
     /// Copies files as copyFile() does, on as many threads as there are processors, and neither
-    /// counts nor reports them: that is for tell(). `file` is called on those threads. Files next
+    /// counts nor reports them: that is for tell(). `files` is called on those threads. Files next
     /// to each other are best of one folder: two threads that create files in the same folder wait
     /// for each other. May be called on any thread; a share of the work that falls to the run's own
     /// thread moves the progress line, which shows `places`. Returns whether the destination has no
     /// space left.
-    bool copyTogether(std::vector<CopyResult>& results,
-                      std::function<FileToCopy(std::size_t)> const& file, PlacesOf const& places);
+    bool copyTogether(std::vector<CopyResult>& results, FilesToCopy const& files,
+                      PlacesOf const& places);
     /// Counts and shows what came of a file, and reports why it failed.
     void tell(CopyResult const& result, PlacesOf const& places);
 

@@ -23,6 +23,8 @@ using provider::AttributeValues;
 using provider::ExtendedExistsResult;
 using provider::ReplacementPolicy;
 using provider::extensions::IFolderAttributes;
+using provider::extensions::ISmallFileCopies;
+using provider::extensions::SmallFileCopy;
 
 namespace {
 
@@ -63,6 +65,9 @@ void TreeCopy::copy() {
         sameScheme_ = source_.iri.getScheme() == destination_.iri.getScheme();
         if (sameScheme_) {
             folderAttributes_ = dynamic_cast<IFolderAttributes*>(destinationProvider_.get());
+        }
+        if (destinationProvider_ == run_.system().buildProvider(source_.iri.toStorageIRI())) {
+            smallFileCopies_ = dynamic_cast<ISmallFileCopies*>(destinationProvider_.get());
         }
         if (run_.wishes().followLinks && sameScheme_) {
             destinationCanonical_ = placeOf(run_.system(), destination_);
@@ -252,15 +257,47 @@ void TreeCopy::catchUp() {
 }
 
 void TreeCopy::copyTogether() {
-    batch_.full = run_.copyTogether(
-        batch_.results,
-        [this](std::size_t i) -> FileToCopy {
-            FileEntry const& entry = *batch_.small[i]->file;
-            Level const& level = *batch_.small[i]->level;
-            return {entry.getFile(), File(level.destination, entry.getName()),
-                    entry.getAttributes().values().size, level.made};
-        },
-        folderPlaces_);
+    FilesToCopy files{[this](std::size_t i) -> FileToCopy {
+        FileEntry const& entry = *batch_.small[i]->file;
+        Level const& level = *batch_.small[i]->level;
+        return {entry.getFile(), File(level.destination, entry.getName()),
+                entry.getAttributes().values().size, level.made};
+    }};
+    if (smallFileCopies_ != nullptr) {
+        files.copyMany = [this](std::size_t begin, std::size_t end,
+                                std::vector<CopyResult>& results) {
+            copyMany(begin, end, results);
+        };
+    }
+    batch_.full = run_.copyTogether(batch_.results, files, folderPlaces_);
+}
+
+// Has the storage copy the files of each folder at once; those that it leaves, and the empty ones,
+// are copied one by one.
+void TreeCopy::copyMany(std::size_t begin, std::size_t end, std::vector<CopyResult>& results) {
+    std::vector<SmallFileCopy> copies;
+    std::vector<CopyResult*> wanted;
+    while (begin != end) {
+        Level const& level = *batch_.small[begin]->level;
+        copies.clear();
+        wanted.clear();
+        for (; begin != end && batch_.small[begin]->level == &level; ++begin) {
+            FileEntry const& entry = *batch_.small[begin]->file;
+            if (entry.getAttributes().values().size.value_or(0) != 0) {
+                copies.push_back({&entry.getName()});
+                wanted.push_back(&results[begin]);
+            }
+        }
+        smallFileCopies_->copySmallFiles(level.entry.getFolder().getLocation().toStorageIRI(),
+                                         level.destination.getLocation().toStorageIRI(), copies);
+        for (std::size_t i = 0; i != copies.size(); ++i) {
+            if (copies[i].isCopied) {
+                wanted[i]->tried = true;
+                wanted[i]->transferred = Transferred::Done;
+                wanted[i]->bytes = copies[i].size;
+            }
+        }
+    }
 }
 
 void TreeCopy::tellBatch() {

@@ -5,6 +5,7 @@
 #include "walked_path.hpp"
 
 #include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
+#include <foundation/storage/provider/extensions/i_small_file_copies.hpp>
 #include <foundation/storage/vfs/listing/entries.hpp>
 #include <foundation/storage/vfs/resources/folder.hpp>
 #include <foundation/storage/vfs/walking/folder_visitor.hpp>
@@ -60,9 +61,9 @@ class TreeCopy final : private foundation::storage::vfs::FolderVisitor {
         std::optional<StorageIRI> canonical{}; ///< where links are followed
     };
 
-    /// What the walk met. Small files wait until there are enough of them to be copied together,
-    /// and all that is met behind them waits with them, so that everything is told in the order of
-    /// the walk, and a folder gets its times behind its files.
+    /// What the walk met. Small files wait until there are enough of
+    /// them to be copied together, and all that is met behind them waits with them, so that
+    /// everything is told in the order of the walk, and a folder gets its times behind its files.
     struct Step {
         enum class Kind { Entered, SmallFile, File, Left };
         Kind kind;
@@ -89,6 +90,7 @@ class TreeCopy final : private foundation::storage::vfs::FolderVisitor {
     bool isThere(Folder const& folder) const;
     void make(Level& level, FolderEntry const& entry);
     bool isSmall(FileEntry const& entry) const;
+    void copyMany(std::size_t begin, std::size_t end, std::vector<CopyResult>& results);
     void add(Step step);
     void copyWaiting();
     void catchUp();
@@ -123,6 +125,8 @@ class TreeCopy final : private foundation::storage::vfs::FolderVisitor {
     std::shared_ptr<foundation::storage::provider::IProvider> destinationProvider_;
     /// Set where both sides are of one kind, so that folders may have the same mode and times.
     foundation::storage::provider::extensions::IFolderAttributes* folderAttributes_ = nullptr;
+    /// Set where one provider serves both sides, and can do it.
+    foundation::storage::provider::extensions::ISmallFileCopies* smallFileCopies_ = nullptr;
     bool sameScheme_ = false;
     bool sourceHasLinks_ = false;
 

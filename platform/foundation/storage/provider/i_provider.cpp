@@ -5,6 +5,7 @@
 #include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
+#include <foundation/storage/provider/extensions/i_small_file_copies.hpp>
 #include <foundation/storage/provider/factories.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/provider/streaming_copy.hpp>
@@ -24,6 +25,7 @@ extensions::IFlushableFilesystem::~IFlushableFilesystem() = default;
 extensions::IFolderAttributes::~IFolderAttributes() = default;
 extensions::ILinks::~ILinks() = default;
 extensions::IReplacingStreams::~IReplacingStreams() = default;
+extensions::ISmallFileCopies::~ISmallFileCopies() = default;
 
 namespace {
 

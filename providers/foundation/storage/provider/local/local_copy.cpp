@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/local/local_copy.hpp>
 
+#include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/local/detail/content_copy.hpp>
 #include <foundation/storage/provider/local/detail/failures.hpp>
 #include <foundation/storage/provider/local/detail/rename.hpp>
@@ -11,7 +12,11 @@
 
 #include <fcntl.h>
 #include <functional>
+#include <linux/magic.h>
+#include <stdexcept>
+#include <string_view>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <utility>
 
 namespace foundation::storage::provider::local {
@@ -21,6 +26,7 @@ using detail::FolderSlot;
 using detail::KernelPath;
 using detail::StagedFile;
 using detail::throwErrno;
+using extensions::SmallFileCopy;
 
 namespace {
 
@@ -115,7 +121,8 @@ void checkDestination(KernelPath const& path, StorageIRI const& source, FolderSl
     }
 }
 
-/// The complete content in a file that has no name yet. Returns whether it has the times too.
+/// The complete content in a file that has no name yet, all but settled. Returns whether it has the
+/// times too.
 bool fill(StagedFile& staged, FileDescriptor const& from, struct stat const& item,
           StorageIRI const& source, StorageIRI const& destination, CopyProgress const& progress) {
     if (auto const failure = detail::copyContent(from.get(), item, staged.descriptor(), progress)) {
@@ -128,12 +135,76 @@ bool fill(StagedFile& staged, FileDescriptor const& from, struct stat const& ite
             throwCanceled(destination);
         }
     }
-    bool const withTimes = carryOver(item, staged.descriptor(), destination);
-    if (int const error = staged.settle()) {
-        throwErrno(error, destination);
-    }
-    return withTimes;
+    return carryOver(item, staged.descriptor(), destination);
 }
+
+/// Whether closing a file of this folder says nothing that writing it did not. Of a file system
+/// over a network, or one in user space, that is not known.
+bool closeTellsNothing(int folder) noexcept {
+    struct statfs system {};
+    if (::fstatfs(folder, &system) != 0) {
+        return false;
+    }
+    switch (static_cast<unsigned>(system.f_type)) {
+    case BTRFS_SUPER_MAGIC:
+    case EXT4_SUPER_MAGIC: // and ext2, ext3
+    case F2FS_SUPER_MAGIC:
+    case RAMFS_MAGIC:
+    case TMPFS_MAGIC:
+    case XFS_SUPER_MAGIC:
+        return true;
+    default:
+        return false;
+    }
+}
+
+/// Copies small files of one folder into another, both held open.
+class SmallFileCopies {
+  public:
+    /// Throws provider::Exception.
+    SmallFileCopies(StorageIRI const& from, StorageIRI const& to)
+        : to_(to),
+          slot_(StorageIRI(to, u"-")),
+          settles_(!closeTellsNothing(slot_.folder())) {
+        KernelPath const path(from);
+        from_ = FileDescriptor(detail::uninterrupted([&] {
+            return ::openat(path.folder(), path.path(),
+                            O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        }));
+        if (!from_) {
+            throwErrno(errno, from);
+        }
+    }
+
+    void copy(SmallFileCopy& file) {
+        std::string const name = fl::i18n::ustringToStorageName(*file.name);
+        if (name.find_first_of(std::string_view("/\0", 2)) != std::string::npos) {
+            return;
+        }
+        // Not looked at before it is opened: what has bytes in it is nothing that opening harms.
+        FileDescriptor const source(detail::uninterrupted([&] {
+            return ::openat(from_.get(), name.c_str(),
+                            O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        }));
+        struct stat item {};
+        if (!source || ::fstat(source.get(), &item) != 0 || !S_ISREG(item.st_mode)) {
+            return;
+        }
+        slot_.rename(name);
+        StagedFile staged(slot_, item.st_mode & 0777, to_);
+        if (fill(staged, source, item, to_, to_, {}) && (!settles_ || staged.settle() == 0) &&
+            staged.publish(StagedFile::Existing::Refuse) == 0) {
+            file.isCopied = true;
+            file.size = static_cast<std::uint64_t>(item.st_size);
+        }
+    }
+
+  private:
+    StorageIRI const& to_;
+    FolderSlot slot_;
+    bool const settles_;
+    FileDescriptor from_;
+};
 
 } // namespace
 
@@ -175,7 +246,11 @@ CopyStatus copyLocalFile(StorageIRI const& source, StorageIRI const& destination
         // From the start no more open to others than the source is.
         StagedFile staged(slot, item.st_mode & 0777, destination);
         bool const withTimes = fill(staged, from, item, source, destination, options.progress);
-        int error = staged.publish(StagedFile::Existing::Refuse);
+        int error = staged.settle();
+        if (error != 0) {
+            throwErrno(error, destination);
+        }
+        error = staged.publish(StagedFile::Existing::Refuse);
         if (error == EEXIST) {
             check();
             error =
@@ -190,6 +265,24 @@ CopyStatus copyLocalFile(StorageIRI const& source, StorageIRI const& destination
             check(); // what is wrong with the destination comes before what is wrong with the copy
         }
         throw;
+    }
+}
+
+void copySmallLocalFiles(StorageIRI const& from, StorageIRI const& to,
+                         std::span<SmallFileCopy> files) {
+    try {
+        SmallFileCopies copies(from, to);
+        for (SmallFileCopy& file : files) {
+            try {
+                copies.copy(file);
+            } catch (Exception const&) { // NOLINT(bugprone-empty-catch)
+                // It is left.
+            } catch (std::range_error const&) { // NOLINT(bugprone-empty-catch)
+                // No name on this disk.
+            }
+        }
+    } catch (Exception const&) { // NOLINT(bugprone-empty-catch)
+        // They are all left.
     }
 }
 

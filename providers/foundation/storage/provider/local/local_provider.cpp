@@ -257,6 +257,13 @@ CopyStatus LocalProvider::copyFile(StorageIRI const& source, StorageItem const& 
     return copyLocalFile(source, destination.getLocation(), options, options_.followLinks);
 }
 
+void LocalProvider::copySmallFiles(StorageIRI const& from, StorageIRI const& to,
+                                   std::span<extensions::SmallFileCopy> files) {
+    if (!options_.followLinks) {
+        copySmallLocalFiles(from, to, files);
+    }
+}
+
 void LocalProvider::moveFile(StorageIRI const& source, StorageIRI const& destination,
                              ReplacementPolicy const& policy) {
     moveLocalItem(source, destination, policy, MovedKind::File);

@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
+#include <foundation/storage/provider/extensions/i_small_file_copies.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/local/local_options.hpp>
 #include <foundation/storage/provider/local/local_watch.hpp>
@@ -15,7 +16,8 @@ namespace foundation::storage::provider::local {
 class LocalProvider final : public IProvider,
                             public extensions::IFolderAttributes,
                             public extensions::ILinks,
-                            public extensions::IReplacingStreams {
+                            public extensions::IReplacingStreams,
+                            public extensions::ISmallFileCopies {
   public:
     explicit LocalProvider(LocalOptions const& options)
         : options_(options),
@@ -86,6 +88,9 @@ class LocalProvider final : public IProvider,
 
     std::unique_ptr<ByteStream> openReplacement(StorageIRI const& location,
                                                 ReplacementPolicy const& policy) override;
+
+    void copySmallFiles(StorageIRI const& from, StorageIRI const& to,
+                        std::span<extensions::SmallFileCopy> files) override;
 
   private:
     LocalOptions const options_;

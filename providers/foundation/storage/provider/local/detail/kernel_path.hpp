@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 
 namespace foundation::storage::provider::local::detail {
@@ -50,6 +51,8 @@ class FolderSlot {
 
     /// Opens the folder, unless it is open. The error number, or 0.
     int hold() noexcept;
+    /// Becomes the entry of another name in the same folder.
+    void rename(std::string_view name) { path_.replace(name_, std::string::npos, name); }
 
     /// What the entry is to the `...at` system calls.
     int folder() const noexcept { return folder_ ? folder_.get() : AT_FDCWD; }
