@@ -3,6 +3,7 @@
 #include <foundation/msg_svc/eventmgr/shutdown_event.hpp>
 #include <foundation/storage/events/event.hpp>
 
+#include "event_mgr_fixture.hpp"
 #include "unit/log_collector.hpp"
 
 #include <boost/log/core.hpp>
@@ -13,88 +14,16 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <chrono>
-#include <cstdlib>
-#include <latch>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
 
-using namespace foundation::msg_svc::eventmgr;
-using fl::i18n::ustring;
-
-class Signal : public BaseEvent {
-  public:
-    using EventBase = BaseEvent;
-
-    explicit Signal(int made, std::vector<ustring> const& tags = {})
-        : Signal(made, tags, boost::make_shared<detail::DerivedTypeInformation<Signal>>()) {}
-    Signal* clone() const override {
-        ++clones;
-        return new Signal(*this);
-    }
-    static std::string const& EventType() {
-        static std::string const name = "test::Signal";
-        return name;
-    }
-
-    int value;
-    static inline std::atomic<int> clones = 0;
-
-  protected:
-    Signal(int made, std::vector<ustring> const& tags, boost::shared_ptr<TypeInformation> type)
-        : BaseEvent(type),
-          value(made) {
-        type->addUserTags(tags);
-    }
-};
-
-class Alarm : public Signal {
-  public:
-    using EventBase = Signal;
-
-    explicit Alarm(int made, std::vector<ustring> const& tags = {})
-        : Signal(made, tags, boost::make_shared<detail::DerivedTypeInformation<Alarm>>()) {}
-    Alarm* clone() const override { return new Alarm(*this); }
-    static std::string const& EventType() {
-        static std::string const name = "test::Alarm";
-        return name;
-    }
-};
-
-template<class Condition>
-bool comesTrue(Condition condition) {
-    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
-}
-
-constexpr auto Queued = DeliverMode::Queued;
-constexpr auto Immediate = DeliverMode::Immediate;
-
-class EventMgrTest : public testing::Test {
-  protected:
-    auto noting(std::string const& name) {
-        return [this, name](Signal const& signal) {
-            notes.push_back(name + std::to_string(signal.value));
-        };
-    }
-
-    EventMgr manager;
-    std::vector<std::string> notes;
-};
+using namespace event_test;
 
 TEST(TypeInformation, NamesTheTypesFromTheMostDerived) {
     ShutdownEvent const event;
@@ -281,57 +210,6 @@ TEST_F(EventMgrTest, HandlerMaySubscribeAnother) {
     EXPECT_EQ(notes, (std::vector<std::string>{"new 2"}));
 }
 
-TEST_F(EventMgrTest, DisconnectWaitsForTheRunningHandler) {
-    std::atomic<bool> inside = false;
-    std::atomic<bool> go = false;
-    std::atomic<bool> done = false;
-    auto const connection = manager.subscribe<Signal>([&](Signal const&) {
-        inside = true;
-        EXPECT_TRUE(comesTrue([&] { return go.load(); }));
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        done = true;
-    });
-    std::thread notifying([&] { manager.notify(Signal(1), Immediate); });
-    ASSERT_TRUE(comesTrue([&] { return inside.load(); }));
-    go = true;
-    connection->disconnect();
-    EXPECT_TRUE(done);
-    notifying.join();
-}
-
-TEST_F(EventMgrTest, DisconnectWaitsUntilWhatTheHandlerHoldsIsGone) {
-    std::atomic<bool> inside = false;
-    std::atomic<bool> disconnecting = false;
-    std::atomic<bool> gone = false;
-    struct Slow {
-        explicit Slow(std::atomic<bool>& set) : flag(set) {}
-        ~Slow() {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            flag = true;
-        }
-        Slow(Slow const&) = delete;
-        Slow& operator=(Slow const&) = delete;
-        std::atomic<bool>& flag;
-    };
-    auto connection = manager.subscribe<Signal>(
-        [held = std::make_shared<Slow>(gone), &inside, &disconnecting](Signal const&) {
-            inside = true;
-            EXPECT_TRUE(comesTrue([&] { return disconnecting.load(); }));
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        });
-    std::thread notifying([&] { manager.notify(Signal(1), Immediate); });
-    ASSERT_TRUE(comesTrue([&] { return inside.load(); }));
-    std::thread second([&] {
-        disconnecting = true;
-        connection->disconnect();
-        EXPECT_TRUE(gone);
-    });
-    connection->disconnect();
-    EXPECT_TRUE(gone);
-    second.join();
-    notifying.join();
-}
-
 TEST_F(EventMgrTest, WhatAHandlerHoldsMayDisconnectItAsItGoes) {
     struct Last {
         std::unique_ptr<Connection>* connection = nullptr;
@@ -366,138 +244,6 @@ TEST_F(EventMgrTest, SubscriberOfSeveralTagsHearsEachEventOnceAndEndsAsOne) {
     connection->disconnect();
     manager.notify(Signal(4, {u"b"}), Immediate);
     EXPECT_EQ(notes, (std::vector<std::string>{"ab 1", "ab 2"}));
-}
-
-TEST_F(EventMgrTest, HandlersThatDisconnectThemselvesAtOnceDoNotWaitForEachOther) {
-    std::latch both(2);
-    std::unique_ptr<Connection> connection;
-    std::atomic<int> ended = 0;
-    connection = manager.subscribe<Signal>([&](Signal const&) {
-        both.arrive_and_wait();
-        connection->disconnect();
-        ++ended;
-    });
-    std::thread first([&] { manager.notify(Signal(1), Immediate); });
-    std::thread second([&] { manager.notify(Signal(2), Immediate); });
-    first.join();
-    second.join();
-    EXPECT_EQ(ended, 2);
-}
-
-TEST_F(EventMgrTest, HandlersRunOnManyThreadsAtOnce) {
-    std::latch both(2);
-    auto const connection =
-        manager.subscribe<Signal>([&](Signal const&) { both.arrive_and_wait(); });
-    std::thread other([&] { manager.notify(Signal(1), Immediate); });
-    manager.notify(Signal(2), Immediate);
-    other.join();
-}
-
-TEST_F(EventMgrTest, QueuedEventsComeInOrderOnOneOtherThread) {
-    std::atomic<int> count = 0;
-    std::vector<int> values;
-    std::thread::id thread;
-    auto const connection = manager.subscribe<Signal>([&](Signal const& signal) {
-        EXPECT_TRUE(values.empty() || thread == std::this_thread::get_id());
-        thread = std::this_thread::get_id();
-        values.push_back(signal.value);
-        ++count;
-    });
-    for (int i = 0; i < 100; ++i) {
-        manager.notify(Signal(i), Queued);
-    }
-    ASSERT_TRUE(comesTrue([&] { return count == 100; }));
-    EXPECT_NE(thread, std::this_thread::get_id());
-    for (int i = 0; i < 100; ++i) {
-        EXPECT_EQ(values[static_cast<std::size_t>(i)], i);
-    }
-}
-
-TEST_F(EventMgrTest, QueuedEventIsDeliveredToWhoIsSubscribedThen) {
-    std::atomic<bool> go = false;
-    auto const gate = manager.subscribe<Alarm>(
-        [&](Alarm const&) { EXPECT_TRUE(comesTrue([&] { return go.load(); })); });
-    auto const gone = manager.subscribe<Signal>(u"t", noting("gone "));
-    manager.notify(Alarm(0), Queued);
-    manager.notify(Signal(1, {u"t"}), Queued);
-    gone->disconnect();
-    std::atomic<int> heard = 0;
-    auto const late = manager.subscribe<Signal>(u"t", [&](Signal const&) { ++heard; });
-    go = true;
-    EXPECT_TRUE(comesTrue([&] { return heard == 1; }));
-    EXPECT_TRUE(notes.empty());
-}
-
-TEST(EventMgr, DeliversWhatIsQueuedBeforeItGoes) {
-    int count = 0;
-    {
-        EventMgr manager;
-        manager.subscribe<Signal>([&](Signal const&) { ++count; }).reset();
-        for (int i = 0; i < 1000; ++i) {
-            manager.notify(Signal(i), Queued);
-        }
-    }
-    EXPECT_EQ(count, 1000);
-}
-
-TEST(EventMgr, MayGoWithTheLastQueuedEvent) {
-    class Holding : public Signal {
-      public:
-        Holding(std::shared_ptr<EventMgr> made, std::atomic<bool>& set)
-            : Signal(0),
-              manager_(std::move(made)),
-              gone_(&set) {}
-        Holding(Holding const&) = default;
-        Holding& operator=(Holding const&) = delete;
-        ~Holding() override {
-            if (manager_.use_count() == 1) {
-                manager_.reset();
-                *gone_ = true;
-            }
-        }
-        Holding* clone() const override { return new Holding(*this); }
-
-      private:
-        std::shared_ptr<EventMgr> manager_;
-        std::atomic<bool>* gone_;
-    };
-    std::atomic<bool> gone = false;
-    std::atomic<bool> delivered = false;
-    std::atomic<bool> released = false;
-    {
-        auto manager = std::make_shared<EventMgr>();
-        manager
-            ->subscribe<Signal>([&](Signal const&) {
-                delivered = true;
-                EXPECT_TRUE(comesTrue([&] { return released.load(); }));
-            })
-            .reset();
-        {
-            Holding const event(manager, gone);
-            manager->notify(event, Queued);
-        }
-        ASSERT_TRUE(comesTrue([&] { return delivered.load(); }));
-    }
-    released = true;
-    EXPECT_TRUE(comesTrue([&] { return gone.load(); }));
-}
-
-TEST(EventMgr, MayGoOnItsOwnThread) {
-    auto manager = std::make_unique<EventMgr>();
-    std::atomic<int> count = 0;
-    std::atomic<bool> filled = false;
-    manager
-        ->subscribe<Signal>([&](Signal const&) {
-            EXPECT_TRUE(comesTrue([&] { return filled.load(); }));
-            manager.reset();
-            ++count;
-        })
-        .reset();
-    for (int i = 0; i < 10; ++i) {
-        manager->notify(Signal(i), Queued);
-    }
-    filled = true;
-    EXPECT_TRUE(comesTrue([&] { return count == 1; }));
 }
 
 TEST(EventMgr, ThrowingHandlerHarmsNoOtherAndIsReportedWithWhereItSubscribed) {
@@ -594,49 +340,6 @@ TEST(CreateEventType, DiffersByKindAndByText) {
     EXPECT_NE(createEventType(Kind::Created, u"mem:/a"),
               createEventType(Kind::Modified, u"mem:/a"));
     EXPECT_NE(createEventType(Kind::Created, u"mem:/a"), createEventType(Kind::Created, u"mem:/b"));
-}
-
-/// Eight threads notify, eight subscribe and disconnect: no handler runs once its connection has
-/// been disconnected. VFS_LONG_TESTS is the time in seconds, for a run with the thread sanitizer.
-TEST(EventMgr, NoHandlerRunsBehindItsDisconnectHoweverManyThreadsNotify) {
-    char const* const asked = std::getenv("VFS_LONG_TESTS");
-    auto const length = std::chrono::milliseconds(asked ? 1000 * std::atoi(asked) : 300);
-    EventMgr manager;
-    std::atomic<bool> ending = false;
-    std::atomic<long> heard = 0;
-    std::atomic<long> late = 0;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([&, i] {
-            while (!ending) {
-                manager.notify(Signal(i, {i % 2 == 0 ? u"even" : u"odd"}),
-                               i == 7 ? Queued : Immediate);
-            }
-        });
-        threads.emplace_back([&, i] {
-            while (!ending) {
-                // What the handler holds is poisoned as soon as disconnect() has returned.
-                auto ended = std::make_unique<bool>(false);
-                bool* const flag = ended.get();
-                auto const connection = manager.subscribe<Signal>(i % 2 == 0 ? u"even" : u"odd",
-                                                                  [&, flag](Signal const&) {
-                                                                      late += *flag ? 1 : 0;
-                                                                      ++heard;
-                                                                  });
-                std::this_thread::yield();
-                connection->disconnect();
-                *ended = true;
-                ended.reset();
-            }
-        });
-    }
-    std::this_thread::sleep_for(length);
-    ending = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_GT(heard, 0);
-    EXPECT_EQ(late, 0);
 }
 
 } // namespace

@@ -1,7 +1,11 @@
 #include <foundation/msg_svc/eventmgr/detail/delivery_queue.hpp>
 
+#include <foundation/core/threads/service_thread.hpp>
 #include <foundation/msg_svc/eventmgr/base_event.hpp>
 
+#include <condition_variable>
+#include <deque>
+#include <mutex>
 #include <utility>
 
 namespace foundation::msg_svc::eventmgr::detail {
@@ -21,6 +25,10 @@ DeliveryQueue::DeliveryQueue(Deliver deliver)
     : state_(std::make_shared<State>(std::move(deliver))) {}
 
 DeliveryQueue::~DeliveryQueue() {
+    end();
+}
+
+void DeliveryQueue::end() {
     bool const onOwnThread = thread_.get_id() == std::this_thread::get_id();
     std::deque<boost::shared_ptr<BaseEvent>> dropped; // destroyed without the lock
     {
@@ -42,7 +50,8 @@ void DeliveryQueue::push(boost::shared_ptr<BaseEvent> event) {
     {
         std::lock_guard const lock(state_->mutex);
         if (!thread_.joinable()) {
-            thread_ = std::thread([state = state_] { work(state); });
+            thread_ = foundation::core::threads::startServiceThread(
+                "vfs-events", [state = state_] { work(state); });
         }
         state_->events.push_back(std::move(event));
     }

@@ -80,7 +80,14 @@ struct EventMgr::Impl {
     explicit Impl(ExceptionProcessor made)
         : processor(std::make_shared<ExceptionProcessor const>(std::move(made))),
           table(std::make_shared<SubscriptionTable>()),
-          queue([known = table](BaseEvent const& event) { deliverTo(*known, event); }) {}
+          queue([known = table, sink = processor](BaseEvent const& event) {
+              try {
+                  deliverTo(*known, event);
+              } catch (...) {
+                  // No handler threw: finding them did. Nobody waits for an answer.
+                  process(*sink, StackTrace());
+              }
+          }) {}
 
     SharedProcessor const processor;
     std::shared_ptr<SubscriptionTable> const table;
@@ -93,7 +100,9 @@ EventMgr::EventMgr() : EventMgr(&logException) {}
 EventMgr::EventMgr(ExceptionProcessor processor)
     : impl_(std::make_unique<Impl>(std::move(processor))) {}
 
-EventMgr::~EventMgr() = default;
+EventMgr::~EventMgr() {
+    impl_->queue.end(); // its handlers may still notify
+}
 
 void EventMgr::deliver(boost::shared_ptr<BaseEvent> const& event, DeliverMode mode) {
     if (mode == DeliverMode::Queued) {

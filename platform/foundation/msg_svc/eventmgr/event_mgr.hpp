@@ -37,11 +37,14 @@ class FOUNDATION_EXPORT EventMgr {
     explicit EventMgr(ExceptionProcessor processor);
     EventMgr(EventMgr const&) = delete;
     EventMgr& operator=(EventMgr const&) = delete;
-    /// Delivers what is queued before it returns; from a handler on the queue's own thread, drops
-    /// it. REQUIRES: nobody notifies any more.
+    /// Delivers what is queued before it returns, with what handlers queue meanwhile. A handler may
+    /// destroy the event manager: those behind it still hear of its event; where that is a queued
+    /// one, the others that are queued are dropped. REQUIRES: handlers aside that this waits for,
+    /// nobody uses it any more.
     ~EventMgr();
 
-    /// Delivers a clone of the event. No exception of a handler arrives here.
+    /// Delivers a clone of the event. No exception of a handler arrives here. Where a queued event
+    /// cannot be delivered, the processor is told with an empty trace.
     template<class Event>
     void notify(Event const& event, DeliverMode mode) {
         deliver(boost::shared_ptr<BaseEvent>(event.clone()), mode);

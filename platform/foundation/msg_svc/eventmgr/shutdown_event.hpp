@@ -1,6 +1,9 @@
 #pragma once
 
+#include <foundation/export.hpp>
 #include <foundation/msg_svc/eventmgr/base_event.hpp>
+
+#include <string>
 
 namespace foundation::msg_svc::eventmgr {
 

@@ -1,8 +1,13 @@
 #pragma once
 
 #include <fl/i18n/ustring.hpp>
+#include <foundation/export.hpp>
 #include <foundation/msg_svc/eventmgr/base_event.hpp>
+#include <foundation/msg_svc/eventmgr/type_information.hpp>
+#include <foundation/storage/events/kind.hpp>
 #include <foundation/storage/events/simple_event_data.hpp>
+
+#include <boost/shared_ptr.hpp>
 
 #include <string>
 

@@ -2,11 +2,8 @@
 
 #include <boost/shared_ptr.hpp>
 
-#include <condition_variable>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 namespace foundation::msg_svc::eventmgr {
@@ -21,14 +18,17 @@ class DeliveryQueue {
   public:
     using Deliver = std::function<void(BaseEvent const&)>;
 
+    /// REQUIRES: what delivers does not throw.
     explicit DeliveryQueue(Deliver deliver);
     DeliveryQueue(DeliveryQueue const&) = delete;
     DeliveryQueue& operator=(DeliveryQueue const&) = delete;
-    /// Waits until all that is queued is delivered. On the delivering thread itself nothing more is
-    /// delivered.
+    /// As end().
     ~DeliveryQueue();
 
     void push(boost::shared_ptr<BaseEvent> event);
+    /// Waits until all that is queued is delivered, with what is pushed by delivering it. On the
+    /// delivering thread itself nothing more is delivered. REQUIRES: nothing is pushed afterwards.
+    void end();
 
   private:
     struct State;

@@ -2,8 +2,10 @@
 
 #include <foundation/export.hpp>
 #include <foundation/msg_svc/eventmgr/connection.hpp>
+#include <foundation/storage/events/kind.hpp>
 #include <foundation/storage/vfs/events/event.hpp>
 #include <foundation/storage/vfs/events/publish_events.hpp>
+#include <foundation/storage/vfs/fwd.hpp>
 
 #include <functional>
 #include <memory>

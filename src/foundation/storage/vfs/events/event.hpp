@@ -2,7 +2,11 @@
 
 #include <foundation/export.hpp>
 #include <foundation/storage/events/event.hpp>
+#include <foundation/storage/events/simple_event_data.hpp>
 #include <foundation/storage/vfs/events/event_data.hpp>
+#include <foundation/storage/vfs/fwd.hpp>
+
+#include <boost/property_tree/ptree.hpp>
 
 #include <string>
 

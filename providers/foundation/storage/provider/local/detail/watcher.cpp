@@ -1,8 +1,8 @@
 #include <foundation/storage/provider/local/detail/watcher.hpp>
 
-#include <csignal>
+#include <foundation/core/threads/service_thread.hpp>
+
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <utility>
@@ -26,22 +26,6 @@ constexpr unsigned mostBatches = 64;
 constexpr int waitForMemory = 10; // milliseconds
 /// The room for reports that is kept between batches.
 constexpr std::size_t reportsKept = 4096;
-
-/// The signals of a program are not for a thread of a library.
-class BlockedSignals {
-  public:
-    BlockedSignals() noexcept {
-        sigset_t all;
-        ::sigfillset(&all);
-        ::pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    BlockedSignals(BlockedSignals const&) = delete;
-    BlockedSignals& operator=(BlockedSignals const&) = delete;
-    ~BlockedSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-  private:
-    sigset_t before_{};
-};
 
 } // namespace
 
@@ -80,9 +64,8 @@ int Watcher::begin(std::shared_ptr<WatchPublication> const& publication) {
             return error;
         }
         if (!thread_.joinable()) {
-            BlockedSignals const blocked;
-            thread_ = std::thread([self = shared_from_this()] { self->run(); });
-            ::pthread_setname_np(thread_.native_handle(), "vfs-watch");
+            thread_ = foundation::core::threads::startServiceThread(
+                "vfs-watch", [self = shared_from_this()] { self->run(); });
         }
         if (publication->isLost) {
             translator_.concern(*publication);
