@@ -68,8 +68,18 @@ class EitherSystem {
         if (pluggable_) {
             pluggable_->registerPhysicalProvider(scheme, std::move(build));
         } else {
-            backed_->registerProviderFactory(scheme,
-                                             std::make_shared<FunctionFactory>(std::move(build)));
+            serve(scheme, std::make_shared<FunctionFactory>(std::move(build)));
+        }
+    }
+    /// Only a factory-backed system shuts the factory down.
+    void serve(std::string const& scheme,
+               std::shared_ptr<provider::PhysicalProviderFactory> const& factory) const {
+        if (pluggable_) {
+            pluggable_->registerPhysicalProvider(scheme, [factory, scheme] {
+                return factory->buildProvider(StorageIRI(fl::i18n::to_ustring(scheme + ":/")));
+            });
+        } else {
+            backed_->registerProviderFactory(scheme, factory);
         }
     }
     void serveInside(std::string const& scheme, ItemBuilder build) const {
