@@ -44,7 +44,15 @@ Times measured(Contender const& contender) {
     double const before = processorSeconds();
     contender.work();
     double const after = processorSeconds();
-    return {after - before, std::chrono::duration<double>(Clock::now() - begin).count()};
+    Times const times{after - before, std::chrono::duration<double>(Clock::now() - begin).count()};
+    if (contender.finish) {
+        contender.finish();
+    }
+    return times;
+}
+
+double Times::*timeFor(Time time) {
+    return time == Time::Elapsed ? &Times::elapsed : &Times::processor;
 }
 
 double median(std::vector<double> values) {
@@ -105,11 +113,11 @@ void hold(Contest const& contest) {
         std::printf("%-32s %10.1f %10.1f %7.2f", contender.name.c_str(),
                     medianTime(results[i], &Times::processor) / contest.unitSeconds,
                     medianTime(results[i], &Times::elapsed) / contest.unitSeconds,
-                    medianRatio(results[i], results[0], &Times::processor));
+                    medianRatio(results[i], results[0], timeFor(contest.ratios)));
         for (Goal const& goal : contender.goals) {
             bool const elapsed = goal.time == Time::Elapsed;
-            double const ratio = medianRatio(results[i], resultsOf(goal.against),
-                                             elapsed ? &Times::elapsed : &Times::processor);
+            double const ratio =
+                medianRatio(results[i], resultsOf(goal.against), timeFor(goal.time));
             std::printf("   %.2f of %s%s, at most %.2f: %s", ratio, goal.against.c_str(),
                         elapsed ? ", elapsed" : "", goal.ratio,
                         ratio <= goal.ratio ? "met" : "missed");
