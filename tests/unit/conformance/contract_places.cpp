@@ -50,10 +50,8 @@ conformance::Place memoryPlace() {
 
 conformance::Place localPlace() {
     auto const folder = std::make_shared<TemporaryFolder>();
-    return {provider::local::buildLocalProvider(),
-            provider::fromLocalPath(folder->path()),
-            {},
-            folder};
+    return {
+        provider::local::buildLocalProvider(), provider::fromLocalPath(folder->path()), {}, folder};
 }
 
 } // namespace conformance_test

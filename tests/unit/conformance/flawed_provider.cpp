@@ -16,7 +16,8 @@ class FlawedProvider : public foundation::storage::conformance::ProviderDecorato
         try {
             ProviderDecorator::createFile(location);
         } catch (Exception const& e) {
-            if (is(Flaw::ErrorCodeSwapped) && e.getErrorCode() == ErrorCode::ResourceAlreadyExists) {
+            if (is(Flaw::ErrorCodeSwapped) &&
+                e.getErrorCode() == ErrorCode::ResourceAlreadyExists) {
                 throw Exception(ErrorCode::InvalidLocation, e.getStorageIRI());
             }
             throw;
@@ -48,8 +49,8 @@ class FlawedProvider : public foundation::storage::conformance::ProviderDecorato
 } // namespace
 
 std::shared_ptr<IProvider> buildFlawedProvider(Flaw flaw) {
-    return foundation::storage::conformance::decorate<FlawedProvider>(
-        memory::buildMemoryProvider(), flaw);
+    return foundation::storage::conformance::decorate<FlawedProvider>(memory::buildMemoryProvider(),
+                                                                      flaw);
 }
 
 } // namespace conformance_test

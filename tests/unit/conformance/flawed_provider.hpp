@@ -10,7 +10,7 @@ namespace conformance_test {
 /// What is wrong with a provider.
 enum class Flaw : std::uint32_t {
     None,
-    ErrorCodeSwapped,       ///< createFile over something says InvalidLocation
+    ErrorCodeSwapped,        ///< createFile over something says InvalidLocation
     MissingFileIsAnotherOne, ///< removeFile of what is missing names the folder
 };
 

@@ -9,8 +9,9 @@ namespace {
 
 using namespace foundation::storage::conformance;
 
-int const memoryTests = registerContractTests(
-    {.name = "Memory", .makePlace = conformance_test::memoryPlace, .unsupported = Ability::Flushing});
+int const memoryTests = registerContractTests({.name = "Memory",
+                                               .makePlace = conformance_test::memoryPlace,
+                                               .unsupported = Ability::Flushing});
 
 int const localTests = registerContractTests(
     {.name = "Local", .makePlace = conformance_test::localPlace, .unsupported = Ability::Flushing});

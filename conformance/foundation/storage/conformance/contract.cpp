@@ -19,7 +19,8 @@ using detail::Case;
 using detail::Family;
 
 std::array const families = {&detail::declarationFamily, &detail::existenceFamily,
-                             &detail::fileFamily};
+                             &detail::fileFamily,        &detail::refusalFamily,
+                             &detail::nameFamily,        &detail::folderFamily};
 
 Case const& findCase(std::string_view name) {
     std::size_t const dot = name.find('.');

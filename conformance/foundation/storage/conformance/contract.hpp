@@ -84,9 +84,9 @@ FOUNDATION_EXPORT std::ostream& operator<<(std::ostream& out, Report const& repo
 /// The names of all cases, as `Family.WhatIsPromised`.
 FOUNDATION_EXPORT std::vector<std::string> allCases();
 
-/// Why a case does not apply: it needs what the contract declares unsupported, or checks the refusal
-/// of what is supported. Nothing where it applies. Throws std::out_of_range where there is no such
-/// case.
+/// Why a case does not apply: it needs what the contract declares unsupported, or checks the
+/// refusal of what is supported. Nothing where it applies. Throws std::out_of_range where there is
+/// no such case.
 FOUNDATION_EXPORT std::optional<std::string> whyLeftOut(Contract const& contract,
                                                         std::string_view caseName);
 

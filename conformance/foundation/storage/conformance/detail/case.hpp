@@ -27,5 +27,8 @@ struct Family {
 Family declarationFamily();
 Family existenceFamily();
 Family fileFamily();
+Family refusalFamily();
+Family nameFamily();
+Family folderFamily();
 
 } // namespace foundation::storage::conformance::detail

@@ -57,8 +57,7 @@ std::string textOf(unsigned long value) {
 
 std::string textOf(ustring const& value) {
     std::string const text = '"' + fl::i18n::toDisplayString(value.substr(0, 120)) + '"';
-    return value.size() <= 120 ? text
-                               : text + "... of " + std::to_string(value.size()) + " units";
+    return value.size() <= 120 ? text : text + "... of " + std::to_string(value.size()) + " units";
 }
 
 std::string textOf(std::string const& value) {

@@ -133,9 +133,8 @@ std::vector<FolderEntry> Trial::entries(ListingCall listing, ustring const& path
             abandon("a listing of " + textOf(path) + " does not end");
         }
     }
-    std::sort(result.begin(), result.end(), [](FolderEntry const& a, FolderEntry const& b) {
-        return a.getName() < b.getName();
-    });
+    std::sort(result.begin(), result.end(),
+              [](FolderEntry const& a, FolderEntry const& b) { return a.getName() < b.getName(); });
     return result;
 }
 

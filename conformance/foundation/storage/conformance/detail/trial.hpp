@@ -24,7 +24,7 @@ namespace foundation::storage::conformance::detail {
 // What the cases are written in.
 using namespace foundation::storage::provider;
 using ListingCall = std::unique_ptr<IFolderEntryIterator> (IProvider::*)(StorageIRI const&,
-                                                                     ustring const&) const;
+                                                                         ustring const&) const;
 using Call = std::function<void()>;
 
 inline constexpr ReplacementPolicy allPolicies[] = {
@@ -39,8 +39,8 @@ inline bool replaces(ReplacementPolicy policy) {
 /// Thrown to end a case whose remark says all there is to say.
 struct Abandoned {};
 
-/// One run of one case: a place, ways to arrange what is in it, and checks, which note what is wrong
-/// and go on. For one thread, but for the provider itself.
+/// One run of one case: a place, ways to arrange what is in it, and checks, which note what is
+/// wrong and go on. For one thread, but for the provider itself.
 class Trial {
   public:
     Trial(Contract const& contract, Place place, std::vector<std::string>& remarks);
@@ -83,7 +83,8 @@ class Trial {
     /// The entries in the order of their names' units.
     std::vector<FolderEntry> entries(ListingCall listing, ustring const& path,
                                      ustring const& filter = {}) const;
-    std::vector<ustring> names(ustring const& path, ListingCall listing = &IProvider::listAllNamesOnly,
+    std::vector<ustring> names(ustring const& path,
+                               ListingCall listing = &IProvider::listAllNamesOnly,
                                ustring const& filter = {}) const;
     CopyStatus copy(ustring const& from, ustring const& to,
                     ReplacementPolicy policy = ReplacementPolicy::FailIfExists) const;
@@ -121,8 +122,7 @@ class Trial {
         } catch (...) {
             text = "a failure of another kind, " + textOfCurrentException() + ",";
         }
-        return expect(false,
-                      std::string(what) + " gave " + text + " instead of " + textOf(code));
+        return expect(false, std::string(what) + " gave " + text + " instead of " + textOf(code));
     }
 
   private:
