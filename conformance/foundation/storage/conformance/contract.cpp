@@ -18,9 +18,10 @@ namespace {
 using detail::Case;
 using detail::Family;
 
-std::array const families = {&detail::declarationFamily, &detail::existenceFamily,
-                             &detail::fileFamily,        &detail::refusalFamily,
-                             &detail::nameFamily,        &detail::folderFamily};
+std::array const families = {
+    &detail::declarationFamily, &detail::existenceFamily, &detail::fileFamily,
+    &detail::refusalFamily,     &detail::nameFamily,      &detail::folderFamily,
+    &detail::streamFamily,      &detail::openingFamily,   &detail::replacementFamily};
 
 Case const& findCase(std::string_view name) {
     std::size_t const dot = name.find('.');

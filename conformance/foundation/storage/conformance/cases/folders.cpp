@@ -230,7 +230,8 @@ constexpr Case cases[] = {
          t.makeFile(u"tree ");
          t.provider().removeFolderRecursively(t.at(u"tree"));
          t.expectGone(u"tree");
-         for (ustring const path : {u"tree2/file", u"tre/file", u"tree.d/file", u"tree!", u"tree "}) {
+         for (ustring const path :
+              {u"tree2/file", u"tre/file", u"tree.d/file", u"tree!", u"tree "}) {
              t.expectEqual("exists of " + textOf(path), t.exists(path), ExistsResult::File);
          }
      },

@@ -39,8 +39,7 @@ void expectUsable(Trial& t, std::vector<ustring> names) {
     std::sort(names.begin(), names.end());
     t.expectEqual("the names of a folder with " + textOf(names), t.names({}), names);
     for (ustring const& name : names) {
-        t.expectDone("removeFile of " + textOf(name),
-                     [&] { t.provider().removeFile(t.at(name)); });
+        t.expectDone("removeFile of " + textOf(name), [&] { t.provider().removeFile(t.at(name)); });
         t.expectGone(name);
     }
 }
@@ -131,7 +130,10 @@ constexpr Case cases[] = {
      },
      forNames},
     {"LinesMayBreakInNames",
-     [](Trial& t) { expectUsable(t, {u"\n", u"a\nb", u"a\r\nb", u"\r", u"a\n"}); }, forNames},
+     [](Trial& t) {
+         expectUsable(t, {u"\n", u"a\nb", u"a\r\nb", u"\r", u"a\n"});
+     },
+     forNames},
     {"DotsAreNoStepsInLongerNames",
      [](Trial& t) {
          expectUsable(t, {u"...", u"....", u".a", u"a.", u"..a", u"a..", u".. ", u" .", u". ",
@@ -156,9 +158,14 @@ constexpr Case cases[] = {
      },
      FolderCreation | forNames},
     {"BackslashesAreNoSlashes",
-     [](Trial& t) { expectUsable(t, {u"\\", u"a\\b", u"C:\\", u"..\\a", u"\\\\host"}); }, forNames},
+     [](Trial& t) {
+         expectUsable(t, {u"\\", u"a\\b", u"C:\\", u"..\\a", u"\\\\host"});
+     },
+     forNames},
     {"WildcardsAreCharacters",
-     [](Trial& t) { expectUsable(t, {u"*", u"a*", u"**", u"?x", u"[ab]", u"{a,b}", u"a?b*"}); },
+     [](Trial& t) {
+         expectUsable(t, {u"*", u"a*", u"**", u"?x", u"[ab]", u"{a,b}", u"a?b*"});
+     },
      forNames},
     {"ShellsMeanNothing",
      [](Trial& t) {
@@ -190,7 +197,9 @@ constexpr Case cases[] = {
      },
      forNames},
     {"NoncharactersAreKept",
-     [](Trial& t) { expectUsable(t, {u"\uffff", u"\ufffe", u"\ufdd0", u"\U0001FFFF", u"\ufffd"}); },
+     [](Trial& t) {
+         expectUsable(t, {u"\uffff", u"\ufffe", u"\ufdd0", u"\U0001FFFF", u"\ufffd"});
+     },
      forNames},
     {"ComposedAndDecomposedNamesAreTwo",
      [](Trial& t) {
@@ -282,8 +291,8 @@ constexpr Case cases[] = {
      FolderCreation | forNames},
     {"ListedNamesLeadBackToTheirItems",
      [](Trial& t) {
-         for (ustring const name : {u"a b", u"100%", u"a?b#c", u"x!", u"\u00fc", u"\U0001F600",
-                                    u"a:b", u"%41"}) {
+         for (ustring const name :
+              {u"a b", u"100%", u"a?b#c", u"x!", u"\u00fc", u"\U0001F600", u"a:b", u"%41"}) {
              t.makeFile(name);
          }
          t.makeFile(raw({0xFF, 'a'}));

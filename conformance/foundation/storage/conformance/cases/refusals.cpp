@@ -17,9 +17,8 @@ using Kind = DeclaredItem::Kind;
 /// The path of something of this kind that is there; of nothing where there is none.
 ustring some(Trial& t, Kind kind) {
     auto const& content = t.content();
-    auto const found = std::find_if(content.begin(), content.end(), [&](DeclaredItem const& item) {
-        return item.kind == kind;
-    });
+    auto const found = std::find_if(content.begin(), content.end(),
+                                    [&](DeclaredItem const& item) { return item.kind == kind; });
     return found != content.end() ? found->path : ustring(u"not here");
 }
 StorageIRI someFile(Trial& t) {
@@ -35,8 +34,8 @@ void expectUnsupported(Trial& t, Ability ability, std::string_view what, Call co
     try {
         call();
     } catch (Exception const& e) {
-        bool const readOnly = changingAbilities.contains(ability) &&
-                              e.getErrorCode() == ErrorCode::ReadOnlyProvider;
+        bool const readOnly =
+            changingAbilities.contains(ability) && e.getErrorCode() == ErrorCode::ReadOnlyProvider;
         t.expect(readOnly || e.getErrorCode() == ErrorCode::UnsupportedOperation,
                  std::string(what) + " is declared unsupported, and gave " +
                      textOfCurrentException() + " instead of UnsupportedOperation");
@@ -62,8 +61,7 @@ void expectNoEvents(Trial& t, std::string_view what, Call const& call) {
 
 /// Whether a listing with a filter that nothing matches is shorter than one without.
 bool filters(Trial& t, ListingCall listing) {
-    return !t.names({}, listing).empty() &&
-           t.names({}, listing, u"nothing has this name").empty();
+    return !t.names({}, listing).empty() && t.names({}, listing, u"nothing has this name").empty();
 }
 
 constexpr Case cases[] = {
@@ -194,9 +192,7 @@ constexpr Case cases[] = {
          StorageIRI const folder = someFolder(t);
          t.expectRefused(
              "moveFolder onto itself",
-             [&] {
-                 t.provider().moveFolder(folder, folder, ReplacementPolicy::ReplaceExisting);
-             },
+             [&] { t.provider().moveFolder(folder, folder, ReplacementPolicy::ReplaceExisting); },
              ErrorCode::InvalidLocation, folder);
      },
      {},
@@ -251,8 +247,7 @@ constexpr Case cases[] = {
                           " filters, though FlatWildcards is declared unsupported");
          }
      },
-     Ability::Listing,
-     Ability::FlatWildcards},
+     Ability::Listing, Ability::FlatWildcards},
     {"RecursiveWildcards",
      [](Trial& t) {
          t.content();
@@ -262,16 +257,14 @@ constexpr Case cases[] = {
                           " filters, though RecursiveWildcards is declared unsupported");
          }
      },
-     Ability::RecursiveListing,
-     Ability::RecursiveWildcards},
+     Ability::RecursiveListing, Ability::RecursiveWildcards},
     {"ChangeEvents",
      [](Trial& t) {
          ChangeKinds const kinds{events::Kind::Created};
          auto const callback = [](events::Kind const&, StorageIRI const&, StorageIRI const&,
                                   events::EntryType const&, boost::property_tree::ptree) {};
-         expectNoEvents(t, "publishFileEvents", [&] {
-             t.provider().publishFileEvents(someFile(t), callback, kinds);
-         });
+         expectNoEvents(t, "publishFileEvents",
+                        [&] { t.provider().publishFileEvents(someFile(t), callback, kinds); });
          expectNoEvents(t, "publishFolderEvents", [&] {
              t.provider().publishFolderEvents(someFolder(t), callback, kinds,
                                               RecursiveFileWatching::NonRecursive);

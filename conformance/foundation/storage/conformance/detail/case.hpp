@@ -30,5 +30,8 @@ Family fileFamily();
 Family refusalFamily();
 Family nameFamily();
 Family folderFamily();
+Family streamFamily();
+Family openingFamily();
+Family replacementFamily();
 
 } // namespace foundation::storage::conformance::detail
