@@ -21,7 +21,8 @@ using detail::Family;
 std::array const families = {
     &detail::declarationFamily, &detail::existenceFamily, &detail::fileFamily,
     &detail::refusalFamily,     &detail::nameFamily,      &detail::folderFamily,
-    &detail::streamFamily,      &detail::openingFamily,   &detail::replacementFamily};
+    &detail::streamFamily,      &detail::openingFamily,   &detail::replacementFamily,
+    &detail::listingFamily,     &detail::cursorFamily,    &detail::treeFamily};
 
 Case const& findCase(std::string_view name) {
     std::size_t const dot = name.find('.');

@@ -61,9 +61,8 @@ constexpr Case cases[] = {
              }
          }
          t.expectRefused(
-             "openReadOnlyStream of the place",
-             [&] { t.provider().openReadOnlyStream(t.at({})); }, ErrorCode::InvalidLocation,
-             t.at({}));
+             "openReadOnlyStream of the place", [&] { t.provider().openReadOnlyStream(t.at({})); },
+             ErrorCode::InvalidLocation, t.at({}));
      },
      Reading},
     {"NothingIsReadBelowAFile",
@@ -94,8 +93,8 @@ constexpr Case cases[] = {
      Writing},
     {"WhatIsMadeIsThereAtOnce",
      [](Trial& t) {
-         auto const stream = t.provider().openStream(
-             t.at(u"file"), {ByteStreamAccess::WriteOnly, orCreate, 0, 1});
+         auto const stream =
+             t.provider().openStream(t.at(u"file"), {ByteStreamAccess::WriteOnly, orCreate, 0, 1});
          stream->close();
          t.expectFile(u"file", "");
      },

@@ -1,4 +1,5 @@
-// extensions::IReplacingStreams: under the final name stands the old content or the complete new one.
+// extensions::IReplacingStreams: under the final name stands the old content or the complete new
+// one.
 
 #include <foundation/storage/conformance/detail/case.hpp>
 #include <foundation/storage/conformance/detail/trial.hpp>
@@ -165,8 +166,8 @@ constexpr Case cases[] = {
      [](Trial& t) {
          auto const stream = openReplacement(t, u"file", ReplacementPolicy::FailIfExists);
          stream->close();
-         t.expectStreamFailure<ByteStreamCloseFailure>("close once more", [&] { stream->close(); },
-                                                       ErrorCode::InternalError);
+         t.expectStreamFailure<ByteStreamCloseFailure>(
+             "close once more", [&] { stream->close(); }, ErrorCode::InternalError);
          t.expectStreamFailure<ByteStreamWriteFailure>(
              "write behind close", [&] { stream->write("x", 1); }, ErrorCode::InternalError);
          t.expectFile(u"file", "");

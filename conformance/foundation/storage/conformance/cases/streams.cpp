@@ -16,12 +16,24 @@ using Kind = DeclaredItem::Kind;
 
 // The buffer that the system puts before a stream, and other sizes at which blocks end.
 constexpr long bufferSize = 131'072;
-constexpr long pieces[] = {1,      2,          3,
-                           7,      511,        512,
-                           513,    4095,       4096,
-                           4097,   65'535,     65'536,
-                           65'537, bufferSize - 1, bufferSize,
-                           bufferSize + 1, 2 * bufferSize, 2 * bufferSize + 1,
+constexpr long pieces[] = {1,
+                           2,
+                           3,
+                           7,
+                           511,
+                           512,
+                           513,
+                           4095,
+                           4096,
+                           4097,
+                           65'535,
+                           65'536,
+                           65'537,
+                           bufferSize - 1,
+                           bufferSize,
+                           bufferSize + 1,
+                           2 * bufferSize,
+                           2 * bufferSize + 1,
                            1'000'000};
 constexpr std::size_t sizes[] = {1,          4095,           4096,           4097,
                                  65'535,     65'536,         65'537,         bufferSize - 1,
@@ -64,13 +76,14 @@ std::string readPiece(ByteStream& stream, long count) {
 
 void expectUseless(Trial& t, ByteStream& stream, std::string const& when, ErrorCode code) {
     char byte = 0;
-    t.expectStreamFailure<ByteStreamReadFailure>("read " + when, [&] { stream.read(&byte, 1); },
-                                                 code);
-    t.expectStreamFailure<ByteStreamWriteFailure>("write " + when, [&] { stream.write(&byte, 1); },
-                                                  code);
+    t.expectStreamFailure<ByteStreamReadFailure>(
+        "read " + when, [&] { stream.read(&byte, 1); }, code);
+    t.expectStreamFailure<ByteStreamWriteFailure>(
+        "write " + when, [&] { stream.write(&byte, 1); }, code);
     t.expectStreamFailure<ByteStreamSeekFailure>(
         "seek " + when, [&] { stream.seek(0, ios_base::beg); }, code);
-    t.expectStreamFailure<ByteStreamCloseFailure>("close " + when, [&] { stream.close(); }, code);
+    t.expectStreamFailure<ByteStreamCloseFailure>(
+        "close " + when, [&] { stream.close(); }, code);
 }
 
 constexpr Case cases[] = {
@@ -97,8 +110,8 @@ constexpr Case cases[] = {
          for (long const piece : pieces) {
              if (piece >= 512) {
                  auto const stream = openToRead(t, u"file");
-                 t.expectEqual("reading in pieces of " + textOf(piece),
-                               readAll(t, *stream, piece), bytes);
+                 t.expectEqual("reading in pieces of " + textOf(piece), readAll(t, *stream, piece),
+                               bytes);
              }
          }
      },
@@ -457,9 +470,9 @@ constexpr Case cases[] = {
      [](Trial& t) {
          t.makeFile(u"file", "old");
          for (std::string const content : {"a", "longer", "b"}) {
-             auto const stream = t.provider().openStream(
-                 t.at(u"file"),
-                 {ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenExisting, 0, 1});
+             auto const stream =
+                 t.provider().openStream(t.at(u"file"), {ByteStreamAccess::WriteOnly,
+                                                         ByteStreamCreation::OpenExisting, 0, 1});
              write(*stream, content);
              stream->close();
              t.expectFile(u"file", content);

@@ -33,5 +33,8 @@ Family folderFamily();
 Family streamFamily();
 Family openingFamily();
 Family replacementFamily();
+Family listingFamily();
+Family cursorFamily();
+Family treeFamily();
 
 } // namespace foundation::storage::conformance::detail
