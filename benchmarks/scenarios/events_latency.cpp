@@ -11,6 +11,7 @@
 #include <semaphore>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -22,9 +23,11 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int writes = 2'000;
 constexpr double goal = 12; // microseconds
-/// Between writes, so that each one meets a reader that sleeps, and no burst is seen in them. The
-/// writer is busy meanwhile: what else ran would leave its own in the caches.
+/// Between writes, so that each one meets a reader that sleeps, and no burst is seen in them.
 constexpr std::chrono::microseconds pause{400};
+/// What the writer does meanwhile. Where it sleeps, whatever else runs on the machine leaves its
+/// own in the caches, and the processor may sleep as well.
+enum class Meanwhile { Busy, Asleep };
 constexpr std::chrono::seconds tooLong{10};
 
 /// A file in a folder that is watched, and how soon each write was told.
@@ -59,8 +62,12 @@ class Delays {
         };
     }
 
-    void write() {
-        for (auto const end = Clock::now() + pause; Clock::now() < end;) {
+    void write(Meanwhile meanwhile) {
+        if (meanwhile == Meanwhile::Asleep) {
+            std::this_thread::sleep_for(pause);
+        }
+        for (auto const end = Clock::now() + pause;
+             meanwhile == Meanwhile::Busy && Clock::now() < end;) {
         }
         awaited_ = true;
         Clock::time_point const begin = Clock::now();
@@ -111,7 +118,7 @@ void runThreadsOn(cpu_set_t const& processors) {
     }
 }
 
-void takeTurns(std::vector<Delays*> const& all) {
+void takeTurns(std::vector<Delays*> const& all, Meanwhile meanwhile) {
     for (int number = -100; number < writes; ++number) {
         if (number == 0) {
             for (Delays* const delays : all) {
@@ -119,7 +126,7 @@ void takeTurns(std::vector<Delays*> const& all) {
             }
         }
         for (std::size_t turn = 0; turn < all.size(); ++turn) {
-            all[(turn + static_cast<std::size_t>(number + 100)) % all.size()]->write();
+            all[(turn + static_cast<std::size_t>(number + 100)) % all.size()]->write(meanwhile);
         }
     }
 }
@@ -170,10 +177,12 @@ void holdChangeLatency(Workplace const& place) {
     CPU_ZERO(&here);
     CPU_SET(static_cast<std::size_t>(::sched_getcpu()), &here);
     runThreadsOn(here);
-    takeTurns(all);
+    takeTurns(all, Meanwhile::Busy);
     print("on one processor", all, &ours);
+    takeTurns(all, Meanwhile::Asleep);
+    print("on one processor that was left in between", all, nullptr);
     runThreadsOn(everywhere);
-    takeTurns(all);
+    takeTurns(all, Meanwhile::Busy);
     print("on all processors", all, nullptr);
 #ifndef WITH_GIO
     std::printf("GFileMonitor: left out, this was built without GIO\n");

@@ -51,8 +51,10 @@ class Subscribed {
 } // namespace
 
 void holdManySubscribers(Workplace const& place) {
+    constexpr std::size_t subscribers = 1'000;
     std::vector<vfs::AbsoluteIRI> folders;
-    for (int number = 0; number < 1'000; ++number) {
+    folders.reserve(subscribers);
+    for (std::size_t number = 0; number < subscribers; ++number) {
         folders.emplace_back(place.folder.getLocation(),
                              fl::i18n::to_ustring("folder-" + std::to_string(number)));
     }
