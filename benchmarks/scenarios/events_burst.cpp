@@ -87,7 +87,9 @@ void showDifference(Items const& known, Items const& there) {
 
 Result run(Workplace const& place, unsigned seed) {
     std::filesystem::path const root = place.path / "burst";
+    std::filesystem::path const outside = place.path / "burst-outside";
     std::filesystem::create_directory(root);
+    std::filesystem::create_directory(outside);
     vfs::Folder const folder(place.folder, u"burst");
     Picture picture(folder);
     std::atomic<std::size_t> told = 0;
@@ -108,7 +110,7 @@ Result run(Workplace const& place, unsigned seed) {
     picture.look();
 
     Result result{};
-    RandomChanges random(root, seed);
+    RandomChanges random(root, outside, seed);
     auto const begin = Clock::now();
     std::size_t rest = burst;
     for (std::size_t done = 0; done < changes;) {
@@ -135,6 +137,7 @@ Result run(Workplace const& place, unsigned seed) {
     result.overflows = picture.overflows();
     result.items = there.size();
     std::filesystem::remove_all(root);
+    std::filesystem::remove_all(outside);
     return result;
 }
 

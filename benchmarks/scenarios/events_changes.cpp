@@ -60,8 +60,9 @@ std::size_t removeAll(std::string const& path) {
 
 } // namespace
 
-RandomChanges::RandomChanges(std::string root, unsigned seed)
+RandomChanges::RandomChanges(std::string root, std::string outside, unsigned seed)
     : root_(std::move(root)),
+      outside_(std::move(outside)),
       random_(seed) {}
 
 unsigned RandomChanges::anyBelow(unsigned end) {
@@ -83,6 +84,10 @@ std::string RandomChanges::anyFolder(unsigned most) {
 
 std::string RandomChanges::anyFile() {
     return anyFolder(deepest) + "/f" + std::to_string(anyBelow(fileNames));
+}
+
+std::string RandomChanges::anyFolderOutside() {
+    return outside_ + "/d" + std::to_string(anyBelow(folderNames));
 }
 
 std::size_t RandomChanges::tryOne() {
@@ -108,9 +113,20 @@ std::size_t RandomChanges::tryOne() {
         std::string const path = anyFolderBelowRoot();
         return changed(::mkdir(path.c_str(), 0755), path);
     }
-    if (what < 997) {
+    if (what < 980) {
         std::string const path = anyFolderBelowRoot();
         return changed(std::rename(path.c_str(), anyFolderBelowRoot().c_str()), path);
+    }
+    if (what < 987) {
+        std::string const path = anyFolderBelowRoot();
+        return changed(std::rename(path.c_str(), anyFolderOutside().c_str()), path);
+    }
+    if (what < 996) {
+        std::string const path = anyFolderOutside();
+        return changed(std::rename(path.c_str(), anyFolderBelowRoot().c_str()), path);
+    }
+    if (what < 997) {
+        return removeAll(anyFolderOutside());
     }
     return removeAll(anyFolderBelowRoot());
 }
