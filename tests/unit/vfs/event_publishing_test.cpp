@@ -66,6 +66,9 @@ TEST_P(EventPublishing, AsksTheProviderOnceForTheResourceAndTheKinds) {
 TEST_P(EventPublishing, EveryValueButNoIsRecursive) {
     publishEventsFor(folder(), kinds, static_cast<WithRecursiveChangeEvents>(2));
     EXPECT_EQ(published.back().recursive, provider::RecursiveFileWatching::Recursive);
+    EXPECT_EQ(
+        codeOf([&] { publishEventsFor(file(), kinds, static_cast<WithRecursiveChangeEvents>(2)); }),
+        ErrorCode::InvalidLocation);
 }
 
 TEST_P(EventPublishing, WithoutAnEventManagerTheProviderIsNotAsked) {
