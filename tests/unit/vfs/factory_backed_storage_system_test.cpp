@@ -273,27 +273,27 @@ TEST_F(FactoryBackedStorageSystem, FactoryMayDropItselfWhileItShutsDown) {
 }
 
 TEST_F(FactoryBackedStorageSystem, FactoryThatIsDroppedMeanwhileIsNotShutDown) {
-    addPhysical("aa")->onShutdown = [&] {
-        system->unregisterFactory("bb");
-        system->unregisterFactory("xx");
-    };
+    addPhysical("aa")->onShutdown = [&] { system->unregisterFactory("bb"); };
     addPhysical("bb");
     addPhysical("cc");
-    addContainer("xx");
-    addContainer("yy")->onShutdown = [&] { system->unregisterFactory("zz"); };
+    addContainer("xx")->onShutdown = [&] { system->unregisterFactory("yy"); };
+    addContainer("yy");
     addContainer("zz");
     shutdown();
-    EXPECT_EQ(log, (Log{"aa shuts down", "cc shuts down", "in yy shuts down"}));
+    EXPECT_EQ(log, (Log{"aa shuts down", "cc shuts down", "in xx shuts down", "in zz shuts down"}));
 }
 
 TEST_F(FactoryBackedStorageSystem, FactoryThatIsAddedMeanwhileIsShutDownIfItsTurnIsToCome) {
     addPhysical("bb")->onShutdown = [&] {
         addPhysical("aa");
         addPhysical("cc");
+    };
+    addContainer("yy")->onShutdown = [&] {
         addContainer("xx");
+        addContainer("zz");
     };
     shutdown();
-    EXPECT_EQ(log, (Log{"bb shuts down", "cc shuts down", "in xx shuts down"}));
+    EXPECT_EQ(log, (Log{"bb shuts down", "cc shuts down", "in yy shuts down", "in zz shuts down"}));
 }
 
 TEST_F(FactoryBackedStorageSystem, FactoryThatIsReplacedMeanwhileIsNotShutDownButTheNewOneIs) {

@@ -18,8 +18,11 @@ namespace foundation::storage::vfs {
 ///
 /// Schemes compare exactly, case included. Everything is safe on any number of threads; a factory
 /// runs with its table locked, so a slow one holds up the others. From inside, while it builds or
-/// shuts down, it may register and drop factories, itself too. REQUIRES: it does not destroy the
-/// system.
+/// shuts down, it may register and drop factories, itself too.
+///
+/// REQUIRES of factories: from inside, those of whole schemes leave container factories alone, as a
+/// thread that builds inside an item locks the two tables in the opposite order; and none destroys
+/// the system.
 class FOUNDATION_EXPORT ProviderFactoryBackedStorageSystem : public StorageSystem {
   public:
     /// Without an event manager no shutdown reaches the factories.
