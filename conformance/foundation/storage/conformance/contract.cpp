@@ -22,7 +22,8 @@ std::array const families = {
     &detail::declarationFamily, &detail::existenceFamily, &detail::fileFamily,
     &detail::refusalFamily,     &detail::nameFamily,      &detail::folderFamily,
     &detail::streamFamily,      &detail::openingFamily,   &detail::replacementFamily,
-    &detail::listingFamily,     &detail::cursorFamily,    &detail::treeFamily};
+    &detail::listingFamily,     &detail::cursorFamily,    &detail::treeFamily,
+    &detail::attributeFamily,   &detail::copyFamily,      &detail::moveFamily};
 
 Case const& findCase(std::string_view name) {
     std::size_t const dot = name.find('.');

@@ -20,7 +20,8 @@ class LocalSmallCopies : public LocalProviderTest {
     }
 
     /// The sizes of the copies, and "left" for what was left.
-    std::vector<std::string> copyAll(std::vector<ustring> const& names, std::string_view from = "from",
+    std::vector<std::string> copyAll(std::vector<ustring> const& names,
+                                     std::string_view from = "from",
                                      std::string_view to = "to") const {
         std::vector<SmallFileCopy> files;
         files.reserve(names.size());

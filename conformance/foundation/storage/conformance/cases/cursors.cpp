@@ -117,8 +117,9 @@ constexpr Case cases[] = {
              Names names;
              while (cursor->hasNext() && names.size() <= entryCount) {
                  for (int time = 0; time < 5; ++time) {
-                     t.expect(cursor->hasNext(), std::string(listing.name) +
-                                                     ": hasNext once more gave false instead of true");
+                     t.expect(cursor->hasNext(),
+                              std::string(listing.name) +
+                                  ": hasNext once more gave false instead of true");
                  }
                  cursor->advance();
                  names.push_back(cursor->currentEntry().getName());
@@ -163,7 +164,8 @@ constexpr Case cases[] = {
      [](Trial& t) {
          withEachListing(t, [&](NamedListing const& listing) {
              Cursor const cursor = cursorOver(t, listing.list);
-             t.expect(!cursor->hasNext(), std::string(listing.name) + " of an empty folder has more");
+             t.expect(!cursor->hasNext(),
+                      std::string(listing.name) + " of an empty folder has more");
              t.expect(!cursor->hasNext(),
                       std::string(listing.name) + " of an empty folder has more the second time");
              expectLogicError(t, std::string(listing.name) + ", advance in an empty folder",

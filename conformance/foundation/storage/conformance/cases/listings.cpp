@@ -223,8 +223,8 @@ constexpr Case cases[] = {
          t.makeFile(u"open");
          t.makeReadOnly(u"closed");
          for (FolderEntry const& entry : t.entries(&IProvider::listAll, {})) {
-             t.expect(entry.getFileAttributes() && entry.getFileAttributes()->isWritable() ==
-                                                       (entry.getName() == u"open"),
+             t.expect(entry.getFileAttributes() &&
+                          entry.getFileAttributes()->isWritable() == (entry.getName() == u"open"),
                       "the listing is wrong about whether " + textOf(entry.getName()) +
                           " is writable");
          }
@@ -232,21 +232,20 @@ constexpr Case cases[] = {
      Ability::Listing | FileCreation | ReadOnlyItems},
     {"PatternsAreMatchedAsEverywhere",
      [](Trial& t) {
-         std::vector<ustring> const names{u"a",   u"ab",   u"abc",  u"b",   u"ba",  u".a",
-                                          u"a.b", u"a.b.c", u"A",    u"a b", u"*a",  u"a?",
-                                          u"\u00e4", u"a\u00e4", u"[a]"};
+         std::vector<ustring> const names{u"a",  u"ab",  u"abc",    u"b",       u"ba",
+                                          u".a", u"a.b", u"a.b.c",  u"A",       u"a b",
+                                          u"*a", u"a?",  u"\u00e4", u"a\u00e4", u"[a]"};
          for (std::size_t i = 0; i < names.size(); ++i) {
              i % 3 == 2 ? t.makeFolder(names[i]) : t.makeFile(names[i]);
          }
          for (ustring const pattern :
-              {u"*", u"?", u"??", u"a", u"a*", u"*a", u"*a*", u"a**", u"?a", u"a?", u"*.b", u"*.*",
-               u"a.*", u"A", u"[a]", u"*?", u"?*", u"\u00e4", u"*\u00e4", u"nothing", u".*",
-               u"\\*a", u"**", u"***", u"a*c"}) {
+              {u"*",       u"?",       u"??",  u"a",    u"a*", u"*a",  u"*a*", u"a**", u"?a",
+               u"a?",      u"*.b",     u"*.*", u"a.*",  u"A",  u"[a]", u"*?",  u"?*",  u"\u00e4",
+               u"*\u00e4", u"nothing", u".*",  u"\\*a", u"**", u"***", u"a*c"}) {
              for (NamedListing const& listing : flatListings) {
                  std::vector<ustring> wanted = t.names({}, listing.list);
-                 std::erase_if(wanted, [&](ustring const& name) {
-                     return !matchesWildcard(pattern, name);
-                 });
+                 std::erase_if(
+                     wanted, [&](ustring const& name) { return !matchesWildcard(pattern, name); });
                  t.expectEqual(std::string(listing.name) + " with the pattern " + textOf(pattern),
                                t.names({}, listing.list, pattern), wanted);
              }

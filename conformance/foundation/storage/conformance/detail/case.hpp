@@ -36,5 +36,8 @@ Family replacementFamily();
 Family listingFamily();
 Family cursorFamily();
 Family treeFamily();
+Family attributeFamily();
+Family copyFamily();
+Family moveFamily();
 
 } // namespace foundation::storage::conformance::detail
