@@ -40,7 +40,8 @@ void expectTime(Trial& t, Timestamp time, char const* what) {
     t.makeFile(u"file");
     t.makeFolder(u"folder");
     for (ustring const path : {u"file", u"folder"}) {
-        if (t.expectDone("setLastModified to " + std::string(what), [&] { setTime(t, path, time); })) {
+        if (t.expectDone("setLastModified to " + std::string(what),
+                         [&] { setTime(t, path, time); })) {
             t.expectEqual("the time of " + textOf(path) + ", set to " + what,
                           path == u"file" ? fileValues(t, path).lastModified
                                           : folderValues(t, path).lastModified,
@@ -128,8 +129,7 @@ constexpr Case cases[] = {
      [](Trial& t) {
          t.provider().getExtendedAttributes(t.at({}));
          for (DeclaredItem const& item : t.content()) {
-             for (auto const& [key, value] :
-                  t.provider().getExtendedAttributes(t.at(item.path))) {
+             for (auto const& [key, value] : t.provider().getExtendedAttributes(t.at(item.path))) {
                  t.expect(key.find('.') != std::string::npos,
                           "the key " + textOf(key) + " has no namespace");
              }
@@ -175,18 +175,28 @@ constexpr Case cases[] = {
                        std::optional<std::uint64_t>(0));
      },
      forFiles},
-    {"ATimeOfWholeSecondsIsKept",
-     [](Trial& t) { expectTime(t, longAgo, "2001"); }, forFiles | forFolders | Times},
+    {"ATimeOfWholeSecondsIsKept", [](Trial& t) { expectTime(t, longAgo, "2001"); },
+     forFiles | forFolders | Times},
     {"ATimeOfMicrosecondsIsKept",
-     [](Trial& t) { expectTime(t, {1'234'567'890, 123'456'000}, "microseconds of 2009"); },
+     [](Trial& t) {
+         expectTime(t, {1'234'567'890, 123'456'000}, "microseconds of 2009");
+     },
      forFiles | forFolders | Times},
     {"TheEpochIsATime",
-     [](Trial& t) { expectTime(t, {0, 0}, "the epoch"); }, forFiles | forFolders | Times},
+     [](Trial& t) {
+         expectTime(t, {0, 0}, "the epoch");
+     },
+     forFiles | forFolders | Times},
     {"ATimeBeforeTheEpochIsKept",
-     [](Trial& t) { expectTime(t, {-86'400, 500'000'000}, "1969"); },
+     [](Trial& t) {
+         expectTime(t, {-86'400, 500'000'000}, "1969");
+     },
      forFiles | forFolders | Times},
     {"ATimeBehind2038IsKept",
-     [](Trial& t) { expectTime(t, {4'000'000'000, 0}, "2096"); }, forFiles | forFolders | Times},
+     [](Trial& t) {
+         expectTime(t, {4'000'000'000, 0}, "2096");
+     },
+     forFiles | forFolders | Times},
     {"WhatIsNoTimeIsRefusedAndChangesNothing",
      [](Trial& t) {
          t.makeFile(u"file");
@@ -239,8 +249,7 @@ constexpr Case cases[] = {
          setTime(t, u"file", longAgo);
          t.makeFile(u"file", "new");
          t.expect(isNow(fileValues(t, u"file").lastModified),
-                  "a file that was written is of " +
-                      textOf(fileValues(t, u"file").lastModified));
+                  "a file that was written is of " + textOf(fileValues(t, u"file").lastModified));
      },
      forFiles | Times | Writing},
     {"ReadingLeavesTheTime",
@@ -262,10 +271,8 @@ constexpr Case cases[] = {
          };
          expectMoved("a new file", [&] { t.makeFile(u"folder/file"); });
          expectMoved("a new folder", [&] { t.makeFolder(u"folder/inner"); });
-         expectMoved("a removed file",
-                     [&] { t.provider().removeFile(t.at(u"folder/file")); });
-         expectMoved("a removed folder",
-                     [&] { t.provider().removeFolder(t.at(u"folder/inner")); });
+         expectMoved("a removed file", [&] { t.provider().removeFile(t.at(u"folder/file")); });
+         expectMoved("a removed folder", [&] { t.provider().removeFolder(t.at(u"folder/inner")); });
      },
      forFiles | forFolders | Times | FileRemoval | FolderRemoval},
     {"AFileCanBeReadOnlyAndWritableAgain",

@@ -11,8 +11,7 @@ namespace {
 using enum Ability;
 
 constexpr AbilitySet forCopies = FileCopies | Writing;
-constexpr std::size_t sizes[] = {0,       1,       4096,    65'536,  65'537,
-                                 131'071, 131'072, 131'073, 1'048'577};
+constexpr std::size_t sizes[] = {0, 1, 4096, 65'536, 65'537, 131'071, 131'072, 131'073, 1'048'577};
 
 std::string withPolicy(ReplacementPolicy policy) {
     return ", policy " + textOf(static_cast<int>(policy)) + ",";

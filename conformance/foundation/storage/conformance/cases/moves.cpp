@@ -278,8 +278,8 @@ constexpr Case cases[] = {
     {"AFolderDoesNotMoveIntoItself",
      [](Trial& t) {
          makeTree(t, u"folder");
-         for (ustring const to : {u"folder/moved", u"folder/inner/moved", u"folder/inner",
-                                  u"folder/inner/file"}) {
+         for (ustring const to :
+              {u"folder/moved", u"folder/inner/moved", u"folder/inner", u"folder/inner/file"}) {
              expectRefused(t, moveFolder, "to " + textOf(to), u"folder", to, Under::EveryPolicy,
                            ErrorCode::InvalidLocation, to);
          }

@@ -39,5 +39,7 @@ Family treeFamily();
 Family attributeFamily();
 Family copyFamily();
 Family moveFamily();
+Family linkFamily();
+Family concurrencyFamily();
 
 } // namespace foundation::storage::conformance::detail

@@ -17,9 +17,10 @@ class Bytes final : public ByteStream {
     explicit Bytes(std::shared_ptr<std::string> bytes) : bytes_(std::move(bytes)) {}
 
     long read(char* buffer, long count) override {
-        std::size_t const got = position_ < bytes_->size()
-                                    ? bytes_->copy(buffer, static_cast<std::size_t>(count), position_)
-                                    : 0;
+        std::size_t const got =
+            position_ < bytes_->size()
+                ? bytes_->copy(buffer, static_cast<std::size_t>(count), position_)
+                : 0;
         position_ += got;
         return got == 0 && count > 0 ? -1 : static_cast<long>(got);
     }
