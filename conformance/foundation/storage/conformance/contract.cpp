@@ -19,12 +19,12 @@ using detail::Case;
 using detail::Family;
 
 std::array const families = {
-    &detail::declarationFamily, &detail::existenceFamily,  &detail::fileFamily,
-    &detail::refusalFamily,     &detail::nameFamily,       &detail::folderFamily,
-    &detail::streamFamily,      &detail::openingFamily,    &detail::replacementFamily,
-    &detail::listingFamily,     &detail::cursorFamily,     &detail::treeFamily,
-    &detail::attributeFamily,   &detail::copyFamily,       &detail::moveFamily,
-    &detail::linkFamily,        &detail::concurrencyFamily};
+    &detail::declarationFamily, &detail::existenceFamily,   &detail::fileFamily,
+    &detail::refusalFamily,     &detail::nameFamily,        &detail::folderFamily,
+    &detail::streamFamily,      &detail::openingFamily,     &detail::replacementFamily,
+    &detail::listingFamily,     &detail::cursorFamily,      &detail::treeFamily,
+    &detail::attributeFamily,   &detail::copyFamily,        &detail::moveFamily,
+    &detail::linkFamily,        &detail::concurrencyFamily, &detail::changeEventFamily};
 
 Case const& findCase(std::string_view name) {
     std::size_t const dot = name.find('.');

@@ -68,8 +68,8 @@ void expectOneDone(Trial& t, std::string const& what, ErrorCode refusal,
         auto const refused = std::count(ends.begin(), ends.end(), std::optional(refusal));
         if (!t.expect(done == 1 && done + refused == static_cast<long>(threadCount),
                       what + " by " + textOf(threadCount) + " threads is done by " +
-                          textOf(static_cast<long>(done)) + " and refused with " +
-                          textOf(refusal) + " to " + textOf(static_cast<long>(refused)))) {
+                          textOf(static_cast<long>(done)) + " and refused with " + textOf(refusal) +
+                          " to " + textOf(static_cast<long>(refused)))) {
             return;
         }
         if (t.isFile(u"name")) {
@@ -97,8 +97,7 @@ constexpr Case cases[] = {
      [](Trial& t) {
          for (std::size_t round = 0; round < 20; ++round) {
              ustring const path = u"chain " + digitsOf(round) + u"/b/c/d";
-             expectAllDone(t,
-                           [&](std::size_t) { t.provider().createFolderRecursive(t.at(path)); });
+             expectAllDone(t, [&](std::size_t) { t.provider().createFolderRecursive(t.at(path)); });
              t.expectEqual("exists of the chain", t.exists(path), ExistsResult::Folder);
          }
      },
@@ -224,9 +223,9 @@ constexpr Case cases[] = {
          constexpr std::size_t size = 100;
          t.makeFile(u"file");
          expectAllDone(t, [&](std::size_t i) {
-             auto const stream = t.provider().openStream(
-                 t.at(u"file"),
-                 {ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenExisting, 1, 0});
+             auto const stream =
+                 t.provider().openStream(t.at(u"file"), {ByteStreamAccess::WriteOnly,
+                                                         ByteStreamCreation::OpenExisting, 1, 0});
              for (std::size_t round = 0; round < rounds; ++round) {
                  write(*stream, std::string(size, static_cast<char>('a' + i)));
              }
@@ -251,15 +250,16 @@ constexpr Case cases[] = {
          expectAllDone(t, [&](std::size_t i) {
              for (std::size_t round = 0; round < 20; ++round) {
                  if (i == 0) {
-                     auto const stream =
-                         replacing.openReplacement(t.at(u"file"), ReplacementPolicy::ReplaceExisting);
+                     auto const stream = replacing.openReplacement(
+                         t.at(u"file"), ReplacementPolicy::ReplaceExisting);
                      write(*stream, contents[round % 2]);
                      stream->close();
                      continue;
                  }
                  auto const stream = t.provider().openReadOnlyStream(t.at(u"file"));
                  std::string bytes(150'001, '\0');
-                 bytes.resize(static_cast<std::size_t>(std::max(stream->read(bytes.data(), 150'001), 0L)));
+                 bytes.resize(
+                     static_cast<std::size_t>(std::max(stream->read(bytes.data(), 150'001), 0L)));
                  if (bytes != contents[0] && bytes != contents[1]) {
                      throw std::logic_error("neither the old content nor the new");
                  }
@@ -389,10 +389,9 @@ constexpr Case cases[] = {
              }
          });
          for (std::size_t i = 0; i < files; ++i) {
-             t.expectEqual("the folders that a file is in",
-                           int{t.isThere(u"one/" + digitsOf(i))} +
-                               int{t.isThere(u"two/" + digitsOf(i))},
-                           1);
+             t.expectEqual(
+                 "the folders that a file is in",
+                 int{t.isThere(u"one/" + digitsOf(i))} + int{t.isThere(u"two/" + digitsOf(i))}, 1);
          }
      },
      FileMoves | FileCreation | FolderCreation},

@@ -377,17 +377,23 @@ constexpr Case cases[] = {
          auto& folders = t.extension<extensions::IFolderAttributes>();
          t.expectRefused(
              "setFolderAttributes of a file",
-             [&] { folders.setFolderAttributes(t.at(u"file"), {0711, {}, {}}); },
+             [&] {
+                 folders.setFolderAttributes(t.at(u"file"), {0711, {}, {}});
+             },
              ErrorCode::InvalidLocation, t.at(u"file"));
          t.expectRefused(
              "setFolderAttributes of what is missing",
-             [&] { folders.setFolderAttributes(t.at(u"missing"), {0711, {}, {}}); },
+             [&] {
+                 folders.setFolderAttributes(t.at(u"missing"), {0711, {}, {}});
+             },
              ErrorCode::ResourceNotFound, t.at(u"missing"));
          if (t.has(Ability::Links)) {
              t.makeLink(u"link", u".");
              t.expectRefused(
                  "setFolderAttributes of a link",
-                 [&] { folders.setFolderAttributes(t.at(u"link"), {0711, {}, {}}); },
+                 [&] {
+                     folders.setFolderAttributes(t.at(u"link"), {0711, {}, {}});
+                 },
                  ErrorCode::InvalidLocation, t.at(u"link"));
          }
      },

@@ -41,5 +41,6 @@ Family copyFamily();
 Family moveFamily();
 Family linkFamily();
 Family concurrencyFamily();
+Family changeEventFamily();
 
 } // namespace foundation::storage::conformance::detail

@@ -115,10 +115,12 @@ void setLocalFolderAttributes(StorageIRI const& location,
         });
     }
     if (change.lastModified || change.lastAccessed) {
-        auto const timeOf = [](std::optional<Timestamp> const& time) {
-            return time ? timespec{time->seconds, time->nanoseconds} : timespec{0, UTIME_OMIT};
+        // Both are given, as one that is left out makes the kernel report read or written bytes.
+        auto const timeOf = [](std::optional<Timestamp> const& time, timespec const& old) {
+            return time ? timespec{time->seconds, time->nanoseconds} : old;
         };
-        timespec const times[] = {timeOf(change.lastAccessed), timeOf(change.lastModified)};
+        timespec const times[] = {timeOf(change.lastAccessed, item.st_atim),
+                                  timeOf(change.lastModified, item.st_mtim)};
         apply([&](int base, char const* name, int flags) {
             return ::utimensat(base, name, times, flags);
         });

@@ -177,13 +177,19 @@ void LocalProvider::setLastModified(StorageIRI const& location,
                                     boost::posix_time::ptime const& time) {
     Timestamp const stamp = toTimestamp(time);
     KernelPath const path(location);
-    struct timespec const times[] = {{0, UTIME_OMIT}, {stamp.seconds, stamp.nanoseconds}};
-    if (::utimensat(path.folder(), path.path(), times, 0) == 0) {
-        return;
-    }
+    auto const set = [&](int flags) {
+        // The time of access is given too, as it is: without it the kernel reports written bytes.
+        struct stat item {};
+        if (::fstatat(path.folder(), path.path(), &item, flags) != 0) {
+            return false;
+        }
+        timespec const times[] = {item.st_atim, {stamp.seconds, stamp.nanoseconds}};
+        return ::utimensat(path.folder(), path.path(), times, flags) == 0;
+    };
     // The time of a link that leads nowhere is its own.
-    if ((errno != ENOENT && errno != ENOTDIR && errno != ELOOP) ||
-        ::utimensat(path.folder(), path.path(), times, AT_SYMLINK_NOFOLLOW) != 0) {
+    bool const isSet = set(0) || ((errno == ENOENT || errno == ENOTDIR || errno == ELOOP) &&
+                                  set(AT_SYMLINK_NOFOLLOW));
+    if (!isSet) {
         throwErrno(errno, location);
     }
 }

@@ -1,0 +1,609 @@
+#include <foundation/storage/conformance/detail/case.hpp>
+#include <foundation/storage/conformance/detail/event_log.hpp>
+#include <foundation/storage/conformance/detail/trial.hpp>
+
+#include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
+
+#include <boost/property_tree/ptree.hpp>
+
+#include <fl/i18n/conversion.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <stdexcept>
+
+namespace foundation::storage::conformance::detail {
+
+namespace {
+
+using enum Ability;
+using events::EntryType;
+using events::Kind;
+
+ChangeKinds const everything{Kind::Created, Kind::Modified, Kind::AttributesChanged,
+                             Kind::Removed};
+
+constexpr AbilitySet forEvents = ChangeEvents | FileCreation;
+constexpr AbilitySet forTrees = forEvents | RecursiveChangeEvents | FolderCreation;
+
+/// What a publication of a folder tells.
+EventLog watch(Trial& t, StorageIRI const& location,
+               RecursiveFileWatching recursive = RecursiveFileWatching::NonRecursive,
+               ChangeKinds const& kinds = everything) {
+    EventLog log(t.contract().patience);
+    t.provider().publishFolderEvents(location, log.callback(), kinds, recursive);
+    return log;
+}
+EventLog watchTree(Trial& t, StorageIRI const& location) {
+    return watch(t, location, RecursiveFileWatching::Recursive);
+}
+EventLog watchFile(Trial& t, StorageIRI const& location, ChangeKinds const& kinds = everything) {
+    EventLog log(t.contract().patience);
+    t.provider().publishFileEvents(location, log.callback(), kinds);
+    return log;
+}
+
+std::string describe(EventLog const& log) {
+    std::string text;
+    for (ChangeReport const& report : log.reports()) {
+        text += (text.empty() ? "" : "; ") + textOf(report);
+    }
+    return text.empty() ? "nothing" : text;
+}
+
+std::string nameOf(Kind kind) {
+    constexpr char const* names[] = {"Created", "Modified", "AttributesChanged", "Removed",
+                                     "Overflow"};
+    return names[static_cast<std::size_t>(kind)];
+}
+
+bool expectTold(Trial& t, EventLog const& log, Kind kind, StorageIRI const& entry) {
+    return log.waitFor(isAbout(kind, entry)) ||
+           t.expect(false, nameOf(kind) + " of " + textOf(entry) + " is not told; told is " +
+                               describe(log));
+}
+
+bool expectUntold(Trial& t, EventLog const& log, std::string const& what,
+                  EventLog::Condition const& condition) {
+    return t.expect(!log.contains(condition),
+                    what + " is told, among " + describe(log));
+}
+
+/// Makes a file in the watched folder and waits until that is told: then what was done before is
+/// told too, or is not going to be.
+void settle(Trial& t, EventLog const& log, ustring const& path) {
+    t.makeFile(path);
+    expectTold(t, log, Kind::Created, t.at(path));
+}
+
+std::string utf8(StorageIRI const& location) {
+    return fl::i18n::toDisplayString(location.toString());
+}
+
+constexpr Case cases[] = {
+    {"ANewFileIsTold",
+     [](Trial& t) {
+         EventLog const log = watch(t, t.at({}));
+         t.provider().createFile(t.at(u"file"));
+         expectTold(t, log, Kind::Created, t.at(u"file"));
+         for (ChangeReport const& report : log.reports()) {
+             t.expect(report.kind == Kind::Overflow || report.type == EntryType::File,
+                      "a file is told as a folder");
+             t.expectEqual("the watched location", report.watched, t.at({}));
+         }
+     },
+     forEvents},
+    {"ANewFolderIsToldAsOne",
+     [](Trial& t) {
+         EventLog const log = watch(t, t.at({}));
+         t.provider().createFolder(t.at(u"folder"));
+         expectTold(t, log, Kind::Created, t.at(u"folder"));
+         for (ChangeReport const& report : log.reports()) {
+             t.expect(report.entry != t.at(u"folder") || report.type == EntryType::Folder,
+                      "a folder is told as a file");
+         }
+     },
+     ChangeEvents | FolderCreation},
+    {"WrittenBytesAreTold",
+     [](Trial& t) {
+         t.makeFile(u"file", "old");
+         EventLog const log = watch(t, t.at({}));
+         t.makeFile(u"file", "new and longer");
+         expectTold(t, log, Kind::Modified, t.at(u"file"));
+     },
+     forEvents | Writing},
+    {"AppendedBytesAreTold",
+     [](Trial& t) {
+         t.makeFile(u"file", "old");
+         EventLog const log = watch(t, t.at({}));
+         auto const stream = t.provider().openStream(
+             t.at(u"file"),
+             {ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenExisting, 1, 0});
+         write(*stream, "more");
+         stream->close();
+         expectTold(t, log, Kind::Modified, t.at(u"file"));
+     },
+     forEvents | Writing},
+    {"ATimeThatIsSetIsNoWrittenByte",
+     [](Trial& t) {
+         t.makeFile(u"file");
+         t.makeFolder(u"folder");
+         EventLog const log = watch(t, t.at({}));
+         for (ustring const path : {u"file", u"folder"}) {
+             t.provider().setLastModified(t.at(path), toPtime({1'000'000'000, 0}));
+             expectTold(t, log, Kind::AttributesChanged, t.at(path));
+             expectUntold(t, log, "a write", isAbout(Kind::Modified, t.at(path)));
+         }
+     },
+     forEvents | Times | FolderCreation},
+    {"AttributesOfAFolderAreTold",
+     [](Trial& t) {
+         t.makeFolder(u"folder");
+         EventLog const log = watch(t, t.at({}));
+         t.extension<extensions::IFolderAttributes>().setFolderAttributes(
+             t.at(u"folder"), {{}, Timestamp{1'000'000'000, 0}, {}});
+         expectTold(t, log, Kind::AttributesChanged, t.at(u"folder"));
+         expectUntold(t, log, "a write", isAbout(Kind::Modified, t.at(u"folder")));
+     },
+     ChangeEvents | FolderAttributeChange | FolderCreation},
+    {"BeingReadOnlyIsTold",
+     [](Trial& t) {
+         t.makeFile(u"file");
+         EventLog const log = watch(t, t.at({}));
+         t.provider().setWritable(t.at(u"file"), false);
+         expectTold(t, log, Kind::AttributesChanged, t.at(u"file"));
+     },
+     forEvents | ReadOnlyItems},
+    {"ARemovedFileIsTold",
+     [](Trial& t) {
+         t.makeFile(u"file");
+         EventLog const log = watch(t, t.at({}));
+         t.provider().removeFile(t.at(u"file"));
+         expectTold(t, log, Kind::Removed, t.at(u"file"));
+     },
+     forEvents | FileRemoval},
+    {"ARemovedFolderIsToldAsOne",
+     [](Trial& t) {
+         t.makeFolder(u"folder");
+         EventLog const log = watch(t, t.at({}));
+         t.provider().removeFolder(t.at(u"folder"));
+         expectTold(t, log, Kind::Removed, t.at(u"folder"));
+         for (ChangeReport const& report : log.reports()) {
+             t.expect(report.entry != t.at(u"folder") || report.type == EntryType::Folder,
+                      "a folder is told as a file");
+         }
+     },
+     ChangeEvents | FolderCreation | FolderRemoval},
+    {"ACopyIsToldAsANewFile",
+     [](Trial& t) {
+         t.makeFile(u"file", "content");
+         EventLog const log = watch(t, t.at({}));
+         t.copy(u"file", u"copy");
+         expectTold(t, log, Kind::Created, t.at(u"copy"));
+     },
+     forEvents | FileCopies | Writing},
+    {"ARenamedFileIsRemovedAndCreated",
+     [](Trial& t) {
+         t.makeFile(u"file");
+         EventLog const log = watch(t, t.at({}));
+         t.provider().moveFile(t.at(u"file"), t.at(u"moved"), ReplacementPolicy::FailIfExists);
+         expectTold(t, log, Kind::Removed, t.at(u"file"));
+         expectTold(t, log, Kind::Created, t.at(u"moved"));
+         bool removed = false;
+         for (ChangeReport const& report : log.reports()) {
+             if (report.kind == Kind::Removed && report.entry == t.at(u"file")) {
+                 removed = true;
+                 t.expectEqual("movedTo of the removal", report.movedTo, utf8(t.at(u"moved")));
+             }
+             if (report.kind == Kind::Created && report.entry == t.at(u"moved")) {
+                 t.expect(removed || log.hasOverflow(), "a move is told from behind");
+                 t.expectEqual("movedFrom of the creation", report.movedFrom,
+                               utf8(t.at(u"file")));
+             }
+         }
+     },
+     forEvents | FileMoves},
+    {"AFileThatMovesOutIsRemoved",
+     [](Trial& t) {
+         t.makeFolder(u"watched");
+         t.makeFile(u"watched/file");
+         EventLog const log = watch(t, t.at(u"watched"));
+         t.provider().moveFile(t.at(u"watched/file"), t.at(u"moved"),
+                               ReplacementPolicy::FailIfExists);
+         expectTold(t, log, Kind::Removed, t.at(u"watched/file"));
+     },
+     forEvents | FileMoves | FolderCreation},
+    {"AFileThatMovesInIsCreated",
+     [](Trial& t) {
+         t.makeFolder(u"watched");
+         t.makeFile(u"file");
+         EventLog const log = watch(t, t.at(u"watched"));
+         t.provider().moveFile(t.at(u"file"), t.at(u"watched/moved"),
+                               ReplacementPolicy::FailIfExists);
+         expectTold(t, log, Kind::Created, t.at(u"watched/moved"));
+     },
+     forEvents | FileMoves | FolderCreation},
+    {"OnlyTheKindsAskedForAreTold",
+     [](Trial& t) {
+         EventLog const log = watch(t, t.at({}), RecursiveFileWatching::NonRecursive,
+                                    {Kind::Created});
+         t.makeFile(u"file", "content");
+         t.provider().removeFile(t.at(u"file"));
+         settle(t, log, u"last");
+         expectUntold(t, log, "a kind that was not asked for", [](ChangeReport const& report) {
+             return report.kind != Kind::Created && report.kind != Kind::Overflow;
+         });
+     },
+     forEvents | FileRemoval | Writing},
+    {"WhatOneItemDoesIsToldInItsOrder",
+     [](Trial& t) {
+         EventLog const log = watch(t, t.at({}), RecursiveFileWatching::NonRecursive,
+                                    {Kind::Created, Kind::Removed});
+         for (int round = 0; round < 20; ++round) {
+             t.provider().createFile(t.at(u"file"));
+             t.provider().removeFile(t.at(u"file"));
+         }
+         settle(t, log, u"last");
+         Kind before = Kind::Removed;
+         int changes = 0;
+         for (ChangeReport const& report : log.reports()) {
+             if (report.entry == t.at(u"file") && !log.hasOverflow()) {
+                 t.expect(report.kind != before, "a creation or removal is told twice");
+                 before = report.kind;
+                 ++changes;
+             }
+         }
+         t.expect(log.hasOverflow() || (changes == 40 && before == Kind::Removed),
+                  "of 40 changes " + textOf(changes) + " are told");
+     },
+     forEvents | FileRemoval},
+    {"EachOfManyFilesIsToldOnce",
+     [](Trial& t) {
+         EventLog const log = watch(t, t.at({}), RecursiveFileWatching::NonRecursive,
+                                    {Kind::Created});
+         for (int number = 0; number < 300; ++number) {
+             std::string const digits = std::to_string(number);
+             t.makeFile(u"file " + ustring(digits.begin(), digits.end()));
+         }
+         settle(t, log, u"last");
+         std::vector<StorageIRI> told;
+         for (ChangeReport const& report : log.reports()) {
+             told.push_back(report.entry);
+         }
+         std::sort(told.begin(), told.end());
+         t.expect(log.hasOverflow() ||
+                      (told.size() == 301 &&
+                       std::adjacent_find(told.begin(), told.end()) == told.end()),
+                  "of 301 files " + textOf(static_cast<unsigned long>(told.size())) +
+                      " creations are told, or one twice");
+     },
+     forEvents},
+    {"WhatIsDeeperIsNotToldFlat",
+     [](Trial& t) {
+         t.makeFolder(u"inner");
+         EventLog const log = watch(t, t.at({}));
+         t.makeFile(u"inner/file");
+         settle(t, log, u"last");
+         expectUntold(t, log, "what is deeper", [&](ChangeReport const& report) {
+             return report.entry == t.at(u"inner/file");
+         });
+     },
+     forEvents | FolderCreation},
+    {"WhatIsBesideIsNotTold",
+     [](Trial& t) {
+         t.makeFolder(u"watched");
+         t.makeFolder(u"watched2");
+         EventLog const log = watch(t, t.at(u"watched"));
+         t.makeFile(u"watched2/file");
+         t.makeFile(u"beside");
+         settle(t, log, u"watched/last");
+         expectUntold(t, log, "what is beside", [&](ChangeReport const& report) {
+             return report.entry == t.at(u"watched2/file") || report.entry == t.at(u"beside");
+         });
+     },
+     forEvents | FolderCreation},
+    {"TheLocationIsToldAsItWasGiven",
+     [](Trial& t) {
+         t.makeFolder(u"a b");
+         StorageIRI const spelled(t.at({}).toString() + u"/%61%20b");
+         EventLog const log = watch(t, spelled);
+         t.makeFile(u"a b/file");
+         expectTold(t, log, Kind::Created, t.at(u"a b/file"));
+         for (ChangeReport const& report : log.reports()) {
+             t.expectEqual("the text of the watched location", report.watched.toString(),
+                           spelled.toString());
+         }
+     },
+     forEvents | FolderCreation},
+    {"TheRemovalOfTheWatchedFolderIsTold",
+     [](Trial& t) {
+         t.makeFolder(u"watched");
+         EventLog const log = watch(t, t.at(u"watched"));
+         t.provider().removeFolder(t.at(u"watched"));
+         expectTold(t, log, Kind::Removed, t.at(u"watched"));
+         for (ChangeReport const& report : log.reports()) {
+             t.expect(report.kind != Kind::Removed || report.watched == report.entry,
+                      "the removal of the watched folder is told of another item");
+         }
+     },
+     ChangeEvents | FolderCreation | FolderRemoval},
+    {"AFolderThatIsMadeAgainGoesOnBeingWatched",
+     [](Trial& t) {
+         t.makeFolder(u"watched");
+         EventLog const log = watch(t, t.at(u"watched"));
+         t.provider().removeFolder(t.at(u"watched"));
+         expectTold(t, log, Kind::Removed, t.at(u"watched"));
+         t.makeFolder(u"watched");
+         expectTold(t, log, Kind::Created, t.at(u"watched"));
+         t.makeFile(u"watched/file");
+         expectTold(t, log, Kind::Created, t.at(u"watched/file"));
+     },
+     forEvents | FolderCreation | FolderRemoval},
+    {"AFileIsWatchedByItsLocation",
+     [](Trial& t) {
+         t.makeFile(u"file", "old");
+         EventLog const log = watchFile(t, t.at(u"file"));
+         t.makeFile(u"file", "new");
+         expectTold(t, log, Kind::Modified, t.at(u"file"));
+         t.provider().removeFile(t.at(u"file"));
+         expectTold(t, log, Kind::Removed, t.at(u"file"));
+         t.makeFile(u"file");
+         expectTold(t, log, Kind::Created, t.at(u"file"));
+         for (ChangeReport const& report : log.reports()) {
+             t.expectEqual("the watched location", report.watched, t.at(u"file"));
+             t.expectEqual("the entry", report.entry, t.at(u"file"));
+         }
+     },
+     forEvents | Writing | FileRemoval},
+    {"OtherFilesAreNotToldOfAFile",
+     [](Trial& t) {
+         t.makeFile(u"file");
+         EventLog const log = watchFile(t, t.at(u"file"));
+         t.makeFile(u"file2");
+         t.makeFile(u"other");
+         t.provider().removeFile(t.at(u"file"));
+         expectTold(t, log, Kind::Removed, t.at(u"file"));
+         expectUntold(t, log, "another file", [&](ChangeReport const& report) {
+             return report.entry != t.at(u"file");
+         });
+     },
+     forEvents | FileRemoval},
+    {"EachPublicationIsTold",
+     [](Trial& t) {
+         EventLog const one = watch(t, t.at({}));
+         EventLog const two = watch(t, t.at({}));
+         t.makeFile(u"file");
+         expectTold(t, one, Kind::Created, t.at(u"file"));
+         expectTold(t, two, Kind::Created, t.at(u"file"));
+     },
+     forEvents},
+    {"AStopTakesTheOldest",
+     [](Trial& t) {
+         EventLog const one = watch(t, t.at({}));
+         EventLog const two = watch(t, t.at({}));
+         t.provider().stopPublishingFolderEvents(t.at({}));
+         settle(t, two, u"file");
+         expectUntold(t, one, "a change behind the stop",
+                      isAbout(Kind::Created, t.at(u"file")));
+     },
+     forEvents},
+    {"BehindTheLastStopNothingIsTold",
+     [](Trial& t) {
+         t.makeFile(u"file");
+         EventLog const log = watch(t, t.at({}));
+         EventLog const ofFile = watchFile(t, t.at(u"file"));
+         t.provider().stopPublishingFolderEvents(t.at({}));
+         t.provider().stopPublishingFileEvents(t.at(u"file"));
+         EventLog const other = watch(t, t.at({}));
+         t.provider().removeFile(t.at(u"file"));
+         settle(t, other, u"last");
+         auto const any = [](ChangeReport const&) { return true; };
+         expectUntold(t, log, "a change behind the stop", any);
+         expectUntold(t, ofFile, "a change of the file behind the stop", any);
+     },
+     forEvents | FileRemoval},
+    {"FilesAndFoldersAreStoppedApart",
+     [](Trial& t) {
+         EventLog const log = watch(t, t.at({}));
+         t.provider().stopPublishingFileEvents(t.at({}));
+         t.makeFile(u"file");
+         expectTold(t, log, Kind::Created, t.at(u"file"));
+     },
+     forEvents},
+    {"AStopWithoutAPublicationDoesNothing",
+     [](Trial& t) {
+         t.expectDone("stopPublishingFolderEvents",
+                      [&] { t.provider().stopPublishingFolderEvents(t.at({})); });
+         t.expectDone("stopPublishingFileEvents",
+                      [&] { t.provider().stopPublishingFileEvents(t.at(u"missing")); });
+         EventLog const log = watch(t, t.at({}));
+         settle(t, log, u"file");
+     },
+     forEvents},
+    {"WhatIsMissingIsNotPublished",
+     [](Trial& t) {
+         EventLog const log(t.contract().patience);
+         t.expectRefused(
+             "publishFileEvents of what is missing",
+             [&] {
+                 t.provider().publishFileEvents(t.at(u"missing"), log.callback(), everything);
+             },
+             ErrorCode::ResourceNotFound, t.at(u"missing"));
+         for (auto const recursive :
+              {RecursiveFileWatching::NonRecursive, RecursiveFileWatching::Recursive}) {
+             if (recursive == RecursiveFileWatching::NonRecursive ||
+                 t.has(RecursiveChangeEvents)) {
+                 t.expectRefused(
+                     "publishFolderEvents of what is missing",
+                     [&] {
+                         t.provider().publishFolderEvents(t.at(u"missing"), log.callback(),
+                                                          everything, recursive);
+                     },
+                     ErrorCode::ResourceNotFound, t.at(u"missing"));
+             }
+         }
+     },
+     ChangeEvents},
+    {"TheWrongKindIsNotPublished",
+     [](Trial& t) {
+         t.makeFile(u"file");
+         EventLog const log(t.contract().patience);
+         t.expectRefused(
+             "publishFileEvents of a folder",
+             [&] { t.provider().publishFileEvents(t.at({}), log.callback(), everything); },
+             ErrorCode::InvalidLocation, t.at({}));
+         t.expectRefused(
+             "publishFolderEvents of a file",
+             [&] {
+                 t.provider().publishFolderEvents(t.at(u"file"), log.callback(), everything,
+                                                  RecursiveFileWatching::NonRecursive);
+             },
+             ErrorCode::InvalidLocation, t.at(u"file"));
+     },
+     forEvents},
+    {"WhatIsRefusedLeavesNothingBehind",
+     [](Trial& t) {
+         EventLog const refused(t.contract().patience);
+         t.expectRefused(
+             "publishFileEvents of what is missing",
+             [&] {
+                 t.provider().publishFileEvents(t.at(u"file"), refused.callback(), everything);
+             },
+             ErrorCode::ResourceNotFound, t.at(u"file"));
+         EventLog const log = watch(t, t.at({}));
+         settle(t, log, u"file");
+         expectUntold(t, refused, "a change of what was refused",
+                      [](ChangeReport const&) { return true; });
+     },
+     forEvents},
+    {"ACallbackMayUseTheStorage",
+     [](Trial& t) {
+         EventLog const log(t.contract().patience);
+         std::weak_ptr<IProvider> const weak = t.item({}).getProvider();
+         StorageIRI const first = t.at(u"file");
+         StorageIRI const second = t.at(u"made by the callback");
+         t.provider().publishFolderEvents(t.at({}), log.callback([=](ChangeReport const& report) {
+             auto const provider = weak.lock();
+             if (provider && report.kind == Kind::Created && report.entry == first) {
+                 provider->exists(first);
+                 provider->createFile(second);
+             }
+         }),
+                                          {Kind::Created}, RecursiveFileWatching::NonRecursive);
+         t.makeFile(u"file");
+         expectTold(t, log, Kind::Created, second);
+     },
+     forEvents},
+    {"ACallbackMayStopItself",
+     [](Trial& t) {
+         EventLog const log(t.contract().patience);
+         std::weak_ptr<IProvider> const weak = t.item({}).getProvider();
+         StorageIRI const place = t.at({});
+         auto const stopped = std::make_shared<std::atomic<bool>>(false);
+         t.provider().publishFolderEvents(place, log.callback([=](ChangeReport const&) {
+             auto const provider = weak.lock();
+             if (provider && !stopped->exchange(true)) {
+                 provider->stopPublishingFolderEvents(place);
+             }
+         }),
+                                          {Kind::Created}, RecursiveFileWatching::NonRecursive);
+         t.makeFile(u"file");
+         expectTold(t, log, Kind::Created, t.at(u"file"));
+         EventLog const other = watch(t, place);
+         if (*stopped) {
+             settle(t, other, u"last");
+         }
+     },
+     forEvents},
+    {"WhatACallbackThrowsHarmsNoOther",
+     [](Trial& t) {
+         t.provider().publishFolderEvents(
+             t.at({}),
+             [](Kind const&, StorageIRI const&, StorageIRI const&, EntryType const&,
+                boost::property_tree::ptree) { throw std::runtime_error("a callback's own"); },
+             everything, RecursiveFileWatching::NonRecursive);
+         EventLog const log = watch(t, t.at({}));
+         t.expectDone("createFile beside a callback that throws",
+                      [&] { t.provider().createFile(t.at(u"file")); });
+         expectTold(t, log, Kind::Created, t.at(u"file"));
+         settle(t, log, u"last");
+     },
+     forEvents},
+    {"ATreeIsToldAllTheWayDown",
+     [](Trial& t) {
+         t.makeFolder(u"a");
+         t.makeFolder(u"a/b");
+         EventLog const log = watchTree(t, t.at({}));
+         t.makeFile(u"a/b/file");
+         expectTold(t, log, Kind::Created, t.at(u"a/b/file"));
+         for (ChangeReport const& report : log.reports()) {
+             t.expect(report.kind == Kind::Overflow || report.watched == t.at(u"a/b"),
+                      "what is deep is told in " + textOf(report.watched) +
+                          ", not in its folder");
+         }
+     },
+     forTrees},
+    {"AFolderThatIsNewInATreeIsWatchedToo",
+     [](Trial& t) {
+         EventLog const log = watchTree(t, t.at({}));
+         t.makeFolder(u"new");
+         t.makeFolder(u"new/newer");
+         t.makeFile(u"new/newer/file");
+         expectTold(t, log, Kind::Created, t.at(u"new"));
+         expectTold(t, log, Kind::Created, t.at(u"new/newer"));
+         expectTold(t, log, Kind::Created, t.at(u"new/newer/file"));
+         t.provider().removeFile(t.at(u"new/newer/file"));
+         expectTold(t, log, Kind::Removed, t.at(u"new/newer/file"));
+     },
+     forTrees | FileRemoval},
+    {"AFolderThatMovesIntoATreeIsCreatedWithAllThatIsInIt",
+     [](Trial& t) {
+         t.makeFolder(u"watched");
+         t.makeFolder(u"outside");
+         t.makeFile(u"outside/file");
+         EventLog const log = watchTree(t, t.at(u"watched"));
+         t.provider().moveFolder(t.at(u"outside"), t.at(u"watched/moved"),
+                                 ReplacementPolicy::FailIfExists);
+         expectTold(t, log, Kind::Created, t.at(u"watched/moved"));
+         expectTold(t, log, Kind::Created, t.at(u"watched/moved/file"));
+         settle(t, log, u"watched/moved/last");
+     },
+     forTrees | FolderMoves},
+    {"AFolderThatMovesWithinATreeGoesOnBeingWatched",
+     [](Trial& t) {
+         t.makeFolder(u"folder");
+         t.makeFile(u"folder/file");
+         EventLog const log = watchTree(t, t.at({}));
+         t.provider().moveFolder(t.at(u"folder"), t.at(u"moved"), ReplacementPolicy::FailIfExists);
+         expectTold(t, log, Kind::Removed, t.at(u"folder"));
+         expectTold(t, log, Kind::Created, t.at(u"moved"));
+         settle(t, log, u"moved/last");
+         expectUntold(t, log, "what lies in a folder that moves",
+                      [&](ChangeReport const& report) {
+                          return !log.hasOverflow() && (report.entry == t.at(u"folder/file") ||
+                                                        report.entry == t.at(u"moved/file"));
+                      });
+     },
+     forTrees | FolderMoves},
+    {"ATreeThatIsRemovedIsToldWhole",
+     [](Trial& t) {
+         t.makeFolder(u"tree");
+         t.makeFolder(u"tree/inner");
+         t.makeFile(u"tree/inner/file");
+         EventLog const log = watchTree(t, t.at({}));
+         t.provider().removeFolderRecursively(t.at(u"tree"));
+         for (ustring const path : {u"tree/inner/file", u"tree/inner", u"tree"}) {
+             expectTold(t, log, Kind::Removed, t.at(path));
+         }
+     },
+     forTrees | TreeRemoval},
+};
+
+} // namespace
+
+Family changeEventFamily() {
+    return {"ChangeEvents", cases};
+}
+
+} // namespace foundation::storage::conformance::detail
