@@ -21,8 +21,7 @@ using enum Ability;
 using events::EntryType;
 using events::Kind;
 
-ChangeKinds const everything{Kind::Created, Kind::Modified, Kind::AttributesChanged,
-                             Kind::Removed};
+ChangeKinds const everything{Kind::Created, Kind::Modified, Kind::AttributesChanged, Kind::Removed};
 
 constexpr AbilitySet forEvents = ChangeEvents | FileCreation;
 constexpr AbilitySet forTrees = forEvents | RecursiveChangeEvents | FolderCreation;
@@ -66,8 +65,7 @@ bool expectTold(Trial& t, EventLog const& log, Kind kind, StorageIRI const& entr
 
 bool expectUntold(Trial& t, EventLog const& log, std::string const& what,
                   EventLog::Condition const& condition) {
-    return t.expect(!log.contains(condition),
-                    what + " is told, among " + describe(log));
+    return t.expect(!log.contains(condition), what + " is told, among " + describe(log));
 }
 
 /// Makes a file in the watched folder and waits until that is told: then what was done before is
@@ -118,8 +116,7 @@ constexpr Case cases[] = {
          t.makeFile(u"file", "old");
          EventLog const log = watch(t, t.at({}));
          auto const stream = t.provider().openStream(
-             t.at(u"file"),
-             {ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenExisting, 1, 0});
+             t.at(u"file"), {ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenExisting, 1, 0});
          write(*stream, "more");
          stream->close();
          expectTold(t, log, Kind::Modified, t.at(u"file"));
@@ -198,8 +195,7 @@ constexpr Case cases[] = {
              }
              if (report.kind == Kind::Created && report.entry == t.at(u"moved")) {
                  t.expect(removed || log.hasOverflow(), "a move is told from behind");
-                 t.expectEqual("movedFrom of the creation", report.movedFrom,
-                               utf8(t.at(u"file")));
+                 t.expectEqual("movedFrom of the creation", report.movedFrom, utf8(t.at(u"file")));
              }
          }
      },
@@ -226,8 +222,8 @@ constexpr Case cases[] = {
      forEvents | FileMoves | FolderCreation},
     {"OnlyTheKindsAskedForAreTold",
      [](Trial& t) {
-         EventLog const log = watch(t, t.at({}), RecursiveFileWatching::NonRecursive,
-                                    {Kind::Created});
+         EventLog const log =
+             watch(t, t.at({}), RecursiveFileWatching::NonRecursive, {Kind::Created});
          t.makeFile(u"file", "content");
          t.provider().removeFile(t.at(u"file"));
          settle(t, log, u"last");
@@ -260,8 +256,8 @@ constexpr Case cases[] = {
      forEvents | FileRemoval},
     {"EachOfManyFilesIsToldOnce",
      [](Trial& t) {
-         EventLog const log = watch(t, t.at({}), RecursiveFileWatching::NonRecursive,
-                                    {Kind::Created});
+         EventLog const log =
+             watch(t, t.at({}), RecursiveFileWatching::NonRecursive, {Kind::Created});
          for (int number = 0; number < 300; ++number) {
              std::string const digits = std::to_string(number);
              t.makeFile(u"file " + ustring(digits.begin(), digits.end()));
@@ -272,9 +268,8 @@ constexpr Case cases[] = {
              told.push_back(report.entry);
          }
          std::sort(told.begin(), told.end());
-         t.expect(log.hasOverflow() ||
-                      (told.size() == 301 &&
-                       std::adjacent_find(told.begin(), told.end()) == told.end()),
+         t.expect(log.hasOverflow() || (told.size() == 301 &&
+                                        std::adjacent_find(told.begin(), told.end()) == told.end()),
                   "of 301 files " + textOf(static_cast<unsigned long>(told.size())) +
                       " creations are told, or one twice");
      },
@@ -364,9 +359,8 @@ constexpr Case cases[] = {
          t.makeFile(u"other");
          t.provider().removeFile(t.at(u"file"));
          expectTold(t, log, Kind::Removed, t.at(u"file"));
-         expectUntold(t, log, "another file", [&](ChangeReport const& report) {
-             return report.entry != t.at(u"file");
-         });
+         expectUntold(t, log, "another file",
+                      [&](ChangeReport const& report) { return report.entry != t.at(u"file"); });
      },
      forEvents | FileRemoval},
     {"EachPublicationIsTold",
@@ -384,8 +378,7 @@ constexpr Case cases[] = {
          EventLog const two = watch(t, t.at({}));
          t.provider().stopPublishingFolderEvents(t.at({}));
          settle(t, two, u"file");
-         expectUntold(t, one, "a change behind the stop",
-                      isAbout(Kind::Created, t.at(u"file")));
+         expectUntold(t, one, "a change behind the stop", isAbout(Kind::Created, t.at(u"file")));
      },
      forEvents},
     {"BehindTheLastStopNothingIsTold",
@@ -426,14 +419,11 @@ constexpr Case cases[] = {
          EventLog const log(t.contract().patience);
          t.expectRefused(
              "publishFileEvents of what is missing",
-             [&] {
-                 t.provider().publishFileEvents(t.at(u"missing"), log.callback(), everything);
-             },
+             [&] { t.provider().publishFileEvents(t.at(u"missing"), log.callback(), everything); },
              ErrorCode::ResourceNotFound, t.at(u"missing"));
          for (auto const recursive :
               {RecursiveFileWatching::NonRecursive, RecursiveFileWatching::Recursive}) {
-             if (recursive == RecursiveFileWatching::NonRecursive ||
-                 t.has(RecursiveChangeEvents)) {
+             if (recursive == RecursiveFileWatching::NonRecursive || t.has(RecursiveChangeEvents)) {
                  t.expectRefused(
                      "publishFolderEvents of what is missing",
                      [&] {
@@ -467,9 +457,7 @@ constexpr Case cases[] = {
          EventLog const refused(t.contract().patience);
          t.expectRefused(
              "publishFileEvents of what is missing",
-             [&] {
-                 t.provider().publishFileEvents(t.at(u"file"), refused.callback(), everything);
-             },
+             [&] { t.provider().publishFileEvents(t.at(u"file"), refused.callback(), everything); },
              ErrorCode::ResourceNotFound, t.at(u"file"));
          EventLog const log = watch(t, t.at({}));
          settle(t, log, u"file");
@@ -539,8 +527,7 @@ constexpr Case cases[] = {
          expectTold(t, log, Kind::Created, t.at(u"a/b/file"));
          for (ChangeReport const& report : log.reports()) {
              t.expect(report.kind == Kind::Overflow || report.watched == t.at(u"a/b"),
-                      "what is deep is told in " + textOf(report.watched) +
-                          ", not in its folder");
+                      "what is deep is told in " + textOf(report.watched) + ", not in its folder");
          }
      },
      forTrees},
@@ -579,11 +566,10 @@ constexpr Case cases[] = {
          expectTold(t, log, Kind::Removed, t.at(u"folder"));
          expectTold(t, log, Kind::Created, t.at(u"moved"));
          settle(t, log, u"moved/last");
-         expectUntold(t, log, "what lies in a folder that moves",
-                      [&](ChangeReport const& report) {
-                          return !log.hasOverflow() && (report.entry == t.at(u"folder/file") ||
-                                                        report.entry == t.at(u"moved/file"));
-                      });
+         expectUntold(t, log, "what lies in a folder that moves", [&](ChangeReport const& report) {
+             return !log.hasOverflow() &&
+                    (report.entry == t.at(u"folder/file") || report.entry == t.at(u"moved/file"));
+         });
      },
      forTrees | FolderMoves},
     {"ATreeThatIsRemovedIsToldWhole",

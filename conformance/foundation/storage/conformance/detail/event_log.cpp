@@ -27,9 +27,9 @@ EventLog::EventLog(std::chrono::milliseconds patience)
       patience_(patience) {}
 
 ChangeCallback EventLog::callback(std::function<void(ChangeReport const&)> also) const {
-    return [state = state_, also = std::move(also)](
-               Kind const& kind, StorageIRI const& watched, StorageIRI const& entry,
-               EntryType const& type, boost::property_tree::ptree const& extended) {
+    return [state = state_, also = std::move(also)](Kind const& kind, StorageIRI const& watched,
+                                                    StorageIRI const& entry, EntryType const& type,
+                                                    boost::property_tree::ptree const& extended) {
         ChangeReport const report{kind,
                                   watched,
                                   entry,

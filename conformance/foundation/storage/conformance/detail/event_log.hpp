@@ -32,8 +32,8 @@ class EventLog {
     provider::ChangeCallback callback(std::function<void(ChangeReport const&)> also = {}) const;
 
     using Condition = std::function<bool(ChangeReport const&)>;
-    /// Whether a report came, within the patience, for which this holds. An Overflow counts for all:
-    /// what it stands for is not told.
+    /// Whether a report came, within the patience, for which this holds. An Overflow counts for
+    /// all: what it stands for is not told.
     bool waitFor(Condition const& condition) const;
     /// What came so far.
     std::vector<ChangeReport> reports() const;
