@@ -13,8 +13,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
-#include <future>
-#include <memory>
 #include <sched.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -33,26 +31,6 @@ class LocalWatchOverflow : public LocalWatchTest {
   protected:
     LocalWatchOverflow() { std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> queue_; }
 
-    /// Holds the watch thread in a callback until release().
-    void hold() {
-        makeFolder("gate");
-        std::promise<void> entered;
-        provider_->publishFolderEvents(
-            at("gate"),
-            [this, &entered, first = std::make_shared<bool>(true)](
-                Kind const&, StorageIRI const&, StorageIRI const&, EntryType const&,
-                boost::property_tree::ptree) {
-                if (std::exchange(*first, false)) {
-                    entered.set_value();
-                    released_.get_future().wait();
-                }
-            },
-            {Kind::Created}, RecursiveFileWatching::NonRecursive);
-        makeFile("gate/first");
-        entered.get_future().wait();
-    }
-    void release() { released_.set_value(); }
-
     void makeMany(std::string const& folder, int number) const {
         for (int made = 0; made < number; ++made) {
             if (made % 500 == 0) {
@@ -65,9 +43,6 @@ class LocalWatchOverflow : public LocalWatchTest {
     }
 
     int queue_ = 0;
-
-  private:
-    std::promise<void> released_;
 };
 
 TEST_F(LocalWatchOverflow, WhoLooksWhenToldSeesAllThatIsNotReportedLater) {

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -229,6 +230,52 @@ ChangeView LocalWatchTest::disk(std::string const& top) const {
         }
     }
     return items;
+}
+
+void LocalWatchTest::hold() {
+    makeFolder("gate");
+    std::promise<void> entered;
+    provider_->publishFolderEvents(
+        at("gate"),
+        [this, &entered, first = std::make_shared<bool>(true)](Kind const&, StorageIRI const&,
+                                                               StorageIRI const&, EntryType const&,
+                                                               boost::property_tree::ptree) {
+            if (std::exchange(*first, false)) {
+                entered.set_value();
+                released_.get_future().wait();
+            }
+        },
+        {Kind::Created}, RecursiveFileWatching::NonRecursive);
+    makeFile("gate/first");
+    entered.get_future().wait();
+}
+
+std::vector<std::string> LocalWatchTest::deafFolders(std::string const& top) {
+    std::string const probe = '/' + std::string(marker) + "probe-" + std::to_string(++markers_);
+    std::set<std::string> awaited{top};
+    for (auto const& [name, type] : disk(top)) {
+        if (type == EntryType::Folder) {
+            awaited.insert(name);
+        }
+    }
+    std::vector<std::string> const folders(awaited.begin(), awaited.end());
+    for (auto const& folder : folders) {
+        makeFile(folder + probe);
+    }
+    std::size_t seen = 0;
+    log_.waitFor([&](auto const& changes) {
+        for (; seen < changes.size(); ++seen) {
+            Change const& change = changes[seen];
+            if (change.kind == Kind::Created && change.entry.ends_with(probe)) {
+                awaited.erase(change.entry.substr(0, change.entry.size() - probe.size()));
+            }
+        }
+        return awaited.empty();
+    });
+    for (auto const& folder : folders) {
+        remove(folder + probe);
+    }
+    return {awaited.begin(), awaited.end()};
 }
 
 void LocalWatchTest::remove(std::string_view name) const {

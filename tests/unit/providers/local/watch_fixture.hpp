@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <functional>
+#include <future>
 #include <map>
 #include <mutex>
 #include <set>
@@ -102,6 +103,15 @@ class LocalWatchTest : public LocalProviderTest {
     /// What is on the disk below a folder; what vanishes meanwhile may be among it.
     ChangeView disk(std::string const& top = "w") const;
 
+    /// Holds the watch thread in a callback until release(): what is done between comes to it as
+    /// one burst. Once in a test.
+    void hold();
+    void release() { released_.set_value(); }
+
+    /// Makes a file in each folder of a tree, and waits until all are reported. The folders of
+    /// those that are not.
+    std::vector<std::string> deafFolders(std::string const& top = "w");
+
     void remove(std::string_view name) const;
     void rename(std::string_view from, std::string_view to) const;
 
@@ -114,6 +124,7 @@ class LocalWatchTest : public LocalProviderTest {
 
   private:
     int markers_ = 0;
+    std::promise<void> released_;
 };
 
 } // namespace foundation::storage::provider::local::test

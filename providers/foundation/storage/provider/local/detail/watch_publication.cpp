@@ -16,6 +16,9 @@ std::uint32_t bitsOf(ChangeKinds const& kinds) noexcept {
     return bits;
 }
 
+/// More names than these are not remembered one by one.
+constexpr std::size_t mostMissed = 50'000;
+
 std::uint64_t nextSerial() noexcept {
     static std::atomic<std::uint64_t> last = 0;
     return ++last;
@@ -46,6 +49,14 @@ std::uint32_t WatchPublication::events() const noexcept {
         result |= IN_ATTRIB;
     }
     return result;
+}
+
+void WatchPublication::miss(int watch, std::string_view name, Reported isReported) {
+    if (missed.size() >= mostMissed) {
+        isLost = true;
+        missed.clear();
+    }
+    missed.insert_or_assign({watch, std::string(name)}, isReported);
 }
 
 StorageIRI const& WatchPublication::locationOf(WatchNode const& node) {

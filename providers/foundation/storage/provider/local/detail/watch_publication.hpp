@@ -6,8 +6,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -63,9 +65,13 @@ struct WatchPublication : std::enable_shared_from_this<WatchPublication> {
     bool isLimited = false; ///< some folders could not be watched
     bool hasChangedFolders = false;
     unsigned renewals = 0; ///< in a row
-    /// Folders that were not where they were reported, as watch and name: they have moved on, as a
-    /// later event will tell, or go missing.
-    std::vector<std::pair<int, std::string>> missed;
+    /// Names, each with the watch of its folder, under which a folder may be that is not watched
+    /// there: looked at again when the queue is empty.
+    enum class Reported { No, Yes };
+    std::map<std::pair<int, std::string>, Reported> missed;
+    void miss(int watch, std::string_view name, Reported isReported);
+    unsigned looks = 0;         ///< at these names, with no event between
+    std::uint64_t lookedAt = 0; ///< the number of the last batch before the last look
 
   private:
     StorageIRI cached_;

@@ -14,9 +14,13 @@ constexpr unsigned mostRenewals = 8;
 
 void WatchTranslator::settleAll() {
     reports_.forgetFound();
+    isWaiting_ = false;
     settling_.swap(concerned_);
     for (auto* const publication : settling_) {
         publication->isConcerned = false;
+        if (publication->isUnsettled) {
+            place_.settle(*publication);
+        }
         lookForMissed(*publication);
         finish(*publication);
     }
@@ -67,15 +71,56 @@ void WatchTranslator::forget(WatchPublication const& publication) noexcept {
     std::erase(concerned_, &publication);
 }
 
+/// What is missed comes with an event that was not read yet. Where there is none, though the queue
+/// was found empty twice with some time between, the disk is believed.
 void WatchTranslator::lookForMissed(WatchPublication& publication) {
-    for (auto const& [watch, name] : std::exchange(publication.missed, {})) {
-        if (auto* const node = folderOf(watch, publication)) {
-            enter(*node, name);
+    if (publication.missed.empty()) {
+        return;
+    }
+    publication.looks = publication.lookedAt == batches_ ? publication.looks + 1 : 0;
+    publication.lookedAt = batches_;
+    Attempt const attempt = publication.looks == 0 ? Attempt::First : Attempt::Last;
+    for (bool goesOn = true; goesOn && !publication.missed.empty();) {
+        goesOn = false; // what is found can open the way to what is not yet
+        for (auto& [place, isReported] : std::exchange(publication.missed, {})) {
+            auto* const node = folderOf(place.first, publication);
+            if (node != nullptr && !look(*node, place.second, isReported, attempt)) {
+                publication.missed.insert({place, isReported});
+            } else {
+                goesOn = true;
+            }
         }
     }
-    if (!publication.missed.empty()) {
-        publication.isLost = true;
+    if (publication.missed.empty() || publication.isLost) {
+        return;
     }
+    if (publication.looks > 1) {
+        publication.isLost = true; // which no order of events can lead to
+        return;
+    }
+    isWaiting_ = true;
+    concern(publication);
+}
+
+/// Looks at one name. False where that has to be done again.
+bool WatchTranslator::look(WatchNode& node, std::string_view name, Reported isReported,
+                           Attempt attempt) {
+    WatchPublication& publication = *node.owner;
+    FileDescriptor folder;
+    int const error = openEntry(node, name, folder);
+    if (error == 0) {
+        return enter(node, name, std::move(folder), isReported, attempt);
+    }
+    auto* const child = publication.tree.child(node, name);
+    if (isGone(error) && child != nullptr) {
+        if (attempt == Attempt::First) {
+            return false;
+        }
+        publication.tree.drop(*child, table_);
+    } else if (error != notNow && !isPassedOver(error)) {
+        limit(publication);
+    }
+    return error != notNow;
 }
 
 void WatchTranslator::finish(WatchPublication& publication) {

@@ -13,11 +13,8 @@ namespace foundation::storage::provider::local::detail {
 
 namespace {
 
-/// Nothing there, or no folder, or none to be read: then it has no inside to watch either.
-bool isPassedOver(int error) noexcept {
-    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == EACCES ||
-           error == EPERM;
-}
+/// In place of an error number.
+constexpr int onItsWay = -1;
 
 bool isFolder(int folder, dirent64 const& entry) noexcept {
     if (entry.d_type != DT_UNKNOWN) {
@@ -28,6 +25,14 @@ bool isFolder(int folder, dirent64 const& entry) noexcept {
 }
 
 } // namespace
+
+bool isGone(int error) noexcept {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP;
+}
+
+bool isPassedOver(int error) noexcept {
+    return isGone(error) || error == EACCES || error == EPERM;
+}
 
 FileDescriptor openWatchedFolder(WatchPublication& publication, WatchNode const& node,
                                  WatchTable& table) {
@@ -52,7 +57,7 @@ int WatchSurvey::run(WatchPublication& publication, WatchNode& node, FileDescrip
     ++number_;
     closeAll(); // where memory ran out, the one before was not
     if (int const error = survey(node, folder.get())) {
-        return error;
+        return error == onItsWay ? 0 : error;
     }
     if (node.firstChild != nullptr) {
         levels_.assign(1, {&node, node.firstChild});
@@ -71,14 +76,27 @@ void WatchSurvey::closeAll() noexcept {
     }
 }
 
+bool WatchSurvey::isOnItsWay(WatchPublication& publication, int watch,
+                             WatchNode const* node) const {
+    auto const* const other = table_.find(watch, [&](WatchNode const& at) {
+        return at.owner == &publication && &at != node && publication.isPublished(at);
+    });
+    return other != nullptr && !openWatchedFolder(publication, *other, table_);
+}
+
 /// Watches a folder, and lists it.
 int WatchSurvey::survey(WatchNode& node, int folder) {
-    int const before = node.watch;
-    if (int const error = table_.watch(folder, publication_->events(), node)) {
-        return error;
+    int const watch = table_.claim(folder, publication_->events());
+    if (watch < 0) {
+        return errno;
     }
-    if (node.watch != before && node.firstChild != nullptr) {
+    if (watch != node.watch) {
+        if (node.parent != nullptr && isOnItsWay(*publication_, watch, &node)) {
+            publication_->miss(node.parent->watch, node.name, WatchPublication::Reported::Yes);
+            return onItsWay;
+        }
         publication_->tree.dropChildren(node, table_); // they were in another folder of this name
+        table_.give(watch, node);
     }
     node.isUnsurveyed = false;
     if (publication_->scope != WatchScope::Tree && finds_ == Finds::Silent) {
@@ -154,7 +172,7 @@ int WatchSurvey::goOn() {
     }
     if (!hold(*level.node)) {
         // It was moved away meanwhile, or is gone; the events will tell which.
-        publication_->isLost = true;
+        publication_->miss(level.node->watch, child->name, WatchPublication::Reported::Yes);
         publication_->tree.drop(*child, table_);
         return 0;
     }
@@ -167,7 +185,7 @@ int WatchSurvey::goOn() {
     int const error = folder ? survey(*child, folder.get()) : errno;
     if (error != 0) {
         publication_->tree.drop(*child, table_);
-        return isPassedOver(error) ? 0 : error;
+        return error == onItsWay || isPassedOver(error) ? 0 : error;
     }
     if (child->firstChild != nullptr) {
         levels_.push_back({child, child->firstChild});

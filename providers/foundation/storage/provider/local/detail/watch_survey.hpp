@@ -11,6 +11,11 @@
 
 namespace foundation::storage::provider::local::detail {
 
+/// Whether an error number of opening a folder by its name says that there is none.
+bool isGone(int error) noexcept;
+/// The same, or that it may not be read: then it has no inside to watch either.
+bool isPassedOver(int error) noexcept;
+
 /// Opens the folder of a node, for reading, by its path. Empty where it is not there any more.
 FileDescriptor openWatchedFolder(WatchPublication& publication, WatchNode const& node,
                                  WatchTable& table);
@@ -30,6 +35,11 @@ class WatchSurvey {
     /// `folder` is open for `node`. Folders that deny access or vanish are passed over; the
     /// first other error number, or 0. What could not be watched is left out.
     int run(WatchPublication& publication, WatchNode& node, FileDescriptor folder, Finds finds);
+
+    /// Whether a folder that was found for `node`, null for a new one, is watched at another place
+    /// of the publication from which it is gone: an event is to come that takes it from there, with
+    /// all that is below it. Where it is in both places, by a mount, it has a node for each.
+    bool isOnItsWay(WatchPublication& publication, int watch, WatchNode const* node) const;
 
   private:
     struct Level {

@@ -14,7 +14,7 @@ WatchTable::WatchTable() : descriptor_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)
 }
 
 /// By way of the descriptor: a path could lead to another folder than the one that is open.
-int WatchTable::add(int folder, std::uint32_t events) noexcept {
+int WatchTable::claim(int folder, std::uint32_t events) noexcept {
     std::array<char, 32> path{};
     std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", folder);
     return ::inotify_add_watch(descriptor_.get(), path.data(),
@@ -22,24 +22,28 @@ int WatchTable::add(int folder, std::uint32_t events) noexcept {
 }
 
 int WatchTable::watch(int folder, std::uint32_t events, WatchNode& node) {
-    int const watch = add(folder, events);
+    int const watch = claim(folder, events);
     if (watch < 0) {
         return errno;
     }
+    give(watch, node);
+    return 0;
+}
+
+void WatchTable::give(int watch, WatchNode& node) {
     if (watch == node.watch) {
-        return 0;
+        return;
     }
     auto const place = first_.try_emplace(watch, nullptr).first;
     release(node);
     node.watch = watch;
     node.nextOfWatch = place->second;
     place->second = &node;
-    return 0;
 }
 
 bool WatchTable::watches(int folder, WatchNode const& node) noexcept {
     // The kernel answers with the watch that the folder has; the event adds nothing to it.
-    int const watch = add(folder, IN_DELETE_SELF);
+    int const watch = claim(folder, IN_DELETE_SELF);
     if (watch >= 0 && !first_.contains(watch)) {
         ::inotify_rm_watch(descriptor_.get(), watch);
     }

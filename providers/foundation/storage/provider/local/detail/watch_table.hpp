@@ -23,6 +23,11 @@ class WatchTable {
     /// unless it is the same.
     int watch(int folder, std::uint32_t events, WatchNode& node);
 
+    /// The same in two steps: the kernel's watch of an open folder, or -1 with the reason in errno,
+    int claim(int folder, std::uint32_t events) noexcept;
+    /// which then is given to a node. One that no node has is not ended before.
+    void give(int watch, WatchNode& node);
+
     /// Whether an open folder is the one that is watched for `node`.
     bool watches(int folder, WatchNode const& node) noexcept;
 
@@ -34,9 +39,17 @@ class WatchTable {
     /// One of them, or null.
     WatchNode* anyOf(int watch) const noexcept;
     bool has(int watch, WatchNode const* node) const noexcept;
+    /// The first of them that `is` is true of, or null.
+    template<class Is>
+    WatchNode* find(int watch, Is const& is) const {
+        WatchNode* node = anyOf(watch);
+        while (node != nullptr && !is(*node)) {
+            node = node->nextOfWatch;
+        }
+        return node;
+    }
 
   private:
-    int add(int folder, std::uint32_t events) noexcept;
     bool unlink(WatchNode& node) noexcept;
 
     FileDescriptor descriptor_;

@@ -23,6 +23,7 @@ bool isFolder(WatchBatch::Event const& event) noexcept {
 
 bool WatchTranslator::translate(WatchBatch const& batch) {
     batch_ = &batch;
+    ++batches_;
     isComplete_ = true;
     departures_.clear();
     batch.forEach([&](Event const& event) { take(event); });
@@ -146,11 +147,11 @@ void WatchTranslator::takeEntry(WatchNode& node, Event const& event) {
 
 void WatchTranslator::create(WatchNode& node, Event const& event) {
     WatchPublication& publication = *node.owner;
-    if (reports_.wasFound(publication, node.watch, event.name)) {
-        return; // reported, and watched, when it was found
+    bool const wasFound = reports_.wasFound(publication, node.watch, event.name);
+    if (!wasFound) {
+        reports_.add(publication, Kind::Created, node, event.name, typeOf(event));
     }
-    reports_.add(publication, Kind::Created, node, event.name, typeOf(event));
-    if (isFolder(event)) {
+    if (isFolder(event) && !(wasFound && isWatched(node, event.name))) {
         enter(node, event.name);
     }
 }
@@ -184,6 +185,11 @@ void WatchTranslator::change(WatchNode& node, Event const& event) {
 void WatchTranslator::depart(WatchNode& node, Event const& event) {
     WatchPublication& publication = *node.owner;
     reports_.wasFound(publication, node.watch, event.name);
+    if (isFolder(event) && publication.scope == WatchScope::Tree) {
+        // An exchange puts another one there at the same time, and tells of that first.
+        publication.miss(node.watch, event.name, WatchPublication::Reported::No);
+        concern(publication);
+    }
     auto const* const arrival = batch_->arrivalOf(event.cookie);
     auto* const to = arrival == nullptr ? nullptr : folderOf(arrival->watch, publication);
     if (to == nullptr) {
@@ -223,20 +229,17 @@ void WatchTranslator::moveSubtree(WatchNode& node, std::string_view name, WatchN
         return;
     }
     if (tree.isWithin(to, *child)) {
-        // A folder cannot move into itself: one of the two was taken for another.
-        publication.isLost = true;
-        concern(publication);
+        // A folder cannot move into itself: one of the two was taken for another, and the arrival
+        // will show it.
         tree.drop(*child, table_);
         return;
     }
     if (replaced != nullptr) {
-        if (tree.isWithin(*child, *replaced)) {
-            publication.isLost = true;
-            concern(publication);
-            tree.drop(*replaced, table_);
+        bool const goesToo = tree.isWithin(*child, *replaced);
+        tree.drop(*replaced, table_);
+        if (goesToo) {
             return;
         }
-        tree.drop(*replaced, table_);
     }
     tree.move(*child, to, newName);
 }
@@ -252,54 +255,90 @@ void WatchTranslator::enter(WatchNode& node, std::string_view name) {
     if (publication.isLimited) {
         concern(publication);
     }
-    FileDescriptor const& parent = openParent(node);
-    if (!parent) {
-        publication.missed.emplace_back(node.watch, name);
-        concern(publication);
-        return;
+    FileDescriptor folder;
+    int const error = openEntry(node, name, folder);
+    if (error == notNow ||
+        (error == 0 && !enter(node, name, std::move(folder), Reported::Yes, Attempt::First))) {
+        publication.miss(node.watch, name, Reported::Yes);
+    } else if (error != 0 && !isPassedOver(error)) { // else an event behind this one tells
+        limit(publication);
     }
-    std::string const text(name);
-    FileDescriptor folder(uninterrupted(
-        [&] { return ::openat(parent.get(), text.c_str(), readFolderFlags | O_NOFOLLOW); }));
-    int error = folder ? 0 : errno;
-    if (error == ENOENT || error == ENOTDIR || error == ELOOP || error == EACCES ||
-        error == EPERM) {
-        return; // denied, or gone, as an event behind this one tells
-    }
-    if (error == 0) {
-        auto* child = publication.tree.child(node, name);
-        if (child != nullptr && table_.watches(folder.get(), *child)) {
-            return;
-        }
-        if (child == nullptr) {
-            child = &publication.tree.addChild(node, name);
-        } else {
-            // What was reported of it was in another folder, which had the name for a moment.
-            reports_.add(publication, Kind::Removed, node, name, Type::Folder);
-            reports_.add(publication, Kind::Created, node, name, Type::Folder);
-        }
-        error = survey_.run(publication, *child, std::move(folder), WatchSurvey::Finds::Reported);
-        if (child->watch == WatchNode::unwatched) {
-            publication.tree.drop(*child, table_);
-        }
-    }
-    if (error != 0) {
-        publication.isLimited = true;
-        publication.mustTellOverflow = true;
-        publication.hasChangedFolders = false; // not to be tried again before something changes
-    }
-    if (error != 0 || publication.isLost) {
+    if (publication.isLost || !publication.missed.empty()) {
         concern(publication);
     }
 }
 
-WatchNode* WatchTranslator::folderOf(int watch, WatchPublication const& publication) const {
-    for (auto* const node : table_.nodesOf(watch)) {
-        if (node->owner == &publication && publication.isPublished(*node)) {
-            return node;
+/// The same of one that is open. False where it is in its old place to all appearances.
+bool WatchTranslator::enter(WatchNode& node, std::string_view name, FileDescriptor folder,
+                            Reported isReported, Attempt attempt) {
+    WatchPublication& publication = *node.owner;
+    int const watch = table_.claim(folder.get(), publication.events());
+    if (watch < 0) {
+        limit(publication);
+        return true;
+    }
+    auto* child = publication.tree.child(node, name);
+    if (child != nullptr && child->watch == watch) {
+        return true;
+    }
+    if (survey_.isOnItsWay(publication, watch, child)) {
+        auto* const other = folderOf(watch, publication);
+        if (attempt == Attempt::First || publication.tree.isWithin(node, *other)) {
+            return false;
+        }
+        publication.tree.drop(*other, table_);
+        child = publication.tree.child(node, name);
+    }
+    if (child != nullptr) {
+        // What was reported of it was in another folder, which had the name for a moment.
+        reports_.add(publication, Kind::Removed, node, name, Type::Folder);
+        reports_.add(publication, Kind::Created, node, name, Type::Folder);
+    } else {
+        child = &publication.tree.addChild(node, name);
+        if (isReported == Reported::No) {
+            reports_.addFound(publication, node, name, Type::Folder);
         }
     }
-    return nullptr;
+    int const error =
+        survey_.run(publication, *child, std::move(folder), WatchSurvey::Finds::Reported);
+    if (child->watch == WatchNode::unwatched) {
+        publication.tree.drop(*child, table_);
+    }
+    if (error != 0) {
+        limit(publication);
+    }
+    return true;
+}
+
+/// Opens a subfolder of a watched folder. The error number, or 0.
+int WatchTranslator::openEntry(WatchNode const& node, std::string_view name,
+                               FileDescriptor& folder) {
+    FileDescriptor const& parent = openParent(node);
+    if (!parent) {
+        return notNow;
+    }
+    std::string const text(name);
+    folder = FileDescriptor(uninterrupted(
+        [&] { return ::openat(parent.get(), text.c_str(), readFolderFlags | O_NOFOLLOW); }));
+    return folder ? 0 : errno;
+}
+
+void WatchTranslator::limit(WatchPublication& publication) noexcept {
+    publication.isLimited = true;
+    publication.mustTellOverflow = true;
+    publication.hasChangedFolders = false; // not to be tried again before something changes
+    concern(publication);
+}
+
+bool WatchTranslator::isWatched(WatchNode const& node, std::string_view name) const noexcept {
+    auto const* const child = node.owner->tree.child(node, name);
+    return child != nullptr && child->watch != WatchNode::unwatched;
+}
+
+WatchNode* WatchTranslator::folderOf(int watch, WatchPublication const& publication) const {
+    return table_.find(watch, [&](WatchNode const& node) {
+        return node.owner == &publication && publication.isPublished(node);
+    });
 }
 
 FileDescriptor const& WatchTranslator::openParent(WatchNode const& node) {

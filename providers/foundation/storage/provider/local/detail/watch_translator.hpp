@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/local/detail/watch_place.hpp>
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <utility>
 #include <vector>
@@ -38,6 +39,9 @@ class WatchTranslator {
     /// Whether settleAll() has something to do.
     bool hasOpenEnds() const noexcept { return !concerned_.empty() || reports_.remembersFound(); }
 
+    /// Whether that is better done a little later.
+    bool isWaiting() const noexcept { return isWaiting_; }
+
     /// Looks at a publication at the next occasion. REQUIRES: there is room, by expect().
     void concern(WatchPublication& publication) noexcept;
     void expect(std::size_t publications);
@@ -49,6 +53,11 @@ class WatchTranslator {
   private:
     using Kind = events::Kind;
     using Type = events::EntryType;
+    using Reported = WatchPublication::Reported;
+    /// Whether what the tree and the disk tell of a folder may differ for want of an event.
+    enum class Attempt { First, Last };
+    /// In place of an error number: the folder above is in another place than the tree tells.
+    static constexpr int notNow = -1;
 
     void take(Event const& event);
     void takeEnd(Event const& event);
@@ -65,9 +74,15 @@ class WatchTranslator {
     /// The folder of a publication that has a watch, null where there is none.
     WatchNode* folderOf(int watch, WatchPublication const& publication) const;
     void enter(WatchNode& node, std::string_view name);
+    int openEntry(WatchNode const& node, std::string_view name, FileDescriptor& folder);
+    bool enter(WatchNode& node, std::string_view name, FileDescriptor folder, Reported isReported,
+               Attempt attempt);
+    void limit(WatchPublication& publication) noexcept;
+    bool isWatched(WatchNode const& node, std::string_view name) const noexcept;
     void moveSubtree(WatchNode& node, std::string_view name, WatchNode& to,
                      std::string_view newName);
     void lookForMissed(WatchPublication& publication);
+    bool look(WatchNode& node, std::string_view name, Reported isReported, Attempt attempt);
     void finish(WatchPublication& publication);
     FileDescriptor const& openParent(WatchNode const& node);
     void closeParent() noexcept;
@@ -77,6 +92,8 @@ class WatchTranslator {
     WatchSurvey survey_;
     WatchPlace place_;
     WatchBatch const* batch_ = nullptr;
+    std::uint64_t batches_ = 0; ///< translated so far
+    bool isWaiting_ = false;
     bool isComplete_ = true;
     std::vector<WatchPublication*> concerned_;
     std::vector<WatchPublication*> settling_;

@@ -24,6 +24,8 @@ constexpr std::size_t burstEnds = 1024;
 /// After as many batches an overflow is told, also where the queue is never empty.
 constexpr unsigned mostBatches = 64;
 constexpr int waitForMemory = 10; // milliseconds
+/// For events that must be about to come: their changes can be seen.
+constexpr int waitForEvents = 2; // milliseconds
 /// The room for reports that is kept between batches.
 constexpr std::size_t reportsKept = 4096;
 
@@ -67,7 +69,7 @@ int Watcher::begin(std::shared_ptr<WatchPublication> const& publication) {
             thread_ = foundation::core::threads::startServiceThread(
                 "vfs-watch", [self = shared_from_this()] { self->run(); });
         }
-        if (publication->isLost) {
+        if (publication->isLost || !publication->missed.empty()) {
             translator_.concern(*publication);
             wake();
         }
@@ -136,6 +138,9 @@ void Watcher::run() noexcept {
     for (;;) {
         if (!hasOpenEnds_) {
             wait();
+        } else if (isWaiting_) {
+            pollfd more{table_.descriptor(), POLLIN, 0};
+            ::poll(&more, 1, waitForEvents);
         }
         batch_.read(table_.descriptor());
         if (!work()) {
@@ -186,6 +191,7 @@ bool Watcher::work() {
         hasFailed_ = true;
     }
     hasOpenEnds_ = translator_.hasOpenEnds();
+    isWaiting_ = translator_.isWaiting();
     return true;
 }
 

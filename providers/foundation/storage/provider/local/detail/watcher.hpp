@@ -63,6 +63,7 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
     unsigned readsInARow_ = 0;
     unsigned batchesInARow_ = 0;
     bool hasOpenEnds_ = false;
+    bool isWaiting_ = false; ///< these are waited for
     bool hasFailed_ = false;
 
     FileDescriptor wakeUp_; ///< an eventfd(2)

@@ -1,0 +1,174 @@
+#include "watch_fixture.hpp"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <sys/stat.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+namespace foundation::storage::provider::local::test {
+
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+/// Folders that change their names faster than that is read.
+class LocalWatchRenames : public LocalWatchTest {
+  protected:
+    void makeFolders(std::string const& name) const {
+        std::filesystem::create_directories(path(name));
+    }
+};
+
+TEST_F(LocalWatchRenames, AFolderMovedOverOneThatWasJustMadeGoesOnBelow) {
+    makeFolders("w/a/s");
+    publishTree("w", namesOnly);
+    hold();
+
+    makeFolder("w/d");
+    rename("w/a", "w/d");
+    makeFolder("w/d/s/b");
+    release();
+
+    EXPECT_THAT(reports(), ElementsAre("+ folder w/d", "- folder w/a -> w/d", "+ folder w/d <- w/a",
+                                       "+ folder w/d/s/b"));
+    EXPECT_THAT(deafFolders(), IsEmpty());
+}
+
+TEST_F(LocalWatchRenames, AFolderUnderANameThatWasGivenUpMeanwhileGoesOnBelow) {
+    makeFolders("w/a/s");
+    publishTree("w", namesOnly);
+    hold();
+
+    makeFolder("w/d");
+    remove("w/d");
+    rename("w/a", "w/d");
+    makeFolder("w/d/s/b");
+    makeFile("w/d/s/file");
+    release();
+
+    EXPECT_THAT(reports(),
+                ElementsAre("+ folder w/d", "- folder w/d", "- folder w/a -> w/d",
+                            "+ folder w/d <- w/a", "+ folder w/d/s/b", "+ file w/d/s/file"));
+    EXPECT_THAT(deafFolders(), IsEmpty());
+}
+
+TEST_F(LocalWatchRenames, FoldersThatPassOnTheirNamesGoOnBelow) {
+    makeFolders("w/a/s");
+    makeFolders("w/x/t");
+    publishTree("w", namesOnly);
+    hold();
+
+    rename("w/x", "w/d");
+    rename("w/d", "w/e");
+    rename("w/a", "w/d");
+    makeFolder("w/d/s/b");
+    makeFolder("w/e/t/c");
+    release();
+
+    EXPECT_THAT(reports(),
+                ElementsAre("- folder w/x -> w/d", "+ folder w/d <- w/x", "- folder w/d -> w/e",
+                            "+ folder w/e <- w/d", "- folder w/a -> w/d", "+ folder w/d <- w/a",
+                            "+ folder w/d/s/b", "+ folder w/e/t/c"));
+    EXPECT_THAT(deafFolders(), IsEmpty());
+}
+
+TEST_F(LocalWatchRenames, OfManyFoldersMovedOverNewOnesNoneIsLost) {
+    constexpr int folders = 200;
+    for (int number = 0; number < folders; ++number) {
+        makeFolders("w/a" + std::to_string(number) + "/s");
+    }
+    publishTree("w", namesOnly);
+
+    for (int number = 0; number < folders; ++number) {
+        std::string const name = "w/d" + std::to_string(number);
+        makeFolder(name);
+        rename("w/a" + std::to_string(number), name);
+        makeFolder(name + "/s/b");
+    }
+
+    EXPECT_THAT(deafFolders(), IsEmpty());
+    EXPECT_THAT(log_.lines(), Not(Contains(StartsWith("!"))));
+}
+
+/// Does one thing at random in a tree three levels deep, where names are few and so are taken again
+/// and again. What cannot be done is left.
+class RandomWalk {
+  public:
+    RandomWalk(std::string base, unsigned seed) : base_(std::move(base)), random_(seed) {}
+
+    void step() {
+        unsigned const what = below(20);
+        std::error_code ignored;
+        if (what < 7) {
+            ::mkdir(item().c_str(), 0755);
+        } else if (what < 9) {
+            ::rmdir(item().c_str());
+        } else if (what < 16) {
+            std::filesystem::rename(item(), item(), ignored);
+        } else if (what < 17) {
+            std::filesystem::rename(item(), base_ + "/out/" + name(), ignored);
+        } else if (what < 18) {
+            std::filesystem::rename(base_ + "/out/" + name(), item(), ignored);
+        } else if (what < 19) {
+            std::ofstream(item() + "/file" + name()).flush();
+        } else {
+            ::renameat2(AT_FDCWD, item().c_str(), AT_FDCWD, item().c_str(), RENAME_EXCHANGE);
+        }
+    }
+    unsigned below(unsigned limit) { return static_cast<unsigned>(random_() % limit); }
+
+  private:
+    std::string name() { return std::string(1, static_cast<char>('a' + below(4))); }
+    std::string item() {
+        std::string result = base_ + "/w";
+        for (unsigned level = 0, depth = 1 + below(3); level < depth; ++level) {
+            result += '/' + name();
+        }
+        return result;
+    }
+
+    std::string const base_;
+    std::mt19937 random_;
+};
+
+class LocalWatchWalk : public LocalWatchRenames, public ::testing::WithParamInterface<unsigned> {};
+
+TEST_P(LocalWatchWalk, LeavesEveryFolderWatchedUnderItsName) {
+    makeFolder("out");
+    publishTree("w", namesOnly);
+    RandomWalk walk(path(""), GetParam());
+
+    for (int round = 0; round < 40; ++round) {
+        for (unsigned step = 0, steps = 1 + walk.below(200); step < steps; ++step) {
+            walk.step();
+            if (walk.below(16) == 0) {
+                std::this_thread::yield();
+            }
+            if (walk.below(64) == 0) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(walk.below(5)));
+            }
+        }
+        ASSERT_THAT(deafFolders(), IsEmpty()) << "round " << round;
+    }
+    EXPECT_THAT(log_.lines(), Not(Contains(StartsWith("!"))));
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, LocalWatchWalk, ::testing::Range(1U, 9U));
+
+} // namespace
+
+} // namespace foundation::storage::provider::local::test
