@@ -31,6 +31,11 @@ class LocalWatchRenames : public LocalWatchTest {
     void makeFolders(std::string const& name) const {
         std::filesystem::create_directories(path(name));
     }
+    void exchange(std::string const& one, std::string const& other) const {
+        ASSERT_EQ(::renameat2(AT_FDCWD, path(one).c_str(), AT_FDCWD, path(other).c_str(),
+                              RENAME_EXCHANGE),
+                  0);
+    }
 };
 
 TEST_F(LocalWatchRenames, AFolderMovedOverOneThatWasJustMadeGoesOnBelow) {
@@ -102,6 +107,107 @@ TEST_F(LocalWatchRenames, OfManyFoldersMovedOverNewOnesNoneIsLost) {
 
     EXPECT_THAT(deafFolders(), IsEmpty());
     EXPECT_THAT(log_.lines(), Not(Contains(StartsWith("!"))));
+}
+
+TEST_F(LocalWatchRenames, AnExchangeIsAMoveAndAnArrival) {
+    makeFolders("w/a/s");
+    makeFolders("w/b/t");
+    publishTree("w", namesOnly);
+    hold();
+
+    exchange("w/a", "w/b");
+    makeFile("w/a/t/file");
+    makeFile("w/b/s/file");
+    release();
+
+    EXPECT_THAT(reports(), ElementsAre("- folder w/a", "- folder w/b -> w/a", "+ folder w/a <- w/b",
+                                       "+ folder w/b", "+ folder w/b/s", "+ file w/b/s/file",
+                                       "+ file w/a/t/file"));
+    EXPECT_THAT(deafFolders(), IsEmpty());
+}
+
+TEST_F(LocalWatchRenames, AnExchangeAcrossFoldersLeavesBothWatched) {
+    makeFolders("w/a/s");
+    makeFolders("w/c/b/t");
+    publishTree("w", namesOnly);
+
+    exchange("w/a", "w/c/b");
+    settle();
+
+    EXPECT_THAT(deafFolders(), IsEmpty());
+}
+
+TEST_F(LocalWatchRenames, AnExchangeOfFilesLeavesBoth) {
+    makeFile("w/a");
+    makeFile("w/b");
+    publish("w", namesOnly);
+    hold();
+
+    exchange("w/a", "w/b");
+    release();
+
+    EXPECT_THAT(reports(),
+                ElementsAre("- file w/a", "- file w/b -> w/a", "+ file w/a <- w/b", "+ file w/b"));
+}
+
+TEST_F(LocalWatchRenames, AnExchangeOfAFileAndAFolderLeavesBoth) {
+    makeFile("w/a");
+    makeFolders("w/b/t");
+    publishTree("w", namesOnly);
+    hold();
+
+    exchange("w/a", "w/b");
+    release();
+
+    EXPECT_THAT(reports(), ElementsAre("- file w/a", "- folder w/b -> w/a", "+ folder w/a <- w/b",
+                                       "+ file w/b"));
+    EXPECT_THAT(deafFolders(), IsEmpty());
+}
+
+TEST_F(LocalWatchRenames, AFileThatGoesAndComesBackIsNoExchange) {
+    makeFile("w/a");
+    publish("w", namesOnly);
+    hold();
+
+    rename("w/a", "w/b");
+    rename("w/b", "w/a");
+    release();
+
+    EXPECT_THAT(reports(), ElementsAre("- file w/a -> w/b", "+ file w/b <- w/a",
+                                       "- file w/b -> w/a", "+ file w/a <- w/b"));
+}
+
+TEST_F(LocalWatchRenames, AFolderThatGoesOverAnotherAndBackIsNoExchange) {
+    makeFolders("w/a/s");
+    makeFolder("w/b");
+    log_.keepView([&](auto const& top) { return disk(top); });
+    publishTree("w", namesOnly);
+    hold();
+
+    rename("w/a", "w/b");
+    rename("w/b", "w/a");
+    makeFolder("w/b"); // another one
+    release();
+
+    settle();
+    EXPECT_EQ(log_.view(), disk());
+    EXPECT_EQ(log_.lines().front(), "- folder w/a -> w/b");
+    EXPECT_THAT(deafFolders(), IsEmpty());
+}
+
+TEST_F(LocalWatchRenames, AWatchedFileThatIsExchangedIsAnotherOne) {
+    makeFile("w/a");
+    makeFile("w/b");
+    publishFile("w/a", namesOnly);
+    publishFile("w/b", namesOnly);
+    hold();
+
+    exchange("w/a", "w/b");
+    makeFile("gate/second");
+    release();
+
+    ASSERT_TRUE(log_.waitFor([](auto const& changes) { return changes.size() >= 4; }));
+    EXPECT_THAT(log_.lines(), ElementsAre("- file w/a", "- file w/b", "+ file w/a", "+ file w/b"));
 }
 
 /// Does one thing at random in a tree three levels deep, where names are few and so are taken again

@@ -20,22 +20,26 @@ constexpr std::size_t longestEvent = sizeof(inotify_event) + NAME_MAX + 1;
 
 WatchBatch::WatchBatch() : buffer_(readSize) {}
 
+/// Where the events of a move, or an exchange, are about.
+struct WatchBatch::Move {
+    std::size_t departure;
+    std::size_t arrival;
+};
+
 bool WatchBatch::read(int inotify) noexcept {
     size_ = 0;
     arrivals_.clear();
+    exchanges_.clear();
     try {
         while (size_ < batchSize && readOnce(inotify)) {
         }
-        if (size_ != 0 && endsWithDeparture()) {
-            // The kernel puts the other end into the queue right behind; it may be about to.
-            pollfd more{inotify, POLLIN, 0};
-            if (::poll(&more, 1, 1) > 0) {
-                readOnce(inotify);
-            }
+        if (size_ != 0) {
+            readEnd(inotify);
         }
         index();
     } catch (std::bad_alloc const&) {
         arrivals_.clear(); // what is moved is removed and created then
+        exchanges_.clear();
     }
     return size_ != 0;
 }
@@ -61,24 +65,59 @@ bool WatchBatch::readOnce(int inotify) {
     return room - static_cast<std::size_t>(got) < longestEvent;
 }
 
-bool WatchBatch::endsWithDeparture() const noexcept {
-    return (reinterpret_cast<inotify_event const*>(buffer_.data() + last_)->mask & IN_MOVED_FROM) !=
-           0;
+/// What belongs together is put into the queue at once; it may be that it is about to be.
+void WatchBatch::readEnd(int inotify) {
+    std::uint32_t const mask = rawAt(last_).mask;
+    if ((mask & IN_MOVED_FROM) != 0) {
+        pollfd more{inotify, POLLIN, 0};
+        if (::poll(&more, 1, 1) > 0) {
+            readOnce(inotify);
+        }
+    } else if ((mask & (IN_MOVED_TO | IN_MOVE_SELF)) != 0) {
+        readOnce(inotify);
+    }
 }
 
-WatchBatch::Event WatchBatch::eventOf(inotify_event const& event) noexcept {
+WatchBatch::Event WatchBatch::eventAt(std::size_t at) const noexcept {
+    inotify_event const& event = rawAt(at);
     std::string_view const name =
         event.len == 0 ? std::string_view()
                        : std::string_view(event.name, ::strnlen(event.name, event.len));
     return {event.wd, event.mask, event.cookie, name};
 }
 
+/// Of a folder that is watched itself, only its having moved stands between the two moves of an
+/// exchange; one that was replaced changes its attributes there.
 void WatchBatch::index() {
-    forEach([&](Event const& event) {
+    constexpr std::size_t none = static_cast<std::size_t>(-1);
+    std::size_t departure = none;
+    Move last{none, none};
+    for (std::size_t at = 0; at < size_; at = behind(at)) {
+        inotify_event const& event = rawAt(at);
         if ((event.mask & IN_MOVED_TO) != 0) {
-            arrivals_.insert_or_assign(event.cookie, Arrival{event.watch, event.name});
+            Event const arrival = eventAt(at);
+            arrivals_.insert_or_assign(event.cookie, Arrival{arrival.watch, arrival.name});
+            bool const isMove = departure != none && rawAt(departure).cookie == event.cookie;
+            Move const move{isMove ? departure : none, at};
+            bool const isSecond = isMove && last.departure != none && areExchange(last, move);
+            if (isSecond) {
+                exchanges_.push_back({last.arrival, at});
+            }
+            last = isSecond ? Move{none, none} : move;
+        } else if ((event.mask & IN_MOVE_SELF) == 0 && (event.mask & IN_MOVED_FROM) == 0) {
+            last = {none, none};
         }
-    });
+        departure = (event.mask & IN_MOVED_FROM) != 0 ? at : none;
+    }
+}
+
+bool WatchBatch::areExchange(Move const& first, Move const& second) const noexcept {
+    auto const isOne = [&](std::size_t a, std::size_t b) {
+        Event const x = eventAt(a);
+        Event const y = eventAt(b);
+        return x.watch == y.watch && x.name == y.name;
+    };
+    return isOne(first.departure, second.arrival) && isOne(first.arrival, second.departure);
 }
 
 WatchBatch::Arrival const* WatchBatch::arrivalOf(std::uint32_t cookie) const noexcept {

@@ -10,8 +10,13 @@
 
 namespace foundation::storage::provider::local::detail {
 
-/// What inotify(7) had in its queue: the events of one gathering, and which of them are the two
-/// ends of a move. For one thread at a time.
+/// What inotify(7) had in its queue: the events of one gathering, which of them are the two ends of
+/// a move, and which two moves are one exchange. For one thread at a time.
+///
+/// The kernel tells of an exchange of `a` and `b` as of a move from `a` to `b` and one back, which
+/// read one behind the other would leave one of the two. So `b` goes last to where it has come:
+/// `a` departs, `b` moves to `a`, and `b` is there again. A file that is moved and moved back at
+/// once looks the same; what is there when it is read decides.
 class WatchBatch {
   public:
     struct Event {
@@ -32,28 +37,62 @@ class WatchBatch {
     bool read(int inotify) noexcept;
 
     std::size_t bytes() const noexcept { return size_; }
-    /// Calls `take(Event)` for every event, in their order.
+    /// Decides what are exchanges: those of which `isThere(watch, name)` is true of the name that
+    /// was the second to go.
+    template<class IsThere>
+    void settleExchanges(IsThere const& isThere) {
+        std::erase_if(exchanges_, [&](Exchange const& exchange) {
+            Event const event = eventAt(exchange.firstArrival);
+            if (!isThere(event.watch, event.name)) {
+                return true;
+            }
+            arrivals_.erase(event.cookie);
+            return false;
+        });
+    }
+    /// Calls `take(Event)` for every event, in their order but for exchanges.
     template<class Take>
     void forEach(Take const& take) const {
-        for (std::size_t at = 0; at < size_;) {
-            auto const& event = *reinterpret_cast<inotify_event const*>(buffer_.data() + at);
-            take(eventOf(event));
-            at += sizeof event + event.len;
+        auto exchange = exchanges_.begin();
+        for (std::size_t at = 0; at < size_; at = behind(at)) {
+            if (exchange != exchanges_.end() && at == exchange->firstArrival) {
+                continue;
+            }
+            take(eventAt(at));
+            if (exchange != exchanges_.end() && at == exchange->secondArrival) {
+                take(eventAt(exchange->firstArrival));
+                ++exchange;
+            }
         }
     }
     /// Null where it was moved out of all that is watched.
     Arrival const* arrivalOf(std::uint32_t cookie) const noexcept;
 
   private:
-    static Event eventOf(inotify_event const& event) noexcept;
+    /// Of two moves, where the events are about that the first and the second ended with.
+    struct Exchange {
+        std::size_t firstArrival;
+        std::size_t secondArrival;
+    };
+    struct Move;
+
+    inotify_event const& rawAt(std::size_t at) const noexcept {
+        return *reinterpret_cast<inotify_event const*>(buffer_.data() + at);
+    }
+    Event eventAt(std::size_t at) const noexcept;
+    std::size_t behind(std::size_t at) const noexcept {
+        return at + sizeof(inotify_event) + rawAt(at).len;
+    }
     bool readOnce(int inotify);
-    bool endsWithDeparture() const noexcept;
+    void readEnd(int inotify);
     void index();
+    bool areExchange(Move const& first, Move const& second) const noexcept;
 
     std::vector<char> buffer_;
     std::size_t size_ = 0;
     std::size_t last_ = 0; ///< where the last event begins
     std::unordered_map<std::uint32_t, Arrival> arrivals_;
+    std::vector<Exchange> exchanges_; ///< in the order of their events
 };
 
 } // namespace foundation::storage::provider::local::detail

@@ -141,6 +141,16 @@ int WatchPlace::begin(WatchPublication& publication) {
                        WatchSurvey::Finds::Silent);
 }
 
+FileDescriptor WatchPlace::openAnchor(WatchPublication const& publication, WatchNode const& node) {
+    FileDescriptor folder;
+    if (&node != &publication.anchor || !publication.isAnchoredAtParent ||
+        open(publication.location.getParent(), O_PATH | O_DIRECTORY | O_CLOEXEC, folder) != 0 ||
+        !table_.watches(folder.get(), node)) {
+        folder.close();
+    }
+    return folder;
+}
+
 void WatchPlace::leave(WatchPublication& publication) noexcept {
     if (publication.tree.root() != nullptr) {
         publication.tree.drop(*publication.tree.root(), table_);

@@ -17,6 +17,9 @@ class WatchPlace {
     int begin(WatchPublication& publication);
     void leave(WatchPublication& publication) noexcept;
 
+    /// Opens the folder that the published item is in, where `node` is for that. Empty where not.
+    FileDescriptor openAnchor(WatchPublication const& publication, WatchNode const& node);
+
     /// Compares with what is known, reports what is different, and watches what is there.
     void settle(WatchPublication& publication);
     /// The published folder is not at its name any more.

@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/local/detail/watch_translator.hpp>
 
+#include <foundation/storage/provider/local/detail/kernel_path.hpp>
 #include <foundation/storage/provider/local/detail/listed_folder.hpp>
 
 #include <fl/i18n/conversion.hpp>
@@ -21,7 +22,8 @@ bool isFolder(WatchBatch::Event const& event) noexcept {
 
 } // namespace
 
-bool WatchTranslator::translate(WatchBatch const& batch) {
+bool WatchTranslator::translate(WatchBatch& batch) {
+    batch.settleExchanges([&](int watch, std::string_view name) { return isThere(watch, name); });
     batch_ = &batch;
     ++batches_;
     isComplete_ = true;
@@ -339,6 +341,24 @@ WatchNode* WatchTranslator::folderOf(int watch, WatchPublication const& publicat
     return table_.find(watch, [&](WatchNode const& node) {
         return node.owner == &publication && publication.isPublished(node);
     });
+}
+
+/// Whether there is an item of that name in a watched folder now.
+bool WatchTranslator::isThere(int watch, std::string_view name) {
+    std::string const text(name);
+    struct stat item {};
+    for (auto* const node : table_.nodesOf(watch)) {
+        WatchPublication& publication = *node->owner;
+        FileDescriptor anchor;
+        if (!publication.isPublished(*node)) {
+            anchor = place_.openAnchor(publication, *node);
+        }
+        int const folder = publication.isPublished(*node) ? openParent(*node).get() : anchor.get();
+        if (folder >= 0) {
+            return statItem(folder, text.c_str(), false, item) == 0;
+        }
+    }
+    return false;
 }
 
 FileDescriptor const& WatchTranslator::openParent(WatchNode const& node) {

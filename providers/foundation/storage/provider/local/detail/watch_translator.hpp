@@ -31,7 +31,7 @@ class WatchTranslator {
     WatchPlace& place() noexcept { return place_; }
 
     /// False where the queue has overflowed: then events are missing.
-    bool translate(WatchBatch const& batch);
+    bool translate(WatchBatch& batch);
     /// The queue was empty: what is not in its place now will not be put there by an event.
     void settleAll();
     /// Brings up to date what an overflow concerns, for where the queue is never empty.
@@ -84,6 +84,7 @@ class WatchTranslator {
     void lookForMissed(WatchPublication& publication);
     bool look(WatchNode& node, std::string_view name, Reported isReported, Attempt attempt);
     void finish(WatchPublication& publication);
+    bool isThere(int watch, std::string_view name);
     FileDescriptor const& openParent(WatchNode const& node);
     void closeParent() noexcept;
 
