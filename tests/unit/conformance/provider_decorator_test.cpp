@@ -209,6 +209,7 @@ void expectSameExtensions() {
     ASSERT_EQ(links != nullptr, (std::is_base_of_v<extensions::ILinks, Provider>));
     ASSERT_EQ(replacing != nullptr, (std::is_base_of_v<extensions::IReplacingStreams, Provider>));
     ASSERT_EQ(flushing != nullptr, (std::is_base_of_v<extensions::IFlushableFilesystem, Provider>));
+    ASSERT_EQ(dynamic_cast<extensions::IFolderAttributes*>(decorated.get()), nullptr);
 
     std::vector<std::pair<Operation, ustring>> expected;
     if (links) {
@@ -247,6 +248,19 @@ TEST(ProviderDecorator, HasTheExtensionsOfTheInnerProviderAndNoOthers) {
     expectSameExtensions<Flushing<Linking>>();
     expectSameExtensions<Flushing<Replacing<false>>>();
     expectSameExtensions<Flushing<Replacing<true>>>();
+}
+
+TEST(ProviderDecorator, AttributesOfAFolderAreSetInTheInnerProvider) {
+    auto const decorated = decorate<Told>(memory::buildMemoryProvider());
+    auto& folders = dynamic_cast<extensions::IFolderAttributes&>(*decorated);
+    StorageIRI const root(u"mem:/");
+    folders.setFolderAttributes(root, {0700, {}, {}});
+    EXPECT_EQ(decorated->told,
+              (std::vector{std::pair(Operation::SetFolderAttributes, ustring(u"/"))}));
+    EXPECT_EQ(decorated->getFolderAttributes(root).values().mode, 0700U);
+
+    decorated->refuses = true;
+    EXPECT_THROW(folders.setFolderAttributes(root, {0755, {}, {}}), Exception);
 }
 
 TEST(ProviderDecorator, ALinkIsCopiedAsOneFromAStoreToADecoratedStore) {

@@ -70,7 +70,7 @@ struct CaseReport {
     std::vector<std::string> remarks;
 };
 
-struct Report {
+struct FOUNDATION_EXPORT Report {
     std::string provider;
     std::vector<CaseReport> cases;
 

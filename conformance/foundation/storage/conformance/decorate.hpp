@@ -12,8 +12,9 @@ namespace foundation::storage::conformance {
 /// the decorator's constructor, behind the provider.
 ///
 /// Extensions are found by a cast, so what is made is of a class derived from `Decorator` that has
-/// exactly those of extensions::ILinks, IReplacingStreams and IFlushableFilesystem that the inner
-/// provider has. Throws std::invalid_argument where there is no provider.
+/// exactly those of extensions::ILinks, IReplacingStreams, IFolderAttributes and
+/// IFlushableFilesystem that the inner provider has. Throws std::invalid_argument where there is no
+/// provider.
 template<class Decorator, class... Arguments>
 std::shared_ptr<Decorator> decorate(std::shared_ptr<provider::IProvider> inner,
                                     Arguments&&... arguments) {
@@ -28,10 +29,15 @@ std::shared_ptr<Decorator> decorate(std::shared_ptr<provider::IProvider> inner,
                    ? make(std::type_identity<detail::WithFlushing<Base>>())
                    : make(plain);
     };
+    auto const folders = [&]<class Base>(std::type_identity<Base> plain) {
+        return dynamic_cast<IFolderAttributes const*>(asked)
+                   ? flushing(std::type_identity<detail::WithFolderAttributes<Base>>())
+                   : flushing(plain);
+    };
     auto const replacing = [&]<class Base>(std::type_identity<Base> plain) {
         return dynamic_cast<IReplacingStreams const*>(asked)
-                   ? flushing(std::type_identity<detail::WithReplacingStreams<Base>>())
-                   : flushing(plain);
+                   ? folders(std::type_identity<detail::WithReplacingStreams<Base>>())
+                   : folders(plain);
     };
     std::type_identity<Decorator> const plain;
     return dynamic_cast<ILinks const*>(asked)

@@ -51,6 +51,7 @@ constexpr std::array<char const*, operationCount> names{
     "ReadLink",
     "CreateLink",
     "OpenReplacement",
+    "SetFolderAttributes",
     "FlushFilesystem",
 };
 

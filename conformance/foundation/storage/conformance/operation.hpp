@@ -56,6 +56,7 @@ enum class Operation : std::uint32_t {
     ReadLink,
     CreateLink,
     OpenReplacement,
+    SetFolderAttributes,
     FlushFilesystem,
 };
 

@@ -3,6 +3,7 @@
 #include <foundation/storage/conformance/provider_decorator.hpp>
 #include <foundation/storage/provider/byte_stream.hpp>
 #include <foundation/storage/provider/extensions/i_flushable_filesystem.hpp>
+#include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 
@@ -61,6 +62,26 @@ class WithReplacingStreams : public Base, public provider::extensions::IReplacin
   private:
     provider::extensions::IReplacingStreams& streams_ =
         dynamic_cast<provider::extensions::IReplacingStreams&>(*this->getInner());
+};
+
+/// A decorator of a provider whose folders can be given attributes.
+template<class Base>
+class WithFolderAttributes : public Base, public provider::extensions::IFolderAttributes {
+  public:
+    void setFolderAttributes(provider::StorageIRI const& location,
+                             provider::extensions::FolderAttributeChange const& change) override {
+        this->before(Operation::SetFolderAttributes, &location);
+        folders_.setFolderAttributes(location, change);
+    }
+
+  protected:
+    template<class... Arguments>
+    explicit WithFolderAttributes(Arguments&&... arguments)
+        : Base(std::forward<Arguments>(arguments)...) {}
+
+  private:
+    provider::extensions::IFolderAttributes& folders_ =
+        dynamic_cast<provider::extensions::IFolderAttributes&>(*this->getInner());
 };
 
 /// A decorator of a provider that keeps changes back.
