@@ -1,7 +1,6 @@
 #include <foundation/storage/provider/local/detail/watch_place.hpp>
 
 #include <foundation/storage/provider/exception.hpp>
-#include <foundation/storage/provider/local/detail/failures.hpp>
 #include <foundation/storage/provider/local/detail/kernel_path.hpp>
 #include <foundation/storage/provider/local/detail/listed_folder.hpp>
 
@@ -18,8 +17,15 @@ namespace foundation::storage::provider::local::detail {
 namespace {
 
 /// Above a folder only names count; the files beside it may change as they like.
-constexpr std::uint32_t anchorEvents =
+constexpr std::uint32_t namesEvents =
     IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
+
+std::uint32_t anchorEvents(WatchPublication const& publication, bool isParent) noexcept {
+    if (isParent && !publication.isFolder()) {
+        return publication.events();
+    }
+    return publication.awaitsAccess ? namesEvents | IN_ATTRIB : namesEvents;
+}
 
 /// And further up not even these.
 constexpr std::uint32_t selfEvents = IN_DELETE_SELF | IN_MOVE_SELF;
@@ -32,23 +38,11 @@ bool endsInDots(StorageIRI const& location) {
     return path.ends_with(u"/.") || path.ends_with(u"/..");
 }
 
-/// The error number, or 0.
-int open(StorageIRI const& location, int flags, FileDescriptor& result) {
-    try {
-        KernelPath const path(location);
-        result = FileDescriptor(
-            uninterrupted([&] { return ::openat(path.folder(), path.path(), flags); }));
-        return result ? 0 : errno;
-    } catch (Exception const& e) {
-        return e.getErrorCode() == ErrorCode::PermissionDenied ? EACCES : ENOENT;
-    }
-}
-
 int ask(StorageIRI const& location, struct stat& item) {
     try {
         return statItem(KernelPath(location), false, item);
-    } catch (Exception const& e) {
-        return e.getErrorCode() == ErrorCode::PermissionDenied ? EACCES : ENOENT;
+    } catch (Exception const& failure) {
+        return errorOf(failure);
     }
 }
 
@@ -61,18 +55,25 @@ int WatchPlace::anchor(WatchPublication& publication) {
     while (item.hasParent() && !endsInDots(item)) {
         StorageIRI const above = item.getParent();
         FileDescriptor folder;
-        int const error = open(above, O_PATH | O_DIRECTORY | O_CLOEXEC, folder);
+        int const error = openFolder(above, O_PATH | O_DIRECTORY | O_CLOEXEC, folder);
         if (error == 0) {
-            publication.isAnchoredAtParent = isParent;
-            publication.awaited = fl::i18n::ustringToStorageName(item.getName());
-            std::uint32_t const wanted =
-                isParent && !publication.isFolder() ? publication.events() : anchorEvents;
-            if (int const failure = table_.watch(folder.get(), wanted, publication.anchor)) {
-                return failure;
+            FolderIdentity identity;
+            int failure = identifyBriefly(folder.get(), identity);
+            if (failure == 0) {
+                failure = table_.watch(folder.get(), anchorEvents(publication, isParent),
+                                       publication.anchor);
             }
+            if (failure != 0) {
+                bool const isSame = publication.isAnchoredAtParent && isParent &&
+                                    publication.anchorIdentity.looksLike(identity);
+                return isDenied(failure) && isSame ? 0 : failure; // it may be watched, not again
+            }
+            publication.isAnchoredAtParent = isParent;
+            publication.anchorIdentity = identity;
+            publication.awaited = fl::i18n::ustringToStorageName(item.getName());
             return watchAbove(publication, above);
         }
-        if (!meansAbsent(error)) {
+        if (!isGone(error)) {
             return error;
         }
         isParent = false;
@@ -91,12 +92,12 @@ int WatchPlace::watchAbove(WatchPublication& publication, StorageIRI const& fold
     for (StorageIRI at = folder; result == 0 && at.hasParent();) {
         at = at.getParent();
         FileDescriptor opened;
-        if (open(at, O_PATH | O_DIRECTORY | O_CLOEXEC, opened) == 0) {
+        if (openFolder(at, O_PATH | O_DIRECTORY | O_CLOEXEC, opened) == 0) {
             auto node = std::make_unique<WatchNode>();
             node->owner = &publication;
             publication.above.push_back(std::move(node));
             int const error = table_.watch(opened.get(), selfEvents, *publication.above.back());
-            result = error == EACCES || error == EPERM ? 0 : error;
+            result = isDenied(error) ? 0 : error;
         }
     }
     for (auto const& node : old) {
@@ -112,11 +113,12 @@ int WatchPlace::anchorAsFarAsThereIs(WatchPublication& publication) {
         error = anchor(publication);
         FileDescriptor parent;
         if (error != 0 || publication.isAnchoredAtParent ||
-            open(publication.location.getParent(), O_PATH | O_DIRECTORY | O_CLOEXEC, parent) != 0) {
+            openFolder(publication.location.getParent(), O_PATH | O_DIRECTORY | O_CLOEXEC,
+                       parent) != 0) {
             break;
         }
     }
-    if (error != 0) {
+    if (isPassedOver(error)) {
         releaseAnchor(publication);
     }
     return error;
@@ -124,8 +126,7 @@ int WatchPlace::anchorAsFarAsThereIs(WatchPublication& publication) {
 
 int WatchPlace::begin(WatchPublication& publication) {
     int const error = anchorAsFarAsThereIs(publication);
-    bool const isOptional = publication.isFolder() && (error == EACCES || error == EPERM);
-    if (error != 0 && !isOptional) {
+    if (error != 0 && !(publication.isFolder() && isDenied(error))) {
         return error;
     }
     publication.isPresent = true;
@@ -134,17 +135,17 @@ int WatchPlace::begin(WatchPublication& publication) {
         return publication.isAnchoredAtParent ? ask(publication.location, item) : ENOENT;
     }
     FileDescriptor folder;
-    if (int const failure = open(publication.location, readFolderFlags, folder)) {
+    if (int const failure = openFolder(publication.location, readFolderFlags, folder)) {
         return failure;
     }
-    return survey_.run(publication, publication.tree.makeRoot(), std::move(folder),
-                       WatchSurvey::Finds::Silent);
+    return watchRoot(publication, std::move(folder), WatchSurvey::Finds::Silent);
 }
 
 FileDescriptor WatchPlace::openAnchor(WatchPublication const& publication, WatchNode const& node) {
     FileDescriptor folder;
     if (&node != &publication.anchor || !publication.isAnchoredAtParent ||
-        open(publication.location.getParent(), O_PATH | O_DIRECTORY | O_CLOEXEC, folder) != 0 ||
+        openFolder(publication.location.getParent(), O_PATH | O_DIRECTORY | O_CLOEXEC, folder) !=
+            0 ||
         !table_.watches(folder.get(), node)) {
         folder.close();
     }
@@ -180,16 +181,26 @@ void WatchPlace::lose(WatchPublication& publication) {
 void WatchPlace::settle(WatchPublication& publication) {
     publication.isUnsettled = false;
     int const error = anchorAsFarAsThereIs(publication);
-    if (error != 0 && error != EACCES && error != EPERM) {
-        publication.isLimited = true;
-        publication.mustTellOverflow = true;
+    if (error != 0 && !isDenied(error)) {
+        publication.limit();
     }
-    publication.isFolder() ? settleFolder(publication) : settleFile(publication);
+    if (publication.isFolder()) {
+        settleFolder(publication);
+    } else if (error == 0) {
+        settleFile(publication);
+    }
 }
 
 void WatchPlace::settleFile(WatchPublication& publication) {
     struct stat item {};
-    bool const isThere = publication.isAnchoredAtParent && ask(publication.location, item) == 0;
+    int const error = publication.isAnchoredAtParent ? ask(publication.location, item) : ENOENT;
+    if (error != 0 && !isGone(error)) {
+        if (!isDenied(error)) {
+            publication.limit();
+        }
+        return; // it may well be there
+    }
+    bool const isThere = error == 0;
     if (isThere != publication.isPresent) {
         reports_.addSelf(publication, isThere ? events::Kind::Created : events::Kind::Removed);
     }
@@ -198,41 +209,81 @@ void WatchPlace::settleFile(WatchPublication& publication) {
 
 void WatchPlace::settleFolder(WatchPublication& publication) {
     FileDescriptor folder;
-    bool const isThere = open(publication.location, readFolderFlags, folder) == 0;
-    WatchNode const* const root = publication.tree.root();
-    if (isThere && root != nullptr && table_.watches(folder.get(), *root)) {
-        return;
+    int error = openFolder(publication.location, readFolderFlags, folder);
+    if (isDenied(error) && !std::exchange(publication.awaitsAccess, true)) {
+        anchorAsFarAsThereIs(publication);
+        error = openFolder(publication.location, readFolderFlags, folder);
     }
-    lose(publication);
-    if (isThere) {
-        appear(publication, std::move(folder));
+    WatchNode* const root = publication.tree.root();
+    if (error == 0) {
+        if (root != nullptr && root->watch == WatchNode::unwatched) {
+            fill(publication, std::move(folder)); // it was found, but could not be watched
+        } else if (root == nullptr || !table_.watches(folder.get(), *root)) {
+            lose(publication);
+            appear(publication, std::move(folder));
+        }
+    } else if (!isPassedOver(error)) {
+        publication.limit();
+    } else if (!isDenied(error) || !isSameRoot(publication)) {
+        lose(publication);
     }
+}
+
+/// Whether what may not be read is the folder that is watched, as far as can be told.
+bool WatchPlace::isSameRoot(WatchPublication& publication) {
+    if (publication.tree.root() == nullptr) {
+        return false;
+    }
+    FileDescriptor folder;
+    FolderIdentity identity;
+    int error = openFolder(publication.location, O_PATH | O_DIRECTORY | O_CLOEXEC, folder);
+    if (error == 0) {
+        error = identifyBriefly(folder.get(), identity);
+    }
+    if (error != 0 && !isPassedOver(error)) {
+        publication.limit();
+    }
+    return error == 0 ? identity.looksLike(publication.rootIdentity) : !isGone(error);
 }
 
 void WatchPlace::appear(WatchPublication& publication, FileDescriptor folder) {
     publication.isPresent = true;
     reports_.addSelf(publication, events::Kind::Created);
-    auto& root = publication.tree.makeRoot();
-    if (survey_.run(publication, root, std::move(folder), WatchSurvey::Finds::Reported) != 0) {
-        publication.isLimited = true;
-        publication.mustTellOverflow = true;
+    fill(publication, std::move(folder));
+}
+
+void WatchPlace::fill(WatchPublication& publication, FileDescriptor folder) {
+    if (watchRoot(publication, std::move(folder), WatchSurvey::Finds::Reported) != 0) {
+        publication.limit();
     }
+}
+
+/// The error number, or 0.
+int WatchPlace::watchRoot(WatchPublication& publication, FileDescriptor folder,
+                          WatchSurvey::Finds finds) {
+    auto* const known = publication.tree.root();
+    auto& root = known != nullptr ? *known : publication.tree.makeRoot();
+    if (int const error = identifyBriefly(folder.get(), publication.rootIdentity)) {
+        return error;
+    }
+    return survey_.run(publication, root, std::move(folder), finds);
 }
 
 void WatchPlace::renew(WatchPublication& publication) {
     publication.isLost = false;
-    publication.isLimited = false;
     publication.missed.clear();
-    publication.mustTellOverflow = true;
     settle(publication);
     auto* const root = publication.tree.root();
-    FileDescriptor folder;
-    if (root == nullptr || publication.scope != WatchScope::Tree ||
-        open(publication.location, readFolderFlags, folder) != 0) {
+    if (root == nullptr || publication.scope != WatchScope::Tree) {
         return;
     }
-    if (survey_.run(publication, *root, std::move(folder), WatchSurvey::Finds::Silent) != 0) {
-        publication.isLimited = true;
+    FileDescriptor folder;
+    int error = openWatchedFolder(publication, *root, table_, folder);
+    if (error == 0) {
+        error = survey_.run(publication, *root, std::move(folder), WatchSurvey::Finds::Silent);
+    }
+    if (error != 0 && !isPassedOver(error)) {
+        publication.limit();
     }
 }
 

@@ -24,7 +24,7 @@ class WatchPlace {
     void settle(WatchPublication& publication);
     /// The published folder is not at its name any more.
     void lose(WatchPublication& publication);
-    /// Brings all watches up to date, behind an overflow that the publication is told of.
+    /// Brings all watches up to date with the disk.
     void renew(WatchPublication& publication);
 
   private:
@@ -34,7 +34,10 @@ class WatchPlace {
     int anchorAsFarAsThereIs(WatchPublication& publication);
     void settleFile(WatchPublication& publication);
     void settleFolder(WatchPublication& publication);
+    bool isSameRoot(WatchPublication& publication);
     void appear(WatchPublication& publication, FileDescriptor folder);
+    void fill(WatchPublication& publication, FileDescriptor folder);
+    int watchRoot(WatchPublication& publication, FileDescriptor folder, WatchSurvey::Finds finds);
 
     WatchTable& table_;
     WatchReports& reports_;

@@ -2,6 +2,7 @@
 
 #include <fl/i18n/conversion.hpp>
 
+#include <algorithm>
 #include <sys/inotify.h>
 
 namespace foundation::storage::provider::local::detail {
@@ -18,6 +19,9 @@ std::uint32_t bitsOf(ChangeKinds const& kinds) noexcept {
 
 /// More names than these are not remembered one by one.
 constexpr std::size_t mostMissed = 50'000;
+
+constexpr std::chrono::milliseconds firstRetry{50};
+constexpr std::chrono::milliseconds longestRetry{60'000};
 
 std::uint64_t nextSerial() noexcept {
     static std::atomic<std::uint64_t> last = 0;
@@ -57,6 +61,17 @@ void WatchPublication::miss(int watch, std::string_view name, Reported isReporte
         missed.clear();
     }
     missed.insert_or_assign({watch, std::string(name)}, isReported);
+}
+
+void WatchPublication::limit() noexcept {
+    if (isLimited) {
+        return;
+    }
+    isLimited = true;
+    // Told once, and again when there is an end to it.
+    mustTellOverflow = mustTellOverflow || retryAfter.count() == 0;
+    retryAfter = std::clamp(retryAfter * 2, firstRetry, longestRetry);
+    retryAt = std::chrono::steady_clock::now() + retryAfter;
 }
 
 StorageIRI const& WatchPublication::locationOf(WatchNode const& node) {

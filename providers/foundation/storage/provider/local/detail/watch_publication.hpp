@@ -1,10 +1,12 @@
 #pragma once
 
 #include <foundation/storage/provider/change_events.hpp>
+#include <foundation/storage/provider/local/detail/listed_folder.hpp>
 #include <foundation/storage/provider/local/detail/watch_tree.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -52,9 +54,13 @@ struct WatchPublication : std::enable_shared_from_this<WatchPublication> {
     WatchNode anchor;
     std::string awaited; ///< the name in that folder
     bool isAnchoredAtParent = false;
+    FolderIdentity anchorIdentity;
+    /// The published folder is there and may not be read: a change of its attributes may allow it.
+    bool awaitsAccess = false;
     /// The folders above that one, watched for being moved or removed themselves only.
     std::vector<std::unique_ptr<WatchNode>> above;
     WatchTree tree; ///< of folders; of a file there is none
+    FolderIdentity rootIdentity;
     bool isPresent = false;
 
     /// What is left to do before the watcher sleeps again.
@@ -62,8 +68,12 @@ struct WatchPublication : std::enable_shared_from_this<WatchPublication> {
     bool isUnsettled = false; ///< where the item is has to be found out again
     bool isLost = false;      ///< reports are missing, or watches
     bool mustTellOverflow = false;
-    bool isLimited = false; ///< some folders could not be watched
-    bool hasChangedFolders = false;
+    /// Something could not be looked at or watched for want of descriptors, watches or memory. It
+    /// is tried again after a while, twice as long each time, until it succeeds.
+    bool isLimited = false;
+    std::chrono::milliseconds retryAfter{0}; ///< 0 where all is as it should be
+    std::chrono::steady_clock::time_point retryAt;
+    void limit() noexcept;
     unsigned renewals = 0; ///< in a row
     /// Names, each with the watch of its folder, under which a folder may be that is not watched
     /// there: looked at again when the queue is empty.

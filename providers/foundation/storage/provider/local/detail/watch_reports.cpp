@@ -63,7 +63,11 @@ void WatchReports::addFound(WatchPublication& publication, WatchNode const& fold
 }
 
 bool WatchReports::wasFound(WatchPublication const& publication, int watch, std::string_view name) {
-    return !found_.empty() && found_.erase(keyOf(publication, watch, name)) != 0;
+    if (!remembersFound()) {
+        return false;
+    }
+    std::string const key = keyOf(publication, watch, name);
+    return found_.erase(key) + foundBefore_.erase(key) != 0;
 }
 
 std::string WatchReports::keyOf(WatchPublication const& publication, int watch,

@@ -45,14 +45,23 @@ class WatchReports {
                   Type type);
     /// Whether it was found; from then on it counts as not found.
     bool wasFound(WatchPublication const& publication, int watch, std::string_view name);
-    bool remembersFound() const noexcept { return !found_.empty(); }
-    void forgetFound() noexcept { found_.clear(); }
+    bool remembersFound() const noexcept { return !found_.empty() || !foundBefore_.empty(); }
+    void forgetFound() noexcept {
+        found_.clear();
+        foundBefore_.clear();
+    }
+    /// What was found before the last time of this: its creation has been read if it was to come.
+    void forgetFoundLongAgo() noexcept {
+        foundBefore_.swap(found_);
+        found_.clear();
+    }
 
   private:
     static std::string keyOf(WatchPublication const& publication, int watch, std::string_view name);
 
     std::vector<WatchReport> queue_;
     std::unordered_set<std::string> found_;
+    std::unordered_set<std::string> foundBefore_;
 };
 
 } // namespace foundation::storage::provider::local::detail

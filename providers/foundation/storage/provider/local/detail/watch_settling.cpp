@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/local/detail/watch_translator.hpp>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -14,6 +15,15 @@ constexpr unsigned mostRenewals = 8;
 
 void WatchTranslator::settleAll() {
     reports_.forgetFound();
+    settle(Queue::Empty);
+}
+
+void WatchTranslator::settleBehindMany() {
+    reports_.forgetFoundLongAgo();
+    settle(Queue::Busy);
+}
+
+void WatchTranslator::settle(Queue queue) {
     isWaiting_ = false;
     settling_.swap(concerned_);
     for (auto* const publication : settling_) {
@@ -21,22 +31,8 @@ void WatchTranslator::settleAll() {
         if (publication->isUnsettled) {
             place_.settle(*publication);
         }
-        lookForMissed(*publication);
+        lookForMissed(*publication, queue);
         finish(*publication);
-    }
-    settling_.clear();
-    closeParent();
-}
-
-void WatchTranslator::renewLost() {
-    settling_.swap(concerned_);
-    for (auto* const publication : settling_) {
-        publication->isConcerned = false;
-        if (publication->isLost) {
-            finish(*publication);
-        } else {
-            concern(*publication);
-        }
     }
     settling_.clear();
     closeParent();
@@ -73,11 +69,12 @@ void WatchTranslator::forget(WatchPublication const& publication) noexcept {
 
 /// What is missed comes with an event that was not read yet. Where there is none, though the queue
 /// was found empty twice with some time between, the disk is believed.
-void WatchTranslator::lookForMissed(WatchPublication& publication) {
+void WatchTranslator::lookForMissed(WatchPublication& publication, Queue queue) {
     if (publication.missed.empty()) {
         return;
     }
-    publication.looks = publication.lookedAt == batches_ ? publication.looks + 1 : 0;
+    bool const isQuiet = queue == Queue::Empty && publication.lookedAt == batches_;
+    publication.looks = isQuiet ? publication.looks + 1 : 0;
     publication.lookedAt = batches_;
     Attempt const attempt = publication.looks == 0 ? Attempt::First : Attempt::Last;
     for (bool goesOn = true; goesOn && !publication.missed.empty();) {
@@ -124,30 +121,45 @@ bool WatchTranslator::look(WatchNode& node, std::string_view name, Reported isRe
 }
 
 void WatchTranslator::finish(WatchPublication& publication) {
-    if (publication.isLimited && std::exchange(publication.hasChangedFolders, false)) {
-        publication.isLost = true;
+    bool const isRetry =
+        publication.isLimited && publication.retryAt <= std::chrono::steady_clock::now();
+    if (isRetry) {
+        publication.isLimited = false;
+        if (!table_.hasRoom()) {
+            publication.limit();
+        }
     }
     if (publication.isUnsettled) {
         place_.settle(publication);
     }
-    if (publication.isLost) {
+    if (publication.isLost || (isRetry && !publication.isLimited)) {
+        publication.mustTellOverflow = publication.mustTellOverflow || publication.isLost;
         place_.renew(publication);
     }
-    publication.hasChangedFolders = false;
+    if (isRetry && !publication.isLimited) {
+        publication.retryAfter = {};
+        publication.mustTellOverflow = true;
+    }
     if (std::exchange(publication.mustTellOverflow, false)) {
         reports_.addSelf(publication, Kind::Overflow);
     }
     // Where the disk changed during that as well, it is looked at once more, though not for ever.
-    if (publication.isLost || publication.isUnsettled) {
-        if (++publication.renewals < mostRenewals) {
-            concern(publication);
-            return;
-        }
+    bool const isOpen = publication.isLost || publication.isUnsettled;
+    if (isOpen && ++publication.renewals < mostRenewals) {
+        concern(publication);
+    } else if (isOpen) {
         publication.isLost = publication.isUnsettled = false;
-        publication.isLimited = true;
+        publication.limit();
+        publication.mustTellOverflow = false;
         reports_.addSelf(publication, Kind::Overflow);
     }
-    publication.renewals = 0;
+    publication.renewals = isOpen ? publication.renewals % mostRenewals : 0;
+    if (publication.isLimited) {
+        retryAt_ = std::min(retryAt_.value_or(publication.retryAt), publication.retryAt);
+    }
+    if (!publication.missed.empty()) {
+        concern(publication);
+    }
 }
 
 } // namespace foundation::storage::provider::local::detail

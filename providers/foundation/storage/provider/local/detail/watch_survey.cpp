@@ -1,6 +1,5 @@
 #include <foundation/storage/provider/local/detail/watch_survey.hpp>
 
-#include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/local/detail/kernel_path.hpp>
 #include <foundation/storage/provider/local/detail/listed_folder.hpp>
 
@@ -30,23 +29,45 @@ bool isGone(int error) noexcept {
     return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
-bool isPassedOver(int error) noexcept {
-    return isGone(error) || error == EACCES || error == EPERM;
+bool isDenied(int error) noexcept {
+    return error == EACCES || error == EPERM;
 }
 
-FileDescriptor openWatchedFolder(WatchPublication& publication, WatchNode const& node,
-                                 WatchTable& table) {
-    try {
-        KernelPath const path(publication.locationOf(node));
-        FileDescriptor folder(
-            uninterrupted([&] { return ::openat(path.folder(), path.path(), readFolderFlags); }));
-        if (folder && table.watches(folder.get(), node)) {
-            return folder;
-        }
-    } catch (Exception const&) {
-        return FileDescriptor(); // the way there is closed
+bool isPassedOver(int error) noexcept {
+    return isGone(error) || isDenied(error);
+}
+
+int errorOf(Exception const& failure) noexcept {
+    switch (failure.getErrorCode()) {
+    case ErrorCode::PermissionDenied:
+        return EACCES;
+    case ErrorCode::ResourceNotFound:
+    case ErrorCode::InvalidLocation:
+        return ENOENT;
+    default:
+        return EMFILE;
     }
-    return FileDescriptor();
+}
+
+int openFolder(StorageIRI const& location, int flags, FileDescriptor& folder) {
+    try {
+        KernelPath const path(location);
+        folder = FileDescriptor(
+            uninterrupted([&] { return ::openat(path.folder(), path.path(), flags); }));
+        return folder ? 0 : errno;
+    } catch (Exception const& failure) {
+        return errorOf(failure);
+    }
+}
+
+int openWatchedFolder(WatchPublication& publication, WatchNode const& node, WatchTable& table,
+                      FileDescriptor& folder) {
+    int const error = openFolder(publication.locationOf(node), readFolderFlags, folder);
+    if (error == 0 && !table.watches(folder.get(), node)) {
+        folder.close();
+        return ENOENT;
+    }
+    return error;
 }
 
 int WatchSurvey::run(WatchPublication& publication, WatchNode& node, FileDescriptor folder,
@@ -81,7 +102,8 @@ bool WatchSurvey::isOnItsWay(WatchPublication& publication, int watch,
     auto const* const other = table_.find(watch, [&](WatchNode const& at) {
         return at.owner == &publication && &at != node && publication.isPublished(at);
     });
-    return other != nullptr && !openWatchedFolder(publication, *other, table_);
+    FileDescriptor folder;
+    return other != nullptr && openWatchedFolder(publication, *other, table_, folder) != 0;
 }
 
 /// Watches a folder, and lists it.
@@ -170,11 +192,11 @@ int WatchSurvey::goOn() {
     if (!child->isUnsurveyed) {
         return 0;
     }
-    if (!hold(*level.node)) {
+    if (int const error = hold(*level.node)) {
         // It was moved away meanwhile, or is gone; the events will tell which.
         publication_->miss(level.node->watch, child->name, WatchPublication::Reported::Yes);
         publication_->tree.drop(*child, table_);
-        return 0;
+        return isPassedOver(error) ? 0 : error;
     }
     constexpr int flags = readFolderFlags | O_NOFOLLOW;
     auto const open = [&] { return ::openat(window_.at(depth()), child->name.c_str(), flags); };
@@ -194,17 +216,18 @@ int WatchSurvey::goOn() {
     return 0;
 }
 
-/// Sees that the innermost folder is open: on the way back up it may have been closed.
-bool WatchSurvey::hold(WatchNode& node) {
+/// Sees that the innermost folder is open: on the way back up it may have been closed. The error
+/// number, or 0.
+int WatchSurvey::hold(WatchNode& node) {
     if (window_.at(depth()) >= 0) {
-        return true;
+        return 0;
     }
-    FileDescriptor folder = openWatchedFolder(*publication_, node, table_);
-    if (!folder) {
-        return false;
+    FileDescriptor folder;
+    int const error = openWatchedFolder(*publication_, node, table_, folder);
+    if (error == 0) {
+        window_.push(depth(), std::move(folder));
     }
-    window_.push(depth(), std::move(folder));
-    return true;
+    return error;
 }
 
 } // namespace foundation::storage::provider::local::detail

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/local/detail/descriptor_window.hpp>
 #include <foundation/storage/provider/local/detail/watch_publication.hpp>
 #include <foundation/storage/provider/local/detail/watch_reports.hpp>
@@ -11,14 +12,21 @@
 
 namespace foundation::storage::provider::local::detail {
 
-/// Whether an error number of opening a folder by its name says that there is none.
+/// Whether an error number of opening a folder says that there is none under the name.
 bool isGone(int error) noexcept;
-/// The same, or that it may not be read: then it has no inside to watch either.
+/// That it may not be opened.
+bool isDenied(int error) noexcept;
+/// The one or the other: then it has no inside to watch either. All else is a failure of the look.
 bool isPassedOver(int error) noexcept;
 
-/// Opens the folder of a node, for reading, by its path. Empty where it is not there any more.
-FileDescriptor openWatchedFolder(WatchPublication& publication, WatchNode const& node,
-                                 WatchTable& table);
+int errorOf(Exception const& failure) noexcept;
+/// What open(2) answers; a provider's exception as the error number that it stands for.
+int openFolder(StorageIRI const& location, int flags, FileDescriptor& folder);
+
+/// Opens the folder of a node, for reading, by its path. The error number, or 0; ENOENT where
+/// another one is there.
+int openWatchedFolder(WatchPublication& publication, WatchNode const& node, WatchTable& table,
+                      FileDescriptor& folder);
 
 /// Brings the watches of a folder, and of the tree below where that is published, up to date with
 /// the disk: each folder is watched first and then listed, so that what is made in it at any time
@@ -52,7 +60,7 @@ class WatchSurvey {
     void meet(WatchNode& node, int folder, dirent64 const& entry);
     void dropVanished(WatchNode& node);
     int goOn();
-    bool hold(WatchNode& node);
+    int hold(WatchNode& node);
     void closeAll() noexcept;
     void note(int error) noexcept { error_ = error_ == 0 ? error : error_; }
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <system_error>
 
@@ -48,6 +49,16 @@ bool WatchTable::watches(int folder, WatchNode const& node) noexcept {
         ::inotify_rm_watch(descriptor_.get(), watch);
     }
     return watch >= 0 && watch == node.watch;
+}
+
+bool WatchTable::hasRoom() noexcept {
+    // Any folder that nobody watches.
+    FileDescriptor const folder(::open("/proc/self/fd", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    int const watch = folder ? claim(folder.get(), IN_DELETE_SELF) : -1;
+    if (watch >= 0 && !first_.contains(watch)) {
+        ::inotify_rm_watch(descriptor_.get(), watch);
+    }
+    return watch >= 0;
 }
 
 /// True where no node has the watch any more.

@@ -31,6 +31,9 @@ class WatchTable {
     /// Whether an open folder is the one that is watched for `node`.
     bool watches(int folder, WatchNode const& node) noexcept;
 
+    /// Whether there are descriptors and watches to be had now.
+    bool hasRoom() noexcept;
+
     /// The kernel's watch goes with its last node.
     void release(WatchNode& node) noexcept;
 

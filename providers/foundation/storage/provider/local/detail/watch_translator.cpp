@@ -96,6 +96,7 @@ void WatchTranslator::takeAnchor(WatchPublication& publication, Event const& eve
     if (event.name != publication.awaited) {
         return;
     }
+    bool const isAccess = (event.mask & IN_ATTRIB) != 0 && publication.tree.root() == nullptr;
     bool const isGone = (event.mask & (IN_DELETE | IN_MOVED_FROM)) != 0;
     bool const isNew = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0;
     if (!publication.isAnchoredAtParent) {
@@ -104,7 +105,7 @@ void WatchTranslator::takeAnchor(WatchPublication& publication, Event const& eve
     } else if (publication.isFolder()) {
         if (isGone) {
             place_.lose(publication);
-        } else if (isNew) {
+        } else if (isNew || isAccess) {
             place_.settle(publication);
             concern(publication);
         }
@@ -164,10 +165,6 @@ void WatchTranslator::remove(WatchNode& node, Event const& event) {
     if (isFolder(event) && publication.scope == WatchScope::Tree) {
         if (auto* const child = publication.tree.child(node, event.name)) {
             publication.tree.drop(*child, table_);
-        }
-        publication.hasChangedFolders = true;
-        if (publication.isLimited) {
-            concern(publication);
         }
     }
     reports_.add(publication, Kind::Removed, node, event.name, typeOf(event));
@@ -253,10 +250,6 @@ void WatchTranslator::enter(WatchNode& node, std::string_view name) {
     if (publication.scope != WatchScope::Tree) {
         return;
     }
-    publication.hasChangedFolders = true;
-    if (publication.isLimited) {
-        concern(publication);
-    }
     FileDescriptor folder;
     int const error = openEntry(node, name, folder);
     if (error == notNow ||
@@ -315,20 +308,18 @@ bool WatchTranslator::enter(WatchNode& node, std::string_view name, FileDescript
 /// Opens a subfolder of a watched folder. The error number, or 0.
 int WatchTranslator::openEntry(WatchNode const& node, std::string_view name,
                                FileDescriptor& folder) {
-    FileDescriptor const& parent = openParent(node);
-    if (!parent) {
-        return notNow;
+    int const error = openParent(node);
+    if (error != 0) {
+        return isPassedOver(error) ? notNow : error;
     }
     std::string const text(name);
     folder = FileDescriptor(uninterrupted(
-        [&] { return ::openat(parent.get(), text.c_str(), readFolderFlags | O_NOFOLLOW); }));
+        [&] { return ::openat(parent_.get(), text.c_str(), readFolderFlags | O_NOFOLLOW); }));
     return folder ? 0 : errno;
 }
 
 void WatchTranslator::limit(WatchPublication& publication) noexcept {
-    publication.isLimited = true;
-    publication.mustTellOverflow = true;
-    publication.hasChangedFolders = false; // not to be tried again before something changes
+    publication.limit();
     concern(publication);
 }
 
@@ -350,10 +341,13 @@ bool WatchTranslator::isThere(int watch, std::string_view name) {
     for (auto* const node : table_.nodesOf(watch)) {
         WatchPublication& publication = *node->owner;
         FileDescriptor anchor;
-        if (!publication.isPublished(*node)) {
+        int folder = -1;
+        if (publication.isPublished(*node)) {
+            folder = openParent(*node) == 0 ? parent_.get() : -1;
+        } else {
             anchor = place_.openAnchor(publication, *node);
+            folder = anchor.get();
         }
-        int const folder = publication.isPublished(*node) ? openParent(*node).get() : anchor.get();
         if (folder >= 0) {
             return statItem(folder, text.c_str(), false, item) == 0;
         }
@@ -361,12 +355,14 @@ bool WatchTranslator::isThere(int watch, std::string_view name) {
     return false;
 }
 
-FileDescriptor const& WatchTranslator::openParent(WatchNode const& node) {
-    if (!parent_ || parentWatch_ != node.watch) {
-        parent_ = openWatchedFolder(*node.owner, node, table_);
-        parentWatch_ = node.watch;
+/// The error number, or 0.
+int WatchTranslator::openParent(WatchNode const& node) {
+    if (parent_ && parentWatch_ == node.watch) {
+        return 0;
     }
-    return parent_;
+    parentWatch_ = node.watch;
+    parent_.close();
+    return openWatchedFolder(*node.owner, node, table_, parent_);
 }
 
 void WatchTranslator::closeParent() noexcept {

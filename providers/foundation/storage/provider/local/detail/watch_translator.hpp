@@ -3,9 +3,11 @@
 #include <foundation/storage/provider/local/detail/watch_batch.hpp>
 #include <foundation/storage/provider/local/detail/watch_place.hpp>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -34,8 +36,12 @@ class WatchTranslator {
     bool translate(WatchBatch& batch);
     /// The queue was empty: what is not in its place now will not be put there by an event.
     void settleAll();
-    /// Brings up to date what an overflow concerns, for where the queue is never empty.
-    void renewLost();
+    /// As far as it can be done where the queue is never empty.
+    void settleBehindMany();
+    /// When something that could not be done is to be tried again, if there is such; taken once.
+    std::optional<std::chrono::steady_clock::time_point> takeRetry() noexcept {
+        return std::exchange(retryAt_, std::nullopt);
+    }
     /// Whether settleAll() has something to do.
     bool hasOpenEnds() const noexcept { return !concerned_.empty() || reports_.remembersFound(); }
 
@@ -56,6 +62,7 @@ class WatchTranslator {
     using Reported = WatchPublication::Reported;
     /// Whether what the tree and the disk tell of a folder may differ for want of an event.
     enum class Attempt { First, Last };
+    enum class Queue { Empty, Busy };
     /// In place of an error number: the folder above is in another place than the tree tells.
     static constexpr int notNow = -1;
 
@@ -81,11 +88,12 @@ class WatchTranslator {
     bool isWatched(WatchNode const& node, std::string_view name) const noexcept;
     void moveSubtree(WatchNode& node, std::string_view name, WatchNode& to,
                      std::string_view newName);
-    void lookForMissed(WatchPublication& publication);
+    void settle(Queue queue);
+    void lookForMissed(WatchPublication& publication, Queue queue);
     bool look(WatchNode& node, std::string_view name, Reported isReported, Attempt attempt);
     void finish(WatchPublication& publication);
     bool isThere(int watch, std::string_view name);
-    FileDescriptor const& openParent(WatchNode const& node);
+    int openParent(WatchNode const& node);
     void closeParent() noexcept;
 
     WatchTable& table_;
@@ -95,6 +103,7 @@ class WatchTranslator {
     WatchBatch const* batch_ = nullptr;
     std::uint64_t batches_ = 0; ///< translated so far
     bool isWaiting_ = false;
+    std::optional<std::chrono::steady_clock::time_point> retryAt_; ///< the first of all
     bool isComplete_ = true;
     std::vector<WatchPublication*> concerned_;
     std::vector<WatchPublication*> settling_;

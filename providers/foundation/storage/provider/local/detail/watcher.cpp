@@ -2,6 +2,8 @@
 
 #include <foundation/core/threads/service_thread.hpp>
 
+#include <algorithm>
+#include <cerrno>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <system_error>
@@ -21,9 +23,9 @@ constexpr unsigned burstBegins = 32;
 constexpr int gatherFor = 1; // milliseconds
 /// Fewer bytes of events than this were not worth waiting for.
 constexpr std::size_t burstEnds = 1024;
-/// After as many batches an overflow is told, also where the queue is never empty.
+/// After as many batches it is done as far as it can what waits for the queue to be empty.
 constexpr unsigned mostBatches = 64;
-constexpr int waitForMemory = 10; // milliseconds
+constexpr milliseconds waitForMemory{10};
 /// For events that must be about to come: their changes can be seen.
 constexpr int waitForEvents = 2; // milliseconds
 /// The room for reports that is kept between batches.
@@ -148,7 +150,7 @@ void Watcher::run() noexcept {
         }
         deliver();
         if (std::exchange(hasFailed_, false)) {
-            ::poll(nullptr, 0, waitForMemory);
+            std::this_thread::sleep_for(waitForMemory);
         }
     }
 }
@@ -156,7 +158,10 @@ void Watcher::run() noexcept {
 /// Sleeps until there is something to do, and in a burst of events a little longer.
 void Watcher::wait() {
     pollfd sources[] = {{table_.descriptor(), POLLIN, 0}, {wakeUp_.get(), POLLIN, 0}};
-    while (::poll(sources, 2, -1) < 0) {
+    while (::poll(sources, 2, timeUntilRetry()) < 0) {
+        if (errno != EINTR) {
+            std::this_thread::sleep_for(waitForMemory);
+        }
     }
     eventfd_t count = 0;
     if (sources[1].revents != 0) {
@@ -165,6 +170,32 @@ void Watcher::wait() {
         ::poll(&sources[1], 1, gatherFor);
     }
     lastRead_ = std::chrono::steady_clock::now();
+}
+
+/// In milliseconds, -1 for never.
+int Watcher::timeUntilRetry() const noexcept {
+    if (!retryAt_) {
+        return -1;
+    }
+    auto const left = *retryAt_ - std::chrono::steady_clock::now();
+    return std::max(0, static_cast<int>(std::chrono::ceil<milliseconds>(left).count()));
+}
+
+/// Has those looked at again whose time it is.
+void Watcher::retry() noexcept {
+    if (!retryAt_ || *retryAt_ > std::chrono::steady_clock::now()) {
+        return;
+    }
+    retryAt_.reset();
+    for (auto* const publications : {&files_, &folders_}) {
+        for (auto const& [location, row] : *publications) {
+            for (auto const& publication : row) {
+                if (publication->isLimited) {
+                    translator_.concern(*publication);
+                }
+            }
+        }
+    }
 }
 
 bool Watcher::isBurst() noexcept {
@@ -181,6 +212,7 @@ bool Watcher::work() {
         return false;
     }
     try {
+        retry();
         translate();
         takeReports();
     } catch (...) {
@@ -192,6 +224,9 @@ bool Watcher::work() {
     }
     hasOpenEnds_ = translator_.hasOpenEnds();
     isWaiting_ = translator_.isWaiting();
+    if (auto const retry = translator_.takeRetry()) {
+        retryAt_ = std::min(retryAt_.value_or(*retry), *retry);
+    }
     return true;
 }
 
@@ -203,7 +238,7 @@ void Watcher::translate() {
         translator_.settleAll();
         batchesInARow_ = 0;
     } else if (++batchesInARow_ >= mostBatches) {
-        translator_.renewLost();
+        translator_.settleBehindMany();
         batchesInARow_ = 0;
     }
 }

@@ -6,6 +6,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <unordered_map>
 
@@ -36,6 +37,8 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
 
     void run() noexcept;
     void wait();
+    int timeUntilRetry() const noexcept;
+    void retry() noexcept;
     bool isBurst() noexcept;
     void wake() noexcept;
     bool work();
@@ -65,6 +68,7 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
     bool hasOpenEnds_ = false;
     bool isWaiting_ = false; ///< these are waited for
     bool hasFailed_ = false;
+    std::optional<std::chrono::steady_clock::time_point> retryAt_;
 
     FileDescriptor wakeUp_; ///< an eventfd(2)
     std::thread thread_;
