@@ -6,17 +6,21 @@
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/standard/standard_storage_system.hpp>
+#include <foundation/storage/vfs/resources/file.hpp>
+#include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <array>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 namespace cli {
 
 namespace provider = foundation::storage::provider;
+namespace vfs = foundation::storage::vfs;
 
 namespace {
 
@@ -28,6 +32,9 @@ constexpr std::array features{
     std::pair{provider::ExtendedFeature::RecursiveChangeEvents, "tree-events"},
 };
 
+/// What a container without anything in it is made of.
+constexpr std::string_view emptyItem = "mem:/empty";
+
 struct Abilities {
     std::string scheme;
     std::string description;
@@ -37,9 +44,11 @@ struct Abilities {
     std::vector<std::string> features;
 };
 
-Abilities abilitiesOf(foundation::storage::vfs::StorageSystemReference const& system,
+Abilities abilitiesOf(vfs::StorageSystemReference const& system,
                       provider::standard::StandardProvider const& listed) {
-    provider::StorageIRI const root(fl::i18n::to_ustring(std::string(listed.scheme) + ":/"));
+    std::string const inside = listed.isContainer ? std::string(emptyItem) + '!' : "";
+    provider::StorageIRI const root(
+        fl::i18n::to_ustring(std::string(listed.scheme) + ':' + inside + '/'));
     std::shared_ptr<provider::IProvider> const found = system.buildProvider(root);
     namespace extensions = provider::extensions;
     Abilities abilities{std::string(listed.scheme),
@@ -89,12 +98,17 @@ int runProviders(Host& host, Words const& words) {
         return printHelp(host, arguments);
     }
     Invocation invocation(host, "providers");
+    // Of its own, since what containers are asked about is made in it.
+    std::shared_ptr<vfs::StorageSystem> const asked =
+        provider::standard::makeStandardStorageSystem();
+    vfs::StorageSystemReference const system(asked);
+    vfs::File(vfs::AbsoluteIRI(fl::i18n::to_ustring(std::string(emptyItem))), system).createFile();
     if (!json) {
         Output& output = invocation.output();
         output.printLine(output.heading("scheme  links  replaces  flushes  features"));
     }
     for (auto const& listed : provider::standard::standardProviders()) {
-        Abilities const abilities = abilitiesOf(invocation.system(), listed);
+        Abilities const abilities = abilitiesOf(system, listed);
         invocation.output().printLine(json ? asJson(abilities) : asRow(abilities));
     }
     return invocation.finish();

@@ -77,15 +77,16 @@ TEST(StandardStorageSystem, RefusesASchemeThatNobodyRegistered) {
 TEST(StandardStorageSystem, SaysWhichSchemesItServes) {
     std::vector<std::string> schemes;
     auto const system = makeStandardStorageSystem();
+    itemOf(*system, u"mem:/item").createFile();
     for (auto const& provider : standardProviders()) {
         schemes.emplace_back(provider.scheme);
         EXPECT_FALSE(provider.description.empty());
         EXPECT_EQ(provider.description.find('\n'), std::string::npos);
-        std::u16string const root =
-            std::u16string(provider.scheme.begin(), provider.scheme.end()) + u":/";
+        std::u16string const root = std::u16string(provider.scheme.begin(), provider.scheme.end()) +
+                                    (provider.isContainer ? u":mem:/item!/" : u":/");
         EXPECT_NE(system->buildProvider(StorageIRI(root)), nullptr);
     }
-    EXPECT_THAT(schemes, testing::IsSupersetOf({"file", "mem"}));
+    EXPECT_THAT(schemes, testing::IsSupersetOf({"file", "mem", "zip"}));
     EXPECT_TRUE(std::is_sorted(schemes.begin(), schemes.end()));
 }
 

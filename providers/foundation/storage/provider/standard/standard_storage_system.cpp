@@ -9,6 +9,9 @@
 #ifdef VFS_HAS_PROVIDER_MEMORY
 #include <foundation/storage/provider/memory/memory_factory.hpp>
 #endif
+#ifdef VFS_HAS_PROVIDER_ZIP
+#include <foundation/storage/provider/zip/zip_factory.hpp>
+#endif
 
 #include <array>
 #include <cstddef>
@@ -21,17 +24,36 @@ namespace {
 
 struct Registration {
     StandardProvider provider;
-    std::shared_ptr<IProvider> (*build)(StandardOptions const&);
+    void (*enter)(vfs::PluggableStorageSystem&, StandardProvider const&, StandardOptions const&);
 };
+
+template<auto build, auto options>
+void enterPhysical(vfs::PluggableStorageSystem& system, StandardProvider const& provider,
+                   StandardOptions const& all) {
+    system.registerPhysicalProvider(std::string(provider.scheme),
+                                    [own = all.*options] { return build(own); });
+}
+
+template<auto build, auto options>
+void enterContainer(vfs::PluggableStorageSystem& system, StandardProvider const& provider,
+                    StandardOptions const& all) {
+    system.registerContainerProvider(
+        std::string(provider.scheme),
+        [own = all.*options](StorageItem const& item) { return build(item, own); });
+}
 
 constexpr Registration registrations[] = {
 #ifdef VFS_HAS_PROVIDER_LOCAL
     {{"file", "files and folders of the local disk"},
-     [](StandardOptions const& options) { return local::buildLocalProvider(options.local); }},
+     &enterPhysical<&local::buildLocalProvider, &StandardOptions::local>},
 #endif
 #ifdef VFS_HAS_PROVIDER_MEMORY
     {{"mem", "files and folders in the memory of the process"},
-     [](StandardOptions const& options) { return memory::buildMemoryProvider(options.memory); }},
+     &enterPhysical<&memory::buildMemoryProvider, &StandardOptions::memory>},
+#endif
+#ifdef VFS_HAS_PROVIDER_ZIP
+    {{"zip", "the inside of zip archives", true},
+     &enterContainer<&zip::buildZipProvider, &StandardOptions::zip>},
 #endif
 };
 
@@ -52,9 +74,7 @@ std::shared_ptr<vfs::PluggableStorageSystem>
 makeStandardStorageSystem(StandardOptions const& options) {
     auto system = std::make_shared<vfs::PluggableStorageSystem>(options.eventMgr);
     for (Registration const& registration : registrations) {
-        system->registerPhysicalProvider(
-            std::string(registration.provider.scheme),
-            [build = registration.build, options] { return build(options); });
+        registration.enter(*system, registration.provider, options);
     }
     return system;
 }

@@ -4,6 +4,7 @@
 #include <foundation/msg_svc/eventmgr/fwd.hpp>
 #include <foundation/storage/provider/local/local_options.hpp>
 #include <foundation/storage/provider/memory/memory_options.hpp>
+#include <foundation/storage/provider/zip/zip_options.hpp>
 
 #include <boost/shared_ptr.hpp>
 
@@ -23,6 +24,7 @@ struct StandardOptions {
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventMgr;
     local::LocalOptions local;
     memory::MemoryOptions memory;
+    zip::ZipOptions zip;
 };
 
 /// A storage system with every provider of this build registered under its usual scheme; others may
@@ -34,6 +36,7 @@ makeStandardStorageSystem(StandardOptions const& options = {});
 struct StandardProvider {
     std::string_view scheme;
     std::string_view description; ///< one line for people
+    bool isContainer = false;     ///< its locations lie inside an item: `scheme:ITEM!/PATH`
 };
 
 /// What makeStandardStorageSystem registers, in the order of the schemes.

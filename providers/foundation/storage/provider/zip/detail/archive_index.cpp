@@ -1,0 +1,289 @@
+#include <foundation/storage/provider/zip/detail/archive_index.hpp>
+
+#include <foundation/storage/provider/zip/detail/dos_time.hpp>
+
+#include <algorithm>
+#include <bit>
+#include <random>
+#include <utility>
+
+namespace foundation::storage::provider::zip::detail {
+
+namespace {
+
+__extension__ using Wide = unsigned __int128;
+
+/// Of the process, so that nobody can make an archive whose names all meet in one slot.
+std::uint64_t seed() {
+    static std::uint64_t const value = [] {
+        std::random_device device;
+        return std::uint64_t{device()} << 32 | device();
+    }();
+    return value;
+}
+
+std::uint64_t mix(std::uint64_t a, std::uint64_t b) noexcept {
+    Wide const product = Wide{a ^ 0xA0761D6478BD642FU} * (b ^ 0xE7037ED1A0B428DBU);
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+}
+
+std::uint64_t wordAt(char const* at, std::size_t size) noexcept {
+    std::uint64_t word = 0;
+    std::copy_n(at, size, reinterpret_cast<char*>(&word));
+    return word;
+}
+
+bool isPlain(std::string_view name) noexcept {
+    return !name.empty() && name != "." && name != ".." && name.size() <= 0xFFFF &&
+           name.find('\0') == std::string_view::npos;
+}
+
+bool isPlainPath(std::string_view path, std::uint32_t maximumDepth) noexcept {
+    for (std::uint32_t depth = 1; depth <= maximumDepth; ++depth) {
+        std::size_t const slash = path.find('/');
+        if (!isPlain(path.substr(0, slash))) {
+            return false;
+        }
+        if (slash == std::string_view::npos) {
+            return true;
+        }
+        path.remove_prefix(slash + 1);
+    }
+    return false;
+}
+
+constexpr std::uint16_t usualFolderMode = 0755;
+constexpr std::uint64_t in32Bits = 0xFFFFFFFF;
+/// What stands before the content of a member, without its name.
+constexpr std::uint64_t localHeaderSize = 30;
+
+} // namespace
+
+std::uint32_t hashOfName(unsigned char const* bytes, std::size_t size) noexcept {
+    std::uint32_t hash = 2166136261U; // FNV-1a; equal archives are to have equal ones
+    for (std::size_t i = 0; i < size; ++i) {
+        hash = (hash ^ bytes[i]) * 16777619U;
+    }
+    return hash;
+}
+
+ArchiveIndex::ArchiveIndex(ZipOptions const& options) : options_(options) {
+    entries_.emplace_back();
+    entries_[root].isImplied = true;
+    entries_[root].mode = usualFolderMode;
+    makeTable(16);
+}
+
+void ArchiveIndex::reserve(std::size_t members) {
+    members = std::min<std::size_t>(members, options_.maximumEntries) + 1;
+    entries_.reserve(members);
+    makeTable(std::bit_ceil(members + members / 2));
+}
+
+std::uint64_t ArchiveIndex::hash(Number folder, std::string_view name) const noexcept {
+    std::uint64_t result = mix(seed(), (std::uint64_t{folder} << 32) + name.size());
+    for (; name.size() > 8; name.remove_prefix(8)) {
+        result = mix(result, wordAt(name.data(), 8));
+    }
+    return mix(result, wordAt(name.data(), name.size()));
+}
+
+void ArchiveIndex::makeTable(std::size_t slots) {
+    table_.assign(slots, none);
+    for (Number entry = 1; entry < entries_.size(); ++entry) {
+        std::uint64_t slot = hash(entries_[entry].parent, nameOf(entry));
+        while (table_[slot & (slots - 1)] != none) {
+            ++slot;
+        }
+        table_[slot & (slots - 1)] = entry;
+    }
+}
+
+ArchiveIndex::Number ArchiveIndex::child(Number folder, std::string_view name) const noexcept {
+    std::uint64_t slot = hash(folder, name);
+    for (;; ++slot) {
+        Number const entry = table_[slot & (table_.size() - 1)];
+        if (entry == none ||
+            (entries_[entry].parent == folder && nameOf(entry) == name)) {
+            return entry;
+        }
+    }
+}
+
+/// REQUIRES: there is no such child.
+ArchiveIndex::Number ArchiveIndex::enter(Number folder, std::string_view name) {
+    if (entries_.size() > options_.maximumEntries || names_.size() + name.size() > in32Bits) {
+        return none;
+    }
+    if ((entries_.size() + 1) * 5 / 4 > table_.size()) {
+        makeTable(table_.size() * 2);
+    }
+    auto const number = static_cast<Number>(entries_.size());
+    Entry& entry = entries_.emplace_back();
+    entry.name = static_cast<std::uint32_t>(names_.size());
+    entry.nameSize = static_cast<std::uint16_t>(name.size());
+    entry.parent = folder;
+    entry.isImplied = true;
+    entry.mode = usualFolderMode;
+    names_ += name;
+    // In reverse, until finish() turns them round: so there is no last child to remember.
+    entry.next = std::exchange(entries_[folder].firstChild, number);
+    std::uint64_t slot = hash(folder, name);
+    while (table_[slot & (table_.size() - 1)] != none) {
+        ++slot;
+    }
+    table_[slot & (table_.size() - 1)] = number;
+    return number;
+}
+
+ArchiveIndex::Number ArchiveIndex::folderFor(std::string_view path, Added& result) {
+    if (path == lastFolder_) {
+        return lastFolderNumber_;
+    }
+    if (!isPlainPath(path, options_.maximumDepth)) { // before any folder of it is entered
+        result = Added::LeftOut;
+        return none;
+    }
+    Number folder = root;
+    for (std::string_view rest = path; !rest.empty();) {
+        std::size_t const slash = rest.find('/');
+        std::string_view const name = rest.substr(0, slash);
+        rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+        Number next = child(folder, name);
+        if (next == none) {
+            next = enter(folder, name);
+        }
+        if (next == none || !isFolder(next)) {
+            result = next == none ? Added::TooMany : Added::LeftOut;
+            return none;
+        }
+        folder = next;
+    }
+    lastFolder_ = path;
+    lastFolderNumber_ = folder;
+    return folder;
+}
+
+ArchiveIndex::Added ArchiveIndex::add(std::string_view path, MemberFacts const& facts) {
+    bool const isFolder = facts.kind == EntryKind::Folder;
+    if (path.ends_with('/')) {
+        path.remove_suffix(1);
+    }
+    std::size_t const slash = path.rfind('/');
+    bool const isAtTop = slash == std::string_view::npos;
+    std::string_view const name = isAtTop ? path : path.substr(slash + 1);
+    if (!isPlain(name) || slash == 0) {
+        return Added::LeftOut;
+    }
+    Added result = Added::Yes;
+    Number const folder =
+        isAtTop ? root : folderFor(path.substr(0, slash), result);
+    if (folder == none) {
+        return result;
+    }
+    Number number = child(folder, name);
+    if (number == none) {
+        number = enter(folder, name);
+        if (number == none) {
+            return Added::TooMany;
+        }
+    } else if (this->isFolder(number) != isFolder) {
+        return Added::LeftOut;
+    }
+    describe(entries_[number], facts);
+    return Added::Yes;
+}
+
+void ArchiveIndex::describe(Entry& entry, MemberFacts const& facts) {
+    Member const& member = facts.member;
+    entry.kind = facts.kind;
+    entry.mode = facts.mode;
+    entry.time = facts.time.value;
+    entry.isDosTime = facts.time.isDos;
+    entry.isImplied = false;
+    entry.crc = member.crc;
+    entry.nameHash = member.nameHash;
+    entry.method = member.method;
+    entry.isEncrypted = member.isEncrypted;
+    entry.isLarge = std::max({member.headerOffset, member.compressedSize, member.size}) > in32Bits;
+    if (entry.isLarge) {
+        entry.headerOffset = static_cast<std::uint32_t>(large_.size());
+        large_.push_back({member.headerOffset, member.compressedSize, member.size});
+    } else {
+        entry.headerOffset = static_cast<std::uint32_t>(member.headerOffset);
+        entry.compressedSize = static_cast<std::uint32_t>(member.compressedSize);
+        entry.size = static_cast<std::uint32_t>(member.size);
+    }
+}
+
+bool ArchiveIndex::finish() {
+    struct Range {
+        std::uint64_t begin;
+        std::uint64_t end;
+        bool operator<(Range const& other) const { return begin < other.begin; }
+    };
+    // The header has the whole path, and perhaps more; so this is where it ends at the earliest.
+    auto const endOf = [&](Number entry, Member const& member) {
+        return member.headerOffset + localHeaderSize + entries_[entry].nameSize +
+               member.compressedSize;
+    };
+    bool isOrdered = true;
+    std::uint64_t end = 0;
+    for (Number entry = 0; entry < entries_.size(); ++entry) {
+        Number reversed = none;
+        for (Number child = entries_[entry].firstChild; child != none;) {
+            Number const next = std::exchange(entries_[child].next, reversed);
+            reversed = std::exchange(child, next);
+        }
+        entries_[entry].firstChild = reversed;
+        if (!entries_[entry].isImplied) {
+            Member const member = memberOf(entry);
+            isOrdered = isOrdered && member.headerOffset >= end;
+            end = endOf(entry, member);
+        }
+    }
+    if (isOrdered) {
+        return true;
+    }
+    std::vector<Range> ranges;
+    ranges.reserve(entries_.size());
+    for (Number entry = 0; entry < entries_.size(); ++entry) {
+        if (!entries_[entry].isImplied) {
+            Member const member = memberOf(entry);
+            ranges.push_back({member.headerOffset, endOf(entry, member)});
+        }
+    }
+    std::sort(ranges.begin(), ranges.end());
+    return std::adjacent_find(ranges.begin(), ranges.end(), [](Range const& a, Range const& b) {
+               return a.end > b.begin;
+           }) == ranges.end();
+}
+
+Member ArchiveIndex::memberOf(Number file) const noexcept {
+    Entry const& entry = entries_[file];
+    Member member{entry.headerOffset, entry.compressedSize, entry.size,       entry.crc,
+                  entry.nameHash,     entry.method,         entry.isEncrypted};
+    if (entry.isLarge) {
+        Large const& large = large_[entry.headerOffset];
+        member.headerOffset = large.headerOffset;
+        member.compressedSize = large.compressedSize;
+        member.size = large.size;
+    }
+    return member;
+}
+
+AttributeValues ArchiveIndex::attributesOf(Number number) const {
+    Entry const& entry = entries_[number];
+    AttributeValues values;
+    if (entry.kind != EntryKind::Folder) {
+        values.size = entry.isLarge ? large_[entry.headerOffset].size : entry.size;
+    }
+    values.mode = entry.mode;
+    values.writable = (entry.mode & 0200) != 0;
+    values.lastModified.seconds =
+        entry.isDosTime ? secondsOfDosTime(entry.time)
+                        : static_cast<std::int64_t>(static_cast<std::int32_t>(entry.time));
+    return values;
+}
+
+} // namespace foundation::storage::provider::zip::detail

@@ -1,0 +1,111 @@
+#pragma once
+
+#include <foundation/storage/provider/attributes.hpp>
+#include <foundation/storage/provider/zip/detail/member.hpp>
+#include <foundation/storage/provider/zip/zip_options.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace foundation::storage::provider::zip::detail {
+
+enum class EntryKind : std::uint8_t { File, Link, Folder };
+
+/// When a member was last modified: seconds from 1970, or a DOS date and time of the place where
+/// the archive is read, as most tools take it.
+struct MemberTime {
+    std::uint32_t value = 0;
+    bool isDos = false;
+};
+
+/// What a central header says of a member, apart from its name.
+struct MemberFacts {
+    Member member;
+    EntryKind kind = EntryKind::File;
+    std::uint16_t mode = 0; ///< permission bits as chmod(2) takes them
+    MemberTime time;
+};
+
+/// The folders and files of an archive. Immutable once it is filled, and then safe on any thread.
+///
+/// An entry is a number, the root 0. The children of a folder stand in the archive's order. An entry
+/// takes 52 bytes, its name, and 4 to 12 bytes of a hash table.
+class ArchiveIndex {
+  public:
+    using Number = std::uint32_t;
+    static constexpr Number root = 0;
+    static constexpr Number none = 0xFFFFFFFF;
+
+    enum class Added { Yes, LeftOut, TooMany };
+
+    explicit ArchiveIndex(ZipOptions const& options);
+    /// Room for as many members.
+    void reserve(std::size_t members);
+    /// Enters a member and the folders above it. A second member of a path replaces the first, and
+    /// a member is left out that no folder tree can hold: below a file, in the place of a folder,
+    /// with an empty name in its path, or `.`, `..`, or one with a NUL in it.
+    Added add(std::string_view path, MemberFacts const& facts);
+    /// Behind the last add(): children get the archive's order. False where the bytes of two
+    /// members overlap, which is nothing but a way to make a little archive large.
+    bool finish();
+
+    Number child(Number folder, std::string_view name) const noexcept;
+    Number parentOf(Number entry) const noexcept { return entries_[entry].parent; }
+    Number firstChildOf(Number folder) const noexcept { return entries_[folder].firstChild; }
+    Number nextOf(Number entry) const noexcept { return entries_[entry].next; }
+    EntryKind kindOf(Number entry) const noexcept { return entries_[entry].kind; }
+    bool isFolder(Number entry) const noexcept { return kindOf(entry) == EntryKind::Folder; }
+    std::string_view nameOf(Number entry) const noexcept {
+        return std::string_view(names_).substr(entries_[entry].name, entries_[entry].nameSize);
+    }
+    Member memberOf(Number file) const noexcept;
+    AttributeValues attributesOf(Number entry) const;
+    std::size_t size() const noexcept { return entries_.size(); }
+
+  private:
+    /// A field of 32 bits is an index into large_ where the member needs more.
+    struct Entry {
+        std::uint32_t headerOffset = 0;
+        std::uint32_t compressedSize = 0;
+        std::uint32_t size = 0;
+        std::uint32_t crc = 0;
+        std::uint32_t nameHash = 0;
+        std::uint32_t time = 0;
+        std::uint32_t name = 0;
+        Number parent = none;
+        Number next = none;
+        Number firstChild = none;
+        std::uint16_t nameSize = 0;
+        std::uint16_t method = 0;
+        std::uint16_t mode = 0;
+        EntryKind kind = EntryKind::Folder;
+        bool isDosTime : 1 = false;
+        bool isLarge : 1 = false;
+        bool isEncrypted : 1 = false;
+        bool isImplied : 1 = false;
+    };
+    struct Large {
+        std::uint64_t headerOffset;
+        std::uint64_t compressedSize;
+        std::uint64_t size;
+    };
+
+    std::uint64_t hash(Number folder, std::string_view name) const noexcept;
+    Number folderFor(std::string_view path, Added& result);
+    Number enter(Number folder, std::string_view name);
+    void describe(Entry& entry, MemberFacts const& facts);
+    void makeTable(std::size_t slots);
+
+    ZipOptions const options_;
+    std::vector<Entry> entries_;
+    std::vector<Large> large_;
+    std::string names_;
+    std::vector<Number> table_; ///< by hash of folder and name, open addressing
+    std::string lastFolder_;    ///< of the member that was added last; the next is often beside it
+    Number lastFolderNumber_ = root;
+};
+
+} // namespace foundation::storage::provider::zip::detail

@@ -1,0 +1,304 @@
+#include <foundation/storage/provider/zip/detail/central_directory.hpp>
+
+#include <foundation/storage/provider/byte_stream_failure.hpp>
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/zip/detail/extra_field.hpp>
+#include <foundation/storage/provider/zip/detail/item_bytes.hpp>
+#include <foundation/storage/provider/zip/detail/little_endian.hpp>
+#include <foundation/storage/provider/zip/detail/member_name.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace foundation::storage::provider::zip::detail {
+
+namespace {
+
+constexpr std::uint32_t centralHeaderSignature = 0x02014B50;
+constexpr std::uint32_t digitalSignature = 0x05054B50;
+constexpr std::uint32_t endSignature = 0x06054B50;
+constexpr std::uint32_t end64Signature = 0x06064B50;
+constexpr std::uint32_t end64LocatorSignature = 0x07064B50;
+
+constexpr std::size_t centralHeaderSize = 46;
+constexpr std::size_t endSize = 22;
+constexpr std::size_t end64Size = 56;
+constexpr std::size_t end64LocatorSize = 20;
+constexpr std::size_t longestComment = 0xFFFF;
+
+/// The longest central header there can be fits, and much more than one.
+constexpr std::size_t windowSize = std::size_t{1024} * 1024;
+
+constexpr std::uint16_t is16 = 0xFFFF;
+constexpr std::uint32_t is32 = 0xFFFFFFFF;
+
+/// The systems whose attributes are a mode of Unix (APPNOTE 4.4.2).
+constexpr unsigned madeByUnix = 3;
+constexpr unsigned madeByOsX = 19;
+
+std::string_view textOf(unsigned char const* bytes, std::size_t size) noexcept {
+    return {reinterpret_cast<char const*>(bytes), size};
+}
+
+/// Where the directory lies, in the item.
+struct Extent {
+    std::uint64_t begin = 0;
+    std::uint64_t size = 0;
+    std::uint64_t members = 0;
+    std::uint64_t shift = 0; ///< what stands before the archive, for all its offsets
+};
+
+class DirectoryReader {
+  public:
+    DirectoryReader(StorageItem const& item, ZipOptions const& options)
+        : location_(item.getLocation()),
+          item_(item),
+          index_(std::make_shared<ArchiveIndex>(options)) {}
+
+    std::shared_ptr<ArchiveIndex const> read() {
+        size_ = item_.size();
+        if (size_ != 0) {
+            readMembers(findDirectory());
+        }
+        if (!index_->finish()) {
+            fail();
+        }
+        return index_;
+    }
+
+  private:
+    [[noreturn]] void fail(ErrorCode code = ErrorCode::IOError) const {
+        throw Exception(code, location_);
+    }
+
+    void readExactly(std::uint64_t position, std::span<unsigned char> buffer) {
+        if (item_.readAt(position, buffer) != buffer.size()) {
+            fail();
+        }
+    }
+
+    Extent findDirectory() {
+        std::size_t const tailSize = static_cast<std::size_t>(
+            std::min<std::uint64_t>(size_, end64LocatorSize + endSize + longestComment));
+        window_.resize(std::max(tailSize, end64Size));
+        windowBegin_ = size_ - tailSize;
+        windowSize_ = tailSize;
+        readExactly(windowBegin_, std::span(window_).first(tailSize));
+        // From the end, so that an archive in a comment, or stored in an archive, is not taken.
+        for (std::size_t at = tailSize < endSize ? 0 : tailSize - endSize + 1; at-- > 0;) {
+            unsigned char const* const end = window_.data() + at;
+            if (read32(end) == endSignature && at + endSize + read16(end + 20) <= tailSize) {
+                return directoryOf(at);
+            }
+        }
+        fail();
+    }
+
+    /// By the end record at a place in the window.
+    Extent directoryOf(std::size_t at) {
+        unsigned char const* const end = window_.data() + at;
+        std::uint64_t endOfDirectory = windowBegin_ + at;
+        bool const isVolume = (read16(end + 4) != 0 && read16(end + 4) != is16) ||
+                              (read16(end + 6) != 0 && read16(end + 6) != is16);
+        Extent extent{read32(end + 16), read32(end + 12), read16(end + 10), 0};
+        if (isVolume) {
+            fail(ErrorCode::UnsupportedOperation);
+        }
+        if (at >= end64LocatorSize && read32(end - end64LocatorSize) == end64LocatorSignature) {
+            endOfDirectory = readEnd64(endOfDirectory - end64LocatorSize,
+                                       read64(end - end64LocatorSize + 8), extent);
+        } else if (extent.begin == is32 || extent.size == is32) {
+            fail();
+        }
+        if (extent.size > endOfDirectory || extent.begin > endOfDirectory - extent.size) {
+            fail();
+        }
+        extent.shift = endOfDirectory - extent.size - extent.begin;
+        if (extent.shift != 0 && !beginsAt(extent.begin + extent.shift) &&
+            beginsAt(extent.begin)) {
+            extent.shift = 0; // something stands behind the directory instead
+        }
+        extent.begin += extent.shift;
+        return extent;
+    }
+
+    /// Takes the numbers of the record for large archives; where it begins.
+    std::uint64_t readEnd64(std::uint64_t locator, std::uint64_t told, Extent& extent) {
+        unsigned char record[end64Size];
+        // Where something stands before the archive, it is not where the locator says.
+        for (std::uint64_t const at : {told, locator - end64Size}) {
+            if (locator < end64Size || at > locator - end64Size) {
+                continue;
+            }
+            readExactly(at, record);
+            if (read32(record) == end64Signature) {
+                if (read32(record + 16) != 0 || read32(record + 20) != 0) {
+                    fail(ErrorCode::UnsupportedOperation);
+                }
+                extent.members = read64(record + 32);
+                extent.size = read64(record + 40);
+                extent.begin = read64(record + 48);
+                return at;
+            }
+        }
+        fail();
+    }
+
+    bool beginsAt(std::uint64_t position) {
+        unsigned char signature[4];
+        return item_.readAt(position, signature) == sizeof signature &&
+               read32(signature) == centralHeaderSignature;
+    }
+
+    void readMembers(Extent const& extent) {
+        index_->reserve(static_cast<std::size_t>(
+            std::min(extent.members, extent.size / centralHeaderSize)));
+        std::uint64_t const end = extent.begin + extent.size;
+        std::uint64_t position = extent.begin;
+        if (position < windowBegin_) {
+            windowSize_ = 0; // else the tail of the item holds all of it
+        }
+        while (position < end) {
+            std::span<unsigned char const> const rest = see(position, end);
+            if (rest.size() >= 4 && read32(rest.data()) == digitalSignature) {
+                return;
+            }
+            if (rest.size() < centralHeaderSize ||
+                read32(rest.data()) != centralHeaderSignature) {
+                fail();
+            }
+            unsigned char const* const header = rest.data();
+            std::size_t const size = centralHeaderSize + read16(header + 28) +
+                                     read16(header + 30) + read16(header + 32);
+            if (size > rest.size()) {
+                fail();
+            }
+            add(header, extent.shift);
+            position += size;
+        }
+    }
+
+    /// What lies at `position`: to the end of the directory, or more than any header takes.
+    std::span<unsigned char const> see(std::uint64_t position, std::uint64_t end) {
+        constexpr std::size_t mostOfHeader = centralHeaderSize + 3 * std::size_t{is16};
+        std::uint64_t const left = end - position;
+        std::size_t const wanted =
+            static_cast<std::size_t>(std::min<std::uint64_t>(left, mostOfHeader));
+        if (windowSize_ == 0 || position < windowBegin_ ||
+            position + wanted > windowBegin_ + windowSize_) {
+            windowSize_ = static_cast<std::size_t>(std::min<std::uint64_t>(left, windowSize));
+            window_.resize(windowSize_);
+            windowBegin_ = position;
+            readExactly(position, window_);
+        }
+        std::size_t const at = static_cast<std::size_t>(position - windowBegin_);
+        return std::span(window_).subspan(
+            at, static_cast<std::size_t>(std::min<std::uint64_t>(left, windowSize_ - at)));
+    }
+
+    void add(unsigned char const* header, std::uint64_t shift) {
+        std::size_t const nameSize = read16(header + 28);
+        unsigned char const* const name = header + centralHeaderSize;
+        std::string_view const extra = textOf(name + nameSize, read16(header + 30));
+        std::uint16_t const flags = read16(header + 8);
+        MemberFacts facts;
+        Member& member = facts.member;
+        constexpr std::uint16_t encrypted = 1;
+        constexpr std::uint16_t encryptedDirectory = 1 << 13;
+        constexpr std::uint16_t utf8 = 1 << 11;
+        if ((flags & encryptedDirectory) != 0) {
+            fail(ErrorCode::UnsupportedOperation);
+        }
+        member.isEncrypted = (flags & encrypted) != 0;
+        member.method = read16(header + 10);
+        member.crc = read32(header + 16);
+        member.compressedSize = read32(header + 20);
+        member.size = read32(header + 24);
+        member.headerOffset = read32(header + 42);
+        member.nameHash = hashOfName(name, nameSize);
+        takeLargeNumbers(extraField(extra, ExtraId::Zip64), member);
+        if (member.headerOffset > size_ - shift ||
+            member.compressedSize > size_ - shift - member.headerOffset) {
+            fail(); // it would lie behind the end
+        }
+        member.headerOffset += shift;
+        std::string_view const path =
+            memberPath(textOf(name, nameSize), extra, (flags & utf8) != 0, converted_);
+        takeAttributes(header, path, facts);
+        takeTime(header, extraField(extra, ExtraId::ExtendedTime), facts);
+        if (index_->add(path, facts) == ArchiveIndex::Added::TooMany) {
+            fail(ErrorCode::FileTooLarge);
+        }
+    }
+
+    /// The field has those numbers, in this order, that do not fit into the header (APPNOTE 4.5.3).
+    void takeLargeNumbers(std::string_view field, Member& member) const {
+        for (std::uint64_t* const number :
+             {&member.size, &member.compressedSize, &member.headerOffset}) {
+            if (*number == is32) {
+                if (field.size() < 8) {
+                    fail();
+                }
+                *number = read64(reinterpret_cast<unsigned char const*>(field.data()));
+                field.remove_prefix(8);
+            }
+        }
+    }
+
+    static void takeAttributes(unsigned char const* header, std::string_view path,
+                               MemberFacts& facts) {
+        constexpr std::uint32_t typeBits = 0170000;
+        constexpr std::uint32_t linkType = 0120000;
+        constexpr std::uint32_t folderType = 0040000;
+        constexpr std::uint32_t dosReadOnly = 0x01;
+        constexpr std::uint32_t dosFolder = 0x10;
+        std::uint32_t const attributes = read32(header + 38);
+        std::uint32_t const mode = attributes >> 16;
+        bool const isOfUnix = (header[5] == madeByUnix || header[5] == madeByOsX) && mode != 0;
+        std::uint32_t const type = isOfUnix ? mode & typeBits : 0;
+        bool const isFolder = path.ends_with('/') || type == folderType ||
+                              (!isOfUnix && (attributes & dosFolder) != 0);
+        facts.kind = isFolder           ? EntryKind::Folder
+                     : type == linkType ? EntryKind::Link
+                                        : EntryKind::File;
+        std::uint32_t const usual = isFolder                           ? 0755
+                                    : (attributes & dosReadOnly) != 0 ? 0444
+                                                                       : 0644;
+        facts.mode = static_cast<std::uint16_t>(isOfUnix ? mode & 07777 : usual);
+    }
+
+    static void takeTime(unsigned char const* header, std::string_view field, MemberFacts& facts) {
+        constexpr unsigned char hasModified = 1;
+        auto const* const bytes = reinterpret_cast<unsigned char const*>(field.data());
+        if (field.size() >= 5 && (bytes[0] & hasModified) != 0) {
+            facts.time = {read32(bytes + 1), false};
+        } else {
+            facts.time = {read32(header + 12), true};
+        }
+    }
+
+    StorageIRI const location_;
+    ItemBytes item_;
+    std::uint64_t size_ = 0;
+    std::shared_ptr<ArchiveIndex> index_;
+    std::vector<unsigned char> window_;
+    std::uint64_t windowBegin_ = 0;
+    std::size_t windowSize_ = 0;
+    std::string converted_;
+};
+
+} // namespace
+
+std::shared_ptr<ArchiveIndex const> readCentralDirectory(StorageItem const& item,
+                                                         ZipOptions const& options) {
+    try {
+        return DirectoryReader(item, options).read();
+    } catch (ByteStreamFailure const& failure) {
+        throw Exception(failure.getErrorCode(), item.getLocation());
+    }
+}
+
+} // namespace foundation::storage::provider::zip::detail

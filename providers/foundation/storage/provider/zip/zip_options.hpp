@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace foundation::storage::provider::zip {
+
+/// What an archive may ask of its reader. An archive beyond a bound is refused with code
+/// FileTooLarge when it is first used, a member when it is opened. A plain value.
+struct ZipOptions {
+    /// Members and folders, also those that only the names of others imply.
+    std::uint32_t maximumEntries = 1'000'000;
+    /// Folders above a member.
+    std::uint32_t maximumDepth = 1'000;
+    /// Bytes of content for each byte of a compressed member.
+    std::uint64_t maximumRatio = 100'000;
+    /// Bytes that the decoder of a member may take, for the methods that say how much they need.
+    std::uint64_t maximumDecoderMemory = std::uint64_t{64} * 1024 * 1024;
+    /// Up to this size a compressed member is decoded as a whole, which takes as much memory and
+    /// the least time; a larger one piece by piece.
+    std::size_t wholeMemberSize = std::size_t{4} * 1024 * 1024;
+};
+
+} // namespace foundation::storage::provider::zip

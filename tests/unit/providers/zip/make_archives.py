@@ -1,0 +1,245 @@
+#!/usr/bin/env python3
+"""Makes zip archives by hand, good and bad ones: make_archives.py FOLDER
+
+Beside each NAME.zip stands NAME.expected, with what a reader is to make of it: a line for each entry,
+in the order of a recursive listing, or one line for all of it.
+
+    folder/         a folder
+    file=content    a file
+    file!9          a file that is refused with this code when it is opened
+    file!read       a file whose reading fails
+    link->target    a link
+    !9              an archive that is refused with this code
+"""
+import bz2
+import lzma
+import struct
+import sys
+import zlib
+from pathlib import Path
+
+STORED, DEFLATED, BZIP2, ZSTD, XZ = 0, 8, 12, 93, 95
+UTF8, ENCRYPTED, DESCRIPTOR = 1 << 11, 1, 1 << 3
+UNIX = 3 << 8
+IS16, IS32 = 0xFFFF, 0xFFFFFFFF
+
+
+def compress(method, data):
+    if method == DEFLATED:
+        coder = zlib.compressobj(1, zlib.DEFLATED, -15)
+        return coder.compress(data) + coder.flush()
+    if method == BZIP2:
+        return bz2.compress(data, 1)
+    if method == XZ:
+        return lzma.compress(data, preset=0)
+    return data
+
+
+class Member:
+    """What is not given is as a tool would write it; `local` overrides what stands before the content."""
+
+    def __init__(self, name, data=b"", method=STORED, flags=0, mode=None, extra=b"", local=None, **given):
+        self.name = name if isinstance(name, bytes) else name.encode()
+        self.raw = given.pop("raw", None)
+        if self.raw is None:
+            self.raw = compress(method, data)
+        self.fields = {
+            "made": UNIX | 20 if mode is not None else 20,
+            "need": 20, "flags": flags, "method": method, "time": 0, "date": 0x5A21,
+            "crc": zlib.crc32(data), "stored": len(self.raw), "size": len(data),
+            "disk": 0, "internal": 0, "external": (mode or 0) << 16, "offset": None,
+        }
+        self.fields.update(given)
+        self.extra = extra
+        self.local = {"name": self.name, "extra": b""}
+        self.local.update(local or {})
+
+    def header(self):
+        f = {**self.fields, **self.local}
+        if f["flags"] & DESCRIPTOR and "crc" not in self.local:
+            f.update(crc=0, stored=0, size=0)
+        return struct.pack("<4sHHHHHIIIHH", f.get("signature", b"PK\3\4"), f["need"], f["flags"], f["method"],
+                           f["time"], f["date"], f["crc"], f["stored"] & IS32, f["size"] & IS32,
+                           len(f["name"]), len(f["extra"])) + f["name"] + f["extra"]
+
+    def descriptor(self):
+        if not self.fields["flags"] & DESCRIPTOR:
+            return b""
+        return struct.pack("<4sIII", b"PK\7\x08", self.fields["crc"], self.fields["stored"], self.fields["size"])
+
+    def central(self, offset):
+        f = self.fields
+        return struct.pack("<4sHHHHHHIIIHHHHHII", b"PK\1\2", f["made"], f["need"], f["flags"], f["method"],
+                           f["time"], f["date"], f["crc"], f["stored"], f["size"], len(self.name),
+                           len(self.extra), 0, f["disk"], f["internal"], f["external"],
+                           offset if f["offset"] is None else f["offset"]) + self.name + self.extra
+
+
+def archive(*members, comment=b"", before=b"", **given):
+    body, central = bytearray(), bytearray()
+    for member in members:
+        central += member.central(len(body))
+        body += member.header() + member.raw + member.descriptor()
+    end = {"disk": 0, "start": 0, "here": len(members) & IS16, "count": len(members) & IS16,
+           "size": len(central), "offset": len(body), "comment": len(comment)}
+    end.update(given)
+    return before + bytes(body) + bytes(central) + struct.pack(
+        "<4sHHHHIIH", b"PK\5\6", end["disk"], end["start"], end["here"], end["count"],
+        end["size"], end["offset"], end["comment"]) + comment
+
+
+def large(*members, before=b""):
+    """The same with the records for large archives, and the old ones full of what says so."""
+    body, central = bytearray(), bytearray()
+    for member in members:
+        member.extra = struct.pack("<HHQQQ", 1, 24, member.fields["size"], member.fields["stored"], len(body))
+        member.fields.update(size=IS32, stored=IS32, offset=IS32)
+        member.local.update(size=0, stored=0)
+        central += member.central(0)
+        body += member.header() + member.raw
+    record = struct.pack("<4sQHHIIQQQQ", b"PK\6\6", 44, 45, 45, 0, 0, len(members), len(members),
+                         len(central), len(body))
+    locator = struct.pack("<4sIQI", b"PK\6\7", 0, len(body) + len(central), 1)
+    end = struct.pack("<4sHHHHIIH", b"PK\5\6", IS16, IS16, IS16, IS16, IS32, IS32, 0)
+    return before + bytes(body) + bytes(central) + record + locator + end
+
+
+def unicode_path(name, path, crc=None):
+    field = b"\1" + struct.pack("<I", zlib.crc32(name) if crc is None else crc) + path.encode()
+    return struct.pack("<HH", 0x7075, len(field)) + field
+
+
+def shown(path, data):
+    return f"{path}={data.decode()}"
+
+
+TEXT = b"some text, some more text, and some text again"
+ZEROS = bytes(1024 * 1024)
+BIG = b"".join(b"%d\n" % n for n in range(800_000))  # more than is decoded as a whole
+
+
+def good():
+    yield "empty", archive(), []
+    yield "no bytes", b"", []
+    yield "stored", archive(Member("a", TEXT)), [shown("a", TEXT)]
+    yield "empty files", archive(Member("a"), Member("b", method=DEFLATED)), ["a=", "b="]
+    for number, name in ((DEFLATED, "deflated"), (BZIP2, "bzip2"), (XZ, "xz")):
+        yield name, archive(Member("a", TEXT, number), Member("b", b"x", number)), [shown("a", TEXT), "b=x"]
+    yield "folders", archive(Member("d/"), Member("d/e/f", b"1"), Member("d/g", b"2")), [
+        "d/", "d/e/", "d/e/f=1", "d/g=2"]
+    yield "folder behind its contents", archive(Member("d/f", b"1"), Member("d/")), ["d/", "d/f=1"]
+    yield "folder by its mode", archive(Member("d", mode=0o40755), Member("d/f", b"1")), ["d/", "d/f=1"]
+    yield "data descriptors", archive(Member("a", TEXT, DEFLATED, DESCRIPTOR), Member("b", b"2", STORED, DESCRIPTOR)), [
+        shown("a", TEXT), "b=2"]
+    yield "comment", archive(Member("a", b"1"), comment=b"a comment"), ["a=1"]
+    yield "long comment", archive(Member("a", b"1"), comment=b"c" * 65535), ["a=1"]
+    yield "comment with an archive", archive(Member("a", b"1"), comment=archive(Member("b", b"2"))), ["b=2"]
+    yield "something before", archive(Member("a", b"1"), before=b"#!/bin/sh\nexit 0\n"), ["a=1"]
+    yield "large numbers", large(Member("a", TEXT, DEFLATED), Member("b", b"2")), [shown("a", TEXT), "b=2"]
+    yield "large numbers behind something", large(Member("a", b"1"), before=b"before"), ["a=1"]
+    yield "links", archive(Member("link", b"d/f", mode=0o120777), Member("d/f", b"1"), Member("d/up", b"../link", mode=0o120777)), [
+        "link->d/f", "d/", "d/f=1", "d/up->../link"]
+    yield "unicode names", archive(Member("é/日本", b"1", flags=UTF8)), ["é/", "é/日本=1"]
+    yield "code page 437", archive(Member(b"\x81ber\xe1", b"1")), ["überß=1"]
+    yield "unicode extra field", archive(Member(b"?", b"1", extra=unicode_path(b"?", "日本"))), ["日本=1"]
+    yield "unicode extra field of another name", archive(Member(b"?", b"1", extra=unicode_path(b"?", "x", crc=7))), ["?=1"]
+    yield "names of bytes", archive(Member(b"\xff\xfe", b"1", flags=UTF8)), ["\\xff\\xfe=1"]
+    yield "names that are odd but good", archive(
+        Member("back\\slash", b"1"), Member("c:drive", b"2"), Member("tab\t", b"3"), Member("...", b"4"), Member(" ", b"5")), [
+        "back\\slash=1", "c:drive=2", "tab\t=3", "...=4", " =5"]
+
+
+def misleading():
+    """Names that no tree has are left out, and the rest is read."""
+    rest = Member("rest", b"r")
+    for name in ("../x", "/x", "//x", "a/../../x", "a/../x", "./x", "a/./x", "a//x", "x//", "..", ".", "/", "a/..",
+                 "x\0y", "a\0/x", ""):
+        title = "left out " + (name.replace("/", "_").replace("\0", "NUL") or "nothing")
+        yield title, archive(Member(name, b"1"), rest), ["rest=r"]
+    yield "same name twice", archive(Member("a", b"1"), Member("a", b"2")), ["a=2"]
+    yield "file below a file", archive(Member("a", b"1"), Member("a/b", b"2")), ["a=1"]
+    yield "file in the place of a folder", archive(Member("a/b", b"2"), Member("a", b"1")), ["a/", "a/b=2"]
+    yield "folder in the place of a file", archive(Member("a", b"1"), Member("a/")), ["a=1"]
+    yield "links out", archive(Member("up", b"../../etc", mode=0o120777), Member("abs", b"/etc/passwd", mode=0o120777)), [
+        "up->../../etc", "abs->/etc/passwd"]
+
+
+def refused():
+    a = Member("a", TEXT, DEFLATED)
+    yield "not an archive", b"this is text, and nothing else at all, really", ["!9"]
+    yield "one byte", b"P", ["!9"]
+    yield "end alone cut short", archive()[:-1], ["!9"]
+    yield "directory behind the end", archive(a, offset=10_000), ["!9"]
+    yield "directory larger than the item", archive(a, size=1_000_000), ["!9"]
+    yield "directory shorter than its headers", archive(a, size=50), ["!9"]
+    yield "directory of zeros", archive(before=bytes(46), size=46, here=1, count=1), ["!9"]
+    yield "several volumes", archive(a, disk=1), ["!11"]
+    yield "several volumes by the start", archive(a, start=2), ["!11"]
+    yield "encrypted directory", archive(Member("a", TEXT, flags=1 << 13)), ["!11"]
+    yield "member behind the end", archive(Member("a", TEXT, offset=1_000_000)), ["!9"]
+    yield "member longer than the item", archive(Member("a", TEXT, stored=1_000_000, size=1_000_000)), ["!9"]
+    yield "large numbers without a field", archive(Member("a", TEXT, size=IS32)), ["!9"]
+    yield "large records without a record", archive(a, offset=IS32), ["!9"]
+    one, two = Member("a", TEXT), Member("b", TEXT, offset=0)
+    yield "overlapping members", archive(one, two), ["!9"]
+    yield "members that overlap by a byte", archive(
+        Member("a", TEXT, stored=len(TEXT) + 1), Member("b", TEXT)), ["!9"]
+    kernel = Member("a", ZEROS, DEFLATED)
+    yield "bomb of one kernel", archive(kernel, *[Member(f"b{n}", raw=b"", method=DEFLATED, offset=0,
+        stored=len(kernel.raw), size=len(ZEROS), crc=zlib.crc32(ZEROS)) for n in range(1000)]), ["!9"]
+
+
+def broken_members():
+    rest = Member("rest", b"r")
+    deflated = compress(DEFLATED, TEXT)
+
+    def one(title, member, expected):
+        return title, archive(member, rest), [f"{member.name.decode()}{expected}", "rest=r"]
+
+    yield one("wrong check sum, stored", Member("a", TEXT, crc=1), "!read")
+    yield one("wrong check sum, deflated", Member("a", TEXT, DEFLATED, crc=1), "!read")
+    yield one("wrong check sum, bzip2", Member("a", TEXT, BZIP2, crc=1), "!read")
+    yield one("wrong check sum, xz", Member("a", TEXT, XZ, crc=1), "!read")
+    for number, name in ((DEFLATED, "deflated"), (BZIP2, "bzip2"), (XZ, "xz"), (ZSTD, "zstd")):
+        yield one(f"rubbish, {name}", Member("a", TEXT, number, raw=b"\xff\x00rubbish" * 5), "!read")
+    for number, name in ((DEFLATED, "deflated"), (BZIP2, "bzip2"), (XZ, "xz")):
+        raw = compress(number, TEXT)
+        yield one(f"cut short, {name}", Member("a", TEXT, number, raw=raw[:len(raw) // 2]), "!read")
+        yield one(f"longer than told, {name}", Member("a", TEXT, number, size=len(TEXT) - 1), "!read")
+        yield one(f"shorter than told, {name}", Member("a", TEXT, number, size=len(TEXT) + 1), "!read")
+        yield one(f"nothing at all, {name}", Member("a", TEXT, number, raw=b""), "!9")
+    yield one("stored with two sizes", Member("a", TEXT, size=len(TEXT) - 1), "!9")
+    yield one("encrypted", Member("a", TEXT, flags=ENCRYPTED), "!11")
+    yield one("unknown method", Member("a", TEXT, 1), "!11")
+    yield one("reserved method", Member("a", TEXT, 0xFFFF), "!11")
+    yield one("another name in the header", Member("a", TEXT, local={"name": b"b"}), "!9")
+    yield one("a longer name in the header", Member("a", TEXT, local={"name": b"a" * 300}), "!9")
+    yield one("another method in the header", Member("a", TEXT, local={"method": DEFLATED}), "!9")
+    yield one("encrypted in the header alone", Member("a", TEXT, local={"flags": ENCRYPTED}), "!9")
+    yield one("no header", Member("a", TEXT, local={"signature": b"PK\0\0"}), "!9")
+    yield one("another size in the header", Member("a", TEXT, DEFLATED, local={"size": 7}), shown("", TEXT))
+    yield one("a size that no ratio allows", Member("a", b"", DEFLATED, raw=deflated, size=IS32 - 1), "!5")
+    yield one("less than the size of a bomb", Member("a", b"", DEFLATED, raw=compress(DEFLATED, ZEROS), size=2 ** 26), "!read")
+    yield one("link too long to be one", Member("a", b"x" * 5000, mode=0o120777), "->!1")
+
+
+def cut():
+    whole = archive(Member("a", TEXT, DEFLATED), Member("d/b", b"2"))
+    for size in range(len(whole)):
+        yield f"cut/{size}", whole[:size], ["!9"] if size else []
+
+
+def main():
+    target = Path(sys.argv[1])
+    (target / "cut").mkdir(parents=True)
+    for group in (good, misleading, refused, broken_members, cut):
+        for name, data, expected in group():
+            (target / f"{name}.zip").write_bytes(data)
+            (target / f"{name}.expected").write_text("".join(line + "\n" for line in expected))
+    (target / "big.zip").write_bytes(archive(
+        Member("deflated", BIG, DEFLATED), Member("bzip2", BIG, BZIP2), Member("xz", BIG, XZ), Member("stored", BIG)))
+    (target / "big.txt").write_bytes(BIG)
+    (target / "many.zip").write_bytes(large(*[Member(f"{n // 1000}/{n % 1000}", b"%d" % n) for n in range(100_000)]))
+
+
+main()

@@ -1,0 +1,246 @@
+#include "zip_fixture.hpp"
+
+#include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/byte_stream_open_options.hpp>
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/extensions/i_links.hpp>
+#include <foundation/storage/provider/local_path.hpp>
+#include <foundation/storage/provider/memory/memory_factory.hpp>
+#include <foundation/storage/provider/zip/zip_factory.hpp>
+
+#include <boost/date_time/posix_time/ptime.hpp>
+#include <fl/i18n/conversion.hpp>
+#include <gmock/gmock.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+
+namespace foundation::storage::provider::zip::test {
+namespace {
+
+using ::testing::ElementsAre;
+using fl::i18n::ustring;
+
+std::vector<std::string> namesOf(std::unique_ptr<IFolderEntryIterator> const& cursor) {
+    std::vector<std::string> names;
+    while (cursor->hasNext()) {
+        cursor->advance();
+        FolderEntry const entry = cursor->currentEntry();
+        names.push_back(fl::i18n::toDisplayString(entry.getName()) + (entry.isFile() ? "" : "/"));
+    }
+    return names;
+}
+
+class ZipProvider : public ::testing::Test {
+  protected:
+    ZipProvider() : provider_(open("links")) {}
+    static StorageIRI at(std::string_view path) { return inside("links", path); }
+
+    std::shared_ptr<IProvider> provider_; // link -> d/f, d/, d/f, d/up -> ../link
+};
+
+TEST_F(ZipProvider, SaysWhatIsThere) {
+    EXPECT_EQ(provider_->exists(at("")), ExistsResult::Folder);
+    EXPECT_EQ(provider_->exists(at("d")), ExistsResult::Folder);
+    EXPECT_EQ(provider_->exists(at("d/f")), ExistsResult::File);
+    EXPECT_EQ(provider_->exists(at("link")), ExistsResult::File);
+    EXPECT_EQ(provider_->exists(at("missing")), ExistsResult::Nothing);
+    EXPECT_EQ(provider_->exists(at("d/f/x")), ExistsResult::Nothing);
+    EXPECT_TRUE(provider_->fileExists(at("d/f")));
+    EXPECT_TRUE(provider_->fileExists(at("link")));
+    EXPECT_FALSE(provider_->fileExists(at("d")));
+    EXPECT_TRUE(provider_->folderExists(at("d")));
+    EXPECT_FALSE(provider_->folderExists(at("link")));
+    EXPECT_EQ(provider_->existsExtended(at("d/up")), ExtendedExistsResult::LinkToFile);
+}
+
+TEST_F(ZipProvider, FollowsLinksInsideTheArchive) {
+    EXPECT_EQ(readAll(*provider_->openReadOnlyStream(at("d/up"))), "1");
+    EXPECT_EQ(provider_->getFileAttributes(at("d/up")).values().size, 1U);
+    EXPECT_EQ(provider_->getCanonicalLocation(at("d/up")), at("d/f"));
+}
+
+TEST(ZipLinks, LeadNowhereOutOfTheArchive) {
+    auto const provider = open("links out");
+
+    EXPECT_EQ(provider->existsExtended(inside("links out", "up")),
+              ExtendedExistsResult::DanglingLink);
+    EXPECT_EQ(codeOf([&] { provider->openReadOnlyStream(inside("links out", "abs")); }), 4);
+    EXPECT_EQ(dynamic_cast<extensions::ILinks&>(*provider).readLink(inside("links out", "abs")),
+              u"/etc/passwd");
+}
+
+TEST_F(ZipProvider, RefusesWhatIsOfTheWrongKind) {
+    EXPECT_EQ(codeOf([&] { provider_->openReadOnlyStream(at("d")); }), 1);
+    EXPECT_EQ(codeOf([&] { provider_->openReadOnlyStream(at("missing")); }), 4);
+    EXPECT_EQ(codeOf([&] { provider_->getFileAttributes(at("d")); }), 1);
+    EXPECT_EQ(codeOf([&] { provider_->getFolderAttributes(at("d/f")); }), 4);
+    EXPECT_EQ(codeOf([&] { provider_->listAll(at("d/f"), u""); }), 4);
+    EXPECT_EQ(codeOf([&] { provider_->listAll(at("missing"), u""); }), 4);
+    EXPECT_EQ(codeOf([&] { provider_->getCanonicalLocation(at("missing/x")); }), 4);
+    EXPECT_EQ(provider_->getCanonicalLocation(at("d/missing")), at("d/missing"));
+    EXPECT_EQ(codeOf([&] { dynamic_cast<extensions::ILinks&>(*provider_).readLink(at("d/f")); }), 1);
+}
+
+TEST_F(ZipProvider, RefusesEveryChange) {
+    auto const policy = ReplacementPolicy::ReplaceExisting;
+    auto& links = dynamic_cast<extensions::ILinks&>(*provider_);
+    std::array<std::function<void()>, 11> const changes{
+        [&] { provider_->createFile(at("x")); },
+        [&] { provider_->createFolder(at("x")); },
+        [&] { provider_->createFolderRecursive(at("x")); },
+        [&] { provider_->removeFile(at("d/f")); },
+        [&] { provider_->removeFolder(at("d")); },
+        [&] { provider_->removeFolderRecursively(at("d")); },
+        [&] { provider_->setLastModified(at("d/f"), {}); },
+        [&] { provider_->setWritable(at("d/f"), false); },
+        [&] { provider_->moveFile(at("d/f"), at("x"), policy); },
+        [&] { provider_->openStream(at("d/f"), {}); },
+        [&] { links.createLink(at("x"), u"d"); }};
+    for (auto const& change : changes) {
+        EXPECT_EQ(codeOf(change), 7);
+    }
+}
+
+TEST_F(ZipProvider, ListsInTheArchivesOrder) {
+    EXPECT_THAT(namesOf(provider_->listAll(at(""), u"")), ElementsAre("link", "d/"));
+    EXPECT_THAT(namesOf(provider_->listFiles(at(""), u"")), ElementsAre("link"));
+    EXPECT_THAT(namesOf(provider_->listFolders(at(""), u"")), ElementsAre("d/"));
+    EXPECT_THAT(namesOf(provider_->listAllRecursiveNamesOnly(at(""), u"")),
+                ElementsAre("link", "d/", "d/f", "d/up"));
+    EXPECT_THAT(namesOf(provider_->listAllRecursive(at("d"), u"")), ElementsAre("f", "up"));
+    EXPECT_THAT(namesOf(provider_->listAllRecursive(at(""), u"?")), ElementsAre("d/", "d/f"));
+    EXPECT_THAT(namesOf(provider_->listFilesNamesOnly(at("d"), u"u*")), ElementsAre("up"));
+}
+
+TEST_F(ZipProvider, ClonesStandWhereTheirCursorStood) {
+    auto const cursor = provider_->listAllRecursive(at(""), u"");
+    for (std::size_t step = 0; cursor->hasNext(); ++step) {
+        std::unique_ptr<IFolderEntryIterator> const clone(cursor->cloneIterator());
+        EXPECT_EQ(namesOf(clone).size(), 4 - step);
+        EXPECT_TRUE(cursor->hasNext());
+        cursor->advance();
+    }
+    EXPECT_THROW(cursor->advance(), std::logic_error);
+}
+
+TEST(ZipAttributes, AreThoseOfTheDirectory) {
+    auto const provider = open("links");
+    auto const link = provider->listAll(inside("links", ""), u"");
+    ASSERT_TRUE(link->hasNext());
+    link->advance();
+    EXPECT_EQ(link->currentEntry().getFileAttributes()->values().mode, 0777U);
+
+    auto const extended = open("deflated")->getExtendedAttributes(inside("deflated", "a"));
+    EXPECT_EQ(extended.at("zip.method"), "deflate");
+    EXPECT_EQ(extended.at("posix.mode"), "0644");
+}
+
+TEST(ZipTimes, OfDosAreLocalAndThoseOfTheExtraFieldAreNot) {
+    WorkFolder const folder;
+    ASSERT_EQ(std::system(("cd " + folder.path() +
+                           " && TZ=UTC touch -d '2021-06-07 08:09:11' file &&"
+                           " zip -q extra.zip file && zip -qX dos.zip file")
+                              .c_str()),
+              0);
+    auto const timeIn = [&](char const* name) {
+        std::string const archive = folder.path() + '/' + name;
+        return open(archive)->getFileAttributes(inside(archive, "file")).values().lastModified;
+    };
+
+    EXPECT_EQ(timeIn("extra"), (Timestamp{1623053351, 0}));
+    EXPECT_EQ(timeIn("dos"), (Timestamp{1623053352, 0})); // in even seconds
+}
+
+TEST(ZipOfAMissingItem, IsRefusedWithItsCode) {
+    EXPECT_EQ(codeOf([] { buildZipProvider(localItem(archives() + "/nothing here")); }), 4);
+    EXPECT_EQ(codeOf([] { buildZipProvider(localItem(archives())); }), 1);
+}
+
+TEST(ZipThatChanges, IsReadAgain) {
+    WorkFolder const folder;
+    std::string const archive = folder.path() + "/changing";
+    std::filesystem::copy_file(archives() + "/stored.zip", archive + ".zip");
+    auto const provider = open(archive);
+    auto const stream = provider->openReadOnlyStream(inside(archive, "a"));
+    auto const cursor = provider->listAll(inside(archive, ""), u"");
+
+    std::filesystem::copy_file(archives() + "/links.zip", folder.path() + "/new");
+    std::filesystem::rename(folder.path() + "/new", archive + ".zip");
+
+    EXPECT_EQ(provider->exists(inside(archive, "d")), ExistsResult::Folder);
+    EXPECT_EQ(provider->exists(inside(archive, "a")), ExistsResult::Nothing);
+    EXPECT_THAT(namesOf(cursor), ElementsAre("a")); // as it was
+    EXPECT_EQ(readAll(*stream).size(), 46U);
+}
+
+TEST(ZipInAZip, IsReadThroughBoth) {
+    WorkFolder const folder;
+    std::string const archive = folder.path() + "/outer";
+    ASSERT_EQ(std::system(("cd '" + archives() + "' && zip -q0 " + archive +
+                           ".zip stored.zip deflated.zip && zip -q " + archive + ".zip links.zip")
+                              .c_str()),
+              0);
+    auto const outer = open(archive);
+    auto const contentIn = [&](char const* name, ustring const& path) {
+        StorageIRI const item = inside(archive, name);
+        auto const inner = buildZipProvider(StorageItem(outer, item));
+        return readAll(*inner->openReadOnlyStream(StorageIRI(u"zip", item, path)));
+    };
+
+    EXPECT_EQ(contentIn("stored.zip", u"/a").size(), 46U);
+    EXPECT_EQ(contentIn("deflated.zip", u"/a").size(), 46U);
+    EXPECT_EQ(contentIn("links.zip", u"/d/f"), "1");
+}
+
+TEST(ZipInMemory, IsReadLikeOneOnDisk) {
+    auto const memory = memory::buildMemoryProvider();
+    StorageItem const item(memory, StorageIRI(u"mem:/a.zip"));
+    localItem(archives() + "/folders.zip").copyFile(item, {});
+
+    auto const provider = buildZipProvider(item);
+
+    StorageIRI const root(u"zip", item.getLocation(), u"/");
+    EXPECT_THAT(namesOf(provider->listAllRecursive(root, u"")),
+                ElementsAre("d/", "d/e/", "d/e/f", "d/g"));
+}
+
+TEST(ZipBounds, AreThoseOfTheOptions) {
+    EXPECT_EQ(codeOf([] { open("folders", {.maximumEntries = 3}); }), 5);
+    EXPECT_EQ(codeOf([] { open("folders", {.maximumEntries = 4}); }), -1);
+    EXPECT_THAT(namesOf(open("folders", {.maximumDepth = 1})
+                            ->listAllRecursive(inside("folders", ""), u"")),
+                ElementsAre("d/", "d/g"));
+    auto const provider = open("big", {.maximumRatio = 1});
+    EXPECT_EQ(codeOf([&] { provider->openReadOnlyStream(inside("big", "deflated")); }), 5);
+}
+
+TEST(ZipMembers, AreReadByManyThreads) {
+    auto const provider = open("big");
+    std::string const whole = contentOf(archives() + "/big.txt");
+    std::vector<std::thread> threads;
+    std::array<bool, 8> equal{};
+    for (std::size_t i = 0; i < equal.size(); ++i) {
+        threads.emplace_back([&, i] {
+            char const* const names[] = {"deflated", "stored", "bzip2", "xz"};
+            equal[i] = readAll(*provider->openReadOnlyStream(inside("big", names[i % 4]))) == whole;
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(equal, ::testing::Each(true));
+}
+
+TEST(ZipOfManyMembers, IsListedWhole) {
+    auto const provider = open("many");
+
+    EXPECT_EQ(namesOf(provider->listAllRecursiveNamesOnly(inside("many", ""), u"")).size(),
+              100'100U);
+    EXPECT_EQ(readAll(*provider->openReadOnlyStream(inside("many", "73/512"))), "73512");
+}
+
+} // namespace
+} // namespace foundation::storage::provider::zip::test
