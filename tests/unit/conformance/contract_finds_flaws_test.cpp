@@ -30,10 +30,7 @@ Contract contractOf(Flaw flaw) {
     Contract contract;
     contract.name = "Flawed";
     contract.makePlace = [flaw] {
-        auto const provider = conformance_test::buildFlawedProvider(flaw);
-        StorageIRI const folder(u"mem:/place");
-        provider->createFolder(folder);
-        return Place{provider, folder};
+        return Place{conformance_test::buildFlawedProvider(flaw), StorageIRI(u"mem:/")};
     };
     contract.unsupported = Ability::Flushing;
     // A store in memory tells of a change before the change returns.
@@ -142,8 +139,8 @@ TEST(ContractSuite, TellsEverythingThatIsWrong) {
     EXPECT_EQ(report.outcome, Outcome::Broken);
     EXPECT_THAT(report.remarks,
                 ElementsAre("createFile of the existing \"file\" gave InvalidLocation "
-                            "about mem:/place/file instead of ResourceAlreadyExists about "
-                            "mem:/place/file",
+                            "about mem:/file instead of ResourceAlreadyExists about "
+                            "mem:/file",
                             HasSubstr("\"folder\"")));
 }
 

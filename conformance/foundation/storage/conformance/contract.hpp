@@ -24,7 +24,7 @@ struct DeclaredItem {
 
     provider::ustring path; ///< below the place, with `/` between names
     Kind kind = Kind::File;
-    std::string bytes; ///< of a file; not looked at where the provider cannot read
+    std::string bytes = {}; ///< of a file; not looked at where the provider cannot read
 };
 
 /// Where a provider is tried: a folder of its own for every case.

@@ -301,7 +301,7 @@ constexpr Case cases[] = {
     {"TheLocationIsToldAsItWasGiven",
      [](Trial& t) {
          t.makeFolder(u"a b");
-         StorageIRI const spelled(t.at({}).toString() + u"/%61%20b");
+         StorageIRI const spelled = t.spelled(u"%61%20b");
          EventLog const log = watch(t, spelled);
          t.makeFile(u"a b/file");
          expectTold(t, log, Kind::Created, t.at(u"a b/file"));

@@ -177,7 +177,7 @@ constexpr Case cases[] = {
      [](Trial& t) {
          t.makeFolder(u"folder");
          t.makeFile(u"file", "stays");
-         StorageIRI const spelled(t.at({}).toString() + u"/folder/../fil%65");
+         StorageIRI const spelled = t.spelled(u"folder/../fil%65");
          for (ReplacementPolicy const policy : allPolicies) {
              t.expectRefused(
                  "copyFile onto another spelling of itself" + withPolicy(policy),

@@ -232,9 +232,13 @@ constexpr Case cases[] = {
      Ability::Listing | FileCreation | ReadOnlyItems},
     {"PatternsAreMatchedAsEverywhere",
      [](Trial& t) {
-         std::vector<ustring> const names{u"a",  u"ab",  u"abc",    u"b",       u"ba",
-                                          u".a", u"a.b", u"a.b.c",  u"A",       u"a b",
-                                          u"*a", u"a?",  u"\u00e4", u"a\u00e4", u"[a]"};
+         std::vector<ustring> names{u"a",  u"ab",  u"abc",    u"b",       u"ba",
+                                    u".a", u"a.b", u"a.b.c",  u"A",       u"a b",
+                                    u"*a", u"a?",  u"\u00e4", u"a\u00e4", u"[a]"};
+         if (!t.has(FileCreation) || !t.has(FolderCreation)) {
+             t.content();
+             names.clear();
+         }
          for (std::size_t i = 0; i < names.size(); ++i) {
              i % 3 == 2 ? t.makeFolder(names[i]) : t.makeFile(names[i]);
          }
@@ -251,7 +255,7 @@ constexpr Case cases[] = {
              }
          }
      },
-     Ability::Listing | FileCreation | FolderCreation | FlatWildcards},
+     Ability::Listing | FlatWildcards},
     {"ThePatternOfAMissingFolderDoesNotMatter",
      [](Trial& t) {
          for (NamedListing const& listing : flatListings) {

@@ -55,6 +55,11 @@ class Trial {
     IProvider& provider() const noexcept { return *place_.provider; }
     /// The place's folder, or what is below it.
     StorageIRI at(ustring const& path) const { return StorageIRI(place_.folder, path); }
+    /// The same from the text that stands behind the place's in the location's.
+    StorageIRI spelled(ustring const& text) const {
+        ustring const& place = place_.folder.toString();
+        return StorageIRI(place + (place.ends_with(u'/') ? u"" : u"/") + text);
+    }
     StorageItem item(ustring const& path) const { return {place_.provider, at(path)}; }
     /// A provider's extension; a remark and the end where it has none.
     template<class Extension>
