@@ -346,6 +346,18 @@ TEST(CommandWatch, PrintsTheKindsThatAreAskedFor) {
     }
 }
 
+TEST(CommandWatch, TellsACopyWhenItIsThere) {
+    TemporaryFolder folder;
+    shell(folder, "mkdir w; echo milk > a; chmod 640 a");
+    Watching watching(folder, {"w"});
+
+    ASSERT_EQ(vfs(folder, {"cp", "a", "w/a"}).code, 0);
+    shell(folder, "mkdir w/last");
+    watching.waitFor("last");
+
+    EXPECT_EQ(watching.end().out, "created w/a\ncreated w/last/\n");
+}
+
 TEST(CommandWatch, RefusesKindsThatThereAreNot) {
     TemporaryFolder folder;
     for (std::string const list :

@@ -134,6 +134,36 @@ constexpr Case cases[] = {
          }
      },
      forEvents | Times | FolderCreation},
+    {"ATimeThatIsSetIsToldToWhoAsksForAttributesAlone",
+     [](Trial& t) {
+         t.makeFolder(u"folder");
+         t.makeFile(u"folder/file");
+         t.makeFolder(u"folder/inner");
+         EventLog const file = watchFile(t, t.at(u"folder/file"), {Kind::AttributesChanged});
+         EventLog const folder = watch(t, t.at(u"folder"), RecursiveFileWatching::NonRecursive,
+                                       {Kind::AttributesChanged});
+         for (ustring const path : {u"folder/file", u"folder/inner", u"folder"}) {
+             t.provider().setLastModified(t.at(path), toPtime({1'000'000'000, 0}));
+             expectTold(t, folder, Kind::AttributesChanged, t.at(path));
+         }
+         expectTold(t, file, Kind::AttributesChanged, t.at(u"folder/file"));
+     },
+     forEvents | Times | FolderCreation},
+    {"AFolderUnderTheNameOfAWatchedFileIsNotTold",
+     [](Trial& t) {
+         t.makeFile(u"item");
+         EventLog const log = watchFile(t, t.at(u"item"));
+         EventLog const all = watch(t, t.at({}));
+         t.provider().removeFile(t.at(u"item"));
+         t.provider().createFolder(t.at(u"item"));
+         t.makeFile(u"item/inner");
+         expectTold(t, log, Kind::Removed, t.at(u"item"));
+         settle(t, all, u"last");
+         expectUntold(t, log, "a folder", [](ChangeReport const& report) {
+             return report.kind != Kind::Removed && report.kind != Kind::Overflow;
+         });
+     },
+     forEvents | FileRemoval | FolderCreation},
     {"AttributesOfAFolderAreTold",
      [](Trial& t) {
          t.makeFolder(u"folder");

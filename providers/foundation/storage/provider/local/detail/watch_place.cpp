@@ -200,7 +200,7 @@ void WatchPlace::settleFile(WatchPublication& publication) {
         }
         return; // it may well be there
     }
-    bool const isThere = error == 0;
+    bool const isThere = error == 0 && !S_ISDIR(item.st_mode);
     if (isThere != publication.isPresent) {
         reports_.addSelf(publication, isThere ? events::Kind::Created : events::Kind::Removed);
     }

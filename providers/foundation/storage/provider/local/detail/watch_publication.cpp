@@ -45,7 +45,8 @@ WatchPublication::WatchPublication(StorageIRI const& at, ChangeCallback&& callba
 std::uint32_t WatchPublication::events() const noexcept {
     std::uint32_t result =
         IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
-    if (wants(events::Kind::Modified)) {
+    // Also a change of the modification time alone, of a folder too.
+    if (wants(events::Kind::Modified) || wants(events::Kind::AttributesChanged)) {
         result |= IN_MODIFY;
     }
     // A folder below that could not be read becomes readable by a change of its attributes.

@@ -20,6 +20,18 @@ bool isFolder(WatchBatch::Event const& event) noexcept {
     return (event.mask & IN_ISDIR) != 0;
 }
 
+/// A folder is not written to: then its times were set.
+events::Kind kindOfChange(WatchBatch::Event const& event) noexcept {
+    bool const isModified = (event.mask & IN_MODIFY) != 0 && !isFolder(event);
+    return isModified ? events::Kind::Modified : events::Kind::AttributesChanged;
+}
+
+/// The kernel's name for a file that was made without one.
+bool isOfUnnamed(std::string_view name) noexcept {
+    return name.size() > 1 && name.front() == '#' &&
+           name.find_first_not_of("0123456789", 1) == std::string_view::npos;
+}
+
 } // namespace
 
 bool WatchTranslator::translate(WatchBatch& batch) {
@@ -110,14 +122,22 @@ void WatchTranslator::takeAnchor(WatchPublication& publication, Event const& eve
             concern(publication);
         }
     } else {
-        Kind const kind = isGone                          ? Kind::Removed
-                          : isNew                         ? Kind::Created
-                          : (event.mask & IN_MODIFY) != 0 ? Kind::Modified
-                                                          : Kind::AttributesChanged;
-        if (!isGone || publication.isPresent) {
-            reports_.addSelf(publication, kind);
+        takeFile(publication, event);
+    }
+}
+
+/// Of a published file.
+void WatchTranslator::takeFile(WatchPublication& publication, Event const& event) {
+    bool const isNew = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0;
+    bool const isGone = isFolder(event) ? isNew // a folder has its name now
+                                        : (event.mask & (IN_DELETE | IN_MOVED_FROM)) != 0;
+    if (isGone) {
+        if (std::exchange(publication.isPresent, false)) {
+            reports_.addSelf(publication, Kind::Removed);
         }
-        publication.isPresent = isGone ? false : (isNew || publication.isPresent);
+    } else if (!isFolder(event)) {
+        reports_.addSelf(publication, isNew ? Kind::Created : kindOfChange(event));
+        publication.isPresent = publication.isPresent || isNew;
     }
 }
 
@@ -126,7 +146,7 @@ void WatchTranslator::takeSelf(WatchNode& node, Event const& event) {
     if (!publication.tree.isRoot(node)) {
         return; // the folder above tells it
     }
-    if ((event.mask & IN_ATTRIB) != 0) {
+    if ((event.mask & (IN_ATTRIB | IN_MODIFY)) != 0) {
         reports_.addSelf(publication, Kind::AttributesChanged);
     } else {
         publication.isUnsettled = true;
@@ -172,9 +192,10 @@ void WatchTranslator::remove(WatchNode& node, Event const& event) {
 
 void WatchTranslator::change(WatchNode& node, Event const& event) {
     WatchPublication& publication = *node.owner;
-    bool const isModified = (event.mask & IN_MODIFY) != 0;
-    reports_.add(publication, isModified ? Kind::Modified : Kind::AttributesChanged, node,
-                 event.name, typeOf(event));
+    if (isOfUnnamed(event.name) && !isThere(event.watch, event.name)) {
+        return;
+    }
+    reports_.add(publication, kindOfChange(event), node, event.name, typeOf(event));
     if (isFolder(event) && publication.scope == WatchScope::Tree &&
         publication.tree.child(node, event.name) == nullptr) {
         enter(node, event.name); // it may be readable now

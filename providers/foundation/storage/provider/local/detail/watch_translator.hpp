@@ -70,6 +70,7 @@ class WatchTranslator {
     void takeEnd(Event const& event);
     void takeAbove(WatchPublication& publication, Event const& event);
     void takeAnchor(WatchPublication& publication, Event const& event);
+    void takeFile(WatchPublication& publication, Event const& event);
     void takeSelf(WatchNode& node, Event const& event);
     void takeEntry(WatchNode& node, Event const& event);
     void create(WatchNode& node, Event const& event);
