@@ -195,6 +195,31 @@ TEST_F(LocalWatchLifetime, NothingIsReportedBehindAStop) {
     EXPECT_EQ(calls, before);
 }
 
+TEST_F(LocalWatchLifetime, APublicationIsToldOfNothingThatWasBeforeIt) {
+    makeFolder("w/sub");
+    ChangeLog earlier(folder_.path());
+    provider_->publishFolderEvents(at("w"), earlier.callback(), namesOnly,
+                                   RecursiveFileWatching::Recursive);
+    hold();
+    remove("w/sub");
+    makeFolder("w/sub");
+    makeFile("w/sub/old");
+    makeFile("w/old");
+    remove("w/old");
+
+    publish("w", namesOnly);
+    publish("w/sub", namesOnly);
+    publishFile("w/sub/old", namesOnly);
+    makeFile("w/sub/new");
+    release();
+
+    EXPECT_THAT(reports(), ElementsAre("+ file w/sub/new"));
+    EXPECT_TRUE(earlier.waitForEntry(Kind::Removed, "w/old"));
+    EXPECT_TRUE(earlier.waitForEntry(Kind::Created, "w/sub/new"));
+    provider_.reset(); // before what the callback uses
+    ASSERT_TRUE(noWatchThreadIsLeft());
+}
+
 TEST_F(LocalWatchLifetime, AnIdleThreadDoesNotWakeUp) {
     publishTree();
     settle();

@@ -258,7 +258,7 @@ TEST_P(LocalWatchWalk, LeavesEveryFolderWatchedUnderItsName) {
     publishTree("w", namesOnly);
     RandomWalk walk(path(""), GetParam());
 
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < 25; ++round) {
         for (unsigned step = 0, steps = 1 + walk.below(200); step < steps; ++step) {
             walk.step();
             if (walk.below(16) == 0) {
@@ -273,7 +273,7 @@ TEST_P(LocalWatchWalk, LeavesEveryFolderWatchedUnderItsName) {
     EXPECT_THAT(log_.lines(), Not(Contains(StartsWith("!"))));
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, LocalWatchWalk, ::testing::Range(1U, 9U));
+INSTANTIATE_TEST_SUITE_P(Seeds, LocalWatchWalk, ::testing::Range(1U, 7U));
 
 } // namespace
 

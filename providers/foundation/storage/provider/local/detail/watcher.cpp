@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <system_error>
 #include <utility>
 
@@ -62,6 +63,7 @@ int Watcher::begin(std::shared_ptr<WatchPublication> const& publication) {
     };
     try {
         translator_.expect(expected_);
+        readWhatWasBefore();
         publications[publication->location].push_back(publication);
         if (int const error = translator_.place().begin(*publication)) {
             undo();
@@ -82,6 +84,29 @@ int Watcher::begin(std::shared_ptr<WatchPublication> const& publication) {
     return 0;
 }
 
+/// What is in the queue is none of a new publication's business, though it may share watches with
+/// the others.
+void Watcher::readWhatWasBefore() {
+    if (isIdle()) {
+        return;
+    }
+    int left = 0;
+    ::ioctl(table_.descriptor(), FIONREAD, &left);
+    try {
+        for (; left > 0 && batch_.read(table_.descriptor());
+             left -= static_cast<int>(batch_.bytes())) {
+            if (!translator_.translate(batch_)) {
+                loseAll();
+            }
+        }
+    } catch (...) {
+        abandon();
+    }
+    if (!reports_.queue().empty() || translator_.hasOpenEnds()) {
+        wake();
+    }
+}
+
 std::shared_ptr<WatchPublication> Watcher::end(StorageIRI const& location, bool isFolder) {
     std::lock_guard const lock(mutex_);
     auto& publications = isFolder ? folders_ : files_;
@@ -97,6 +122,8 @@ std::shared_ptr<WatchPublication> Watcher::end(StorageIRI const& location, bool 
     --expected_;
     ended->isStopped.store(true, std::memory_order_release);
     translator_.forget(*ended);
+    std::erase_if(reports_.queue(),
+                  [&](WatchReport const& report) { return report.publication == ended.get(); });
     if (!isIdle()) {
         translator_.place().leave(*ended); // else all watches end together
     }
@@ -144,7 +171,6 @@ void Watcher::run() noexcept {
             pollfd more{table_.descriptor(), POLLIN, 0};
             ::poll(&more, 1, waitForEvents);
         }
-        batch_.read(table_.descriptor());
         if (!work()) {
             return;
         }
@@ -199,7 +225,7 @@ void Watcher::retry() noexcept {
 }
 
 bool Watcher::isBurst() noexcept {
-    bool const wasWorthIt = readsInARow_ <= burstBegins || batch_.bytes() >= burstEnds;
+    bool const wasWorthIt = readsInARow_ <= burstBegins || bytesRead_ >= burstEnds;
     bool const isClose = std::chrono::steady_clock::now() - lastRead_ < closely;
     readsInARow_ = wasWorthIt && isClose ? readsInARow_ + 1 : 0;
     return readsInARow_ > burstBegins;
@@ -211,15 +237,14 @@ bool Watcher::work() {
     if (isRetired_) {
         return false;
     }
+    batch_.read(table_.descriptor());
+    bytesRead_ = batch_.bytes();
     try {
         retry();
         translate();
         takeReports();
     } catch (...) {
-        // No memory, that is: everything is looked at again when there is some.
-        translator_.abandon();
-        reports_.queue().clear();
-        loseAll();
+        abandon();
         hasFailed_ = true;
     }
     hasOpenEnds_ = translator_.hasOpenEnds();
@@ -228,6 +253,13 @@ bool Watcher::work() {
         retryAt_ = std::min(retryAt_.value_or(*retry), *retry);
     }
     return true;
+}
+
+/// There is no memory, that is: everything is looked at again when there is some.
+void Watcher::abandon() noexcept {
+    translator_.abandon();
+    reports_.queue().clear();
+    loseAll();
 }
 
 void Watcher::translate() {

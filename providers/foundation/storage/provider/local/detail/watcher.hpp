@@ -35,6 +35,7 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
     using Publications =
         std::unordered_map<StorageIRI, std::deque<std::shared_ptr<WatchPublication>>>;
 
+    void readWhatWasBefore();
     void run() noexcept;
     void wait();
     int timeUntilRetry() const noexcept;
@@ -44,6 +45,7 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
     bool work();
     void translate();
     void loseAll() noexcept;
+    void abandon() noexcept;
     void takeReports();
     void deliver();
 
@@ -57,9 +59,10 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
     std::size_t expected_ = 0; ///< the number of publications
     bool isRetired_ = false;
     bool isDelivering_ = false; ///< callbacks are called, or let go of
+    WatchBatch batch_;
 
     // The thread's own.
-    WatchBatch batch_;
+    std::size_t bytesRead_ = 0; ///< the last time
     std::vector<WatchReport> reportsToDeliver_;
     std::vector<std::shared_ptr<WatchPublication>> kept_; ///< as long as these are delivered
     std::chrono::steady_clock::time_point lastRead_;
