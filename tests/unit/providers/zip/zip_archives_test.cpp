@@ -56,10 +56,10 @@ std::string lineFor(IProvider& provider, std::string_view archive, FolderEntry c
                   entry.getFileAttributes()->values().size);
     });
     if (code >= 0) {
-        bool const isLink =
-            codeOf([&] { dynamic_cast<extensions::ILinks&>(provider).readLink(location); }) ==
-                code &&
-            (entry.getFileAttributes()->values().mode.value_or(0) == 0777);
+        bool const isLink = codeOf([&] {
+                                dynamic_cast<extensions::ILinks&>(provider).readLink(location);
+                            }) == code &&
+                            (entry.getFileAttributes()->values().mode.value_or(0) == 0777);
         line = name + (isLink ? "->!" : "!") + std::to_string(code);
     }
     return line;

@@ -20,8 +20,8 @@
 namespace foundation::storage::provider::zip::test {
 namespace {
 
-using ::testing::ElementsAre;
 using fl::i18n::ustring;
+using ::testing::ElementsAre;
 
 std::vector<std::string> namesOf(std::unique_ptr<IFolderEntryIterator> const& cursor) {
     std::vector<std::string> names;
@@ -81,7 +81,8 @@ TEST_F(ZipProvider, RefusesWhatIsOfTheWrongKind) {
     EXPECT_EQ(codeOf([&] { provider_->listAll(at("missing"), u""); }), 4);
     EXPECT_EQ(codeOf([&] { provider_->getCanonicalLocation(at("missing/x")); }), 4);
     EXPECT_EQ(provider_->getCanonicalLocation(at("d/missing")), at("d/missing"));
-    EXPECT_EQ(codeOf([&] { dynamic_cast<extensions::ILinks&>(*provider_).readLink(at("d/f")); }), 1);
+    EXPECT_EQ(codeOf([&] { dynamic_cast<extensions::ILinks&>(*provider_).readLink(at("d/f")); }),
+              1);
 }
 
 TEST_F(ZipProvider, RefusesEveryChange) {
@@ -210,9 +211,9 @@ TEST(ZipInMemory, IsReadLikeOneOnDisk) {
 TEST(ZipBounds, AreThoseOfTheOptions) {
     EXPECT_EQ(codeOf([] { open("folders", {.maximumEntries = 3}); }), 5);
     EXPECT_EQ(codeOf([] { open("folders", {.maximumEntries = 4}); }), -1);
-    EXPECT_THAT(namesOf(open("folders", {.maximumDepth = 1})
-                            ->listAllRecursive(inside("folders", ""), u"")),
-                ElementsAre("d/", "d/g"));
+    EXPECT_THAT(
+        namesOf(open("folders", {.maximumDepth = 1})->listAllRecursive(inside("folders", ""), u"")),
+        ElementsAre("d/", "d/g"));
     auto const provider = open("big", {.maximumRatio = 1});
     EXPECT_EQ(codeOf([&] { provider->openReadOnlyStream(inside("big", "deflated")); }), 5);
 }

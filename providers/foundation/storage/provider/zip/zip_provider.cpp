@@ -326,8 +326,8 @@ std::unique_ptr<IFolderEntryIterator> ZipProvider::listAllNamesOnly(StorageIRI c
                                                                     ustring const& filter) const {
     return list(location, {Kinds::All, false, false, filter});
 }
-std::unique_ptr<IFolderEntryIterator>
-ZipProvider::listFilesNamesOnly(StorageIRI const& location, ustring const& filter) const {
+std::unique_ptr<IFolderEntryIterator> ZipProvider::listFilesNamesOnly(StorageIRI const& location,
+                                                                      ustring const& filter) const {
     return list(location, {Kinds::Files, false, false, filter});
 }
 std::unique_ptr<IFolderEntryIterator>

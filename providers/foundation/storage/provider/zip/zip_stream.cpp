@@ -26,7 +26,8 @@ namespace {
 using Bytes = std::span<unsigned char>;
 
 constexpr char const* wrongCheckSum = "the content is damaged: its check sum is wrong";
-constexpr char const* wrongSize = "the content is damaged: it has not the size that the archive tells";
+constexpr char const* wrongSize =
+    "the content is damaged: it has not the size that the archive tells";
 
 /// What all members have in common: a position, and failures that stay.
 class MemberStream : public ByteStream {
@@ -195,8 +196,9 @@ class DecodedMember final : public MemberStream {
         std::vector<unsigned char> passedOver;
         while (place_.output < position) {
             passedOver.resize(inputSize);
-            decode(Bytes(passedOver).first(static_cast<std::size_t>(
-                std::min<std::uint64_t>(passedOver.size(), position - place_.output))));
+            decode(Bytes(passedOver)
+                       .first(static_cast<std::size_t>(
+                           std::min<std::uint64_t>(passedOver.size(), position - place_.output))));
         }
         decode(buffer);
     }
@@ -294,9 +296,8 @@ void check(Member const& member, StorageIRI const& location, ZipOptions const& o
     if (member.isEncrypted || !detail::isKnown(static_cast<Method>(member.method))) {
         refuse(ErrorCode::UnsupportedOperation);
     }
-    if (static_cast<Method>(member.method) == Method::Stored
-            ? member.compressedSize != member.size
-            : member.compressedSize == 0) {
+    if (static_cast<Method>(member.method) == Method::Stored ? member.compressedSize != member.size
+                                                             : member.compressedSize == 0) {
         refuse(ErrorCode::IOError);
     }
     if (member.compressedSize != 0 && member.size / member.compressedSize > options.maximumRatio) {

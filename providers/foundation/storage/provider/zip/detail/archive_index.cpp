@@ -103,8 +103,7 @@ ArchiveIndex::Number ArchiveIndex::child(Number folder, std::string_view name) c
     std::uint64_t slot = hash(folder, name);
     for (;; ++slot) {
         Number const entry = table_[slot & (table_.size() - 1)];
-        if (entry == none ||
-            (entries_[entry].parent == folder && nameOf(entry) == name)) {
+        if (entry == none || (entries_[entry].parent == folder && nameOf(entry) == name)) {
             return entry;
         }
     }
@@ -176,8 +175,7 @@ ArchiveIndex::Added ArchiveIndex::add(std::string_view path, MemberFacts const& 
         return Added::LeftOut;
     }
     Added result = Added::Yes;
-    Number const folder =
-        isAtTop ? root : folderFor(path.substr(0, slash), result);
+    Number const folder = isAtTop ? root : folderFor(path.substr(0, slash), result);
     if (folder == none) {
         return result;
     }

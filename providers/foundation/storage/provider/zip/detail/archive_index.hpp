@@ -31,8 +31,8 @@ struct MemberFacts {
 
 /// The folders and files of an archive. Immutable once it is filled, and then safe on any thread.
 ///
-/// An entry is a number, the root 0. The children of a folder stand in the archive's order. An entry
-/// takes 52 bytes, its name, and 4 to 12 bytes of a hash table.
+/// An entry is a number, the root 0. The children of a folder stand in the archive's order. An
+/// entry takes 52 bytes, its name, and 4 to 12 bytes of a hash table.
 class ArchiveIndex {
   public:
     using Number = std::uint32_t;

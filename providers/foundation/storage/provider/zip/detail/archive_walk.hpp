@@ -17,7 +17,7 @@ struct ArchivePlace {
     ArchiveIndex::Number entry = ArchiveIndex::none;
     /// The folder of the last name, where that is there.
     ArchiveIndex::Number folder = ArchiveIndex::none;
-    std::string name; ///< the last one, where `entry` is missing
+    std::string name;               ///< the last one, where `entry` is missing
     std::optional<ErrorCode> error; ///< why there is none
 };
 

@@ -117,8 +117,7 @@ class DirectoryReader {
             fail();
         }
         extent.shift = endOfDirectory - extent.size - extent.begin;
-        if (extent.shift != 0 && !beginsAt(extent.begin + extent.shift) &&
-            beginsAt(extent.begin)) {
+        if (extent.shift != 0 && !beginsAt(extent.begin + extent.shift) && beginsAt(extent.begin)) {
             extent.shift = 0; // something stands behind the directory instead
         }
         extent.begin += extent.shift;
@@ -154,8 +153,8 @@ class DirectoryReader {
     }
 
     void readMembers(Extent const& extent) {
-        index_->reserve(static_cast<std::size_t>(
-            std::min(extent.members, extent.size / centralHeaderSize)));
+        index_->reserve(
+            static_cast<std::size_t>(std::min(extent.members, extent.size / centralHeaderSize)));
         std::uint64_t const end = extent.begin + extent.size;
         std::uint64_t position = extent.begin;
         if (position < windowBegin_) {
@@ -166,13 +165,12 @@ class DirectoryReader {
             if (rest.size() >= 4 && read32(rest.data()) == digitalSignature) {
                 return;
             }
-            if (rest.size() < centralHeaderSize ||
-                read32(rest.data()) != centralHeaderSignature) {
+            if (rest.size() < centralHeaderSize || read32(rest.data()) != centralHeaderSignature) {
                 fail();
             }
             unsigned char const* const header = rest.data();
-            std::size_t const size = centralHeaderSize + read16(header + 28) +
-                                     read16(header + 30) + read16(header + 32);
+            std::size_t const size =
+                centralHeaderSize + read16(header + 28) + read16(header + 30) + read16(header + 32);
             if (size > rest.size()) {
                 fail();
             }
@@ -264,9 +262,7 @@ class DirectoryReader {
         facts.kind = isFolder           ? EntryKind::Folder
                      : type == linkType ? EntryKind::Link
                                         : EntryKind::File;
-        std::uint32_t const usual = isFolder                           ? 0755
-                                    : (attributes & dosReadOnly) != 0 ? 0444
-                                                                       : 0644;
+        std::uint32_t const usual = isFolder ? 0755 : (attributes & dosReadOnly) != 0 ? 0444 : 0644;
         facts.mode = static_cast<std::uint16_t>(isOfUnix ? mode & 07777 : usual);
     }
 

@@ -35,7 +35,8 @@ class InflateDecoder final : public Decoder {
     Step decode(std::span<unsigned char const> input, std::span<unsigned char> output) override {
         auto const given = atMost<uInt>(input.size());
         auto const room = atMost<uInt>(output.size());
-        state_.next_in = const_cast<Bytef*>(input.data()); // NOLINT(cppcoreguidelines-pro-type-const-cast)
+        state_.next_in =
+            const_cast<Bytef*>(input.data()); // NOLINT(cppcoreguidelines-pro-type-const-cast)
         state_.avail_in = given;
         state_.next_out = output.data();
         state_.avail_out = room;
@@ -56,7 +57,8 @@ class InflateDecoder final : public Decoder {
   private:
     InflateDecoder(InflateDecoder const& other) : Decoder() {
         // Reads the state only, whatever its declaration says.
-        if (::inflateCopy(&state_, const_cast<z_stream*>(&other.state_)) != Z_OK) { // NOLINT(cppcoreguidelines-pro-type-const-cast)
+        if (::inflateCopy(&state_, const_cast<z_stream*>(&other.state_)) !=
+            Z_OK) { // NOLINT(cppcoreguidelines-pro-type-const-cast)
             throw std::bad_alloc();
         }
     }
@@ -77,7 +79,8 @@ class Bzip2Decoder final : public Decoder {
         auto const given = atMost<unsigned>(input.size());
         auto const room = atMost<unsigned>(output.size());
         // The library only reads what it declares to be writable.
-        state_.next_in = const_cast<char*>(reinterpret_cast<char const*>(input.data())); // NOLINT(cppcoreguidelines-pro-type-const-cast)
+        state_.next_in = const_cast<char*>(reinterpret_cast<char const*>(
+            input.data())); // NOLINT(cppcoreguidelines-pro-type-const-cast)
         state_.avail_in = given;
         state_.next_out = reinterpret_cast<char*>(output.data());
         state_.avail_out = room;
@@ -138,8 +141,8 @@ class ZstandardDecoder final : public Decoder {
         }
         constexpr int smallestWindow = 10;
         constexpr int largestWindow = 31;
-        int const window = std::clamp(static_cast<int>(std::bit_width(memory)) - 1, smallestWindow,
-                                      largestWindow);
+        int const window =
+            std::clamp(static_cast<int>(std::bit_width(memory)) - 1, smallestWindow, largestWindow);
         ::ZSTD_DCtx_setParameter(state_, ZSTD_d_windowLogMax, window);
     }
     ~ZstandardDecoder() override { ::ZSTD_freeDCtx(state_); }

@@ -19,9 +19,9 @@ constexpr std::size_t mostAtOnce = std::size_t{64} * 1024;
 } // namespace
 
 MemberBytes::MemberBytes(StorageItem const& item, Member const& member) : item_(item) {
-    head_.resize(localHeaderSize + usualNames +
-                 static_cast<std::size_t>(
-                     std::min<std::uint64_t>(member.compressedSize, mostAtOnce)));
+    head_.resize(
+        localHeaderSize + usualNames +
+        static_cast<std::size_t>(std::min<std::uint64_t>(member.compressedSize, mostAtOnce)));
     head_.resize(item_.readAt(member.headerOffset, head_));
     if (head_.size() < localHeaderSize || read32(head_.data()) != localHeaderSignature) {
         return;

@@ -41,8 +41,8 @@ std::string_view unicodePath(std::string_view name, std::string_view extra) {
     if (field.size() <= versionAndCrc || field[0] != 1) {
         return {};
     }
-    auto const crc = ::crc32(0, reinterpret_cast<Bytef const*>(name.data()),
-                             static_cast<uInt>(name.size()));
+    auto const crc =
+        ::crc32(0, reinterpret_cast<Bytef const*>(name.data()), static_cast<uInt>(name.size()));
     auto const wanted = read32(reinterpret_cast<unsigned char const*>(field.data() + 1));
     return crc == wanted ? field.substr(versionAndCrc) : std::string_view();
 }
