@@ -22,8 +22,7 @@ int const tenLineTests = registerContractTests({
         [] {
             return Place{std::make_shared<Greetings>(),
                          foundation::storage::provider::StorageIRI(u"hi:/"),
-                         {{u"hello", DeclaredItem::Kind::File, {}}},
-                         nullptr};
+                         {{u"hello"}}};
         },
     .unsupported = allAbilities,
     .deviations =

@@ -31,6 +31,7 @@ constexpr std::array<char const*, abilityCount> names = {
     "ChangeEvents",
     "RecursiveChangeEvents",
     "Links",
+    "LinkCreation",
     "Replacement",
     "FolderAttributeChange",
     "Flushing",

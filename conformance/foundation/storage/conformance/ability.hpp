@@ -33,6 +33,7 @@ enum class Ability : std::uint32_t {
     ChangeEvents,          ///< publishing of files and folders, and stopping
     RecursiveChangeEvents, ///< the feature of this name
     Links,                 ///< extensions::ILinks
+    LinkCreation,          ///< createLink of that extension
     Replacement,           ///< extensions::IReplacingStreams
     FolderAttributeChange, ///< extensions::IFolderAttributes
     Flushing,              ///< extensions::IFlushableFilesystem
@@ -83,7 +84,8 @@ inline constexpr AbilitySet changingAbilities =
     Ability::Times | Ability::ReadOnlyItems | Ability::FileCreation | Ability::FolderCreation |
     Ability::FolderChainCreation | Ability::FileRemoval | Ability::FolderRemoval |
     Ability::TreeRemoval | Ability::FileCopies | Ability::FileMoves | Ability::FolderMoves |
-    Ability::Writing | Ability::Replacement | Ability::FolderAttributeChange;
+    Ability::Writing | Ability::LinkCreation | Ability::Replacement |
+    Ability::FolderAttributeChange;
 
 /// Everything that a provider of `exists` alone lacks.
 inline constexpr AbilitySet allAbilities =

@@ -20,11 +20,12 @@ namespace foundation::storage::conformance {
 
 /// An item that a place holds before anything is done.
 struct DeclaredItem {
-    enum class Kind : std::uint32_t { File, Folder };
+    enum class Kind : std::uint32_t { File, Folder, Link };
 
     provider::ustring path; ///< below the place, with `/` between names
     Kind kind = Kind::File;
-    std::string bytes = {}; ///< of a file; not looked at where the provider cannot read
+    std::string bytes =
+        {}; ///< of a file, or a link's target; not looked at where it cannot be read
 };
 
 /// Where a provider is tried: a folder of its own for every case.

@@ -85,10 +85,18 @@ std::vector<DeclaredItem> const& Trial::content() {
         {u"folder/file", Kind::File, pattern(70'000)},
         {u"hollow", Kind::Folder, ""},
         {u"text", Kind::File, "a few words\n"},
+        {u"to text", Kind::Link, "text"},
     };
     for (DeclaredItem const& wanted : tree) {
         bool const nested = wanted.path.find(u'/') != ustring::npos;
         bool const folder = wanted.kind == Kind::Folder;
+        if (wanted.kind == Kind::Link) {
+            if (has(Ability::Links) && has(Ability::LinkCreation)) {
+                makeLink(wanted.path, ustring(wanted.bytes.begin(), wanted.bytes.end()));
+                content_->push_back(wanted);
+            }
+            continue;
+        }
         if ((nested || folder) && !has(Ability::FolderCreation)) {
             continue;
         }

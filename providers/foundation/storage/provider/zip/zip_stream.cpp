@@ -25,6 +25,7 @@ namespace {
 
 using Bytes = std::span<unsigned char>;
 
+constexpr char const* readingAlone = "write: the file is open for reading alone";
 constexpr char const* wrongCheckSum = "the content is damaged: its check sum is wrong";
 constexpr char const* wrongSize =
     "the content is damaged: it has not the size that the archive tells";
@@ -58,8 +59,8 @@ class MemberStream : public ByteStream {
 
     long write(char const*, long) override {
         checkOpen<ByteStreamWriteFailure>();
-        throw ByteStreamWriteFailure("write: the file is open for reading alone",
-                                     ErrorCode::PermissionDenied);
+        isPoisoned_ = true;
+        throw ByteStreamWriteFailure(readingAlone, ErrorCode::PermissionDenied);
     }
 
     long seek(long offset, std::ios_base::seekdir way) override {
@@ -80,6 +81,9 @@ class MemberStream : public ByteStream {
         if (isClosed_) {
             throw ByteStreamCloseFailure("close: the stream is closed", ErrorCode::InternalError);
         }
+        if (isPoisoned_) {
+            throw ByteStreamCloseFailure(readingAlone, ErrorCode::PermissionDenied);
+        }
         isClosed_ = true;
     }
 
@@ -96,6 +100,9 @@ class MemberStream : public ByteStream {
         if (isClosed_) {
             throw Failure("the stream is closed", ErrorCode::InternalError);
         }
+        if (isPoisoned_) {
+            throw Failure(readingAlone, ErrorCode::PermissionDenied);
+        }
         if (failure_) {
             throw Failure(*failure_, ErrorCode::IOError);
         }
@@ -111,6 +118,7 @@ class MemberStream : public ByteStream {
     std::uint64_t position_ = 0;
     std::optional<std::string> failure_;
     bool isClosed_ = false;
+    bool isPoisoned_ = false; ///< by a write: nothing passes in silence behind it
 };
 
 class StoredMember final : public MemberStream {
