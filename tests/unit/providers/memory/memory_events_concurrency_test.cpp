@@ -339,4 +339,43 @@ TEST(MemoryEventConcurrency, WhatOneThreadDoesIsToldInItsOrderBesideOthers) {
     }
 }
 
+TEST(MemoryEvents, AThreadIsNotHeldForAsLongAsOthersMakeChanges) {
+    constexpr int tooMany = 5'000;
+    constexpr int ahead = 100;
+    Store const store;
+    std::latch begun(1);
+    std::atomic<bool> isBack{false};
+    std::atomic<bool> isFirst{true};
+    std::atomic<int> made{0};
+    std::atomic<int> told{0};
+    store->publishFolderEvents(
+        at(u"/"),
+        [&](Kind, StorageIRI const&, StorageIRI const&, EntryType,
+            boost::property_tree::ptree const&) {
+            if (isFirst.exchange(false)) {
+                begun.count_down(); // on the thread that is to come back
+                while (made < ahead / 2) {
+                    std::this_thread::yield();
+                }
+            }
+            ++told;
+        },
+        everything, RecursiveFileWatching::NonRecursive);
+    std::jthread const other([&] {
+        begun.wait();
+        for (; made < tooMany && !isBack; ++made) {
+            store->createFile(at(u"/other"));
+            store->removeFile(at(u"/other"));
+            while (made > told + ahead && !isBack) {
+                std::this_thread::yield(); // so that there is always more to tell, and not too much
+            }
+        }
+    });
+
+    store->createFile(at(u"/file"));
+    isBack = true;
+
+    EXPECT_LT(made, tooMany);
+}
+
 } // namespace

@@ -161,13 +161,31 @@ std::optional<Report> Publications::takeNext() noexcept {
     return report;
 }
 
+/// Whether the thread that delivers has let go of it for this one.
+bool Publications::relieve(std::unique_lock<std::mutex>& lock) noexcept {
+    if (delivered_ < longestShift || deliverer_ == std::this_thread::get_id()) {
+        return false;
+    }
+    ++relief_;
+    bool const isFree = relieved_.wait_for(lock, reliefPatience, [&] { return !delivering_; });
+    --relief_;
+    return isFree;
+}
+
 void Publications::deliver() noexcept {
     std::unique_lock lock(mutex_);
-    if (delivering_) {
+    if (delivering_ && !relieve(lock)) {
         return;
     }
     delivering_ = true;
-    while (std::optional<Report> report = takeNext()) {
+    deliverer_ = std::this_thread::get_id();
+    delivered_ = 0;
+    while (delivered_ < longestShift || relief_ == 0) {
+        std::optional<Report> report = takeNext();
+        if (!report) {
+            break;
+        }
+
         bool const isStopped = report->publication->stopped;
         lock.unlock();
         if (!isStopped && !tell(*report)) {
@@ -178,8 +196,10 @@ void Publications::deliver() noexcept {
         }
         report.reset(); // perhaps the last to hold the callback
         lock.lock();
+        ++delivered_;
     }
     delivering_ = false;
+    relieved_.notify_all();
 }
 
 } // namespace foundation::storage::provider::memory::detail

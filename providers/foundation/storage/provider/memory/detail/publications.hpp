@@ -4,12 +4,15 @@
 #include <foundation/storage/provider/memory/detail/publication_table.hpp>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <mutex>
 #include <optional>
 #include <string_view>
+#include <thread>
 
 namespace foundation::storage::provider::memory::detail {
 
@@ -31,7 +34,9 @@ struct Report {
 /// lock, by one thread at a time. Safe on any number of threads.
 ///
 /// A thread that finds another one delivering leaves its reports to it: waiting would be a deadlock
-/// where that one's callback waits for this thread. So a callback may do whatever it likes.
+/// where that one's callback waits for this thread. So a callback may do whatever it likes. But one
+/// that has delivered much, perhaps for others only, is relieved by the next that comes: that waits
+/// for the callback to return, no longer than a moment.
 ///
 /// What waits is bounded for each publication. Beyond that, and where memory does not suffice, its
 /// reports are lost until the rest of them are delivered, and an Overflow behind them says so.
@@ -64,6 +69,8 @@ class Publications {
 
   private:
     static constexpr std::size_t longestBacklog = 16 * 1024 * 1024;
+    static constexpr std::size_t longestShift = 64; ///< in reports, where others come
+    static constexpr std::chrono::milliseconds reliefPatience{20};
 
     template<class PutDown>
     void putDown(PutDown const& putDown) noexcept;
@@ -73,6 +80,7 @@ class Publications {
     void appendGone(ustring const& from, ustring const& to, Node const& node);
     void appendArrived(ustring const& from, ustring const& to, Node const& node);
     void lose(Publication& publication) noexcept;
+    bool relieve(std::unique_lock<std::mutex>& lock) noexcept;
     std::optional<Report> takeNext() noexcept;
     std::optional<Report> takeOverflow() noexcept;
 
@@ -84,6 +92,10 @@ class Publications {
     std::deque<Report> due_;
     bool overflowDue_ = false; ///< perhaps: one has lost reports, and none that wait
     bool delivering_ = false;
+    std::thread::id deliverer_;
+    std::size_t delivered_ = 0; ///< by that one
+    std::size_t relief_ = 0;    ///< threads that wait to go on with it
+    std::condition_variable relieved_;
     bool closed_ = false;
 };
 
