@@ -49,8 +49,8 @@ std::vector<Step> shortened(ModelTest const& test, std::vector<Step> steps) {
         for (std::size_t begin = 0; begin < steps.size();) {
             std::vector<Step> fewer = steps;
             auto const first = fewer.begin() + static_cast<std::ptrdiff_t>(begin);
-            fewer.erase(first, first + static_cast<std::ptrdiff_t>(
-                                           std::min(chunk, steps.size() - begin)));
+            fewer.erase(first,
+                        first + static_cast<std::ptrdiff_t>(std::min(chunk, steps.size() - begin)));
             if (auto const difference = differenceIn(test, fewer)) {
                 fewer.resize(difference->step + 1);
                 steps = std::move(fewer);
@@ -83,8 +83,8 @@ ModelFailure describe(ModelTest const& test, std::vector<Step> const& steps) {
 } // namespace
 
 std::ostream& operator<<(std::ostream& out, ModelFailure const& failure) {
-    return out << failure.code << "gives: " << failure.given << "\nshould give: " << failure.expected
-               << '\n';
+    return out << failure.code << "gives: " << failure.given
+               << "\nshould give: " << failure.expected << '\n';
 }
 
 std::optional<ModelFailure> compareWithModel(ModelTest const& test) {

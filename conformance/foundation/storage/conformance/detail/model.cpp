@@ -360,8 +360,7 @@ std::string Model::use(Step const& step) {
         if (step.size != 0 && stream.position >= bytes.size()) {
             return "at the end";
         }
-        std::string const read =
-            step.size == 0 ? "" : bytes.substr(stream.position, step.size);
+        std::string const read = step.size == 0 ? "" : bytes.substr(stream.position, step.size);
         stream.position += read.size();
         return contentText(read);
     }

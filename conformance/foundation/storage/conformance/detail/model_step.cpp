@@ -120,8 +120,8 @@ std::string codeOf(Step const& step) {
     case StepKind::RemoveTree:
         return "provider->removeFolderRecursively(" + at(step.path) + ");";
     case StepKind::CopyFile:
-        return "provider->copyFile(" + at(step.path) + ", StorageItem(provider, " +
-               at(step.other) + "), {" + policyCode(step.policy) + ", 0, {}});";
+        return "provider->copyFile(" + at(step.path) + ", StorageItem(provider, " + at(step.other) +
+               "), {" + policyCode(step.policy) + ", 0, {}});";
     case StepKind::MoveFile:
         return "provider->moveFile(" + at(step.path) + ", " + at(step.other) + ", " +
                policyCode(step.policy) + ");";

@@ -49,10 +49,10 @@ struct Step {
     std::string other{}; ///< of copies and moves, where to
     provider::ReplacementPolicy policy{};
     provider::ByteStreamOpenOptions options{};
-    std::size_t size = 0;   ///< of what is read or written
+    std::size_t size = 0;    ///< of what is read or written
     std::int64_t offset = 0; ///< where to, from the start
-    char letter = 'a';      ///< that is written
-    std::size_t slot = 0;   ///< of the stream
+    char letter = 'a';       ///< that is written
+    std::size_t slot = 0;    ///< of the stream
 };
 
 /// Makes steps, the same for the same seed.

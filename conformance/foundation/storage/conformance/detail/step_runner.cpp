@@ -31,8 +31,7 @@ void writeAll(ByteStream& stream, std::int64_t offset, Step const& step) {
 std::string readAll(ByteStream& stream) {
     std::string bytes;
     std::string buffer(65'536, '\0');
-    for (long got = 0;
-         (got = stream.read(buffer.data(), static_cast<long>(buffer.size()))) >= 0;) {
+    for (long got = 0; (got = stream.read(buffer.data(), static_cast<long>(buffer.size()))) >= 0;) {
         bytes.append(buffer, 0, static_cast<std::size_t>(got));
     }
     return bytes;
@@ -51,8 +50,9 @@ std::string StepRunner::run(Step const& step) {
         StorageIRI const location = failure.getStorageIRI();
         bool const isHere = place_.folder.isAncestorOf(location);
         return refused(static_cast<int>(failure.getErrorCode()),
-                       isHere ? fl::i18n::toDisplayString(location.makePathRelativeTo(place_.folder))
-                              : textOf(location));
+                       isHere
+                           ? fl::i18n::toDisplayString(location.makePathRelativeTo(place_.folder))
+                           : textOf(location));
     } catch (ByteStreamFailure const& failure) {
         return failed(static_cast<int>(failure.getErrorCode()));
     } catch (...) {
@@ -143,7 +143,7 @@ std::string StepRunner::list(StorageIRI const& location) const {
         FolderEntry const entry = cursor->currentEntry();
         auto const& file = entry.getFileAttributes();
         entries[fl::i18n::toDisplayString(entry.getName())] =
-            !entry.isFile()                ? "/"
+            !entry.isFile()               ? "/"
             : file && file->values().size ? ' ' + std::to_string(*file->values().size)
                                           : " without a size";
     }

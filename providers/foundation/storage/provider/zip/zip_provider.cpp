@@ -278,9 +278,10 @@ void ZipProvider::removeFolderRecursively(StorageIRI const& location) {
 void ZipProvider::moveFile(StorageIRI const& source, StorageIRI const&, ReplacementPolicy const&) {
     fail(ErrorCode::ReadOnlyProvider, source);
 }
-void ZipProvider::moveFolder(StorageIRI const& source, StorageIRI const&,
+void ZipProvider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
                              ReplacementPolicy const&) {
-    fail(ErrorCode::ReadOnlyProvider, source);
+    bool const isOntoItself = source == destination || source.isAncestorOf(destination);
+    fail(isOntoItself ? ErrorCode::InvalidLocation : ErrorCode::ReadOnlyProvider, source);
 }
 std::unique_ptr<ByteStream> ZipProvider::openStream(StorageIRI const& location,
                                                     ByteStreamOpenOptions const&) {

@@ -25,7 +25,6 @@ namespace {
 
 using Bytes = std::span<unsigned char>;
 
-constexpr char const* readingAlone = "write: the file is open for reading alone";
 constexpr char const* wrongCheckSum = "the content is damaged: its check sum is wrong";
 constexpr char const* wrongSize =
     "the content is damaged: it has not the size that the archive tells";
@@ -59,8 +58,8 @@ class MemberStream : public ByteStream {
 
     long write(char const*, long) override {
         checkOpen<ByteStreamWriteFailure>();
-        isPoisoned_ = true;
-        throw ByteStreamWriteFailure(readingAlone, ErrorCode::PermissionDenied);
+        failure_ = {"write: the file is open for reading alone", ErrorCode::PermissionDenied};
+        throw ByteStreamWriteFailure(failure_->text, failure_->code);
     }
 
     long seek(long offset, std::ios_base::seekdir way) override {
@@ -78,12 +77,7 @@ class MemberStream : public ByteStream {
     }
 
     void close() override {
-        if (isClosed_) {
-            throw ByteStreamCloseFailure("close: the stream is closed", ErrorCode::InternalError);
-        }
-        if (isPoisoned_) {
-            throw ByteStreamCloseFailure(readingAlone, ErrorCode::PermissionDenied);
-        }
+        checkOpen<ByteStreamCloseFailure>();
         isClosed_ = true;
     }
 
@@ -95,30 +89,32 @@ class MemberStream : public ByteStream {
     Member const& member() const noexcept { return member_; }
 
   private:
-    template<class Failure>
+    /// What every later call answers.
+    struct Failure {
+        std::string text;
+        ErrorCode code;
+    };
+
+    template<class Thrown>
     void checkOpen() const {
         if (isClosed_) {
-            throw Failure("the stream is closed", ErrorCode::InternalError);
-        }
-        if (isPoisoned_) {
-            throw Failure(readingAlone, ErrorCode::PermissionDenied);
+            throw Thrown("the stream is closed", ErrorCode::InternalError);
         }
         if (failure_) {
-            throw Failure(*failure_, ErrorCode::IOError);
+            throw Thrown(failure_->text, failure_->code);
         }
     }
 
     [[noreturn]] void fail(char const* reason) {
-        failure_ = std::string("read: ") + reason;
-        throw ByteStreamReadFailure(*failure_, ErrorCode::IOError);
+        failure_ = {std::string("read: ") + reason, ErrorCode::IOError};
+        throw ByteStreamReadFailure(failure_->text, failure_->code);
     }
 
     MemberBytes bytes_;
     Member const member_;
     std::uint64_t position_ = 0;
-    std::optional<std::string> failure_;
+    std::optional<Failure> failure_;
     bool isClosed_ = false;
-    bool isPoisoned_ = false; ///< by a write: nothing passes in silence behind it
 };
 
 class StoredMember final : public MemberStream {
