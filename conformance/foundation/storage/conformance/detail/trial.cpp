@@ -1,6 +1,7 @@
 #include <foundation/storage/conformance/detail/trial.hpp>
 
 #include <foundation/storage/provider/extensions/i_links.hpp>
+#include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/i_folder_entry_iterator.hpp>
 
 #include <algorithm>
@@ -46,8 +47,13 @@ void Trial::makeFile(ustring const& path, std::string_view bytes) const {
                 at(path), {ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenOrCreate, 0, 1});
             write(*stream, bytes);
             stream->close();
-        } else if (bytes.empty()) {
+        } else if (has(Ability::FileCreation) && bytes.empty()) {
             provider().createFile(at(path));
+        } else if (has(Ability::Replacement)) {
+            auto const stream = extension<extensions::IReplacingStreams>().openReplacement(
+                at(path), ReplacementPolicy::ReplaceExisting);
+            write(*stream, bytes);
+            stream->close();
         } else {
             abandon("a case without the need for Writing wants bytes in a file");
         }
@@ -104,7 +110,8 @@ std::vector<DeclaredItem> const& Trial::content() {
             makeFolder(wanted.path);
             content_->push_back(wanted);
         } else if (canMakeFiles()) {
-            std::string const bytes = has(Ability::Writing) ? wanted.bytes : "";
+            bool const writes = has(Ability::Writing) || has(Ability::Replacement);
+            std::string const bytes = writes ? wanted.bytes : "";
             makeFile(wanted.path, bytes);
             content_->push_back({wanted.path, Kind::File, bytes});
         }

@@ -50,7 +50,9 @@ class Trial {
 
     Contract const& contract() const noexcept { return contract_; }
     bool has(Ability ability) const { return !contract_.unsupported.contains(ability); }
-    bool canMakeFiles() const { return has(Ability::Writing) || has(Ability::FileCreation); }
+    bool canMakeFiles() const {
+        return has(Ability::Writing) || has(Ability::FileCreation) || has(Ability::Replacement);
+    }
 
     IProvider& provider() const noexcept { return *place_.provider; }
     /// The place's folder, or what is below it.
