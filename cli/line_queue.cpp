@@ -30,6 +30,9 @@ LineQueue::~LineQueue() {
 }
 
 void LineQueue::add(std::string const& line) {
+    if (line.empty()) {
+        return; // there is nothing to be woken for
+    }
     std::unique_lock lock(mutex_);
     hasRoom_.wait(lock, [&] { return isUnbounded_ || lines_.size() < mostBytes_; });
     lines_ += line;

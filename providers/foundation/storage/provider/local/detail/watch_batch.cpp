@@ -27,10 +27,14 @@ struct WatchBatch::Move {
 };
 
 bool WatchBatch::read(int inotify) noexcept {
+    bool const wasLarge = size_ > readSize;
     size_ = 0;
     arrivals_.clear();
     exchanges_.clear();
     try {
+        if (!wasLarge && buffer_.size() > readSize) {
+            std::vector<char>(readSize).swap(buffer_); // the burst is over
+        }
         while (size_ < batchSize && readOnce(inotify)) {
         }
         if (size_ != 0) {
