@@ -228,6 +228,9 @@ TEST_F(LocalWatchShortage, AFolderMadeWhileThereAreNoDescriptorsIsWatchedWhenThe
                   makeFolder("w/a");
                   publishTree("w", namesOnly);
                   settle();
+                  if (told("! folder w") != 0) { // asked before a sanitizer has no descriptors
+                      return "told early";
+                  }
                   DescriptorLimit const limit;
                   std::filesystem::create_directory(path("w/s"));
                   std::filesystem::create_directory(path("w/s/t"));
@@ -253,6 +256,9 @@ TEST_F(LocalWatchShortage, WhatIsThereIsNotRemovedForWantOfDescriptors) {
                       makeFolder("p/f");
                       makeFile("p/f/file");
                       isFile ? publishFile("p/f/file") : publish("p/f");
+                      if (told("! folder p/f") != 0) { // as above
+                          return "told early";
+                      }
                       DescriptorLimit const limit;
                       rename("p", "q");
                       rename("q", "p");

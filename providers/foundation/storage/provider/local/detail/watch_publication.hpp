@@ -80,6 +80,17 @@ struct WatchPublication : std::enable_shared_from_this<WatchPublication> {
     enum class Reported { No, Yes };
     std::map<std::pair<int, std::string>, Reported> missed;
     void miss(int watch, std::string_view name, Reported isReported);
+    /// Something that was reported has come there.
+    void found(int watch, std::string_view name) {
+        if (!missed.empty()) {
+            missed.erase({watch, std::string(name)});
+        }
+    }
+    /// Whether what is there now, if anything, was not reported.
+    bool isUnreported(int watch, std::string_view name) const {
+        auto const at = missed.empty() ? missed.end() : missed.find({watch, std::string(name)});
+        return at != missed.end() && at->second == Reported::No;
+    }
     unsigned looks = 0;         ///< at these names, with no event between
     std::uint64_t lookedAt = 0; ///< the number of the last batch before the last look
 

@@ -175,6 +175,7 @@ void WatchTranslator::create(WatchNode& node, Event const& event) {
         reports_.add(publication, Kind::Created, node, event.name, typeOf(event));
     }
     if (isFolder(event) && !(wasFound && isWatched(node, event.name))) {
+        publication.found(node.watch, event.name);
         enter(node, event.name);
     }
 }
@@ -206,6 +207,9 @@ void WatchTranslator::depart(WatchNode& node, Event const& event) {
     WatchPublication& publication = *node.owner;
     reports_.wasFound(publication, node.watch, event.name);
     if (isFolder(event) && publication.scope == WatchScope::Tree) {
+        if (publication.isUnreported(node.watch, event.name)) {
+            return; // it is created where it arrives
+        }
         // An exchange puts another one there at the same time, and tells of that first.
         publication.miss(node.watch, event.name, WatchPublication::Reported::No);
         concern(publication);
@@ -235,6 +239,7 @@ void WatchTranslator::arrive(WatchNode& node, Event const& event) {
     reports_.add(publication, Kind::Created, node, event.name, typeOf(event),
                  departure == departures_.end() ? std::optional<StorageIRI>() : departure->second);
     if (isFolder(event)) {
+        publication.found(node.watch, event.name);
         enter(node, event.name);
     }
 }
