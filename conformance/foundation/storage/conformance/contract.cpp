@@ -16,7 +16,6 @@ namespace foundation::storage::conformance {
 namespace {
 
 using detail::Case;
-using detail::Family;
 
 std::array const families = {
     &detail::declarationFamily, &detail::existenceFamily,   &detail::fileFamily,

@@ -147,7 +147,7 @@ constexpr Case cases[] = {
          for (int byte = 0; byte < 256; ++byte) {
              bytes += static_cast<char>(byte);
          }
-         bytes += "\r\n\x1A\0\n\r";
+         bytes += std::string("\r\n\x1A\0\n\r", 6);
          t.makeFile(u"file", bytes);
          t.expectFile(u"file", bytes);
      },
