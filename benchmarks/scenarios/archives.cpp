@@ -55,7 +55,8 @@ std::string archiveOfManyFiles(Workplace const& place) {
         std::ofstream(inside + "/file" + std::to_string(number))
             << "the content of file number " << number << '\n';
     }
-    run("cd '" + folder + "' && zip -qr ../many.zip . && cd .. && zip -q0 outer.zip many.zip && "
+    run("cd '" + folder +
+        "' && zip -qr ../many.zip . && cd .. && zip -q0 outer.zip many.zip && "
         "rm -rf many");
     return place.path / "many.zip";
 }
@@ -92,9 +93,8 @@ StorageItem itemAt(std::string const& path) {
 Amount listWithSystem(StorageIRI const& root) {
     auto const system = std::make_shared<vfs::PluggableStorageSystem>(nullptr);
     system->registerPhysicalProvider("file", [] { return provider::local::buildLocalProvider(); });
-    system->registerContainerProvider("zip", [](StorageItem const& item) {
-        return provider::zip::buildZipProvider(item);
-    });
+    system->registerContainerProvider(
+        "zip", [](StorageItem const& item) { return provider::zip::buildZipProvider(item); });
     vfs::Folder const folder(vfs::AbsoluteIRI(root, true), vfs::StorageSystemReference(system));
     Amount amount;
     for (vfs::FileOrFolderEntry const& entry : folder.listAllEntriesRecursive()) {
@@ -112,8 +112,8 @@ Amount read(provider::IProvider const& archive, StorageIRI const& root,
     Amount amount;
     std::vector<char> buffer(64 * 1024);
     for (std::string const& name : names) {
-        auto const stream = archive.openReadOnlyStream(
-            StorageIRI(root, std::u16string(name.begin(), name.end())));
+        auto const stream =
+            archive.openReadOnlyStream(StorageIRI(root, std::u16string(name.begin(), name.end())));
         long got = 0;
         while ((got = stream->read(buffer.data(), static_cast<long>(buffer.size()))) > 0) {
             amount.bytes += static_cast<std::uint64_t>(got);
@@ -140,7 +140,10 @@ void holdArchiveListing(Workplace const& place) {
          {{1.3, "vfs"}}},
         {"libzip", [&] { require(listWithLibzip(archive), all, "libzip"); }},
         {"libarchive", [&] { require(listWithLibarchive(archive), all, "libarchive"); }},
-        {"unzip -l", [&] { runProgram({"unzip", "-l", archive}); }},
+        {"unzip -l",
+         [&] {
+             runProgram({"unzip", "-l", archive});
+         }},
         {"python3 zipfile", [&] {
              runProgram({"python3", "-c",
                          "import sys, zipfile; print(len(zipfile.ZipFile(sys.argv[1]).infolist()))",
@@ -165,7 +168,8 @@ void holdArchiveDecoding(Workplace const& place) {
           7,
           {{"libdeflate by hand",
             [&] { require(decodeByHand(archive, Codec::Libdeflate), all, "libdeflate"); }},
-           {"vfs", [&] { require(read(*opened, root, names), all, "vfs"); },
+           {"vfs",
+            [&] { require(read(*opened, root, names), all, "vfs"); },
             {{1.2, "libdeflate by hand"}}},
            {"vfs, 2 readers",
             [&] {
@@ -178,7 +182,9 @@ void holdArchiveDecoding(Workplace const& place) {
             {{0.6, "vfs", Time::Elapsed}}},
            {"zlib by hand", [&] { require(decodeByHand(archive, Codec::Zlib), all, "zlib"); }},
            {"libzip", [&] { require(decodeWithLibzip(archive), all, "libzip"); }},
-           {"unzip -t", [&] { runProgram({"unzip", "-t", archive}); }}}});
+           {"unzip -t", [&] {
+                runProgram({"unzip", "-t", archive});
+            }}}});
 }
 
 void holdMemberByName(Workplace const& place) {
@@ -190,8 +196,7 @@ void holdMemberByName(Workplace const& place) {
     std::mt19937 random(5);
     for (int i = 0; i < 5'000; ++i) {
         unsigned const number = static_cast<unsigned>(random() % 50'000);
-        names.push_back("folder" + std::to_string(number / 500) + "/file" +
-                        std::to_string(number));
+        names.push_back("folder" + std::to_string(number / 500) + "/file" + std::to_string(number));
     }
     Amount const all = libzip.read(names);
     hold({"One of 50,000 members read by its name, the archive being open",

@@ -23,7 +23,8 @@ std::array const families = {
     &detail::streamFamily,      &detail::openingFamily,     &detail::replacementFamily,
     &detail::listingFamily,     &detail::cursorFamily,      &detail::treeFamily,
     &detail::attributeFamily,   &detail::copyFamily,        &detail::moveFamily,
-    &detail::linkFamily,        &detail::concurrencyFamily, &detail::changeEventFamily};
+    &detail::linkFamily,        &detail::concurrencyFamily, &detail::changeEventFamily,
+    &detail::publicationFamily};
 
 Case const& findCase(std::string_view name) {
     std::size_t const dot = name.find('.');

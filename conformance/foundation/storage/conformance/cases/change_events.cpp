@@ -1,17 +1,12 @@
 #include <foundation/storage/conformance/detail/case.hpp>
-#include <foundation/storage/conformance/detail/event_log.hpp>
 #include <foundation/storage/conformance/detail/trial.hpp>
+#include <foundation/storage/conformance/detail/watching.hpp>
 
 #include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
-
-#include <boost/property_tree/ptree.hpp>
 
 #include <fl/i18n/conversion.hpp>
 
 #include <algorithm>
-#include <atomic>
-#include <memory>
-#include <stdexcept>
 
 namespace foundation::storage::conformance::detail {
 
@@ -21,59 +16,8 @@ using enum Ability;
 using events::EntryType;
 using events::Kind;
 
-ChangeKinds const everything{Kind::Created, Kind::Modified, Kind::AttributesChanged, Kind::Removed};
-
 constexpr AbilitySet forEvents = ChangeEvents | FileCreation;
 constexpr AbilitySet forTrees = forEvents | RecursiveChangeEvents | FolderCreation;
-
-/// What a publication of a folder tells.
-EventLog watch(Trial& t, StorageIRI const& location,
-               RecursiveFileWatching recursive = RecursiveFileWatching::NonRecursive,
-               ChangeKinds const& kinds = everything) {
-    EventLog log(t.contract().patience);
-    t.provider().publishFolderEvents(location, log.callback(), kinds, recursive);
-    return log;
-}
-EventLog watchTree(Trial& t, StorageIRI const& location) {
-    return watch(t, location, RecursiveFileWatching::Recursive);
-}
-EventLog watchFile(Trial& t, StorageIRI const& location, ChangeKinds const& kinds = everything) {
-    EventLog log(t.contract().patience);
-    t.provider().publishFileEvents(location, log.callback(), kinds);
-    return log;
-}
-
-std::string describe(EventLog const& log) {
-    std::string text;
-    for (ChangeReport const& report : log.reports()) {
-        text += (text.empty() ? "" : "; ") + textOf(report);
-    }
-    return text.empty() ? "nothing" : text;
-}
-
-std::string nameOf(Kind kind) {
-    constexpr char const* names[] = {"Created", "Modified", "AttributesChanged", "Removed",
-                                     "Overflow"};
-    return names[static_cast<std::size_t>(kind)];
-}
-
-bool expectTold(Trial& t, EventLog const& log, Kind kind, StorageIRI const& entry) {
-    return log.waitFor(isAbout(kind, entry)) ||
-           t.expect(false, nameOf(kind) + " of " + textOf(entry) + " is not told; told is " +
-                               describe(log));
-}
-
-bool expectUntold(Trial& t, EventLog const& log, std::string const& what,
-                  EventLog::Condition const& condition) {
-    return t.expect(!log.contains(condition), what + " is told, among " + describe(log));
-}
-
-/// Makes a file in the watched folder and waits until that is told: then what was done before is
-/// told too, or is not going to be.
-void settle(Trial& t, EventLog const& log, ustring const& path) {
-    t.makeFile(path);
-    expectTold(t, log, Kind::Created, t.at(path));
-}
 
 std::string utf8(StorageIRI const& location) {
     return fl::i18n::toDisplayString(location.toString());
@@ -393,161 +337,6 @@ constexpr Case cases[] = {
                       [&](ChangeReport const& report) { return report.entry != t.at(u"file"); });
      },
      forEvents | FileRemoval},
-    {"EachPublicationIsTold",
-     [](Trial& t) {
-         EventLog const one = watch(t, t.at({}));
-         EventLog const two = watch(t, t.at({}));
-         t.makeFile(u"file");
-         expectTold(t, one, Kind::Created, t.at(u"file"));
-         expectTold(t, two, Kind::Created, t.at(u"file"));
-     },
-     forEvents},
-    {"AStopTakesTheOldest",
-     [](Trial& t) {
-         EventLog const one = watch(t, t.at({}));
-         EventLog const two = watch(t, t.at({}));
-         t.provider().stopPublishingFolderEvents(t.at({}));
-         settle(t, two, u"file");
-         expectUntold(t, one, "a change behind the stop", isAbout(Kind::Created, t.at(u"file")));
-     },
-     forEvents},
-    {"BehindTheLastStopNothingIsTold",
-     [](Trial& t) {
-         t.makeFile(u"file");
-         EventLog const log = watch(t, t.at({}));
-         EventLog const ofFile = watchFile(t, t.at(u"file"));
-         t.provider().stopPublishingFolderEvents(t.at({}));
-         t.provider().stopPublishingFileEvents(t.at(u"file"));
-         EventLog const other = watch(t, t.at({}));
-         t.provider().removeFile(t.at(u"file"));
-         settle(t, other, u"last");
-         auto const any = [](ChangeReport const&) { return true; };
-         expectUntold(t, log, "a change behind the stop", any);
-         expectUntold(t, ofFile, "a change of the file behind the stop", any);
-     },
-     forEvents | FileRemoval},
-    {"FilesAndFoldersAreStoppedApart",
-     [](Trial& t) {
-         EventLog const log = watch(t, t.at({}));
-         t.provider().stopPublishingFileEvents(t.at({}));
-         t.makeFile(u"file");
-         expectTold(t, log, Kind::Created, t.at(u"file"));
-     },
-     forEvents},
-    {"AStopWithoutAPublicationDoesNothing",
-     [](Trial& t) {
-         t.expectDone("stopPublishingFolderEvents",
-                      [&] { t.provider().stopPublishingFolderEvents(t.at({})); });
-         t.expectDone("stopPublishingFileEvents",
-                      [&] { t.provider().stopPublishingFileEvents(t.at(u"missing")); });
-         EventLog const log = watch(t, t.at({}));
-         settle(t, log, u"file");
-     },
-     forEvents},
-    {"WhatIsMissingIsNotPublished",
-     [](Trial& t) {
-         EventLog const log(t.contract().patience);
-         t.expectRefused(
-             "publishFileEvents of what is missing",
-             [&] { t.provider().publishFileEvents(t.at(u"missing"), log.callback(), everything); },
-             ErrorCode::ResourceNotFound, t.at(u"missing"));
-         for (auto const recursive :
-              {RecursiveFileWatching::NonRecursive, RecursiveFileWatching::Recursive}) {
-             if (recursive == RecursiveFileWatching::NonRecursive || t.has(RecursiveChangeEvents)) {
-                 t.expectRefused(
-                     "publishFolderEvents of what is missing",
-                     [&] {
-                         t.provider().publishFolderEvents(t.at(u"missing"), log.callback(),
-                                                          everything, recursive);
-                     },
-                     ErrorCode::ResourceNotFound, t.at(u"missing"));
-             }
-         }
-     },
-     ChangeEvents},
-    {"TheWrongKindIsNotPublished",
-     [](Trial& t) {
-         t.makeFile(u"file");
-         EventLog const log(t.contract().patience);
-         t.expectRefused(
-             "publishFileEvents of a folder",
-             [&] { t.provider().publishFileEvents(t.at({}), log.callback(), everything); },
-             ErrorCode::InvalidLocation, t.at({}));
-         t.expectRefused(
-             "publishFolderEvents of a file",
-             [&] {
-                 t.provider().publishFolderEvents(t.at(u"file"), log.callback(), everything,
-                                                  RecursiveFileWatching::NonRecursive);
-             },
-             ErrorCode::InvalidLocation, t.at(u"file"));
-     },
-     forEvents},
-    {"WhatIsRefusedLeavesNothingBehind",
-     [](Trial& t) {
-         EventLog const refused(t.contract().patience);
-         t.expectRefused(
-             "publishFileEvents of what is missing",
-             [&] { t.provider().publishFileEvents(t.at(u"file"), refused.callback(), everything); },
-             ErrorCode::ResourceNotFound, t.at(u"file"));
-         EventLog const log = watch(t, t.at({}));
-         settle(t, log, u"file");
-         expectUntold(t, refused, "a change of what was refused",
-                      [](ChangeReport const&) { return true; });
-     },
-     forEvents},
-    {"ACallbackMayUseTheStorage",
-     [](Trial& t) {
-         EventLog const log(t.contract().patience);
-         std::weak_ptr<IProvider> const weak = t.item({}).getProvider();
-         StorageIRI const first = t.at(u"file");
-         StorageIRI const second = t.at(u"made by the callback");
-         t.provider().publishFolderEvents(t.at({}), log.callback([=](ChangeReport const& report) {
-             auto const provider = weak.lock();
-             if (provider && report.kind == Kind::Created && report.entry == first) {
-                 provider->exists(first);
-                 provider->createFile(second);
-             }
-         }),
-                                          {Kind::Created}, RecursiveFileWatching::NonRecursive);
-         t.makeFile(u"file");
-         expectTold(t, log, Kind::Created, second);
-     },
-     forEvents},
-    {"ACallbackMayStopItself",
-     [](Trial& t) {
-         EventLog const log(t.contract().patience);
-         std::weak_ptr<IProvider> const weak = t.item({}).getProvider();
-         StorageIRI const place = t.at({});
-         auto const stopped = std::make_shared<std::atomic<bool>>(false);
-         t.provider().publishFolderEvents(place, log.callback([=](ChangeReport const&) {
-             auto const provider = weak.lock();
-             if (provider && !stopped->exchange(true)) {
-                 provider->stopPublishingFolderEvents(place);
-             }
-         }),
-                                          {Kind::Created}, RecursiveFileWatching::NonRecursive);
-         t.makeFile(u"file");
-         expectTold(t, log, Kind::Created, t.at(u"file"));
-         EventLog const other = watch(t, place);
-         if (*stopped) {
-             settle(t, other, u"last");
-         }
-     },
-     forEvents},
-    {"WhatACallbackThrowsHarmsNoOther",
-     [](Trial& t) {
-         t.provider().publishFolderEvents(
-             t.at({}),
-             [](Kind const&, StorageIRI const&, StorageIRI const&, EntryType const&,
-                boost::property_tree::ptree) { throw std::runtime_error("a callback's own"); },
-             everything, RecursiveFileWatching::NonRecursive);
-         EventLog const log = watch(t, t.at({}));
-         t.expectDone("createFile beside a callback that throws",
-                      [&] { t.provider().createFile(t.at(u"file")); });
-         expectTold(t, log, Kind::Created, t.at(u"file"));
-         settle(t, log, u"last");
-     },
-     forEvents},
     {"ATreeIsToldAllTheWayDown",
      [](Trial& t) {
          t.makeFolder(u"a");

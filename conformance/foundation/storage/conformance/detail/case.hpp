@@ -42,5 +42,6 @@ Family moveFamily();
 Family linkFamily();
 Family concurrencyFamily();
 Family changeEventFamily();
+Family publicationFamily();
 
 } // namespace foundation::storage::conformance::detail
