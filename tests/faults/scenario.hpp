@@ -64,6 +64,10 @@ struct Scenario {
     std::vector<std::pair<std::string, std::string>> moved = {};
     /// Without these calls.
     std::vector<MissingCall> missing = {};
+    /// Empty folders that are removed and made anew, and may be gone after a failure.
+    std::set<std::string> madeAnew = {};
+    /// What was said of single items and is not so; empty for nothing.
+    std::function<std::string(Place const&)> lies = {};
 };
 
 /// Bytes of which no part is like another.

@@ -7,7 +7,7 @@
 #include <foundation/storage/provider/standard/standard_storage_system.hpp>
 #include <foundation/storage/vfs/streams/io_exception.hpp>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -38,7 +38,6 @@ constexpr CallFault faultsInFull[] = {
     {Kind::Error, EINTR, Span::Once, "EINTR"},
     {Kind::Error, EMFILE, Span::Once, "EMFILE"},
     {Kind::Error, ENOMEM, Span::Once, "ENOMEM"},
-    {Kind::Error, EACCES, Span::Once, "EACCES"},
     {Kind::ShortCount, 0, Span::Once, "a short count"},
     {Kind::Error, EIO, Span::Lasting, "EIO from there on"},
     {Kind::Error, ENOSPC, Span::Lasting, "ENOSPC from there on"},
@@ -47,13 +46,13 @@ constexpr CallFault faultsInFull[] = {
 };
 constexpr CallFault faultsInBrief[] = {
     {Kind::Error, EIO, Span::Once, "EIO"},
-    {Kind::Error, EINTR, Span::Once, "EINTR"},
     {Kind::ShortCount, 0, Span::Lasting, "short counts from there on"},
 };
 
 /// No operation makes nearly so many calls; one that does never ends.
 constexpr std::size_t pointsAtMost = 5000;
 constexpr std::size_t findingsAtMost = 40;
+constexpr int sweepFailed = 77;
 
 /// What the process that sweeps tells the one that waits, also where it dies.
 struct Report {
@@ -196,12 +195,21 @@ class Sweeping {
         return count.isInjected;
     }
 
+    /// Then what was made to stand for a moment only has to stay.
+    static bool nothingCanBeTakenAway(CallCount const& count, CallFault const& fault) {
+        return fault.span == Span::Lasting && nameOfCall(count.injectedCall) == "unlinkat";
+    }
+
     void judge(Outcome const& outcome, CallCount const& count, CallFault const& fault) {
         if (!outcome.isTyped) {
             find("throws " + outcome.failure);
         }
         if (!count.isInjected && !outcome.isDone()) {
             find("fails without a fault: " + outcome.failure);
+        }
+        if (std::string const lie = scenario_.lies ? scenario_.lies(place_) : "";
+            !lie.empty() && !nothingCanBeTakenAway(count, fault)) {
+            find(lie);
         }
         TreePicture const after = pictures();
         if (outcome.isDone()) {
@@ -243,8 +251,7 @@ class Sweeping {
             bool const isOld = old != before_.end() && item.isSameAs(old->second);
             bool const isNew = wanted != done_.end() && item.isSameAs(wanted->second);
             if (old == before_.end() && wanted == done_.end()) {
-                // What a call would have taken away that fails from there on stays.
-                if (fault.span != Span::Lasting || nameOfCall(count.injectedCall) != "unlinkat") {
+                if (!nothingCanBeTakenAway(count, fault)) {
                     find("fails with " + outcome.failure + ", and leaves " + path);
                 }
             } else if (!isOld && !isNew) {
@@ -253,7 +260,8 @@ class Sweeping {
             }
         }
         for (auto const& [path, item] : before_) {
-            if (!after.contains(path) && done_.contains(path)) {
+            if (!after.contains(path) && done_.contains(path) &&
+                !scenario_.madeAnew.contains(path)) {
                 find("fails with " + outcome.failure + ", and " + path + " is gone");
             }
         }
@@ -289,8 +297,8 @@ class Sweeping {
 };
 
 Report* sharedReport() {
-    void* const space = ::mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE,
-                               MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void* const space =
+        ::mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (space == MAP_FAILED) {
         throw std::system_error(errno, std::generic_category(), "mmap");
     }
@@ -307,7 +315,7 @@ Report* sharedReport() {
         report.isFinished = true;
     } catch (std::exception const& e) {
         report.say(std::string(report.at) + ": the sweep itself failed: " + e.what());
-        ::_exit(1);
+        ::_exit(sweepFailed);
     }
     ::_exit(0);
 }
@@ -344,9 +352,11 @@ SweepResult sweep(Scenario const& scenario, SweepOptions const& options) {
     }
     if (WIFSIGNALED(status)) {
         int const signal = WTERMSIG(status);
-        result.findings.push_back(std::string(report->at) + ": " +
-                                  (signal == SIGALRM ? "hangs"
-                                                     : "dies of signal " + std::to_string(signal)));
+        result.findings.push_back(
+            std::string(report->at) + ": " +
+            (signal == SIGALRM ? "hangs" : "dies of signal " + std::to_string(signal)));
+    } else if (!report->isFinished && WEXITSTATUS(status) != sweepFailed) {
+        result.findings.push_back(std::string(report->at) + ": ends the process");
     }
     ::munmap(report, sizeof(Report));
     fs::remove_all(options.folder);

@@ -22,7 +22,7 @@ struct SweepResult {
     std::vector<std::string> findings;
 };
 
-/// Every fault in every call, and those that are worth a second of everybody's time.
+/// Every kind of fault; and the two that find the most in a few seconds.
 std::span<CallFault const> allFaults() noexcept;
 std::span<CallFault const> fewFaults() noexcept;
 

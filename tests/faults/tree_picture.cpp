@@ -39,9 +39,9 @@ TreePicture pictureOf(std::string const& folder) {
         if (::lstat(entry.path().c_str(), &item) != 0) {
             throw std::system_error(errno, std::generic_category(), entry.path().string());
         }
-        PicturedItem seen{item.st_mode, {},
-                          item.st_mtim.tv_sec * std::int64_t{1'000'000'000} +
-                              item.st_mtim.tv_nsec};
+        PicturedItem seen{item.st_mode,
+                          {},
+                          item.st_mtim.tv_sec * std::int64_t{1'000'000'000} + item.st_mtim.tv_nsec};
         if (S_ISREG(item.st_mode)) {
             seen.content = contentOf(entry.path());
         } else if (S_ISLNK(item.st_mode)) {

@@ -9,8 +9,8 @@ namespace fault_sweep {
 
 /// An item of the disk as it was seen.
 struct PicturedItem {
-    mode_t mode = 0;      ///< kind and permissions
-    std::string content;  ///< of a file; the target of a link
+    mode_t mode = 0;       ///< kind and permissions
+    std::string content;   ///< of a file; the target of a link
     std::int64_t time = 0; ///< of the last change, in nanoseconds
 
     bool isFile() const noexcept;

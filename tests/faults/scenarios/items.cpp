@@ -30,17 +30,21 @@ void addItemScenarios(std::vector<Scenario>& scenarios) {
     };
     add("createFile", nothing, [](Place const& at) { at.file("here/file").createFile(); });
     add("removeFile", oneFile, [](Place const& at) { at.file("here/file").removeFile(); });
-    add("removeFile, a link", [](Place const& at) { at.makeLink("here/file", "nowhere"); },
+    add(
+        "removeFile, a link", [](Place const& at) { at.makeLink("here/file", "nowhere"); },
         [](Place const& at) { at.file("here/file").removeFile(); });
     add("File::setLastModified", oneFile,
         [](Place const& at) { at.file("here/file").setLastModified(someTime); });
     add("File::setWritable", oneFile,
         [](Place const& at) { at.file("here/file").setWritable(false); });
-    add("Folder::setLastModified", [](Place const& at) { at.makeFolder("here/folder"); },
+    add(
+        "Folder::setLastModified", [](Place const& at) { at.makeFolder("here/folder"); },
         [](Place const& at) { at.folder("here/folder").setLastModified(someTime); });
-    add("Folder::setWritable", [](Place const& at) { at.makeFolder("here/folder"); },
+    add(
+        "Folder::setWritable", [](Place const& at) { at.makeFolder("here/folder"); },
         [](Place const& at) { at.folder("here/folder").setWritable(false); });
-    add("setFolderAttributes", [](Place const& at) { at.makeFolder("here/folder"); },
+    add(
+        "setFolderAttributes", [](Place const& at) { at.makeFolder("here/folder"); },
         [](Place const& at) {
             auto const item = at.item("here/folder");
             dynamic_cast<provider::extensions::IFolderAttributes&>(*item.getProvider())
@@ -50,13 +54,15 @@ void addItemScenarios(std::vector<Scenario>& scenarios) {
     add("createFolder", nothing, [](Place const& at) { at.folder("here/folder").createFolder(); });
     add("createFolderRecursive", nothing,
         [](Place const& at) { at.folder("here/a/b/c").createFolderRecursive(); });
-    add("createFolderRecursive, all there",
+    add(
+        "createFolderRecursive, all there",
         [](Place const& at) {
             at.makeFolder("here/a");
             at.makeFolder("here/a/b");
         },
         [](Place const& at) { at.folder("here/a/b").createFolderRecursive(); });
-    add("removeFolder", [](Place const& at) { at.makeFolder("here/folder"); },
+    add(
+        "removeFolder", [](Place const& at) { at.makeFolder("here/folder"); },
         [](Place const& at) {
             at.folder("here/folder").removeFolder(vfs::FolderRemovalPolicy::NonRecursive);
         });

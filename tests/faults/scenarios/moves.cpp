@@ -1,6 +1,7 @@
 #include "../scenario.hpp"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <stdexcept>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -65,12 +66,21 @@ std::vector<Scenario> fileMoves() {
     std::vector<std::pair<std::string, std::string>> const moved = {{"here/from", "here/to"}};
     return {
         {"moveFile", sourceFile, movingFile(ReplacementPolicy::FailIfExists), {}, moved},
-        {"moveFile onto a file", sourceAndOld(), movingFile(ReplacementPolicy::ReplaceExisting),
-         {}, moved},
-        {"moveFile onto a read-only file, ReplaceReadOnly", sourceAndOld(0444),
-         movingFile(ReplacementPolicy::ReplaceReadOnly), {}, moved},
-        {"moveFile onto its second name", hardLinks,
-         movingFile(ReplacementPolicy::ReplaceExisting), {}, moved},
+        {"moveFile onto a file",
+         sourceAndOld(),
+         movingFile(ReplacementPolicy::ReplaceExisting),
+         {},
+         moved},
+        {"moveFile onto a read-only file, ReplaceReadOnly",
+         sourceAndOld(0444),
+         movingFile(ReplacementPolicy::ReplaceReadOnly),
+         {},
+         moved},
+        {"moveFile onto its second name",
+         hardLinks,
+         movingFile(ReplacementPolicy::ReplaceExisting),
+         {},
+         moved},
     };
 }
 
@@ -83,9 +93,14 @@ std::vector<Scenario> folderMoves() {
              sourceTree(place);
              place.makeFolder("here/to");
          },
-         movingFolder(ReplacementPolicy::ReplaceExisting), {}, moved},
-        {"moveFolder, merged", sourceTreeAndOther,
-         movingFolder(ReplacementPolicy::ReplaceReadOnly), {}, moved},
+         movingFolder(ReplacementPolicy::ReplaceExisting),
+         {},
+         moved},
+        {"moveFolder, merged",
+         sourceTreeAndOther,
+         movingFolder(ReplacementPolicy::ReplaceReadOnly),
+         {},
+         moved},
     };
 }
 
@@ -102,7 +117,8 @@ void addMoveScenarios(std::vector<Scenario>& scenarios) {
         scenarios.push_back(scenario);
     }
     std::vector<MissingCall> const noLinks = {{SYS_renameat2, 4, 1, EINVAL},
-                                              {SYS_linkat, 0, 0, EPERM}};
+                                              {SYS_linkat, 0, 0, EPERM},
+                                              {SYS_openat, 2, O_TMPFILE, EOPNOTSUPP}};
     for (Scenario const& scenario : without("RENAME_NOREPLACE and links", noLinks, own)) {
         // Without links there is no second name.
         if (scenario.name.find("second name") == std::string::npos) {
@@ -110,13 +126,21 @@ void addMoveScenarios(std::vector<Scenario>& scenarios) {
         }
     }
     std::vector<std::pair<std::string, std::string>> const away = {{"here/from", "there/to"}};
-    scenarios.push_back({"moveFile to another file system", sourceFile,
-                         movingFile(ReplacementPolicy::FailIfExists, "there/to"), {}, away});
+    scenarios.push_back({"moveFile to another file system",
+                         sourceFile,
+                         movingFile(ReplacementPolicy::FailIfExists, "there/to"),
+                         {},
+                         away});
     scenarios.push_back({"moveFile to another file system, onto a file",
                          sourceAndOld(0644, "there/to"),
-                         movingFile(ReplacementPolicy::ReplaceExisting, "there/to"), {}, away});
-    scenarios.push_back({"moveFolder to another file system", sourceTree,
-                         movingFolder(ReplacementPolicy::FailIfExists, "there/to"), {}, away});
+                         movingFile(ReplacementPolicy::ReplaceExisting, "there/to"),
+                         {},
+                         away});
+    scenarios.push_back({"moveFolder to another file system",
+                         sourceTree,
+                         movingFolder(ReplacementPolicy::FailIfExists, "there/to"),
+                         {},
+                         away});
 }
 
 } // namespace fault_sweep

@@ -5,8 +5,8 @@
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 
-#include <fcntl.h>
 #include <cerrno>
+#include <fcntl.h>
 #include <sys/syscall.h>
 
 namespace fault_sweep {
@@ -71,9 +71,8 @@ Told writeByDevice(Place const& place) {
 Told writeByBuffer(Place const& place) {
     vfs::BufferedIODevice device(place.file("here/file"), provider::ByteStreamOpenOptions{});
     bool all = true;
-    writeInPieces([&](char const* bytes, long count) {
-        all = device.write(bytes, count) == count && all;
-    });
+    writeInPieces(
+        [&](char const* bytes, long count) { all = device.write(bytes, count) == count && all; });
     device.close();
     return all ? Told::Done : Told::Failed;
 }
@@ -85,9 +84,8 @@ Told overwriteByBuffer(Place const& place) {
     char first[10];
     bool all = device.read(first, 10) == 10;
     device.seek(40'000, std::ios_base::beg);
-    writeInPieces([&](char const* bytes, long count) {
-        all = device.write(bytes, count) == count && all;
-    });
+    writeInPieces(
+        [&](char const* bytes, long count) { all = device.write(bytes, count) == count && all; });
     device.seek(5, std::ios_base::beg);
     all = device.write(first, 10) == 10 && all;
     device.close();
@@ -139,12 +137,12 @@ void addStreamScenarios(std::vector<Scenario>& scenarios) {
     scenarios.push_back({"IODevice, write, close, onto a file", oldFile, writeByDevice, file});
     scenarios.push_back({"BufferedIODevice, write, close", nothing, writeByBuffer, file});
     scenarios.push_back({"BufferedIODevice, read, seek, write", oldFile, overwriteByBuffer, file});
-    scenarios.push_back({"ofstream, write, close", nothing,
-                         writeByStream(std::ios_base::out), file});
+    scenarios.push_back(
+        {"ofstream, write, close", nothing, writeByStream(std::ios_base::out), file});
     scenarios.push_back({"ofstream, write, close, onto a file", oldFile,
                          writeByStream(std::ios_base::trunc), file});
-    scenarios.push_back({"ofstream, append, close", oldFile,
-                         writeByStream(std::ios_base::app), file});
+    scenarios.push_back(
+        {"ofstream, append, close", oldFile, writeByStream(std::ios_base::app), file});
     scenarios.push_back({"fstream, read, seek, write, close", oldFile, updateByStream, file});
 }
 

@@ -50,8 +50,8 @@ auto copying(ReplacementPolicy policy) {
 }
 
 Told copyInto(Place const& place) {
-    place.folder("here/from").copyFolderInto(place.folder("here/to"),
-                                             ReplacementPolicy::FailIfExists);
+    place.folder("here/from")
+        .copyFolderInto(place.folder("here/to"), ReplacementPolicy::FailIfExists);
     return Told::Done;
 }
 
@@ -75,7 +75,11 @@ void addTreeScenarios(std::vector<Scenario>& scenarios) {
              tree(place);
              place.makeFolder("here/to");
          },
-         copying(ReplacementPolicy::ReplaceExisting)},
+         copying(ReplacementPolicy::ReplaceExisting),
+         {},
+         {},
+         {},
+         {"here/to"}},
         {"copyFolder, merged, ReplaceReadOnly", treeAndOther,
          copying(ReplacementPolicy::ReplaceReadOnly)},
         {"copyFolder, merged, ReplaceAndDeferDenied", treeAndOther,

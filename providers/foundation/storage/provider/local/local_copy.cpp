@@ -24,16 +24,12 @@ namespace foundation::storage::provider::local {
 using detail::FileDescriptor;
 using detail::FolderSlot;
 using detail::KernelPath;
+using detail::meansNotKept;
 using detail::StagedFile;
 using detail::throwErrno;
 using extensions::SmallFileCopy;
 
 namespace {
-
-/// A file system without modes or times says so in one of these ways; nothing is lost there.
-bool meansNotKept(int error) noexcept {
-    return error == EPERM || error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
-}
 
 /// Mode and times of `item`. The set-id bits are kept where they mean the same as before, that is,
 /// where the copy has the same owner. Returns whether the times were taken.
@@ -80,8 +76,13 @@ CopyStatus copyLink(KernelPath const& path, StorageIRI const& source, struct sta
             return errno;
         }
         // A file system that keeps no times of links has lost nothing that could be read there.
-        static_cast<void>(::utimensat(slot.folder(), name, times, AT_SYMLINK_NOFOLLOW));
-        return 0;
+        if (::utimensat(slot.folder(), name, times, AT_SYMLINK_NOFOLLOW) == 0 ||
+            meansNotKept(errno)) {
+            return 0;
+        }
+        int const failure = errno;
+        ::unlinkat(slot.folder(), name, 0);
+        return failure;
     };
     int error = make(slot.name());
     if (error == EEXIST && replaces(options.policy)) {
@@ -112,7 +113,11 @@ void checkDestination(KernelPath const& path, StorageIRI const& source, FolderSl
     struct stat existing {};
     int const error = statItem(slot, false, existing);
     if (error == 0) {
-        if (relationOf(path, KernelPath(destination), links) == detail::Relation::SameEntry) {
+        detail::Relation relation{};
+        if (int const unknown = relationOf(path, KernelPath(destination), links, relation)) {
+            throwErrno(unknown, destination);
+        }
+        if (relation == detail::Relation::SameEntry) {
             throw Exception(ErrorCode::InvalidLocation, source);
         }
         checkReplaceable(existing, policy, destination);

@@ -116,7 +116,11 @@ void moveOntoOwnName(KernelPath const& from, StorageIRI const& source, StorageIR
         throwErrno(error, source);
     }
     auto const putBack = [&] {
-        detail::renameWithoutReplacing(here.folder(), aside.c_str(), here.folder(), here.name());
+        if (detail::renameWithoutReplacing(here.folder(), aside.c_str(), here.folder(),
+                                           here.name()) != 0 &&
+            ::linkat(here.folder(), aside.c_str(), here.folder(), here.name(), 0) == 0) {
+            ::unlinkat(here.folder(), aside.c_str(), 0);
+        }
     };
     int error = 0;
     try {
@@ -136,7 +140,10 @@ void moveTo(KernelPath const& to, StorageIRI const& destination, KernelPath cons
             StorageIRI const& source, ReplacementPolicy policy, MovedKind kind) {
     struct stat existing {};
     if (int const error = statItem(to, false, existing); error == 0) {
-        Relation const relation = relationOf(from, to, detail::LinkPairs::Themselves);
+        Relation relation{};
+        if (int const unknown = relationOf(from, to, detail::LinkPairs::Themselves, relation)) {
+            throwErrno(unknown, destination);
+        }
         if (relation == Relation::SameEntry) {
             throw Exception(ErrorCode::InvalidLocation, source);
         }

@@ -77,9 +77,6 @@ class ReplacementStream final : public ByteStream {
                 now && S_ISREG(now->st_mode)) {
                 old_ = now;
             }
-            if (old_) { // also where it is gone by now: its mode is what was meant
-                takeOver(*old_);
-            }
         } catch (Exception const& e) {
             refuse(e.getErrorCode() == ErrorCode::ResourceAlreadyExists ? reasonOf(EEXIST)
                    : e.getErrorCode() == ErrorCode::PermissionDenied
@@ -87,8 +84,12 @@ class ReplacementStream final : public ByteStream {
                        : "the file cannot be replaced",
                    e.getErrorCode());
         }
-        int const error = staged_.publish(replaces(policy_) ? StagedFile::Existing::Replace
-                                                            : StagedFile::Existing::Refuse);
+        // The mode also of one that is gone by now: it is what was meant.
+        int error = old_ ? takeOver(*old_) : 0;
+        if (error == 0) {
+            error = staged_.publish(replaces(policy_) ? StagedFile::Existing::Replace
+                                                      : StagedFile::Existing::Refuse);
+        }
         if (error != 0) {
             refuse(reasonOf(error), errorCodeOfErrno(error));
         }
@@ -96,24 +97,32 @@ class ReplacementStream final : public ByteStream {
 
     /// Owner first: a change of owner clears the set-id bits. A set-id bit stays only with the
     /// owner or group that it stands for, and a group that the old file did not have may do no more
-    /// than it could do there, among the others.
-    void takeOver(struct stat const& old) noexcept {
+    /// than it could do there, among the others. The error number, or 0 also where the file system
+    /// keeps no permissions.
+    int takeOver(struct stat const& old) noexcept {
         int const file = staged_.descriptor();
-        if (::fchown(file, old.st_uid, old.st_gid) != 0) {
-            static_cast<void>(::fchown(file, static_cast<uid_t>(-1), old.st_gid) == 0);
+        auto const fails = [](int result) {
+            // EACCES: some file systems in user space say so where others say EPERM.
+            return result != 0 && errno != EACCES && !detail::meansNotKept(errno);
+        };
+        int const given = ::fchown(file, old.st_uid, old.st_gid);
+        if (fails(given) ||
+            (given != 0 && fails(::fchown(file, static_cast<uid_t>(-1), old.st_gid)))) {
+            return errno;
         }
         struct stat made {};
-        bool const known = ::fstat(file, &made) == 0;
+        if (::fstat(file, &made) != 0) {
+            return errno;
+        }
         mode_t mode = old.st_mode & 07777;
-        if (!known || made.st_uid != old.st_uid) {
+        if (made.st_uid != old.st_uid) {
             mode &= ~static_cast<mode_t>(S_ISUID);
         }
-        if (!known || made.st_gid != old.st_gid) {
+        if (made.st_gid != old.st_gid) {
             mode &= ~static_cast<mode_t>(S_ISGID | S_IRWXG);
             mode |= (mode & S_IRWXO) << 3;
         }
-        // A file system without permissions refuses this, and has nothing to lose by it.
-        static_cast<void>(::fchmod(file, mode));
+        return fails(::fchmod(file, mode)) ? errno : 0;
     }
 
     [[noreturn]] static void refuse(std::string const& reason, ErrorCode code) {

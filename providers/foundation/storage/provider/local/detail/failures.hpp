@@ -16,4 +16,10 @@ inline bool meansAbsent(int number) noexcept {
     return number == ENOENT || number == ENOTDIR;
 }
 
+/// Whether a system error number says that owners, modes or times are not kept here, or not this
+/// process's to give: nothing is lost by it.
+inline bool meansNotKept(int number) noexcept {
+    return number == EPERM || number == EOPNOTSUPP || number == ENOSYS || number == EINVAL;
+}
+
 } // namespace foundation::storage::provider::local::detail

@@ -57,12 +57,24 @@ bool liesIn(int folder, char const* path, struct stat const& outer) noexcept {
 
 /// Takes a name that nothing has, with an item of the kind that may be renamed over.
 int takeName(int folder, char const* path, bool forFolder, struct stat& taken) noexcept {
+    int error = 0;
     if (forFolder) {
-        return ::mkdirat(folder, path, 0700) == 0 ? statItem(folder, path, false, taken) : errno;
+        if (::mkdirat(folder, path, 0700) != 0) {
+            return errno;
+        }
+        error = statItem(folder, path, false, taken);
+    } else {
+        FileDescriptor const file(uninterrupted(
+            [&] { return ::openat(folder, path, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600); }));
+        if (!file) {
+            return errno;
+        }
+        error = uninterrupted([&] { return ::fstat(file.get(), &taken); }) == 0 ? 0 : errno;
     }
-    FileDescriptor const file(uninterrupted(
-        [&] { return ::openat(folder, path, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600); }));
-    return file && ::fstat(file.get(), &taken) == 0 ? 0 : errno;
+    if (error != 0) {
+        ::unlinkat(folder, path, forFolder ? AT_REMOVEDIR : 0);
+    }
+    return error;
 }
 
 /// For file systems without RENAME_NOREPLACE. A link of a second name is as safe; for folders, and

@@ -19,7 +19,8 @@ bool sameInode(struct stat const& a, struct stat const& b) noexcept;
 enum class LinkPairs { Themselves, Followed };
 
 /// Compares by device and inode. Where the entries cannot be told apart with certainty the answer
-/// is SameEntry, which callers refuse: taking one item for two loses its bytes.
-Relation relationOf(KernelPath const& a, KernelPath const& b, LinkPairs links);
+/// is SameEntry, which callers refuse: taking one item for two loses its bytes. The error number of
+/// a question that could not be answered, or 0; what is absent is distinct from everything.
+int relationOf(KernelPath const& a, KernelPath const& b, LinkPairs links, Relation& result);
 
 } // namespace foundation::storage::provider::local::detail
