@@ -10,7 +10,7 @@
 namespace foundation::storage::provider::zip::test {
 namespace {
 
-constexpr char const* methods[] = {"deflated", "stored", "bzip2", "xz"};
+constexpr char const* methods[] = {"deflated", "stored", "bzip2", "zstd", "xz"};
 
 std::string const& bigText() {
     static std::string const text = contentOf(archives() + "/big.txt");
@@ -65,6 +65,26 @@ TEST(ZipStream, SeeksFromTheStartTheEndAndWhereItIs) {
     EXPECT_EQ(read(*stream, 10), "");
     EXPECT_THROW(stream->seek(-1, std::ios_base::beg), ByteStreamSeekFailure);
     EXPECT_EQ(stream->seek(0, std::ios_base::cur), 1000);
+}
+
+TEST(ZipStream, ComparesTheCheckSumOfWhatIsReadInPiecesThatOverlap) {
+    auto const stream =
+        open("wrong check sum, stored")->openReadOnlyStream(inside("wrong check sum, stored", "a"));
+
+    read(*stream, 20);
+    stream->seek(10, std::ios_base::beg);
+    read(*stream, 5);
+
+    EXPECT_THROW(readAll(*stream), ByteStreamReadFailure);
+}
+
+TEST(ZipStream, RefusesANegativeCountAndGoesOn) {
+    auto const stream = open("stored")->openReadOnlyStream(inside("stored", "a"));
+    char byte = 0;
+
+    EXPECT_THROW(stream->read(&byte, -1), ByteStreamReadFailure);
+    EXPECT_EQ(byte, 0);
+    EXPECT_EQ(stream->read(&byte, 1), 1);
 }
 
 TEST(ZipStream, IsNotWritten) {

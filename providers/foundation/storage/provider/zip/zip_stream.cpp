@@ -38,20 +38,20 @@ class MemberStream : public ByteStream {
 
     long read(char* buffer, long count) override {
         checkOpen<ByteStreamReadFailure>();
+        if (count < 0) {
+            throw ByteStreamReadFailure("read: a negative count", ErrorCode::InternalError);
+        }
         if (count == 0) {
             return 0;
         }
         if (position_ >= member_.size) {
+            checkEmpty();
             return -1;
         }
         std::uint64_t const wanted =
             std::min(static_cast<std::uint64_t>(count), member_.size - position_);
-        try {
-            readAt(position_, Bytes(reinterpret_cast<unsigned char*>(buffer),
+        readOrFail(position_, Bytes(reinterpret_cast<unsigned char*>(buffer),
                                     static_cast<std::size_t>(wanted)));
-        } catch (detail::DecodingFailure const& failure) {
-            fail(failure.what());
-        }
         position_ += wanted;
         return static_cast<long>(wanted);
     }
@@ -82,7 +82,8 @@ class MemberStream : public ByteStream {
     }
 
   protected:
-    /// Reads all of it. REQUIRES: it lies within the member. Throws DecodingFailure.
+    /// Reads all of it. REQUIRES: it lies within the member; empty only where the member is, which
+    /// then is to be checked. Throws DecodingFailure.
     virtual void readAt(std::uint64_t position, Bytes buffer) = 0;
 
     MemberBytes& bytes() noexcept { return bytes_; }
@@ -105,6 +106,22 @@ class MemberStream : public ByteStream {
         }
     }
 
+    void readOrFail(std::uint64_t position, Bytes buffer) {
+        try {
+            readAt(position, buffer);
+        } catch (detail::DecodingFailure const& failure) {
+            fail(failure.what());
+        }
+    }
+
+    /// Once: that it is empty may be what the archive tells, and not true.
+    void checkEmpty() {
+        if (member_.size == 0 && !isChecked_) {
+            readOrFail(0, {});
+            isChecked_ = true;
+        }
+    }
+
     [[noreturn]] void fail(char const* reason) {
         failure_ = {std::string("read: ") + reason, ErrorCode::IOError};
         throw ByteStreamReadFailure(failure_->text, failure_->code);
@@ -114,6 +131,7 @@ class MemberStream : public ByteStream {
     Member const member_;
     std::uint64_t position_ = 0;
     std::optional<Failure> failure_;
+    bool isChecked_ = false;
     bool isClosed_ = false;
 };
 
@@ -124,9 +142,11 @@ class StoredMember final : public MemberStream {
   private:
     void readAt(std::uint64_t position, Bytes buffer) override {
         bytes().readExactly(position, buffer);
-        if (position == checked_) {
-            checkSum_ = detail::checkSum(checkSum_, buffer);
-            checked_ += buffer.size();
+        // What was read before may be read again, with more behind it.
+        if (position <= checked_ && checked_ - position <= buffer.size()) {
+            Bytes const more = buffer.subspan(static_cast<std::size_t>(checked_ - position));
+            checkSum_ = detail::checkSum(checkSum_, more);
+            checked_ += more.size();
             if (checked_ == member().size && checkSum_ != member().crc) {
                 throw detail::DecodingFailure(wrongCheckSum);
             }
@@ -226,6 +246,9 @@ class DecodedMember final : public MemberStream {
 
     /// Fills all of it with what comes next.
     void decode(Bytes output) {
+        if (member().size == 0) {
+            checkEnd();
+        }
         while (!output.empty()) {
             if (place_.isEnd) {
                 throw detail::DecodingFailure(wrongSize);
