@@ -18,10 +18,13 @@ import sys
 import zlib
 from pathlib import Path
 
-STORED, DEFLATED, BZIP2, ZSTD, XZ = 0, 8, 12, 93, 95
+STORED, DEFLATED, BZIP2, OLD_ZSTD, ZSTD, XZ = 0, 8, 12, 20, 93, 95
 UTF8, ENCRYPTED, DESCRIPTOR = 1 << 11, 1, 1 << 3
 UNIX = 3 << 8
 IS16, IS32 = 0xFFFF, 0xFFFFFFFF
+
+
+METHODS = ((STORED, "stored"), (DEFLATED, "deflated"), (BZIP2, "bzip2"), (ZSTD, "zstd"), (XZ, "xz"))
 
 
 def compress(method, data):
@@ -32,7 +35,18 @@ def compress(method, data):
         return bz2.compress(data, 1)
     if method == XZ:
         return lzma.compress(data, preset=0)
+    if method in (OLD_ZSTD, ZSTD):
+        return zstd(data)
     return data
+
+
+def zstd(data, window=0):
+    """A frame of raw blocks (RFC 8878), with a window of at least a KiB."""
+    blocks = [data[at:at + 1024] for at in range(0, len(data), 1024)] or [b""]
+    frame = struct.pack("<IBB", 0xFD2FB528, 0, window << 3)
+    for number, block in enumerate(blocks):
+        frame += struct.pack("<I", len(block) << 3 | (number == len(blocks) - 1))[:3] + block
+    return frame
 
 
 class Member:
@@ -123,7 +137,7 @@ def good():
     yield "no bytes", b"", []
     yield "stored", archive(Member("a", TEXT)), [shown("a", TEXT)]
     yield "empty files", archive(Member("a"), Member("b", method=DEFLATED)), ["a=", "b="]
-    for number, name in ((DEFLATED, "deflated"), (BZIP2, "bzip2"), (XZ, "xz")):
+    for number, name in (*METHODS[1:], (OLD_ZSTD, "zstd by its old number")):
         yield name, archive(Member("a", TEXT, number), Member("b", b"x", number)), [shown("a", TEXT), "b=x"]
     yield "folders", archive(Member("d/"), Member("d/e/f", b"1"), Member("d/g", b"2")), [
         "d/", "d/e/", "d/e/f=1", "d/g=2"]
@@ -139,8 +153,20 @@ def good():
     yield "large numbers behind something", large(Member("a", b"1"), before=b"before"), ["a=1"]
     yield "links", archive(Member("link", b"d/f", mode=0o120777), Member("d/f", b"1"), Member("d/up", b"../link", mode=0o120777)), [
         "link->d/f", "d/", "d/f=1", "d/up->../link"]
+    yield "names with a dot", archive(Member("./"), Member("./a", b"1"), Member("./d/"), Member("d/./f/.//", b"")), [
+        "a=1", "d/"]
+    yield "a dot alone", archive(Member("."), Member("a/.", b"")), ["a/"]
+    yield "links to nothing", archive(
+        Member("d/"), Member("to nothing", b"d/nothing", mode=0o120777), Member("to nothing in nothing", b"d/e/f", mode=0o120777),
+        Member("to itself", b"to itself", mode=0o120777)), [
+        "d/", "to nothing->d/nothing", "to nothing in nothing->d/e/f", "to itself->to itself"]
     yield "unicode names", archive(Member("é/日本", b"1", flags=UTF8)), ["é/", "é/日本=1"]
     yield "code page 437", archive(Member(b"\x81ber\xe1", b"1")), ["überß=1"]
+    yield "code page 437 without a gap", archive(Member(b"\x81\x81\x81\x81"), Member(b"\x82\x82", b"x")), ["üüüü=", "éé=x"]
+    yield "bytes of unix", archive(Member("é".encode(), b"1", mode=0o100644), Member(b"\x81", b"2", mode=0o100644)), [
+        "é=1", "\\x81=2"]
+    yield "unicode extra field without a gap", archive(
+        Member(b"?", extra=unicode_path(b"?", "日本日本日本")), Member(b"b", b"x")), ["日本日本日本=", "b=x"]
     yield "unicode extra field", archive(Member(b"?", b"1", extra=unicode_path(b"?", "日本"))), ["日本=1"]
     yield "unicode extra field of another name", archive(Member(b"?", b"1", extra=unicode_path(b"?", "x", crc=7))), ["?=1"]
     yield "names of bytes", archive(Member(b"\xff\xfe", b"1", flags=UTF8)), ["\\xff\\xfe=1"]
@@ -152,7 +178,7 @@ def good():
 def misleading():
     """Names that no tree has are left out, and the rest is read."""
     rest = Member("rest", b"r")
-    for name in ("../x", "/x", "//x", "a/../../x", "a/../x", "./x", "a/./x", "a//x", "x//", "..", ".", "/", "a/..",
+    for name in ("../x", "/x", "//x", "a/../../x", "a/../x", "/./x", "./../x", "a//x", "x//", "..", "/", "a/..",
                  "x\0y", "a\0/x", ""):
         title = "left out " + (name.replace("/", "_").replace("\0", "NUL") or "nothing")
         yield title, archive(Member(name, b"1"), rest), ["rest=r"]
@@ -196,13 +222,17 @@ def broken_members():
     def one(title, member, expected):
         return title, archive(member, rest), [f"{member.name.decode()}{expected}", "rest=r"]
 
+    for number, name in METHODS:
+        yield one(f"told empty, {name}", Member("a", b"", number, raw=compress(number, TEXT)), "!9" if number == STORED else "!read")
+        yield one(f"empty with a check sum, {name}", Member("a", b"", number, crc=5), "!read")
     yield one("wrong check sum, stored", Member("a", TEXT, crc=1), "!read")
     yield one("wrong check sum, deflated", Member("a", TEXT, DEFLATED, crc=1), "!read")
     yield one("wrong check sum, bzip2", Member("a", TEXT, BZIP2, crc=1), "!read")
     yield one("wrong check sum, xz", Member("a", TEXT, XZ, crc=1), "!read")
-    for number, name in ((DEFLATED, "deflated"), (BZIP2, "bzip2"), (XZ, "xz"), (ZSTD, "zstd")):
+    yield one("wrong check sum, zstd", Member("a", TEXT, ZSTD, crc=1), "!read")
+    for number, name in METHODS[1:]:
         yield one(f"rubbish, {name}", Member("a", TEXT, number, raw=b"\xff\x00rubbish" * 5), "!read")
-    for number, name in ((DEFLATED, "deflated"), (BZIP2, "bzip2"), (XZ, "xz")):
+    for number, name in METHODS[1:]:
         raw = compress(number, TEXT)
         yield one(f"cut short, {name}", Member("a", TEXT, number, raw=raw[:len(raw) // 2]), "!read")
         yield one(f"longer than told, {name}", Member("a", TEXT, number, size=len(TEXT) - 1), "!read")
@@ -237,8 +267,11 @@ def main():
             (target / f"{name}.zip").write_bytes(data)
             (target / f"{name}.expected").write_text("".join(line + "\n" for line in expected))
     (target / "big.zip").write_bytes(archive(
-        Member("deflated", BIG, DEFLATED), Member("bzip2", BIG, BZIP2), Member("xz", BIG, XZ), Member("stored", BIG)))
+        *[Member(name, BIG, number) for number, name in METHODS]))
     (target / "big.txt").write_bytes(BIG)
+    # Names whose hashes would meet in one slot for who knows the constants of a well known function.
+    for name, tail in (("colliding", bytes.fromhex("DB28B4A0D17E03E7")), ("not colliding", b"abcdefgh")):
+        (target / f"{name}.zip").write_bytes(archive(*[Member(b"%08d" % n + tail, flags=UTF8) for n in range(20_000)]))
     (target / "many.zip").write_bytes(large(*[Member(f"{n // 1000}/{n % 1000}", b"%d" % n) for n in range(100_000)]))
 
 

@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
@@ -70,6 +71,17 @@ TEST(ZipLinks, LeadNowhereOutOfTheArchive) {
     EXPECT_EQ(codeOf([&] { provider->openReadOnlyStream(inside("links out", "abs")); }), 4);
     EXPECT_EQ(dynamic_cast<extensions::ILinks&>(*provider).readLink(inside("links out", "abs")),
               u"/etc/passwd");
+}
+
+TEST(ZipLinks, HaveTheCanonicalLocationOfWhatTheyLeadToThereOrNot) {
+    auto const provider = open("links to nothing");
+    auto const canonical = [&](char const* path) {
+        return provider->getCanonicalLocation(inside("links to nothing", path));
+    };
+
+    EXPECT_EQ(canonical("to nothing"), inside("links to nothing", "d/nothing"));
+    EXPECT_EQ(codeOf([&] { canonical("to nothing in nothing"); }), 4);
+    EXPECT_EQ(codeOf([&] { canonical("to itself"); }), 1);
 }
 
 TEST_F(ZipProvider, RefusesWhatIsOfTheWrongKind) {
@@ -214,8 +226,22 @@ TEST(ZipBounds, AreThoseOfTheOptions) {
     EXPECT_THAT(
         namesOf(open("folders", {.maximumDepth = 1})->listAllRecursive(inside("folders", ""), u"")),
         ElementsAre("d/", "d/g"));
+    EXPECT_EQ(codeOf([] { open("left out .._x", {.maximumEntries = 1}); }), 5);
+    EXPECT_EQ(codeOf([] { open("same name twice", {.maximumEntries = 1}); }), 5);
     auto const provider = open("big", {.maximumRatio = 1});
     EXPECT_EQ(codeOf([&] { provider->openReadOnlyStream(inside("big", "deflated")); }), 5);
+}
+
+TEST(ZipNames, TakeNoLongerForThoseThatWereMadeToCollide) {
+    auto const timeFor = [](char const* name) {
+        auto const begin = std::chrono::steady_clock::now();
+        open(name);
+        return std::chrono::steady_clock::now() - begin;
+    };
+
+    // All in one slot they would be compared 200,000,000 times, which takes a hundred times as
+    // long.
+    EXPECT_LT(timeFor("colliding"), timeFor("not colliding") * 10 + std::chrono::milliseconds(100));
 }
 
 TEST(ZipMembers, AreReadByManyThreads) {

@@ -204,10 +204,8 @@ bool ZipProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) 
 
 StorageIRI ZipProvider::getCanonicalLocation(StorageIRI const& location) const {
     IndexPtr const index = this->index();
-    ArchivePlace place = placeOf(*index, location, LastLink::Followed);
-    if (place.error) { // what is missing, and a link that leads nowhere
-        place = placeOf(*index, location, LastLink::Itself);
-    }
+    // What is missing has a place too, be it the path itself or what a link leads to.
+    ArchivePlace const place = placeOf(*index, location, LastLink::Followed);
     if (place.error && place.folder == ArchiveIndex::none) {
         fail(*place.error, location);
     }

@@ -13,19 +13,29 @@ namespace {
 
 __extension__ using Wide = unsigned __int128;
 
-/// Of the process, so that nobody can make an archive whose names all meet in one slot.
-std::uint64_t seed() {
-    static std::uint64_t const value = [] {
+/// Of the process, so that nobody can make an archive whose names all meet in one slot: both
+/// factors of the product are secret, since one that is 0 makes all of it 0.
+class Mixer {
+  public:
+    std::uint64_t operator()(std::uint64_t a, std::uint64_t b) const noexcept {
+        Wide const product = Wide{a ^ first_} * (b ^ second_);
+        return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+    }
+
+    static Mixer const& ofProcess() {
+        static Mixer const mixer;
+        return mixer;
+    }
+
+  private:
+    static std::uint64_t secret() {
         std::random_device device;
         return std::uint64_t{device()} << 32 | device();
-    }();
-    return value;
-}
+    }
 
-std::uint64_t mix(std::uint64_t a, std::uint64_t b) noexcept {
-    Wide const product = Wide{a ^ 0xA0761D6478BD642FU} * (b ^ 0xE7037ED1A0B428DBU);
-    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
-}
+    std::uint64_t const first_ = secret();
+    std::uint64_t const second_ = secret();
+};
 
 std::uint64_t wordAt(char const* at, std::size_t size) noexcept {
     std::uint64_t word = 0;
@@ -81,7 +91,8 @@ void ArchiveIndex::reserve(std::size_t members) {
 }
 
 std::uint64_t ArchiveIndex::hash(Number folder, std::string_view name) const noexcept {
-    std::uint64_t result = mix(seed(), (std::uint64_t{folder} << 32) + name.size());
+    Mixer const& mix = Mixer::ofProcess();
+    std::uint64_t result = mix(0, (std::uint64_t{folder} << 32) + name.size());
     for (; name.size() > 8; name.remove_prefix(8)) {
         result = mix(result, wordAt(name.data(), 8));
     }
@@ -165,6 +176,10 @@ ArchiveIndex::Number ArchiveIndex::folderFor(std::string_view path, Added& resul
 
 ArchiveIndex::Added ArchiveIndex::add(std::string_view path, MemberFacts const& facts) {
     bool const isFolder = facts.kind == EntryKind::Folder;
+    if (path.empty() && isFolder) {
+        describe(entries_[root], facts);
+        return Added::Yes;
+    }
     if (path.ends_with('/')) {
         path.remove_suffix(1);
     }
@@ -194,19 +209,22 @@ ArchiveIndex::Added ArchiveIndex::add(std::string_view path, MemberFacts const& 
 
 void ArchiveIndex::describe(Entry& entry, MemberFacts const& facts) {
     Member const& member = facts.member;
+    std::size_t const place = entry.isLarge ? entry.headerOffset : large_.size();
     entry.kind = facts.kind;
     entry.mode = facts.mode;
     entry.time = facts.time.value;
     entry.isDosTime = facts.time.isDos;
     entry.isImplied = false;
+    entry.isLonger = facts.isLonger;
     entry.crc = member.crc;
     entry.nameHash = member.nameHash;
     entry.method = member.method;
     entry.isEncrypted = member.isEncrypted;
     entry.isLarge = std::max({member.headerOffset, member.compressedSize, member.size}) > in32Bits;
     if (entry.isLarge) {
-        entry.headerOffset = static_cast<std::uint32_t>(large_.size());
-        large_.push_back({member.headerOffset, member.compressedSize, member.size});
+        large_.resize(std::max(large_.size(), place + 1)); // what the path had before is used again
+        large_[place] = {member.headerOffset, member.compressedSize, member.size};
+        entry.headerOffset = static_cast<std::uint32_t>(place);
     } else {
         entry.headerOffset = static_cast<std::uint32_t>(member.headerOffset);
         entry.compressedSize = static_cast<std::uint32_t>(member.compressedSize);
@@ -220,9 +238,11 @@ bool ArchiveIndex::finish() {
         std::uint64_t end;
         bool operator<(Range const& other) const { return begin < other.begin; }
     };
-    // The header has the whole path, and perhaps more; so this is where it ends at the earliest.
-    auto const endOf = [&](Number entry, Member const& member) {
-        return member.headerOffset + localHeaderSize + entries_[entry].nameSize +
+    // The header has the whole path, and perhaps more, unless it is longer in our spelling; so this
+    // is where it ends at the earliest.
+    auto const endOf = [&](Number number, Member const& member) {
+        Entry const& entry = entries_[number];
+        return member.headerOffset + localHeaderSize + (entry.isLonger ? 0U : entry.nameSize) +
                member.compressedSize;
     };
     bool isOrdered = true;

@@ -27,6 +27,7 @@ struct MemberFacts {
     EntryKind kind = EntryKind::File;
     std::uint16_t mode = 0; ///< permission bits as chmod(2) takes them
     MemberTime time;
+    bool isLonger = false; ///< the path than the name that the archive has
 };
 
 /// The folders and files of an archive. Immutable once it is filled, and then safe on any thread.
@@ -46,7 +47,8 @@ class ArchiveIndex {
     void reserve(std::size_t members);
     /// Enters a member and the folders above it. A second member of a path replaces the first, and
     /// a member is left out that no folder tree can hold: below a file, in the place of a folder,
-    /// with an empty name in its path, or `.`, `..`, or one with a NUL in it.
+    /// with an empty name in its path, or `.`, `..`, or one with a NUL in it. A folder with the
+    /// empty path is the root.
     Added add(std::string_view path, MemberFacts const& facts);
     /// Behind the last add(): children get the archive's order. False where the bytes of two
     /// members overlap, which is nothing but a way to make a little archive large.
@@ -86,6 +88,7 @@ class ArchiveIndex {
         bool isLarge : 1 = false;
         bool isEncrypted : 1 = false;
         bool isImplied : 1 = false;
+        bool isLonger : 1 = false;
     };
     struct Large {
         std::uint64_t headerOffset;

@@ -55,6 +55,7 @@ class DirectoryReader {
   public:
     DirectoryReader(StorageItem const& item, ZipOptions const& options)
         : location_(item.getLocation()),
+          maximumHeaders_(options.maximumEntries),
           item_(item),
           index_(std::make_shared<ArchiveIndex>(options)) {}
 
@@ -198,6 +199,9 @@ class DirectoryReader {
     }
 
     void add(unsigned char const* header, std::uint64_t shift) {
+        if (++headers_ > maximumHeaders_) { // also those that come to nothing
+            fail(ErrorCode::FileTooLarge);
+        }
         std::size_t const nameSize = read16(header + 28);
         unsigned char const* const name = header + centralHeaderSize;
         std::string_view const extra = textOf(name + nameSize, read16(header + 30));
@@ -223,8 +227,12 @@ class DirectoryReader {
             fail(); // it would lie behind the end
         }
         member.headerOffset += shift;
-        std::string_view const path =
-            memberPath(textOf(name, nameSize), extra, (flags & utf8) != 0, converted_);
+        bool const isKept = (flags & utf8) != 0 || isOfUnix(header);
+        std::string_view const path = withoutDots(
+            memberPath(textOf(name, nameSize), extra,
+                       isKept ? NameSpelling::Kept : NameSpelling::CodePage437, converted_),
+            withoutDots_);
+        facts.isLonger = path.size() > nameSize;
         takeAttributes(header, path, facts);
         takeTime(header, extraField(extra, ExtraId::ExtendedTime), facts);
         if (index_->add(path, facts) == ArchiveIndex::Added::TooMany) {
@@ -246,6 +254,10 @@ class DirectoryReader {
         }
     }
 
+    static bool isOfUnix(unsigned char const* header) noexcept {
+        return header[5] == madeByUnix || header[5] == madeByOsX;
+    }
+
     static void takeAttributes(unsigned char const* header, std::string_view path,
                                MemberFacts& facts) {
         constexpr std::uint32_t typeBits = 0170000;
@@ -255,15 +267,15 @@ class DirectoryReader {
         constexpr std::uint32_t dosFolder = 0x10;
         std::uint32_t const attributes = read32(header + 38);
         std::uint32_t const mode = attributes >> 16;
-        bool const isOfUnix = (header[5] == madeByUnix || header[5] == madeByOsX) && mode != 0;
-        std::uint32_t const type = isOfUnix ? mode & typeBits : 0;
+        bool const hasMode = isOfUnix(header) && mode != 0;
+        std::uint32_t const type = hasMode ? mode & typeBits : 0;
         bool const isFolder = path.ends_with('/') || type == folderType ||
-                              (!isOfUnix && (attributes & dosFolder) != 0);
+                              (!hasMode && (attributes & dosFolder) != 0);
         facts.kind = isFolder           ? EntryKind::Folder
                      : type == linkType ? EntryKind::Link
                                         : EntryKind::File;
         std::uint32_t const usual = isFolder ? 0755 : (attributes & dosReadOnly) != 0 ? 0444 : 0644;
-        facts.mode = static_cast<std::uint16_t>(isOfUnix ? mode & 07777 : usual);
+        facts.mode = static_cast<std::uint16_t>(hasMode ? mode & 07777 : usual);
     }
 
     static void takeTime(unsigned char const* header, std::string_view field, MemberFacts& facts) {
@@ -277,6 +289,7 @@ class DirectoryReader {
     }
 
     StorageIRI const location_;
+    std::uint32_t const maximumHeaders_;
     ItemBytes item_;
     std::uint64_t size_ = 0;
     std::shared_ptr<ArchiveIndex> index_;
@@ -284,6 +297,8 @@ class DirectoryReader {
     std::uint64_t windowBegin_ = 0;
     std::size_t windowSize_ = 0;
     std::string converted_;
+    std::string withoutDots_;
+    std::uint32_t headers_ = 0;
 };
 
 } // namespace

@@ -49,7 +49,7 @@ std::string_view unicodePath(std::string_view name, std::string_view extra) {
 
 } // namespace
 
-std::string_view memberPath(std::string_view name, std::string_view extra, bool isUtf8,
+std::string_view memberPath(std::string_view name, std::string_view extra, NameSpelling spelling,
                             std::string& buffer) {
     auto const isAscii = [](char byte) { return (static_cast<unsigned char>(byte) & 0x80) == 0; };
     if (std::all_of(name.begin(), name.end(), isAscii) && extra.empty()) {
@@ -58,7 +58,7 @@ std::string_view memberPath(std::string_view name, std::string_view extra, bool 
     if (std::string_view const path = unicodePath(name, extra); !path.empty()) {
         return path;
     }
-    if (isUtf8 || std::all_of(name.begin(), name.end(), isAscii)) {
+    if (spelling == NameSpelling::Kept || std::all_of(name.begin(), name.end(), isAscii)) {
         return name;
     }
     buffer.clear();
@@ -68,6 +68,23 @@ std::string_view memberPath(std::string_view name, std::string_view extra, bool 
         } else {
             appendUtf8(buffer, codePage437[static_cast<unsigned char>(byte) & 0x7F]);
         }
+    }
+    return buffer;
+}
+
+std::string_view withoutDots(std::string_view path, std::string& buffer) {
+    if (!path.starts_with("./") && path != "." && !path.ends_with("/.") &&
+        path.find("/./") == std::string_view::npos) {
+        return path;
+    }
+    buffer.clear();
+    for (std::size_t slash = 0; slash != std::string_view::npos;) {
+        slash = path.find('/');
+        std::size_t const size = slash == std::string_view::npos ? path.size() : slash + 1;
+        if (path.substr(0, slash) != ".") {
+            buffer += path.substr(0, size);
+        }
+        path.remove_prefix(size);
     }
     return buffer;
 }
