@@ -2,11 +2,15 @@
 
 #include "recording_provider.hpp"
 
+#include <foundation/storage/conformance/call_counter.hpp>
+#include <foundation/storage/conformance/call_delayer.hpp>
+#include <foundation/storage/conformance/fault_injector.hpp>
 #include <foundation/storage/provider/memory/memory_factory.hpp>
 
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <span>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -261,6 +265,62 @@ TEST(ProviderDecorator, AttributesOfAFolderAreSetInTheInnerProvider) {
 
     decorated->refuses = true;
     EXPECT_THROW(folders.setFolderAttributes(root, {0755, {}, {}}), Exception);
+}
+
+/// Says of every small file that it was copied.
+class SmallFileCopying : public RecordingProvider, public extensions::ISmallFileCopies {
+  public:
+    void copySmallFiles(StorageIRI const& from, StorageIRI const&,
+                        std::span<extensions::SmallFileCopy> files) override {
+        record(Operation::CopySmallFiles, from);
+        for (auto& file : files) {
+            file.isCopied = true;
+        }
+    }
+};
+
+/// Whether the small file of a folder was copied.
+bool copiesSmallFiles(IProvider& provider) {
+    ustring const name(u"file");
+    extensions::SmallFileCopy file{&name};
+    dynamic_cast<extensions::ISmallFileCopies&>(provider).copySmallFiles(at(u"/x"), at(u"/y"),
+                                                                         {&file, 1});
+    return file.isCopied;
+}
+
+TEST(ProviderDecorator, SmallFilesOfAFolderAreCopiedByTheInnerProvider) {
+    auto const inner = std::make_shared<SmallFileCopying>();
+    auto const decorated = decorate<Told>(decorate<Told>(inner));
+    EXPECT_TRUE(copiesSmallFiles(*decorated));
+    EXPECT_EQ(decorated->told, (std::vector{std::pair(Operation::CopySmallFiles, ustring(u"/x"))}));
+    EXPECT_EQ(inner->calls.size(), 1U);
+    EXPECT_EQ(dynamic_cast<extensions::IFolderAttributes*>(decorated.get()), nullptr);
+}
+
+TEST(ProviderDecorator, OffersNoCopiesOfSmallFilesThatTheInnerProviderDoesNotOffer) {
+    auto const decorated = decorate<Told>(std::make_shared<Flushing<Linking>>());
+    EXPECT_EQ(dynamic_cast<extensions::ISmallFileCopies*>(decorated.get()), nullptr);
+}
+
+TEST(ProviderDecorator, SmallFilesAreLeftWhereTheHookRefusesAsTheExtensionGivesNoReasons) {
+    auto const inner = std::make_shared<SmallFileCopying>();
+    auto const injector = decorate<FaultInjector>(inner);
+    injector->failAt(Operation::CopySmallFiles, 1, ErrorCode::IOError);
+    EXPECT_FALSE(copiesSmallFiles(*injector));
+    EXPECT_EQ(injector->countOfFaults(), 1U);
+    EXPECT_TRUE(inner->calls.empty());
+    EXPECT_TRUE(copiesSmallFiles(*injector));
+}
+
+TEST(ProviderDecorator, CopiesOfSmallFilesAreCountedAndDelayed) {
+    int delays = 0;
+    auto const counter = decorate<CallCounter>(std::make_shared<SmallFileCopying>());
+    auto const delayer = decorate<CallDelayer>(
+        counter, [&](Operation, StorageIRI const*) { ++delays; },
+        CallDelayer::Operations{Operation::CopySmallFiles});
+    EXPECT_TRUE(copiesSmallFiles(*delayer));
+    EXPECT_EQ(delays, 1);
+    EXPECT_EQ(counter->countOf(Operation::CopySmallFiles), 1U);
 }
 
 TEST(ProviderDecorator, ALinkIsCopiedAsOneFromAStoreToADecoratedStore) {

@@ -12,7 +12,7 @@ namespace foundation::storage::conformance {
 /// the decorator's constructor, behind the provider.
 ///
 /// Extensions are found by a cast, so what is made is of a class derived from `Decorator` that has
-/// exactly those of extensions::ILinks, IReplacingStreams, IFolderAttributes and
+/// exactly those of extensions::ILinks, IReplacingStreams, IFolderAttributes, ISmallFileCopies and
 /// IFlushableFilesystem that the inner provider has. Throws std::invalid_argument where there is no
 /// provider.
 template<class Decorator, class... Arguments>
@@ -29,10 +29,15 @@ std::shared_ptr<Decorator> decorate(std::shared_ptr<provider::IProvider> inner,
                    ? make(std::type_identity<detail::WithFlushing<Base>>())
                    : make(plain);
     };
+    auto const copying = [&]<class Base>(std::type_identity<Base> plain) {
+        return dynamic_cast<ISmallFileCopies const*>(asked)
+                   ? flushing(std::type_identity<detail::WithSmallFileCopies<Base>>())
+                   : flushing(plain);
+    };
     auto const folders = [&]<class Base>(std::type_identity<Base> plain) {
         return dynamic_cast<IFolderAttributes const*>(asked)
-                   ? flushing(std::type_identity<detail::WithFolderAttributes<Base>>())
-                   : flushing(plain);
+                   ? copying(std::type_identity<detail::WithFolderAttributes<Base>>())
+                   : copying(plain);
     };
     auto const replacing = [&]<class Base>(std::type_identity<Base> plain) {
         return dynamic_cast<IReplacingStreams const*>(asked)

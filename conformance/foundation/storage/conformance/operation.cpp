@@ -52,6 +52,7 @@ constexpr std::array<char const*, operationCount> names{
     "CreateLink",
     "OpenReplacement",
     "SetFolderAttributes",
+    "CopySmallFiles",
     "FlushFilesystem",
 };
 

@@ -57,6 +57,7 @@ enum class Operation : std::uint32_t {
     CreateLink,
     OpenReplacement,
     SetFolderAttributes,
+    CopySmallFiles,
     FlushFilesystem,
 };
 

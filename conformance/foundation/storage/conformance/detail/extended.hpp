@@ -2,12 +2,15 @@
 
 #include <foundation/storage/conformance/provider_decorator.hpp>
 #include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/extensions/i_flushable_filesystem.hpp>
 #include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
+#include <foundation/storage/provider/extensions/i_small_file_copies.hpp>
 
 #include <memory>
+#include <span>
 #include <utility>
 
 namespace foundation::storage::conformance::detail {
@@ -82,6 +85,32 @@ class WithFolderAttributes : public Base, public provider::extensions::IFolderAt
   private:
     provider::extensions::IFolderAttributes& folders_ =
         dynamic_cast<provider::extensions::IFolderAttributes&>(*this->getInner());
+};
+
+/// A decorator of a provider that copies small files of a folder together.
+template<class Base>
+class WithSmallFileCopies : public Base, public provider::extensions::ISmallFileCopies {
+  public:
+    /// A failure of the hook leaves all files, as the extension gives no reasons: what it throws of
+    /// a provider ends here.
+    void copySmallFiles(provider::StorageIRI const& from, provider::StorageIRI const& to,
+                        std::span<provider::extensions::SmallFileCopy> files) override {
+        try {
+            this->before(Operation::CopySmallFiles, &from);
+        } catch (provider::Exception const&) {
+            return;
+        }
+        copies_.copySmallFiles(from, to, files);
+    }
+
+  protected:
+    template<class... Arguments>
+    explicit WithSmallFileCopies(Arguments&&... arguments)
+        : Base(std::forward<Arguments>(arguments)...) {}
+
+  private:
+    provider::extensions::ISmallFileCopies& copies_ =
+        dynamic_cast<provider::extensions::ISmallFileCopies&>(*this->getInner());
 };
 
 /// A decorator of a provider that keeps changes back.
