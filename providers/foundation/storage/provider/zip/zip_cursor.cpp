@@ -6,6 +6,7 @@
 
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 namespace foundation::storage::provider::zip {
 
@@ -15,13 +16,15 @@ using fl::i18n::ustring;
 
 ZipCursor::ZipCursor(std::shared_ptr<ZipListing const> listing)
     : listing_(std::move(listing)),
-      next_(shownFrom(listing_->index->firstChildOf(listing_->folder))) {}
+      next_(shownFrom(listing_->index->firstChildOf(listing_->folder))),
+      folder_(listing_->folder) {}
 
 void ZipCursor::advance() {
     if (next_ == ArchiveIndex::none) {
         throw std::logic_error("advance() behind the last entry of a listing");
     }
     current_ = std::exchange(next_, shownFrom(behind(next_)));
+    goToFolder(listing_->index->parentOf(current_));
 }
 
 FolderEntry ZipCursor::currentEntry() const {
@@ -72,15 +75,31 @@ bool ZipCursor::isShown(Number entry) const {
 }
 
 ustring ZipCursor::pathOf(Number entry) const {
-    ArchiveIndex const& index = *listing_->index;
-    Number const above = index.parentOf(entry);
-    if (above == listing_->folder) {
-        return fl::i18n::storageNameToUstring(index.nameOf(entry));
-    }
-    ustring path = pathOf(above);
-    path += u'/';
-    fl::i18n::appendStorageName(path, index.nameOf(entry));
+    ustring path = prefix_;
+    fl::i18n::appendStorageName(path, listing_->index->nameOf(entry));
     return path;
+}
+
+/// By way of the folder above both, so that a deep tree takes no longer than a flat one. What is
+/// above has the smaller number.
+void ZipCursor::goToFolder(Number folder) {
+    ArchiveIndex const& index = *listing_->index;
+    std::vector<Number> down;
+    for (Number to = folder; folder_ != to;) {
+        if (folder_ < to) {
+            down.push_back(to);
+            to = index.parentOf(to);
+            continue;
+        }
+        folder_ = index.parentOf(folder_);
+        std::size_t const slash = prefix_.find_last_of(u'/', prefix_.size() - 2);
+        prefix_.resize(slash == ustring::npos ? 0 : slash + 1);
+    }
+    for (auto below = down.rbegin(); below != down.rend(); ++below) {
+        fl::i18n::appendStorageName(prefix_, index.nameOf(*below));
+        prefix_ += u'/';
+    }
+    folder_ = folder;
 }
 
 } // namespace foundation::storage::provider::zip

@@ -28,8 +28,8 @@ struct ZipListing {
 
 /// A cursor over one folder of an archive, or over everything below it: depth first, each folder
 /// before its contents, siblings in the archive's order. It shows the archive as it was when the
-/// listing began. A clone takes constant time. Throws std::logic_error from advance() behind the
-/// last entry, and from currentEntry() before the first.
+/// listing began. A clone takes no more time than copying a path. Throws std::logic_error from
+/// advance() behind the last entry, and from currentEntry() before the first.
 class ZipCursor final : public IFolderEntryIterator {
   public:
     explicit ZipCursor(std::shared_ptr<ZipListing const> listing);
@@ -48,10 +48,13 @@ class ZipCursor final : public IFolderEntryIterator {
     Number shownFrom(Number entry) const;
     bool isShown(Number entry) const;
     fl::i18n::ustring pathOf(Number entry) const;
+    void goToFolder(Number folder);
 
     std::shared_ptr<ZipListing const> listing_;
     Number current_ = detail::ArchiveIndex::none;
     Number next_;
+    Number folder_;            ///< of the current entry
+    fl::i18n::ustring prefix_; ///< its path, below the listed folder
 };
 
 } // namespace foundation::storage::provider::zip

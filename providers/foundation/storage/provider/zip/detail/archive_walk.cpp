@@ -50,6 +50,12 @@ ArchivePlace walk(ArchiveIndex const& index, std::string_view path, LastLink las
             return {ArchiveIndex::none, ArchiveIndex::none, {}, ErrorCode::InvalidLocation};
         }
         std::string target = targetOf(next);
+        if (target.empty() || target.find('\0') != std::string::npos) {
+            return {ArchiveIndex::none, ArchiveIndex::none, {}, ErrorCode::ResourceNotFound};
+        }
+        if (target.ends_with('/')) {
+            target += '.'; // it leads to a folder, or nowhere
+        }
         here = target.starts_with('/') ? ArchiveIndex::root : here;
         target += rest;
         led = std::move(target);
