@@ -158,8 +158,10 @@ def good():
     yield "a dot alone", archive(Member("."), Member("a/.", b"")), ["a/"]
     yield "links to nothing", archive(
         Member("d/"), Member("to nothing", b"d/nothing", mode=0o120777), Member("to nothing in nothing", b"d/e/f", mode=0o120777),
-        Member("to itself", b"to itself", mode=0o120777)), [
-        "d/", "to nothing->d/nothing", "to nothing in nothing->d/e/f", "to itself->to itself"]
+        Member("to itself", b"to itself", mode=0o120777), Member("empty", b"", mode=0o120777), Member("f", b"1"),
+        Member("to f as a folder", b"f/", mode=0o120777), Member("to d as a folder", b"d/", mode=0o120777)), [
+        "d/", "to nothing->d/nothing", "to nothing in nothing->d/e/f", "to itself->to itself", "empty->", "f=1",
+        "to f as a folder->f/", "to d as a folder->d/"]
     yield "unicode names", archive(Member("é/日本", b"1", flags=UTF8)), ["é/", "é/日本=1"]
     yield "code page 437", archive(Member(b"\x81ber\xe1", b"1")), ["überß=1"]
     yield "code page 437 without a gap", archive(Member(b"\x81\x81\x81\x81"), Member(b"\x82\x82", b"x")), ["üüüü=", "éé=x"]
@@ -259,6 +261,14 @@ def cut():
         yield f"cut/{size}", whole[:size], ["!9"] if size else []
 
 
+def million():
+    """Members in another order than their bytes, which are a hole, and an end that tells of none."""
+    count, apart = 1_000_000, 37
+    head = struct.pack("<4sHHHHHHIIIHHHHHI", b"PK\1\2", 20, 20, 0, STORED, 0, 0x5A21, 0, 0, 0, 6, 0, 0, 0, 0, 0)
+    central = b"".join(head + struct.pack("<I", n * 7919 % count * apart) + b"%06d" % n for n in range(count))
+    return count * apart, central + struct.pack("<4sHHHHIIH", b"PK\5\6", 0, 0, 0, 0, len(central), count * apart, 0)
+
+
 def main():
     target = Path(sys.argv[1])
     (target / "cut").mkdir(parents=True)
@@ -269,6 +279,11 @@ def main():
     (target / "big.zip").write_bytes(archive(
         *[Member(name, BIG, number) for number, name in METHODS]))
     (target / "big.txt").write_bytes(BIG)
+    (target / "deep.zip").write_bytes(archive(*[Member(f"{n}/" + "/".join("d" * 99) + "/f") for n in range(990)]))
+    hole, rest = million()
+    with (target / "million.zip").open("wb") as file:
+        file.seek(hole)
+        file.write(rest)
     # Names whose hashes would meet in one slot for who knows the constants of a well known function.
     for name, tail in (("colliding", bytes.fromhex("DB28B4A0D17E03E7")), ("not colliding", b"abcdefgh")):
         (target / f"{name}.zip").write_bytes(archive(*[Member(b"%08d" % n + tail, flags=UTF8) for n in range(20_000)]))

@@ -10,12 +10,15 @@ namespace foundation::storage::provider::zip {
 struct ZipOptions {
     /// Members and folders, also those that only the names of others imply.
     std::uint32_t maximumEntries = 1'000'000;
+    /// Bytes that the directory may take in memory: some 60 for each of them, and their names.
+    std::uint64_t maximumDirectoryMemory = std::uint64_t{64} * 1024 * 1024;
     /// Folders above a member.
-    std::uint32_t maximumDepth = 1'000;
+    std::uint32_t maximumDepth = 100;
     /// Bytes of content for each byte of a compressed member.
     std::uint64_t maximumRatio = 100'000;
     /// Bytes that the decoder of a member may take, for the methods that say how much they need.
-    std::uint64_t maximumDecoderMemory = std::uint64_t{64} * 1024 * 1024;
+    /// The largest preset of xz takes 65 MiB.
+    std::uint64_t maximumDecoderMemory = std::uint64_t{80} * 1024 * 1024;
     /// Up to this size a compressed member is decoded as a whole, which takes as much memory and
     /// the least time; a larger one piece by piece.
     std::size_t wholeMemberSize = std::size_t{4} * 1024 * 1024;

@@ -62,8 +62,19 @@ bool isPlainPath(std::string_view path, std::uint32_t maximumDepth) noexcept {
     return false;
 }
 
+/// Of a small one; the end of a large one was never touched, and so takes no memory.
+template<class Container>
+void freeSlack(Container& container) {
+    constexpr std::size_t small = 16'384;
+    if (container.size() < small) {
+        container.shrink_to_fit();
+    }
+}
+
 constexpr std::uint16_t usualFolderMode = 0755;
 constexpr std::uint64_t in32Bits = 0xFFFFFFFF;
+/// Of a central header without a name.
+constexpr std::uint64_t leastHeaderSize = 46;
 /// What stands before the content of a member, without its name.
 constexpr std::uint64_t localHeaderSize = 30;
 
@@ -84,10 +95,19 @@ ArchiveIndex::ArchiveIndex(ZipOptions const& options) : options_(options) {
     makeTable(16);
 }
 
-void ArchiveIndex::reserve(std::size_t members) {
-    members = std::min<std::size_t>(members, options_.maximumEntries) + 1;
-    entries_.reserve(members);
-    makeTable(std::bit_ceil(members + members / 2));
+void ArchiveIndex::reserve(std::uint64_t directorySize, std::uint64_t told) {
+    std::uint64_t const most =
+        std::min<std::uint64_t>(directorySize / leastHeaderSize, options_.maximumEntries) + 1;
+    told = std::clamp(told + 1, most / 2 + 1, most); // some tell too few
+    entries_.reserve(static_cast<std::size_t>(most));
+    names_.reserve(
+        static_cast<std::size_t>(std::min(directorySize, options_.maximumDirectoryMemory)));
+    makeTable(std::bit_ceil(static_cast<std::size_t>(told + told / 2)));
+}
+
+std::uint64_t ArchiveIndex::memory() const noexcept {
+    return entries_.size() * sizeof(Entry) + names_.size() + large_.size() * sizeof(Large) +
+           table_.size() * sizeof(Number);
 }
 
 std::uint64_t ArchiveIndex::hash(Number folder, std::string_view name) const noexcept {
@@ -100,6 +120,7 @@ std::uint64_t ArchiveIndex::hash(Number folder, std::string_view name) const noe
 }
 
 void ArchiveIndex::makeTable(std::size_t slots) {
+    table_ = {}; // so that the old one and the new one are not there at once
     table_.assign(slots, none);
     for (Number entry = 1; entry < entries_.size(); ++entry) {
         std::uint64_t slot = hash(entries_[entry].parent, nameOf(entry));
@@ -122,7 +143,8 @@ ArchiveIndex::Number ArchiveIndex::child(Number folder, std::string_view name) c
 
 /// REQUIRES: there is no such child.
 ArchiveIndex::Number ArchiveIndex::enter(Number folder, std::string_view name) {
-    if (entries_.size() > options_.maximumEntries || names_.size() + name.size() > in32Bits) {
+    if (entries_.size() > options_.maximumEntries || names_.size() + name.size() > in32Bits ||
+        memory() + name.size() > options_.maximumDirectoryMemory) {
         return none;
     }
     if ((entries_.size() + 1) * 5 / 4 > table_.size()) {
@@ -137,7 +159,7 @@ ArchiveIndex::Number ArchiveIndex::enter(Number folder, std::string_view name) {
     entry.mode = usualFolderMode;
     names_ += name;
     // In reverse, until finish() turns them round: so there is no last child to remember.
-    entry.next = std::exchange(entries_[folder].firstChild, number);
+    entry.next = std::exchange(entries_[folder].firstChildOrCrc, number);
     std::uint64_t slot = hash(folder, name);
     while (table_[slot & (table_.size() - 1)] != none) {
         ++slot;
@@ -216,7 +238,9 @@ void ArchiveIndex::describe(Entry& entry, MemberFacts const& facts) {
     entry.isDosTime = facts.time.isDos;
     entry.isImplied = false;
     entry.isLonger = facts.isLonger;
-    entry.crc = member.crc;
+    if (facts.kind != EntryKind::Folder) {
+        entry.firstChildOrCrc = member.crc;
+    }
     entry.nameHash = member.nameHash;
     entry.method = member.method;
     entry.isEncrypted = member.isEncrypted;
@@ -233,53 +257,69 @@ void ArchiveIndex::describe(Entry& entry, MemberFacts const& facts) {
 }
 
 bool ArchiveIndex::finish() {
-    struct Range {
-        std::uint64_t begin;
-        std::uint64_t end;
-        bool operator<(Range const& other) const { return begin < other.begin; }
-    };
-    // The header has the whole path, and perhaps more, unless it is longer in our spelling; so this
-    // is where it ends at the earliest.
-    auto const endOf = [&](Number number, Member const& member) {
-        Entry const& entry = entries_[number];
-        return member.headerOffset + localHeaderSize + (entry.isLonger ? 0U : entry.nameSize) +
-               member.compressedSize;
-    };
     bool isOrdered = true;
     std::uint64_t end = 0;
     for (Number entry = 0; entry < entries_.size(); ++entry) {
-        Number reversed = none;
-        for (Number child = entries_[entry].firstChild; child != none;) {
-            Number const next = std::exchange(entries_[child].next, reversed);
-            reversed = std::exchange(child, next);
+        if (isFolder(entry)) {
+            Number reversed = none;
+            for (Number child = firstChildOf(entry); child != none;) {
+                Number const next = std::exchange(entries_[child].next, reversed);
+                reversed = std::exchange(child, next);
+            }
+            entries_[entry].firstChildOrCrc = reversed;
         }
-        entries_[entry].firstChild = reversed;
         if (!entries_[entry].isImplied) {
-            Member const member = memberOf(entry);
-            isOrdered = isOrdered && member.headerOffset >= end;
-            end = endOf(entry, member);
+            isOrdered = isOrdered && memberOf(entry).headerOffset >= end;
+            end = endOf(entry);
         }
     }
-    if (isOrdered) {
-        return true;
-    }
-    std::vector<Range> ranges;
-    ranges.reserve(entries_.size());
+    freeSlack(entries_);
+    freeSlack(names_);
+    return isOrdered || !hasOverlap();
+}
+
+/// Where a member ends at the earliest: its header has the whole path, and perhaps more, unless
+/// that is longer in our spelling.
+std::uint64_t ArchiveIndex::endOf(Number number) const noexcept {
+    Entry const& entry = entries_[number];
+    Member const member = memberOf(number);
+    return member.headerOffset + localHeaderSize + (entry.isLonger ? 0U : entry.nameSize) +
+           member.compressedSize;
+}
+
+bool ArchiveIndex::hasOverlap() {
+    // What needs more than 32 bits is behind everything else.
+    auto const keyOf = [&](Number entry) {
+        return std::min(memberOf(entry).headerOffset, in32Bits) << 32 | entry;
+    };
+    auto const numberIn = [](std::uint64_t key) { return static_cast<Number>(key); };
+    auto const isBefore = [&](std::uint64_t a, std::uint64_t b) {
+        return (a & b) >> 32 != in32Bits
+                   ? a < b
+                   : memberOf(numberIn(a)).headerOffset < memberOf(numberIn(b)).headerOffset;
+    };
+    std::size_t const slots = table_.size();
+    table_ = {}; // room for the order
+    std::vector<std::uint64_t> order;
+    order.reserve(entries_.size());
     for (Number entry = 0; entry < entries_.size(); ++entry) {
         if (!entries_[entry].isImplied) {
-            Member const member = memberOf(entry);
-            ranges.push_back({member.headerOffset, endOf(entry, member)});
+            order.push_back(keyOf(entry));
         }
     }
-    std::sort(ranges.begin(), ranges.end());
-    return std::adjacent_find(ranges.begin(), ranges.end(), [](Range const& a, Range const& b) {
-               return a.end > b.begin;
-           }) == ranges.end();
+    std::sort(order.begin(), order.end(), isBefore);
+    bool const result =
+        std::adjacent_find(order.begin(), order.end(), [&](std::uint64_t a, std::uint64_t b) {
+            return endOf(numberIn(a)) > memberOf(numberIn(b)).headerOffset;
+        }) != order.end();
+    order = {};
+    makeTable(slots);
+    return result;
 }
 
 Member ArchiveIndex::memberOf(Number file) const noexcept {
     Entry const& entry = entries_[file];
-    Member member{entry.headerOffset, entry.compressedSize, entry.size,       entry.crc,
+    Member member{entry.headerOffset, entry.compressedSize, entry.size,       entry.firstChildOrCrc,
                   entry.nameHash,     entry.method,         entry.isEncrypted};
     if (entry.isLarge) {
         Large const& large = large_[entry.headerOffset];

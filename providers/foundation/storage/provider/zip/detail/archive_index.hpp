@@ -33,18 +33,19 @@ struct MemberFacts {
 /// The folders and files of an archive. Immutable once it is filled, and then safe on any thread.
 ///
 /// An entry is a number, the root 0. The children of a folder stand in the archive's order. An
-/// entry takes 52 bytes, its name, and 4 to 12 bytes of a hash table.
+/// entry takes 48 bytes, its name, and 5 to 10 bytes of a hash table.
 class ArchiveIndex {
   public:
     using Number = std::uint32_t;
     static constexpr Number root = 0;
     static constexpr Number none = 0xFFFFFFFF;
 
+    /// What a member and its folders came to; TooMany where they go beyond a bound.
     enum class Added { Yes, LeftOut, TooMany };
 
     explicit ArchiveIndex(ZipOptions const& options);
-    /// Room for as many members.
-    void reserve(std::size_t members);
+    /// Room for as many members as a directory of this size may have, of which it tells so many.
+    void reserve(std::uint64_t directorySize, std::uint64_t told);
     /// Enters a member and the folders above it. A second member of a path replaces the first, and
     /// a member is left out that no folder tree can hold: below a file, in the place of a folder,
     /// with an empty name in its path, or `.`, `..`, or one with a NUL in it. A folder with the
@@ -56,7 +57,7 @@ class ArchiveIndex {
 
     Number child(Number folder, std::string_view name) const noexcept;
     Number parentOf(Number entry) const noexcept { return entries_[entry].parent; }
-    Number firstChildOf(Number folder) const noexcept { return entries_[folder].firstChild; }
+    Number firstChildOf(Number folder) const noexcept { return entries_[folder].firstChildOrCrc; }
     Number nextOf(Number entry) const noexcept { return entries_[entry].next; }
     EntryKind kindOf(Number entry) const noexcept { return entries_[entry].kind; }
     bool isFolder(Number entry) const noexcept { return kindOf(entry) == EntryKind::Folder; }
@@ -73,13 +74,12 @@ class ArchiveIndex {
         std::uint32_t headerOffset = 0;
         std::uint32_t compressedSize = 0;
         std::uint32_t size = 0;
-        std::uint32_t crc = 0;
         std::uint32_t nameHash = 0;
         std::uint32_t time = 0;
         std::uint32_t name = 0;
         Number parent = none;
         Number next = none;
-        Number firstChild = none;
+        std::uint32_t firstChildOrCrc = none; ///< of a folder, or of anything else
         std::uint16_t nameSize = 0;
         std::uint16_t method = 0;
         std::uint16_t mode = 0;
@@ -99,6 +99,9 @@ class ArchiveIndex {
     std::uint64_t hash(Number folder, std::string_view name) const noexcept;
     Number folderFor(std::string_view path, Added& result);
     Number enter(Number folder, std::string_view name);
+    std::uint64_t memory() const noexcept;
+    std::uint64_t endOf(Number number) const noexcept;
+    bool hasOverlap();
     void describe(Entry& entry, MemberFacts const& facts);
     void makeTable(std::size_t slots);
 

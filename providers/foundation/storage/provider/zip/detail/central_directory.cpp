@@ -64,6 +64,7 @@ class DirectoryReader {
         if (size_ != 0) {
             readMembers(findDirectory());
         }
+        window_ = {};
         if (!index_->finish()) {
             fail();
         }
@@ -154,8 +155,7 @@ class DirectoryReader {
     }
 
     void readMembers(Extent const& extent) {
-        index_->reserve(
-            static_cast<std::size_t>(std::min(extent.members, extent.size / centralHeaderSize)));
+        index_->reserve(extent.size, extent.members);
         std::uint64_t const end = extent.begin + extent.size;
         std::uint64_t position = extent.begin;
         if (position < windowBegin_) {
