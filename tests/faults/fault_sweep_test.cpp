@@ -23,7 +23,8 @@ using ::testing::SizeIs;
 
 SweepResult sweepBriefly(Scenario const& scenario, unsigned secondsAtMost = 30) {
     std::string const own = "/faults-test-" + std::to_string(::getpid());
-    return sweep(scenario, {"/dev/shm" + own, testing::TempDir() + own, fewFaults(), secondsAtMost});
+    return sweep(scenario,
+                 {"/dev/shm" + own, testing::TempDir() + own, fewFaults(), secondsAtMost});
 }
 
 /// As scripts/faults does, with the two faults that find the most.
@@ -172,13 +173,15 @@ TEST(FaultSweep, FindsWhatAMoveLost) {
 }
 
 TEST(FaultSweep, FindsWhatHangs) {
-    SweepResult const result = sweepBriefly(defective([](Place const& place) {
-        bool const made = ::mkdir(place.path("here/folder").c_str(), 0777) == 0;
-        while (!made) {
-            ::usleep(1000);
-        }
-        return Told::Done;
-    }), 1);
+    SweepResult const result =
+        sweepBriefly(defective([](Place const& place) {
+                         bool const made = ::mkdir(place.path("here/folder").c_str(), 0777) == 0;
+                         while (!made) {
+                             ::usleep(1000);
+                         }
+                         return Told::Done;
+                     }),
+                     1);
 
     EXPECT_THAT(result.findings, Contains("EIO at call 1: hangs"));
 }

@@ -1,0 +1,60 @@
+// Kills copies, moves and replacements by the command at random moments, and prints a table.
+//   kill_sweep VFS [KILLS [FOLDER [OTHER-FOLDER [SEED]]]]
+#include "kill_rounds.hpp"
+
+#include <cstdio>
+#include <exception>
+#include <random>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+using namespace fault_sweep;
+
+int run(KillOptions const& options) {
+    std::printf("seed %llu\n", static_cast<unsigned long long>(options.seed));
+    std::printf("%-50s %8s %8s %8s %8s %8s\n", "what was killed", "kills", "rounds", "told",
+                "stayed", "failures");
+    std::fflush(stdout);
+    KillResult all;
+    for (KillResult const& result : killAtRandom(options)) {
+        std::printf("%-50s %8zu %8zu %8zu %8zu %8zu\n", result.name.c_str(), result.kills,
+                    result.rounds, result.told, result.leftovers, result.findings.size());
+        for (std::string const& finding : result.findings) {
+            std::printf("    %s\n", finding.c_str());
+        }
+        all.kills += result.kills;
+        all.rounds += result.rounds;
+        all.told += result.told;
+        all.leftovers += result.leftovers;
+        all.findings.insert(all.findings.end(), result.findings.begin(), result.findings.end());
+    }
+    std::printf("%-50s %8zu %8zu %8zu %8zu %8zu\n", "in all", all.kills, all.rounds, all.told,
+                all.leftovers, all.findings.size());
+    if (all.kills < options.kills) {
+        std::printf("only %zu of %zu were killed in time\n", all.kills, options.kills);
+        return 1;
+    }
+    return all.findings.empty() ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) try {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: kill_sweep VFS [KILLS [FOLDER [OTHER-FOLDER [SEED]]]]\n");
+        return 2;
+    }
+    auto const word = [&](int i, char const* otherwise) {
+        return std::string(i < argc ? argv[i] : otherwise);
+    };
+    std::string const own = "/kills-" + std::to_string(::getpid());
+    std::string const seed = word(5, "");
+    return run({word(1, ""), word(3, "/tmp") + own, word(4, "/dev/shm") + own,
+                std::stoul(word(2, "1000")),
+                seed.empty() ? std::uint64_t{std::random_device{}()} : std::stoull(seed)});
+} catch (std::exception const& e) {
+    std::fprintf(stderr, "kill_sweep: %s\n", e.what());
+    return 1;
+}
