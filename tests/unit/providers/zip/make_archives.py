@@ -136,6 +136,8 @@ def good():
     yield "empty", archive(), []
     yield "no bytes", b"", []
     yield "stored", archive(Member("a", TEXT)), [shown("a", TEXT)]
+    yield "one member", archive(Member("a", b"1")), ["a=1"]
+    yield "one other member", archive(Member("b", b"2")), ["b=2"]
     yield "empty files", archive(Member("a"), Member("b", method=DEFLATED)), ["a=", "b="]
     for number, name in (*METHODS[1:], (OLD_ZSTD, "zstd by its old number")):
         yield name, archive(Member("a", TEXT, number), Member("b", b"x", number)), [shown("a", TEXT), "b=x"]
@@ -280,6 +282,12 @@ def main():
         *[Member(name, BIG, number) for number, name in METHODS]))
     (target / "big.txt").write_bytes(BIG)
     (target / "deep.zip").write_bytes(archive(*[Member(f"{n}/" + "/".join("d" * 99) + "/f") for n in range(990)]))
+    inner = archive(*[Member(f"{n}", BIG[n * 20_000:][:20_000]) for n in range(250)])
+    (target / "deflated twice.zip").write_bytes(archive(Member("inner.zip", inner, DEFLATED)))
+    chained = archive(Member("x", b"hello"))
+    for _ in range(4):
+        chained = archive(*[Member(f"{n}", b"%d" % (n + 1), mode=0o120777) for n in range(38)], Member("38", chained))
+    (target / "chained.zip").write_bytes(chained)
     hole, rest = million()
     with (target / "million.zip").open("wb") as file:
         file.seek(hole)

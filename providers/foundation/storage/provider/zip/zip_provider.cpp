@@ -73,55 +73,67 @@ ZipProvider::ZipProvider(StorageItem item, ZipOptions const& options)
     : item_(std::move(item)),
       options_(options),
       itemState_(stateOfItem()) {
-    index_ = detail::readCentralDirectory(item_, options_);
+    archive_ = read();
 }
 
 ZipProvider::ItemState ZipProvider::stateOfItem() const {
     AttributeValues const values = item_.getFileAttributes().values();
-    return {values.size, values.lastModified};
+    return {values.size, values.lastModified, values.created};
 }
 
-ZipProvider::IndexPtr ZipProvider::index() const {
+ZipProvider::ArchivePtr ZipProvider::read() const {
+    auto const archive = std::make_shared<Archive>();
+    archive->streams = std::make_shared<detail::ItemStreams>(item_);
+    archive->index = detail::readCentralDirectory(*archive->streams, options_);
+    return archive;
+}
+
+ZipProvider::ArchivePtr ZipProvider::archive() const {
     ItemState const now = stateOfItem();
     std::lock_guard const lock(mutex_);
     if (now != itemState_) {
-        index_ = detail::readCentralDirectory(item_, options_);
+        archive_ = read();
         itemState_ = now;
     }
-    return index_;
+    return archive_;
 }
 
-std::string ZipProvider::linkTarget(ArchiveIndex const& index, Number link,
+std::string ZipProvider::linkTarget(Archive& archive, Number link,
                                     StorageIRI const& location) const {
-    detail::Member const member = index.memberOf(link);
+    if (std::optional<std::string> known = archive.targets.find(link)) {
+        return *std::move(known);
+    }
+    detail::Member const member = archive.index->memberOf(link);
     if (member.size > longestTarget) {
         fail(ErrorCode::InvalidLocation, location);
     }
     try {
         std::string target(static_cast<std::size_t>(member.size), '\0');
-        auto const stream = openMember(item_, member, location, options_);
+        auto const stream = openMember(*archive.streams, member, location, options_);
         if (!target.empty()) {
             stream->read(target.data(), static_cast<long>(target.size()));
         }
+        archive.targets.keep(link, target);
         return target;
     } catch (ByteStreamFailure const& failure) {
         fail(failure.getErrorCode(), location);
     }
 }
 
-ArchivePlace ZipProvider::placeOf(ArchiveIndex const& index, StorageIRI const& location,
+ArchivePlace ZipProvider::placeOf(Archive& archive, StorageIRI const& location,
                                   LastLink last) const {
-    return detail::walk(index, pathOf(location), last,
-                        [&](Number link) { return linkTarget(index, link, location); });
+    return detail::walk(*archive.index, pathOf(location), last,
+                        [&](Number link) { return linkTarget(archive, link, location); });
 }
 
 ZipProvider::Found ZipProvider::find(StorageIRI const& location, LastLink last) const {
-    IndexPtr index = this->index();
-    ArchivePlace const place = placeOf(*index, location, last);
+    ArchivePtr archive = this->archive();
+    ArchivePlace const place = placeOf(*archive, location, last);
     if (place.error) {
         fail(*place.error, location);
     }
-    return {std::move(index), place.entry};
+    auto index = archive->index;
+    return {std::move(archive), std::move(index), place.entry};
 }
 
 ZipProvider::Found ZipProvider::findFolder(StorageIRI const& location) const {
@@ -134,20 +146,22 @@ ZipProvider::Found ZipProvider::findFolder(StorageIRI const& location) const {
 
 /// What a link leads to, and the link itself where that is nothing.
 ZipProvider::Found ZipProvider::findFollowed(StorageIRI const& location) const {
-    IndexPtr index = this->index();
-    ArchivePlace place = placeOf(*index, location, LastLink::Followed);
+    ArchivePtr archive = this->archive();
+    ArchivePlace place = placeOf(*archive, location, LastLink::Followed);
     if (place.error) {
-        place = placeOf(*index, location, LastLink::Itself);
+        place = placeOf(*archive, location, LastLink::Itself);
     }
     if (place.error) {
         fail(*place.error, location);
     }
-    return {std::move(index), place.entry};
+    auto index = archive->index;
+    return {std::move(archive), std::move(index), place.entry};
 }
 
 ExistsResult ZipProvider::exists(StorageIRI const& location) const {
-    IndexPtr const index = this->index();
-    ArchivePlace const place = placeOf(*index, location, LastLink::Itself);
+    ArchivePtr const archive = this->archive();
+    ArchiveIndex const* const index = archive->index.get();
+    ArchivePlace const place = placeOf(*archive, location, LastLink::Itself);
     if (place.error && *place.error != ErrorCode::ResourceNotFound) {
         fail(*place.error, location);
     }
@@ -157,8 +171,9 @@ ExistsResult ZipProvider::exists(StorageIRI const& location) const {
 }
 
 ExtendedExistsResult ZipProvider::existsExtended(StorageIRI const& location) const {
-    IndexPtr const index = this->index();
-    ArchivePlace const place = placeOf(*index, location, LastLink::Itself);
+    ArchivePtr const archive = this->archive();
+    ArchiveIndex const* const index = archive->index.get();
+    ArchivePlace const place = placeOf(*archive, location, LastLink::Itself);
     if (place.error) {
         if (*place.error != ErrorCode::ResourceNotFound) {
             fail(*place.error, location);
@@ -173,7 +188,7 @@ ExtendedExistsResult ZipProvider::existsExtended(StorageIRI const& location) con
     case EntryKind::Link:
         break;
     }
-    ArchivePlace const target = placeOf(*index, location, LastLink::Followed);
+    ArchivePlace const target = placeOf(*archive, location, LastLink::Followed);
     return target.error                    ? ExtendedExistsResult::DanglingLink
            : index->isFolder(target.entry) ? ExtendedExistsResult::LinkToFolder
                                            : ExtendedExistsResult::LinkToFile;
@@ -184,8 +199,9 @@ bool ZipProvider::fileExists(StorageIRI const& location) const {
 }
 
 bool ZipProvider::folderExists(StorageIRI const& location) const {
-    IndexPtr const index = this->index();
-    ArchivePlace const place = placeOf(*index, location, LastLink::Followed);
+    ArchivePtr const archive = this->archive();
+    ArchiveIndex const* const index = archive->index.get();
+    ArchivePlace const place = placeOf(*archive, location, LastLink::Followed);
     return !place.error && index->isFolder(place.entry);
 }
 
@@ -203,9 +219,10 @@ bool ZipProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) 
 }
 
 StorageIRI ZipProvider::getCanonicalLocation(StorageIRI const& location) const {
-    IndexPtr const index = this->index();
+    ArchivePtr const archive = this->archive();
+    ArchiveIndex const* const index = archive->index.get();
     // What is missing has a place too, be it the path itself or what a link leads to.
-    ArchivePlace const place = placeOf(*index, location, LastLink::Followed);
+    ArchivePlace const place = placeOf(*archive, location, LastLink::Followed);
     if (place.error && place.folder == ArchiveIndex::none) {
         fail(*place.error, location);
     }
@@ -291,7 +308,8 @@ std::unique_ptr<ByteStream> ZipProvider::openReadOnlyStream(StorageIRI const& lo
     if (found.index->isFolder(found.entry)) {
         fail(ErrorCode::InvalidLocation, location);
     }
-    return openMember(item_, found.index->memberOf(found.entry), location, options_);
+    return openMember(*found.archive->streams, found.index->memberOf(found.entry), location,
+                      options_);
 }
 
 ustring ZipProvider::readLink(StorageIRI const& location) const {
@@ -299,7 +317,7 @@ ustring ZipProvider::readLink(StorageIRI const& location) const {
     if (found.index->kindOf(found.entry) != EntryKind::Link) {
         fail(ErrorCode::InvalidLocation, location);
     }
-    return fl::i18n::storageNameToUstring(linkTarget(*found.index, found.entry, location));
+    return fl::i18n::storageNameToUstring(linkTarget(*found.archive, found.entry, location));
 }
 
 std::unique_ptr<IFolderEntryIterator> ZipProvider::list(StorageIRI const& location,

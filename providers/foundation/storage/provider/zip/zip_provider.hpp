@@ -5,6 +5,8 @@
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/provider/zip/detail/archive_index.hpp>
 #include <foundation/storage/provider/zip/detail/archive_walk.hpp>
+#include <foundation/storage/provider/zip/detail/item_streams.hpp>
+#include <foundation/storage/provider/zip/detail/link_targets.hpp>
 #include <foundation/storage/provider/zip/zip_cursor.hpp>
 #include <foundation/storage/provider/zip/zip_options.hpp>
 
@@ -71,28 +73,37 @@ class ZipProvider final : public IProvider, public extensions::ILinks {
     void createLink(StorageIRI const& location, ustring const& target) override;
 
   private:
-    using IndexPtr = std::shared_ptr<detail::ArchiveIndex const>;
     using Number = detail::ArchiveIndex::Number;
+
+    /// The item as it was when its directory was read.
+    struct Archive {
+        std::shared_ptr<detail::ItemStreams> streams;
+        std::shared_ptr<detail::ArchiveIndex const> index;
+        detail::LinkTargets targets;
+    };
+    using ArchivePtr = std::shared_ptr<Archive>;
 
     /// What the item looked like when its directory was read.
     struct ItemState {
         std::optional<std::uint64_t> size;
         Timestamp lastModified;
+        std::optional<Timestamp> created; ///< another one, where another item has taken the place
 
         bool operator==(ItemState const&) const = default;
     };
 
     /// An entry, in the directory that it was found in.
     struct Found {
-        IndexPtr index;
+        ArchivePtr archive;
+        std::shared_ptr<detail::ArchiveIndex const> index;
         Number entry;
     };
 
     ItemState stateOfItem() const;
-    IndexPtr index() const;
-    std::string linkTarget(detail::ArchiveIndex const& index, Number link,
-                           StorageIRI const& location) const;
-    detail::ArchivePlace placeOf(detail::ArchiveIndex const& index, StorageIRI const& location,
+    ArchivePtr read() const;
+    ArchivePtr archive() const;
+    std::string linkTarget(Archive& archive, Number link, StorageIRI const& location) const;
+    detail::ArchivePlace placeOf(Archive& archive, StorageIRI const& location,
                                  detail::LastLink last) const;
     Found find(StorageIRI const& location, detail::LastLink last) const;
     Found findFolder(StorageIRI const& location) const;
@@ -103,7 +114,7 @@ class ZipProvider final : public IProvider, public extensions::ILinks {
     StorageItem const item_;
     ZipOptions const options_;
     mutable std::mutex mutex_;
-    mutable IndexPtr index_;      ///< guarded by the mutex
+    mutable ArchivePtr archive_;  ///< guarded by the mutex
     mutable ItemState itemState_; ///< guarded by the mutex
 };
 

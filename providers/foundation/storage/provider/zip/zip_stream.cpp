@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <optional>
 #include <span>
 #include <string>
@@ -111,6 +112,8 @@ class MemberStream : public ByteStream {
             readAt(position, buffer);
         } catch (detail::DecodingFailure const& failure) {
             fail(failure.what());
+        } catch (std::bad_alloc const&) {
+            fail("there is no memory to decode the content", ErrorCode::InternalError);
         }
     }
 
@@ -122,8 +125,8 @@ class MemberStream : public ByteStream {
         }
     }
 
-    [[noreturn]] void fail(char const* reason) {
-        failure_ = {std::string("read: ") + reason, ErrorCode::IOError};
+    [[noreturn]] void fail(char const* reason, ErrorCode code = ErrorCode::IOError) {
+        failure_ = {std::string("read: ") + reason, code};
         throw ByteStreamReadFailure(failure_->text, failure_->code);
     }
 
@@ -334,11 +337,11 @@ void check(Member const& member, StorageIRI const& location, ZipOptions const& o
 
 } // namespace
 
-std::unique_ptr<ByteStream> openMember(StorageItem const& item, Member const& member,
+std::unique_ptr<ByteStream> openMember(detail::ItemStreams& streams, Member const& member,
                                        StorageIRI const& location, ZipOptions const& options) {
     check(member, location, options);
     try {
-        MemberBytes bytes(item, member);
+        MemberBytes bytes(streams, member);
         if (!bytes.isAsTold()) {
             throw Exception(ErrorCode::IOError, location);
         }

@@ -53,14 +53,14 @@ struct Extent {
 
 class DirectoryReader {
   public:
-    DirectoryReader(StorageItem const& item, ZipOptions const& options)
-        : location_(item.getLocation()),
+    DirectoryReader(ItemStreams& streams, ZipOptions const& options)
+        : location_(streams.item().getLocation()),
           maximumHeaders_(options.maximumEntries),
-          item_(item),
+          item_(streams.lend()),
           index_(std::make_shared<ArchiveIndex>(options)) {}
 
     std::shared_ptr<ArchiveIndex const> read() {
-        size_ = item_.size();
+        size_ = item_->size();
         if (size_ != 0) {
             readMembers(findDirectory());
         }
@@ -77,7 +77,7 @@ class DirectoryReader {
     }
 
     void readExactly(std::uint64_t position, std::span<unsigned char> buffer) {
-        if (item_.readAt(position, buffer) != buffer.size()) {
+        if (item_->readAt(position, buffer) != buffer.size()) {
             fail();
         }
     }
@@ -150,7 +150,7 @@ class DirectoryReader {
 
     bool beginsAt(std::uint64_t position) {
         unsigned char signature[4];
-        return item_.readAt(position, signature) == sizeof signature &&
+        return item_->readAt(position, signature) == sizeof signature &&
                read32(signature) == centralHeaderSignature;
     }
 
@@ -290,7 +290,7 @@ class DirectoryReader {
 
     StorageIRI const location_;
     std::uint32_t const maximumHeaders_;
-    ItemBytes item_;
+    ItemStreams::Lent item_;
     std::uint64_t size_ = 0;
     std::shared_ptr<ArchiveIndex> index_;
     std::vector<unsigned char> window_;
@@ -303,12 +303,12 @@ class DirectoryReader {
 
 } // namespace
 
-std::shared_ptr<ArchiveIndex const> readCentralDirectory(StorageItem const& item,
+std::shared_ptr<ArchiveIndex const> readCentralDirectory(ItemStreams& streams,
                                                          ZipOptions const& options) {
     try {
-        return DirectoryReader(item, options).read();
+        return DirectoryReader(streams, options).read();
     } catch (ByteStreamFailure const& failure) {
-        throw Exception(failure.getErrorCode(), item.getLocation());
+        throw Exception(failure.getErrorCode(), streams.item().getLocation());
     }
 }
 

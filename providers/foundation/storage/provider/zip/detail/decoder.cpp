@@ -206,8 +206,10 @@ bool decodeDeflated(std::span<unsigned char const> input, std::span<unsigned cha
         }
     };
     // Making one costs as much as a small member.
-    static thread_local std::unique_ptr<libdeflate_decompressor, Free> const decompressor(
-        ::libdeflate_alloc_decompressor());
+    static thread_local std::unique_ptr<libdeflate_decompressor, Free> decompressor;
+    if (!decompressor) {
+        decompressor.reset(::libdeflate_alloc_decompressor());
+    }
     if (!decompressor) {
         throw std::bad_alloc();
     }

@@ -1,13 +1,28 @@
 #include <foundation/storage/provider/zip/detail/item_bytes.hpp>
 
+#include <algorithm>
+
 namespace foundation::storage::provider::zip::detail {
 
+namespace {
+
+constexpr std::size_t tailSize = 512;
+
+} // namespace
+
 std::size_t ItemBytes::readAt(std::uint64_t position, std::span<unsigned char> buffer) {
-    if (position != position_) {
+    isGood_ = false; // until the end
+    std::size_t done = 0;
+    if (position < position_ && position_ - position <= tail_.size()) {
+        auto const back = static_cast<std::size_t>(position_ - position);
+        done = std::min(back, buffer.size());
+        std::copy_n(tail_.end() - static_cast<std::ptrdiff_t>(back), done, buffer.begin());
+    } else if (position != position_) {
         stream_->seek(static_cast<long>(position), std::ios_base::beg);
         position_ = position;
+        tail_.clear();
     }
-    std::size_t done = 0;
+    std::size_t const known = done;
     while (done < buffer.size()) {
         long const got = stream_->read(reinterpret_cast<char*>(buffer.data() + done),
                                        static_cast<long>(buffer.size() - done));
@@ -17,11 +32,20 @@ std::size_t ItemBytes::readAt(std::uint64_t position, std::span<unsigned char> b
         done += static_cast<std::size_t>(got);
         position_ += static_cast<std::uint64_t>(got);
     }
+    if (done > known) {
+        std::span<unsigned char const> const read(buffer.first(done));
+        std::span<unsigned char const> const last = read.last(std::min(done, tailSize));
+        tail_.assign(last.begin(), last.end());
+    }
+    isGood_ = true;
     return done;
 }
 
 std::uint64_t ItemBytes::size() {
+    isGood_ = false; // until the end
+    tail_.clear();
     position_ = static_cast<std::uint64_t>(stream_->seek(0, std::ios_base::end));
+    isGood_ = true;
     return position_;
 }
 

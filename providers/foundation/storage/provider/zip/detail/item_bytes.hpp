@@ -6,11 +6,15 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <vector>
 
 namespace foundation::storage::provider::zip::detail {
 
 /// The bytes of the item that an archive is, read at any position through a stream of its own. For
 /// one thread at a time. Failures are those of the item's provider and stream.
+///
+/// The last few bytes are kept: who reads a member reads somewhat more, and going back for the next
+/// one would cost much where the item is decoded.
 class ItemBytes {
   public:
     explicit ItemBytes(StorageItem const& item) : stream_(item.openReadOnlyStream()) {}
@@ -19,10 +23,14 @@ class ItemBytes {
     std::size_t readAt(std::uint64_t position, std::span<unsigned char> buffer);
     /// Asks for the end of the item.
     std::uint64_t size();
+    /// Whether no call has failed.
+    bool isGood() const noexcept { return isGood_; }
 
   private:
     std::unique_ptr<ByteStream> stream_;
     std::uint64_t position_ = 0;
+    std::vector<unsigned char> tail_; ///< what was read last, before the position
+    bool isGood_ = true;
 };
 
 } // namespace foundation::storage::provider::zip::detail

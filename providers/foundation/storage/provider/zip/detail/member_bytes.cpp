@@ -18,11 +18,11 @@ constexpr std::size_t mostAtOnce = std::size_t{64} * 1024;
 
 } // namespace
 
-MemberBytes::MemberBytes(StorageItem const& item, Member const& member) : item_(item) {
+MemberBytes::MemberBytes(ItemStreams& streams, Member const& member) : item_(streams.lend()) {
     head_.resize(
         localHeaderSize + usualNames +
         static_cast<std::size_t>(std::min<std::uint64_t>(member.compressedSize, mostAtOnce)));
-    head_.resize(item_.readAt(member.headerOffset, head_));
+    head_.resize(item_->readAt(member.headerOffset, head_));
     if (head_.size() < localHeaderSize || read32(head_.data()) != localHeaderSignature) {
         return;
     }
@@ -32,7 +32,7 @@ MemberBytes::MemberBytes(StorageItem const& item, Member const& member) : item_(
     if (head_.size() < localHeaderSize + nameSize) {
         std::size_t const had = head_.size();
         head_.resize(localHeaderSize + nameSize);
-        if (item_.readAt(member.headerOffset + had, std::span(head_).subspan(had)) !=
+        if (item_->readAt(member.headerOffset + had, std::span(head_).subspan(had)) !=
             head_.size() - had) {
             return;
         }
@@ -56,7 +56,7 @@ void MemberBytes::readExactly(std::uint64_t position, std::span<unsigned char> b
         buffer = buffer.subspan(part);
         position += part;
     }
-    if (!buffer.empty() && item_.readAt(begin_ + position, buffer) != buffer.size()) {
+    if (!buffer.empty() && item_->readAt(begin_ + position, buffer) != buffer.size()) {
         throw ByteStreamReadFailure("read: the archive ends before the member does",
                                     ErrorCode::IOError);
     }
