@@ -108,7 +108,7 @@ void makeSource(std::string const& folder) {
         }
         make(in + "large", 400'000, ++seed);
         make(in + "empty", 0, ++seed);
-        fs::create_symlink("small1", folder + "/" + in + "link");
+        fs::create_symlink("small1", fs::path(folder) / (in + "link"));
     }
 }
 
@@ -116,9 +116,9 @@ void makeOld(TreePicture const& wanted, std::string const& folder) {
     fs::create_directory(folder);
     for (auto const& [path, item] : wanted) {
         if (S_ISDIR(item.mode)) {
-            fs::create_directory(folder + "/" + path);
+            fs::create_directory(fs::path(folder) / path);
         } else {
-            std::ofstream(folder + "/" + path) << "old content of " << path;
+            std::ofstream(fs::path(folder) / path) << "old content of " << path;
         }
     }
 }
@@ -183,6 +183,8 @@ class Killing {
     void find(std::string const& what) {
         result_.findings.push_back("round " + std::to_string(result_.rounds) + ": " + what);
     }
+
+    void find(std::string const& path, std::string const& what) { find(path + ": " + what); }
 
     void killOnce(Clock::duration delay) {
         prepare_();
@@ -284,9 +286,9 @@ class Killing {
         for (auto const& [path, item] : wanted_) {
             auto const found = destination.find(path);
             if (found == destination.end() || !isNew(path, found->second)) {
-                find(path + " is not complete " + when);
+                find(path, "is not complete " + when);
             } else if (!work_.replaces && found->second.mode != item.mode) {
-                find(path + " has another mode " + when);
+                find(path, "has another mode " + when);
             }
         }
     }
@@ -330,27 +332,60 @@ std::vector<KillResult> killAtRandom(KillOptions const& options) {
     std::ofstream(content, std::ios_base::binary) << wantedFile.at("").content;
 
     std::vector<Work> works = {
-        {"cp -r, of a tree", here, to, {"cp", "-r", "-v", "-T", here, to},
+        {"cp -r, of a tree",
+         here,
+         to,
+         {"cp", "-r", "-v", "-T", here, to},
          {"cp", "-r", "-T", here, to}},
-        {"cp -r, over a tree", here, to, {"cp", "-r", "-v", "-T", here, to},
-         {"cp", "-r", "-T", here, to}, false, true},
-        {"cp -r, of a tree, from another file system", there, to,
-         {"cp", "-r", "-v", "-T", there, to}, {"cp", "-r", "-T", there, to}},
-        {"mv, of a tree", here, to, {"mv", "-v", "-T", here, to}, {"mv", "-f", "-T", here, to},
+        {"cp -r, over a tree",
+         here,
+         to,
+         {"cp", "-r", "-v", "-T", here, to},
+         {"cp", "-r", "-T", here, to},
+         false,
          true},
-        {"mv, of a tree, from another file system", there, to, {"mv", "-v", "-T", there, to},
-         {"mv", "-f", "-T", there, to}, true},
-        {"mv, into a tree, from another file system", there, to,
-         {"mv", "-v", "-f", "-T", there, to}, {"mv", "-f", "-T", there, to}, true, true},
-        {"put, over a file", content, file, {"put", "-i", content, file},
-         {"put", "-i", content, file}, false, true},
-        {"cp, over a file", content, file, {"cp", "-v", content, file}, {"cp", content, file},
-         false, true},
+        {"cp -r, of a tree, from another file system",
+         there,
+         to,
+         {"cp", "-r", "-v", "-T", there, to},
+         {"cp", "-r", "-T", there, to}},
+        {"mv, of a tree",
+         here,
+         to,
+         {"mv", "-v", "-T", here, to},
+         {"mv", "-f", "-T", here, to},
+         true},
+        {"mv, of a tree, from another file system",
+         there,
+         to,
+         {"mv", "-v", "-T", there, to},
+         {"mv", "-f", "-T", there, to},
+         true},
+        {"mv, into a tree, from another file system",
+         there,
+         to,
+         {"mv", "-v", "-f", "-T", there, to},
+         {"mv", "-f", "-T", there, to},
+         true,
+         true},
+        {"put, over a file",
+         content,
+         file,
+         {"put", "-i", content, file},
+         {"put", "-i", content, file},
+         false,
+         true},
+        {"cp, over a file",
+         content,
+         file,
+         {"cp", "-v", content, file},
+         {"cp", content, file},
+         false,
+         true},
     };
 
-    std::erase_if(works, [&](Work const& work) {
-        return work.name.find(options.only) == std::string::npos;
-    });
+    std::erase_if(
+        works, [&](Work const& work) { return work.name.find(options.only) == std::string::npos; });
     std::mt19937_64 random(options.seed);
     std::vector<KillResult> results;
     std::size_t left = options.kills;

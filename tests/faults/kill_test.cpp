@@ -57,8 +57,7 @@ TEST(KilledCommand, IsFoundOutWhereItIsCareless) {
     fs::remove(command);
 
     ASSERT_THAT(results, testing::SizeIs(1));
-    EXPECT_THAT(results[0].findings,
-                Contains(HasSubstr("is not complete after it was told of")));
+    EXPECT_THAT(results[0].findings, Contains(HasSubstr(": is not complete after it was told of")));
     EXPECT_THAT(results[0].findings, Contains(HasSubstr("which was to be replaced, is gone")));
 }
 

@@ -276,9 +276,9 @@ class Sweeping {
             if (!isMoved || !item.isFile()) {
                 continue;
             }
-            auto const isThere = [&](std::string const& name) {
+            auto const isThere = [&, &wanted = item](std::string const& name) {
                 auto const found = after.find(name);
-                return found != after.end() && found->second.isSameAs(item);
+                return found != after.end() && found->second.isSameAs(wanted);
             };
             if (!isThere(path) && !isThere(to + path.substr(from.size()))) {
                 find("loses " + path);
