@@ -138,8 +138,9 @@ constexpr Case cases[] = {
      [](Trial& t) {
          for (DeclaredItem const& item : t.content()) {
              StorageIRI const parent(t.at(item.path).getParent());
+             ustring const name = t.at(item.path).getName();
              ustring spelled;
-             for (char16_t const unit : t.at(item.path).getName()) {
+             for (char16_t const unit : name) {
                  constexpr char16_t digits[] = u"0123456789ABCDEF";
                  bool const ascii = unit < 0x80;
                  spelled +=
