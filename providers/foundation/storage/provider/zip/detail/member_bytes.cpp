@@ -49,7 +49,7 @@ std::span<unsigned char const> MemberBytes::inHand() const noexcept {
 
 void MemberBytes::readExactly(std::uint64_t position, std::span<unsigned char> buffer) {
     std::span<unsigned char const> const known = inHand();
-    if (position < known.size()) {
+    if (position < known.size() && !buffer.empty()) {
         std::size_t const part =
             std::min(buffer.size(), known.size() - static_cast<std::size_t>(position));
         std::memcpy(buffer.data(), known.data() + position, part);
