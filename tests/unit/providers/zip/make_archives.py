@@ -150,6 +150,10 @@ def good():
     yield "comment", archive(Member("a", b"1"), comment=b"a comment"), ["a=1"]
     yield "long comment", archive(Member("a", b"1"), comment=b"c" * 65535), ["a=1"]
     yield "comment with an archive", archive(Member("a", b"1"), comment=archive(Member("b", b"2"))), ["b=2"]
+    yield "comment with an empty end", archive(Member("a", b"1"), comment=b"PK\5\6" + bytes(18) + b" text"), ["a=1"]
+    yield "comment with an end of text", archive(
+        Member("a", b"1"), comment=b"see PK\5\6 in the format description" + bytes(40)), ["a=1"]
+    yield "something behind", archive(Member("a", b"1")) + b"behind", ["a=1"]
     yield "something before", archive(Member("a", b"1"), before=b"#!/bin/sh\nexit 0\n"), ["a=1"]
     yield "large numbers", large(Member("a", TEXT, DEFLATED), Member("b", b"2")), [shown("a", TEXT), "b=2"]
     yield "large numbers behind something", large(Member("a", b"1"), before=b"before"), ["a=1"]
@@ -233,6 +237,7 @@ def broken_members():
     yield one("wrong check sum, deflated", Member("a", TEXT, DEFLATED, crc=1), "!read")
     yield one("wrong check sum, bzip2", Member("a", TEXT, BZIP2, crc=1), "!read")
     yield one("wrong check sum, xz", Member("a", TEXT, XZ, crc=1), "!read")
+    yield one("a window of zstd that no memory allows", Member("a", TEXT, ZSTD, raw=zstd(TEXT, window=18)), "!read")
     yield one("wrong check sum, zstd", Member("a", TEXT, ZSTD, crc=1), "!read")
     for number, name in METHODS[1:]:
         yield one(f"rubbish, {name}", Member("a", TEXT, number, raw=b"\xff\x00rubbish" * 5), "!read")
@@ -242,6 +247,10 @@ def broken_members():
         yield one(f"longer than told, {name}", Member("a", TEXT, number, size=len(TEXT) - 1), "!read")
         yield one(f"shorter than told, {name}", Member("a", TEXT, number, size=len(TEXT) + 1), "!read")
         yield one(f"nothing at all, {name}", Member("a", TEXT, number, raw=b""), "!9")
+    for number, name in METHODS[1:]:
+        raw = compress(number, TEXT)
+        yield one(f"something behind the stream, {name}", Member("a", TEXT, number, raw=raw + b"more"), shown("", TEXT))
+        yield one(f"a second stream, {name}", Member("a", TEXT + TEXT, number, raw=raw + raw), "!read")
     yield one("stored with two sizes", Member("a", TEXT, size=len(TEXT) - 1), "!9")
     yield one("encrypted", Member("a", TEXT, flags=ENCRYPTED), "!11")
     yield one("unknown method", Member("a", TEXT, 1), "!11")

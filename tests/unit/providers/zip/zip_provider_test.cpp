@@ -1,6 +1,7 @@
 #include "zip_fixture.hpp"
 
 #include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/byte_stream_open_options.hpp>
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
@@ -160,6 +161,14 @@ TEST(ZipAttributes, AreThoseOfTheDirectory) {
     EXPECT_EQ(extended.at("posix.mode"), "0644");
 }
 
+TEST(ZipAttributes, TellHowManyMembersWereLeftOut) {
+    auto const extended = [](char const* name) {
+        return open(name)->getExtendedAttributes(inside(name, ""));
+    };
+    EXPECT_EQ(extended("left out .._x").at("zip.left-out"), "1");
+    EXPECT_FALSE(extended("deflated").contains("zip.left-out"));
+}
+
 TEST(ZipTimes, OfDosAreLocalAndThoseOfTheExtraFieldAreNot) {
     WorkFolder const folder;
     ASSERT_EQ(std::system(("cd " + folder.path() +
@@ -295,6 +304,17 @@ TEST(ZipBounds, AreThoseOfTheOptions) {
     EXPECT_EQ(codeOf([] { open("same name twice", {.maximumEntries = 1}); }), 5);
     auto const provider = open("big", {.maximumRatio = 1});
     EXPECT_EQ(codeOf([&] { provider->openReadOnlyStream(inside("big", "deflated")); }), 5);
+}
+
+TEST(ZipBounds, HoldForWhatADecoderTakesInMemory) {
+    auto const provider = open("big", {.maximumDecoderMemory = 100'000});
+    auto const stream = provider->openReadOnlyStream(inside("big", "xz"));
+    try {
+        readAll(*stream);
+        ADD_FAILURE() << "nothing was refused";
+    } catch (ByteStreamFailure const& failure) {
+        EXPECT_STREQ(failure.what(), "read: decoding needs more memory than is allowed");
+    }
 }
 
 TEST(ZipBounds, HoldForWhatTheDirectoryTakesInMemory) {

@@ -252,6 +252,9 @@ ExtendedAttributes ZipProvider::getExtendedAttributes(StorageIRI const& location
     Found const found = findFollowed(location);
     AttributeValues const values = found.index->attributesOf(found.entry);
     ExtendedAttributes result{{"posix.mode", octal(values.mode.value_or(0))}};
+    if (found.entry == ArchiveIndex::root && found.index->leftOut() != 0) {
+        result["zip.left-out"] = std::to_string(found.index->leftOut());
+    }
     if (!found.index->isFolder(found.entry)) {
         detail::Member const member = found.index->memberOf(found.entry);
         result["zip.method"] = methodName(member.method);

@@ -68,8 +68,9 @@ class MemberStream : public ByteStream {
         std::uint64_t const from = way == std::ios_base::beg   ? 0
                                    : way == std::ios_base::cur ? position_
                                                                : member_.size;
-        auto const base = static_cast<std::int64_t>(from);
-        if (offset < -base || offset > std::numeric_limits<long>::max() - base) {
+        constexpr auto farthest = static_cast<std::uint64_t>(std::numeric_limits<long>::max());
+        auto const base = static_cast<std::int64_t>(std::min(from, farthest));
+        if (from > farthest || offset < -base || offset > std::numeric_limits<long>::max() - base) {
             throw ByteStreamSeekFailure("seek: the position is before the start, or too far",
                                         ErrorCode::InvalidLocation);
         }

@@ -51,6 +51,9 @@ class ArchiveIndex {
     /// with an empty name in its path, or `.`, `..`, or one with a NUL in it. A folder with the
     /// empty path is the root.
     Added add(std::string_view path, MemberFacts const& facts);
+    /// That a member came to nothing.
+    void countLeftOut() noexcept { ++leftOut_; }
+    std::uint32_t leftOut() const noexcept { return leftOut_; }
     /// Behind the last add(): children get the archive's order. False where the bytes of two
     /// members overlap, which is nothing but a way to make a little archive large.
     bool finish();
@@ -112,6 +115,7 @@ class ArchiveIndex {
     std::vector<Number> table_; ///< by hash of folder and name, open addressing
     std::string lastFolder_;    ///< of the member that was added last; the next is often beside it
     Number lastFolderNumber_ = root;
+    std::uint32_t leftOut_ = 0;
 };
 
 } // namespace foundation::storage::provider::zip::detail

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -89,14 +90,27 @@ class DirectoryReader {
         windowBegin_ = size_ - tailSize;
         windowSize_ = tailSize;
         readExactly(windowBegin_, std::span(window_).first(tailSize));
-        // From the end, so that an archive in a comment, or stored in an archive, is not taken.
+        // From the end, so that an archive that is stored in an archive is not taken. A record
+        // whose comment ends where the item does goes before one that stands in that comment, or
+        // has something behind it.
+        std::optional<std::size_t> last;
         for (std::size_t at = tailSize < endSize ? 0 : tailSize - endSize + 1; at-- > 0;) {
             unsigned char const* const end = window_.data() + at;
-            if (read32(end) == endSignature && at + endSize + read16(end + 20) <= tailSize) {
+            if (read32(end) != endSignature) {
+                continue;
+            }
+            std::size_t const behind = at + endSize + read16(end + 20);
+            if (behind == tailSize) {
                 return directoryOf(at);
             }
+            if (behind < tailSize && !last) {
+                last = at;
+            }
         }
-        fail();
+        if (!last) {
+            fail();
+        }
+        return directoryOf(*last);
     }
 
     /// By the end record at a place in the window.
@@ -235,8 +249,14 @@ class DirectoryReader {
         facts.isLonger = path.size() > nameSize;
         takeAttributes(header, path, facts);
         takeTime(header, extraField(extra, ExtraId::ExtendedTime), facts);
-        if (index_->add(path, facts) == ArchiveIndex::Added::TooMany) {
+        switch (index_->add(path, facts)) {
+        case ArchiveIndex::Added::TooMany:
             fail(ErrorCode::FileTooLarge);
+        case ArchiveIndex::Added::LeftOut:
+            index_->countLeftOut();
+            break;
+        case ArchiveIndex::Added::Yes:
+            break;
         }
     }
 
