@@ -14,7 +14,7 @@ namespace foundation::storage::conformance {
 class FOUNDATION_EXPORT CallCounter : public ProviderDecorator {
   public:
     std::uint64_t countOf(Operation operation) const noexcept;
-    /// Of all operations, those of cursors included.
+    /// Of all operations, those of cursors and streams included.
     std::uint64_t countOfAll() const noexcept;
     /// Begins to count from 0 again.
     void reset() noexcept;

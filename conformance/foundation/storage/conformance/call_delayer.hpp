@@ -15,7 +15,8 @@ using CallAction = std::function<void(Operation, provider::StorageIRI const* loc
 /// A provider that waits, or does something else, before it does what it is asked: a slow storage,
 /// or one that stands still at a gate until a test lets it go on. Made by
 /// decorate<CallDelayer>(provider, duration) or decorate<CallDelayer>(provider, action), for all
-/// operations or, with a third argument, for those of a set.
+/// operations, those of cursors and streams included, or, with a third argument, for those of a
+/// set.
 ///
 /// Never changes once made. Calls wait beside each other, so that it is as safe on many threads as
 /// the inner provider and the action are.

@@ -9,7 +9,7 @@
 namespace foundation::storage::conformance {
 
 /// What a provider can be asked for: the operations of provider::IProvider, of the cursors that its
-/// listings give, and of its extensions.
+/// listings give, of the streams that it opens, and of its extensions.
 enum class Operation : std::uint32_t {
     Exists,
     ExistsExtended,
@@ -52,6 +52,11 @@ enum class Operation : std::uint32_t {
     Advance,
     CurrentEntry,
     CloneIterator,
+    // of a stream:
+    Read,
+    Write,
+    Seek,
+    Close,
     // of extensions:
     ReadLink,
     CreateLink,

@@ -1,5 +1,6 @@
 #include <foundation/storage/conformance/provider_decorator.hpp>
 
+#include <foundation/storage/conformance/detail/decorated_stream.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 
 #include <boost/property_tree/ptree.hpp>
@@ -58,6 +59,23 @@ std::unique_ptr<IFolderEntryIterator> ProviderDecorator::doList(Operation, Listi
                                                                 StorageIRI const& location,
                                                                 ustring const& filter) const {
     return (inner_.get()->*listing)(location, filter);
+}
+
+long ProviderDecorator::doRead(ByteStream& inner, char* buffer, long count) const {
+    return inner.read(buffer, count);
+}
+
+long ProviderDecorator::doWrite(ByteStream& inner, char const* buffer, long count) const {
+    return inner.write(buffer, count);
+}
+
+std::unique_ptr<ByteStream> ProviderDecorator::decorateStream(StorageIRI const& location,
+                                                              std::unique_ptr<ByteStream> inner,
+                                                              StreamKind kind) const {
+    if (!inner) {
+        return inner;
+    }
+    return std::make_unique<DecoratedStream>(shared_from_this(), location, std::move(inner), kind);
 }
 
 ExistsResult ProviderDecorator::exists(StorageIRI const& location) const {
@@ -181,13 +199,13 @@ void ProviderDecorator::moveFolder(StorageIRI const& source, StorageIRI const& d
 std::unique_ptr<ByteStream> ProviderDecorator::openStream(StorageIRI const& location,
                                                           ByteStreamOpenOptions const& options) {
     before(Operation::OpenStream, &location);
-    return inner_->openStream(location, options);
+    return decorateStream(location, inner_->openStream(location, options), StreamKind::Plain);
 }
 
 std::unique_ptr<ByteStream>
 ProviderDecorator::openReadOnlyStream(StorageIRI const& location) const {
     before(Operation::OpenReadOnlyStream, &location);
-    return inner_->openReadOnlyStream(location);
+    return decorateStream(location, inner_->openReadOnlyStream(location), StreamKind::Plain);
 }
 
 std::unique_ptr<IFolderEntryIterator> ProviderDecorator::list(Operation operation, Listing listing,

@@ -9,7 +9,8 @@
 namespace foundation::storage::conformance {
 
 /// A provider that hands every operation to another one, and tells a derived class before. The
-/// cursors of listings are wrapped, so that what is asked of them is told too; streams are not.
+/// cursors of listings and the streams of files are wrapped, so that what is asked of them is told
+/// too. A copy that the inner provider makes reads and writes by itself, and is one operation.
 ///
 /// Made by decorate() (decorate.hpp), which adds the extensions that the inner provider has; so a
 /// derived class has a protected constructor that takes the inner provider first, and is derived
@@ -106,7 +107,10 @@ class FOUNDATION_EXPORT ProviderDecorator : public provider::IProvider,
 
     /// Called before each operation, on the thread that asks. What it throws reaches the caller,
     /// and the inner provider is not asked. The location is that of the operation, for a cursor
-    /// the listed one, for two locations the source; null for FlushFilesystem, which has none.
+    /// the listed one, for a stream that of the file, for two locations the source; null for
+    /// FlushFilesystem, which has none.
+    ///
+    /// What is thrown of a Write, or of a Close that is not of a replacement, poisons the stream.
     virtual void before(Operation operation, provider::StorageIRI const* location) const;
 
     /// One of the eight listings of a provider.
@@ -118,8 +122,21 @@ class FOUNDATION_EXPORT ProviderDecorator : public provider::IProvider,
     doList(Operation operation, Listing listing, provider::StorageIRI const& location,
            provider::ustring const& filter) const;
 
+    /// Called for reads and writes of a stream, behind before(); hand them to the inner stream. A
+    /// failure of doWrite() poisons the stream.
+    virtual long doRead(provider::ByteStream& inner, char* buffer, long count) const;
+    virtual long doWrite(provider::ByteStream& inner, char const* buffer, long count) const;
+
+    /// A replacement is published by close(), which may be tried again.
+    enum class StreamKind { Plain, Replacement };
+    /// Wraps a stream of the inner provider; null stays null.
+    std::unique_ptr<provider::ByteStream>
+    decorateStream(provider::StorageIRI const& location,
+                   std::unique_ptr<provider::ByteStream> inner, StreamKind kind) const;
+
   private:
     friend class DecoratedCursor;
+    friend class DecoratedStream;
 
     std::unique_ptr<provider::IFolderEntryIterator> list(Operation operation, Listing listing,
                                                          provider::StorageIRI const& location,

@@ -54,7 +54,8 @@ class WithReplacingStreams : public Base, public provider::extensions::IReplacin
     openReplacement(provider::StorageIRI const& location,
                     provider::ReplacementPolicy const& policy) override {
         this->before(Operation::OpenReplacement, &location);
-        return streams_.openReplacement(location, policy);
+        return this->decorateStream(location, streams_.openReplacement(location, policy),
+                                    Base::StreamKind::Replacement);
     }
 
   protected:
