@@ -24,6 +24,11 @@ class FOUNDATION_EXPORT ProviderDecorator : public provider::IProvider,
   public:
     ~ProviderDecorator() override;
 
+    /// Whether decorate() adds an extension that the inner provider has; a derived class that keeps
+    /// one back has a `handsOn` of its own.
+    template<class Extension>
+    static constexpr bool handsOn = true;
+
     std::shared_ptr<provider::IProvider> const& getInner() const noexcept { return inner_; }
 
     provider::ExistsResult exists(provider::StorageIRI const& location) const override;
