@@ -77,7 +77,26 @@ IFolderEntryIterator* CursorThatIsMovedByAsking::cloneIterator() const {
 }
 
 IFolderEntryIterator* CursorThatIsShared::cloneIterator() const {
-    return new CursorThatIsShared(inner_);
+    return new CursorThatIsShared(*this);
+}
+
+CursorThatIsShared::CursorThatIsShared(CursorThatIsShared const& other)
+    : WrappedCursor(other.inner_),
+      mutex_(other.mutex_) {}
+
+FolderEntry CursorThatIsShared::currentEntry() const {
+    std::lock_guard const lock(*mutex_);
+    return WrappedCursor::currentEntry();
+}
+
+bool CursorThatIsShared::hasNext() const {
+    std::lock_guard const lock(*mutex_);
+    return WrappedCursor::hasNext();
+}
+
+void CursorThatIsShared::advance() {
+    std::lock_guard const lock(*mutex_);
+    WrappedCursor::advance();
 }
 
 CursorOverWhatIsNotHidden::CursorOverWhatIsNotHidden(IFolderEntryIterator& all) {

@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/i_folder_entry_iterator.hpp>
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -77,10 +78,19 @@ class CursorThatIsMovedByAsking final : public WrappedCursor {
     mutable bool isAsked_ = false;
 };
 
+/// Locked, as clones are for a thread each: the flaw is the position, and no crash.
 class CursorThatIsShared final : public WrappedCursor {
   public:
     using WrappedCursor::WrappedCursor;
+    foundation::storage::provider::FolderEntry currentEntry() const override;
+    bool hasNext() const override;
+    void advance() override;
     IFolderEntryIterator* cloneIterator() const override;
+
+  private:
+    CursorThatIsShared(CursorThatIsShared const& other);
+
+    std::shared_ptr<std::mutex> const mutex_ = std::make_shared<std::mutex>();
 };
 
 class CursorOverWhatIsNotHidden final : public foundation::storage::provider::IFolderEntryIterator {

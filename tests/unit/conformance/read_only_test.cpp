@@ -114,10 +114,9 @@ TEST_F(ReadOnlyTest, HasEveryFeatureButTheRemovalOfTrees) {
 
 TEST_F(ReadOnlyTest, RefusesAlsoBehindAnotherDecorator) {
     auto const counter = decorate<CallCounter>(readOnly);
-    EXPECT_EQ(refusalOf([&] {
-                  counter->copyFile(at(u"/source"), StorageItem(counter, at(u"/x")), {});
-              }),
-              u"/x");
+    EXPECT_EQ(
+        refusalOf([&] { counter->copyFile(at(u"/source"), StorageItem(counter, at(u"/x")), {}); }),
+        u"/x");
     EXPECT_EQ(dynamic_cast<extensions::IReplacingStreams*>(counter.get()), nullptr);
 }
 
