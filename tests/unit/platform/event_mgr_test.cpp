@@ -246,6 +246,16 @@ TEST_F(EventMgrTest, SubscriberOfSeveralTagsHearsEachEventOnceAndEndsAsOne) {
     EXPECT_EQ(notes, (std::vector<std::string>{"ab 1", "ab 2"}));
 }
 
+TEST_F(EventMgrTest, SubscriberWithATagTwiceHearsEachEventOnceAndEndsAsOne) {
+    auto const connection =
+        manager.subscribe<Signal>(std::vector<ustring>{u"a", u"b", u"a"}, noting("aba "));
+    manager.notify(Signal(1, {u"a"}), Immediate);
+    manager.notify(Signal(2, {u"b", u"a"}), Immediate);
+    connection->disconnect();
+    manager.notify(Signal(3, {u"a"}), Immediate);
+    EXPECT_EQ(notes, (std::vector<std::string>{"aba 1", "aba 2"}));
+}
+
 TEST(EventMgr, ThrowingHandlerHarmsNoOtherAndIsReportedWithWhereItSubscribed) {
     std::vector<std::string> texts;
     std::size_t frames = 0;

@@ -7,6 +7,7 @@
 
 #include <boost/exception/diagnostic_information.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <sstream>
 
@@ -115,6 +116,9 @@ void EventMgr::deliver(boost::shared_ptr<BaseEvent> const& event, DeliverMode mo
 
 std::unique_ptr<Connection> EventMgr::doSubscribe(std::string const& typeName, Tags tags,
                                                   BaseHandler handler) {
+    // The table takes each tag of a subscription once, as it brings an event once for each.
+    std::sort(tags.begin(), tags.end());
+    tags.erase(std::unique(tags.begin(), tags.end()), tags.end());
     auto connection = std::make_unique<TableConnection>(
         impl_->table, typeName, std::move(tags),
         std::make_shared<Subscription>(impl_->subscribed++, std::move(handler)));
