@@ -22,7 +22,7 @@ char const* notice = nullptr;
 std::size_t noticeLength = 0;
 
 extern "C" void endWithNotice(int signal) {
-    static_cast<void>(::write(STDERR_FILENO, notice, noticeLength));
+    [[maybe_unused]] auto const written = ::write(STDERR_FILENO, notice, noticeLength);
     endBySignal(signal);
 }
 

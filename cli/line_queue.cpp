@@ -56,7 +56,7 @@ void LineQueue::letAllIn() noexcept {
 std::string LineQueue::take() {
     std::lock_guard const lock(mutex_);
     std::uint64_t count = 0;
-    static_cast<void>(::read(descriptor_, &count, sizeof count));
+    [[maybe_unused]] auto const got = ::read(descriptor_, &count, sizeof count);
     hasRoom_.notify_all();
     if (lines_.empty() && failure_ != nullptr) {
         std::rethrow_exception(std::exchange(failure_, nullptr));
@@ -70,7 +70,7 @@ std::string LineQueue::take() {
 void LineQueue::raise() const noexcept {
     // The counter cannot come near its end: it is read before the lines are so many.
     std::uint64_t const one = 1;
-    static_cast<void>(::write(descriptor_, &one, sizeof one));
+    [[maybe_unused]] auto const written = ::write(descriptor_, &one, sizeof one);
 }
 
 } // namespace cli
