@@ -1,4 +1,6 @@
 #include "command_run.hpp"
+#include "help_text.hpp"
+#include "listed_trees.hpp"
 
 #include <gmock/gmock.h>
 
@@ -8,38 +10,6 @@ namespace cli_test {
 namespace {
 
 using ::testing::HasSubstr;
-
-std::vector<std::string> linesOf(std::string const& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-// The first words of the indented lines behind `heading`.
-std::vector<std::string> listedUnder(std::string const& text, std::string const& heading) {
-    std::vector<std::string> names;
-    bool inside = false;
-    for (std::string const& line : linesOf(text)) {
-        if (line == heading) {
-            inside = true;
-        } else if (inside && line.starts_with("  ")) {
-            std::string name;
-            std::istringstream(line) >> name;
-            names.push_back(name);
-        } else {
-            inside = false;
-        }
-    }
-    return names;
-}
-
-std::vector<std::string> commands() {
-    TemporaryFolder folder;
-    return listedUnder(vfs(folder, {"--help"}).out, "Commands:");
-}
 
 // What the examples speak of.
 void prepare(TemporaryFolder const& folder) {
@@ -131,21 +101,6 @@ TEST(CommandHelp, ManualRendersWithoutWarnings) {
     EXPECT_THAT(text.out, HasSubstr("work on files and folders wherever they lie"));
 }
 
-// The letters and names of the options that a command's help shows.
-std::vector<std::string> optionsOf(std::string const& command) {
-    TemporaryFolder folder;
-    std::vector<std::string> options;
-    for (std::string const& words : listedUnder(vfs(folder, {command, "--help"}).out, "Options:")) {
-        std::istringstream in(words);
-        for (std::string option; std::getline(in, option, ',');) {
-            if (option.starts_with('-')) {
-                options.push_back(option);
-            }
-        }
-    }
-    return options;
-}
-
 TEST(CommandHelp, ManualSpeaksOfEveryCommandAndOption) {
     std::string const page = readFile(VFS_SOURCE_FOLDER "/cli/vfs.1");
     for (std::string const& command : commands()) {
@@ -160,40 +115,6 @@ TEST(CommandHelp, ManualSpeaksOfEveryCommandAndOption) {
                 << command;
         }
     }
-}
-
-TEST(CommandHelp, CompletionKnowsEveryCommandAndOption) {
-    TemporaryFolder folder;
-    std::string const script = "source " VFS_SOURCE_FOLDER "/packaging/bash-completion/vfs; ";
-    Outcome const names = shell(folder, script + "COMP_WORDS=(vfs ''); COMP_CWORD=1; _vfs; "
-                                                 "printf '%s\\n' \"${COMPREPLY[@]}\"");
-    std::vector<std::string> expected = commands();
-    expected.insert(expected.end(), {"--help", "--version"});
-    EXPECT_THAT(linesOf(names.out), ::testing::ElementsAreArray(expected));
-    for (std::string const& command : commands()) {
-        Outcome const offered = shell(folder, script + "COMP_WORDS=(vfs " + command +
-                                                  " --); COMP_CWORD=2; _vfs; "
-                                                  "printf '%s\\n' \"${COMPREPLY[@]}\"");
-        std::vector<std::string> longOptions;
-        for (std::string const& option : optionsOf(command)) {
-            if (option.starts_with("--")) {
-                longOptions.push_back(option);
-            }
-        }
-        EXPECT_THAT(linesOf(offered.out), ::testing::UnorderedElementsAreArray(longOptions))
-            << command;
-    }
-}
-
-TEST(CommandHelp, CompletionOffersFiles) {
-    TemporaryFolder folder;
-    writeFile(folder / "notes.txt", "");
-
-    Outcome const offered =
-        shell(folder, "source " VFS_SOURCE_FOLDER "/packaging/bash-completion/vfs; "
-                      "COMP_WORDS=(vfs cat no); COMP_CWORD=2; _vfs; echo \"${COMPREPLY[@]}\"");
-
-    EXPECT_EQ(offered.out, "notes.txt\n");
 }
 
 } // namespace
