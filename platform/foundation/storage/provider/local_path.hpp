@@ -8,7 +8,7 @@
 
 namespace foundation::storage::provider {
 
-/// The path that the kernel takes for a location of the local disk: decoded, `.` and `..` kept,
+/// The path that the kernel takes for a location of the local disk: decoded, dot segments kept,
 /// bytes that are not UTF-8 restored, without a trailing slash. Throws provider::Exception with
 /// code InvalidLocation, naming the location, where there is none: another scheme or a nested
 /// location, a host other than `localhost`, a query or a fragment, no path.
