@@ -1,6 +1,7 @@
 // Locations made from others: nested ones give back what they were made from, and children have
 // their names and their folders.
 
+#include "consumed_bytes.hpp"
 #include "location_checks.hpp"
 #include "require.hpp"
 
@@ -9,8 +10,6 @@
 #include <foundation/storage/provider/malformed_iri_exception.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
 
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <optional>
 
 using namespace foundation::storage::provider;
@@ -18,15 +17,8 @@ using namespace foundation::storage::provider;
 namespace {
 
 /// UTF-8 with an occasional stray byte, or any units at all.
-ustring text(FuzzedDataProvider& data) {
-    if (data.ConsumeBool()) {
-        return fl::i18n::storageNameToUstring(data.ConsumeRandomLengthString(64));
-    }
-    ustring out;
-    for (std::size_t left = data.ConsumeIntegralInRange<std::size_t>(0, 24); left > 0; --left) {
-        out += static_cast<char16_t>(data.ConsumeIntegral<std::uint16_t>());
-    }
-    return out;
+ustring text(ConsumedBytes& data) {
+    return data.flag() ? fl::i18n::storageNameToUstring(data.text(64)) : data.units(24);
 }
 
 std::optional<StorageIRI> nested(ustring const& scheme, StorageIRI const& inner,
@@ -59,17 +51,17 @@ ustring asStored(ustring const& name) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t size) {
-    FuzzedDataProvider data(bytes, size);
+    ConsumedBytes data(bytes, size);
     std::optional<StorageIRI> location;
     try {
-        location = StorageIRI(fl::i18n::storageNameToUstring(data.ConsumeRandomLengthString(96)));
+        location = StorageIRI(fl::i18n::storageNameToUstring(data.text(96)));
     } catch (MalformedIRIException const&) {
         location = StorageIRI(u"file:///a!/b");
     }
-    while (data.remaining_bytes() > 0) {
-        if (data.ConsumeBool()) {
-            ustring const scheme = data.ConsumeBool() ? u"zip" : text(data);
-            ustring const path = data.ConsumeBool() ? u"/" + text(data) : text(data);
+    while (!data.empty()) {
+        if (data.flag()) {
+            ustring const scheme = data.flag() ? u"zip" : text(data);
+            ustring const path = data.flag() ? u"/" + text(data) : text(data);
             if (auto const outer = nested(scheme, *location, path)) {
                 require(outer->getScheme() == scheme);
                 require(outer->getPath() == path);
