@@ -182,6 +182,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t siz
             continue;
         }
         std::vector<std::size_t> expected;
+        expected.reserve(subscribers.size());
         std::size_t const type = data.number(2);
         std::vector<ustring> const tagged = tags(data);
         for (Subscriber const& subscriber : subscribers) {

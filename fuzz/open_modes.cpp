@@ -83,7 +83,7 @@ ios_base::openmode standardMode(unsigned bits) {
 class TheFile {
   public:
     TheFile() : system_(std::make_shared<vfs::PluggableStorageSystem>(nullptr)) {
-        auto const store = provider::memory::buildMemoryProvider();
+        auto store = provider::memory::buildMemoryProvider();
         system_->registerPhysicalProvider("mem", [store] { return store; });
     }
 
@@ -128,7 +128,7 @@ struct Model {
         position += text.size();
     }
     std::string read(std::size_t count) {
-        std::string const text =
+        std::string text =
             position < content.size() ? content.substr(position, count) : std::string();
         position += text.size();
         return text;
