@@ -51,7 +51,7 @@ TEST(KilledCommand, IsFoundOutWhereItIsCareless) {
     std::ofstream(command) << carelessCommand;
     fs::permissions(command, fs::perms::owner_all);
 
-    KillOptions options{command.string(), testing::TempDir() + own, "/dev/shm" + own, 12, 1};
+    KillOptions options{command.string(), testing::TempDir() + own, "/dev/shm" + own, 40, 1};
     options.only = "over a tree";
     std::vector<KillResult> const results = killAtRandom(options);
     fs::remove(command);
