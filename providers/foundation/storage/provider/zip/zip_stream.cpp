@@ -171,7 +171,9 @@ class WholeMember final : public MemberStream {
         if (!content_) {
             decode();
         }
-        std::memcpy(buffer.data(), content_.get() + position, buffer.size());
+        if (!buffer.empty()) {
+            std::memcpy(buffer.data(), content_.get() + position, buffer.size());
+        }
     }
 
     void decode() {
