@@ -83,7 +83,7 @@ ZipProvider::ItemState ZipProvider::stateOfItem() const {
 
 ZipProvider::ArchivePtr ZipProvider::read() const {
     auto const archive = std::make_shared<Archive>();
-    archive->streams = std::make_shared<detail::ItemStreams>(item_);
+    archive->streams = std::make_shared<container::ItemStreams>(item_);
     archive->index = detail::readCentralDirectory(*archive->streams, options_);
     return archive;
 }

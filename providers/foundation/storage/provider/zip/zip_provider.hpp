@@ -1,11 +1,11 @@
 #pragma once
 
+#include <foundation/storage/provider/container/item_streams.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/provider/zip/detail/archive_index.hpp>
 #include <foundation/storage/provider/zip/detail/archive_walk.hpp>
-#include <foundation/storage/provider/zip/detail/item_streams.hpp>
 #include <foundation/storage/provider/zip/detail/link_targets.hpp>
 #include <foundation/storage/provider/zip/zip_cursor.hpp>
 #include <foundation/storage/provider/zip/zip_options.hpp>
@@ -77,7 +77,7 @@ class ZipProvider final : public IProvider, public extensions::ILinks {
 
     /// The item as it was when its directory was read.
     struct Archive {
-        std::shared_ptr<detail::ItemStreams> streams;
+        std::shared_ptr<container::ItemStreams> streams;
         std::shared_ptr<detail::ArchiveIndex const> index;
         detail::LinkTargets targets;
     };

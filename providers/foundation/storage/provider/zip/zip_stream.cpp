@@ -340,7 +340,7 @@ void check(Member const& member, StorageIRI const& location, ZipOptions const& o
 
 } // namespace
 
-std::unique_ptr<ByteStream> openMember(detail::ItemStreams& streams, Member const& member,
+std::unique_ptr<ByteStream> openMember(container::ItemStreams& streams, Member const& member,
                                        StorageIRI const& location, ZipOptions const& options) {
     check(member, location, options);
     try {

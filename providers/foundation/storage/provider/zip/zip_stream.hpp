@@ -1,7 +1,7 @@
 #pragma once
 
 #include <foundation/storage/provider/byte_stream.hpp>
-#include <foundation/storage/provider/zip/detail/item_streams.hpp>
+#include <foundation/storage/provider/container/item_streams.hpp>
 #include <foundation/storage/provider/zip/detail/member.hpp>
 #include <foundation/storage/provider/zip/zip_options.hpp>
 
@@ -19,7 +19,8 @@ namespace foundation::storage::provider::zip {
 /// Throws provider::Exception naming `location`: UnsupportedOperation for an encrypted member and
 /// for an unknown method, FileTooLarge beyond a bound, IOError where the header before the content
 /// is not the one that the directory tells of.
-std::unique_ptr<ByteStream> openMember(detail::ItemStreams& streams, detail::Member const& member,
-                                       StorageIRI const& location, ZipOptions const& options);
+std::unique_ptr<ByteStream> openMember(container::ItemStreams& streams,
+                                       detail::Member const& member, StorageIRI const& location,
+                                       ZipOptions const& options);
 
 } // namespace foundation::storage::provider::zip

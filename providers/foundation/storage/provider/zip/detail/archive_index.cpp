@@ -1,66 +1,16 @@
 #include <foundation/storage/provider/zip/detail/archive_index.hpp>
 
+#include <foundation/storage/provider/container/member_path.hpp>
+#include <foundation/storage/provider/container/name_hash.hpp>
 #include <foundation/storage/provider/zip/detail/dos_time.hpp>
 
 #include <algorithm>
 #include <bit>
-#include <random>
 #include <utility>
 
 namespace foundation::storage::provider::zip::detail {
 
 namespace {
-
-__extension__ using Wide = unsigned __int128;
-
-/// Of the process, so that nobody can make an archive whose names all meet in one slot: both
-/// factors of the product are secret, since one that is 0 makes all of it 0.
-class Mixer {
-  public:
-    std::uint64_t operator()(std::uint64_t a, std::uint64_t b) const noexcept {
-        Wide const product = Wide{a ^ first_} * (b ^ second_);
-        return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
-    }
-
-    static Mixer const& ofProcess() {
-        static Mixer const mixer;
-        return mixer;
-    }
-
-  private:
-    static std::uint64_t secret() {
-        std::random_device device;
-        return std::uint64_t{device()} << 32 | device();
-    }
-
-    std::uint64_t const first_ = secret();
-    std::uint64_t const second_ = secret();
-};
-
-std::uint64_t wordAt(char const* at, std::size_t size) noexcept {
-    std::uint64_t word = 0;
-    std::copy_n(at, size, reinterpret_cast<char*>(&word));
-    return word;
-}
-
-bool isPlain(std::string_view name) noexcept {
-    return !name.empty() && name != "." && name != ".." && name.size() <= 0xFFFF &&
-           name.find('\0') == std::string_view::npos;
-}
-
-bool isPlainPath(std::string_view path, std::uint32_t maximumDepth) noexcept {
-    for (std::uint32_t depth = 1; depth <= maximumDepth; ++depth) {
-        std::size_t const slash = path.find('/');
-        if (!isPlain(path.substr(0, slash))) {
-            return false;
-        }
-        if (slash == std::string_view::npos) {
-            return true;
-        }
-        path.remove_prefix(slash + 1);
-    }
-    return false;
-}
 
 /// Of a small one; the end of a large one was never touched, and so takes no memory.
 template<class Container>
@@ -110,20 +60,11 @@ std::uint64_t ArchiveIndex::memory() const noexcept {
            table_.size() * sizeof(Number);
 }
 
-std::uint64_t ArchiveIndex::hash(Number folder, std::string_view name) const noexcept {
-    Mixer const& mix = Mixer::ofProcess();
-    std::uint64_t result = mix(0, (std::uint64_t{folder} << 32) + name.size());
-    for (; name.size() > 8; name.remove_prefix(8)) {
-        result = mix(result, wordAt(name.data(), 8));
-    }
-    return mix(result, wordAt(name.data(), name.size()));
-}
-
 void ArchiveIndex::makeTable(std::size_t slots) {
     table_ = {}; // so that the old one and the new one are not there at once
     table_.assign(slots, none);
     for (Number entry = 1; entry < entries_.size(); ++entry) {
-        std::uint64_t slot = hash(entries_[entry].parent, nameOf(entry));
+        std::uint64_t slot = container::hashOfChild(entries_[entry].parent, nameOf(entry));
         while (table_[slot & (slots - 1)] != none) {
             ++slot;
         }
@@ -132,7 +73,7 @@ void ArchiveIndex::makeTable(std::size_t slots) {
 }
 
 ArchiveIndex::Number ArchiveIndex::child(Number folder, std::string_view name) const noexcept {
-    std::uint64_t slot = hash(folder, name);
+    std::uint64_t slot = container::hashOfChild(folder, name);
     for (;; ++slot) {
         Number const entry = table_[slot & (table_.size() - 1)];
         if (entry == none || (entries_[entry].parent == folder && nameOf(entry) == name)) {
@@ -160,7 +101,7 @@ ArchiveIndex::Number ArchiveIndex::enter(Number folder, std::string_view name) {
     names_ += name;
     // In reverse, until finish() turns them round: so there is no last child to remember.
     entry.next = std::exchange(entries_[folder].firstChildOrCrc, number);
-    std::uint64_t slot = hash(folder, name);
+    std::uint64_t slot = container::hashOfChild(folder, name);
     while (table_[slot & (table_.size() - 1)] != none) {
         ++slot;
     }
@@ -172,7 +113,8 @@ ArchiveIndex::Number ArchiveIndex::folderFor(std::string_view path, Added& resul
     if (path == lastFolder_) {
         return lastFolderNumber_;
     }
-    if (!isPlainPath(path, options_.maximumDepth)) { // before any folder of it is entered
+    if (!container::isMemberPath(path,
+                                 options_.maximumDepth)) { // before any folder of it is entered
         result = Added::LeftOut;
         return none;
     }
@@ -208,7 +150,7 @@ ArchiveIndex::Added ArchiveIndex::add(std::string_view path, MemberFacts const& 
     std::size_t const slash = path.rfind('/');
     bool const isAtTop = slash == std::string_view::npos;
     std::string_view const name = isAtTop ? path : path.substr(slash + 1);
-    if (!isPlain(name) || slash == 0) {
+    if (!container::isMemberName(name) || slash == 0) {
         return Added::LeftOut;
     }
     Added result = Added::Yes;

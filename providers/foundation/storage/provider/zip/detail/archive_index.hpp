@@ -99,7 +99,6 @@ class ArchiveIndex {
         std::uint64_t size;
     };
 
-    std::uint64_t hash(Number folder, std::string_view name) const noexcept;
     Number folderFor(std::string_view path, Added& result);
     Number enter(Number folder, std::string_view name);
     std::uint64_t memory() const noexcept;

@@ -1,9 +1,10 @@
 #include <foundation/storage/provider/zip/detail/central_directory.hpp>
 
 #include <foundation/storage/provider/byte_stream_failure.hpp>
+#include <foundation/storage/provider/container/item_bytes.hpp>
+#include <foundation/storage/provider/container/member_path.hpp>
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/zip/detail/extra_field.hpp>
-#include <foundation/storage/provider/zip/detail/item_bytes.hpp>
 #include <foundation/storage/provider/zip/detail/little_endian.hpp>
 #include <foundation/storage/provider/zip/detail/member_name.hpp>
 
@@ -54,7 +55,7 @@ struct Extent {
 
 class DirectoryReader {
   public:
-    DirectoryReader(ItemStreams& streams, ZipOptions const& options)
+    DirectoryReader(container::ItemStreams& streams, ZipOptions const& options)
         : location_(streams.item().getLocation()),
           maximumHeaders_(options.maximumEntries),
           item_(streams.lend()),
@@ -242,7 +243,7 @@ class DirectoryReader {
         }
         member.headerOffset += shift;
         bool const isKept = (flags & utf8) != 0 || isOfUnix(header);
-        std::string_view const path = withoutDots(
+        std::string_view const path = container::withoutDots(
             memberPath(textOf(name, nameSize), extra,
                        isKept ? NameSpelling::Kept : NameSpelling::CodePage437, converted_),
             withoutDots_);
@@ -310,7 +311,7 @@ class DirectoryReader {
 
     StorageIRI const location_;
     std::uint32_t const maximumHeaders_;
-    ItemStreams::Lent item_;
+    container::ItemStreams::Lent item_;
     std::uint64_t size_ = 0;
     std::shared_ptr<ArchiveIndex> index_;
     std::vector<unsigned char> window_;
@@ -323,7 +324,7 @@ class DirectoryReader {
 
 } // namespace
 
-std::shared_ptr<ArchiveIndex const> readCentralDirectory(ItemStreams& streams,
+std::shared_ptr<ArchiveIndex const> readCentralDirectory(container::ItemStreams& streams,
                                                          ZipOptions const& options) {
     try {
         return DirectoryReader(streams, options).read();

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <foundation/storage/provider/container/item_streams.hpp>
 #include <foundation/storage/provider/zip/detail/archive_index.hpp>
-#include <foundation/storage/provider/zip/detail/item_streams.hpp>
 #include <foundation/storage/provider/zip/zip_options.hpp>
 
 #include <memory>
@@ -15,7 +15,7 @@ namespace foundation::storage::provider::zip::detail {
 /// Throws provider::Exception naming the item: IOError for what is no archive, is cut short or
 /// contradicts itself, UnsupportedOperation for one of several volumes or with an encrypted
 /// directory, FileTooLarge beyond a bound, and what the item's provider throws.
-std::shared_ptr<ArchiveIndex const> readCentralDirectory(ItemStreams& streams,
+std::shared_ptr<ArchiveIndex const> readCentralDirectory(container::ItemStreams& streams,
                                                          ZipOptions const& options);
 
 } // namespace foundation::storage::provider::zip::detail

@@ -18,7 +18,8 @@ constexpr std::size_t mostAtOnce = std::size_t{64} * 1024;
 
 } // namespace
 
-MemberBytes::MemberBytes(ItemStreams& streams, Member const& member) : item_(streams.lend()) {
+MemberBytes::MemberBytes(container::ItemStreams& streams, Member const& member)
+    : item_(streams.lend()) {
     head_.resize(
         localHeaderSize + usualNames +
         static_cast<std::size_t>(std::min<std::uint64_t>(member.compressedSize, mostAtOnce)));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <foundation/storage/provider/zip/detail/item_streams.hpp>
+#include <foundation/storage/provider/container/item_streams.hpp>
 #include <foundation/storage/provider/zip/detail/member.hpp>
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace foundation::storage::provider::zip::detail {
 class MemberBytes {
   public:
     /// Reads the header, and what follows it, so that a small member takes one read.
-    MemberBytes(ItemStreams& streams, Member const& member);
+    MemberBytes(container::ItemStreams& streams, Member const& member);
 
     /// Whether the header is the one that the directory tells of.
     bool isAsTold() const noexcept { return isAsTold_; }
@@ -24,7 +24,7 @@ class MemberBytes {
     void readExactly(std::uint64_t position, std::span<unsigned char> buffer);
 
   private:
-    ItemStreams::Lent item_;
+    container::ItemStreams::Lent item_;
     std::uint64_t begin_ = 0; ///< of the member's bytes, in the item
     std::vector<unsigned char> head_;
     std::size_t headerSize_ = 0;

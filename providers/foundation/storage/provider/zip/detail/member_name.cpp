@@ -72,21 +72,4 @@ std::string_view memberPath(std::string_view name, std::string_view extra, NameS
     return buffer;
 }
 
-std::string_view withoutDots(std::string_view path, std::string& buffer) {
-    if (!path.starts_with("./") && path != "." && !path.ends_with("/.") &&
-        path.find("/./") == std::string_view::npos) {
-        return path;
-    }
-    buffer.clear();
-    for (std::size_t slash = 0; slash != std::string_view::npos;) {
-        slash = path.find('/');
-        std::size_t const size = slash == std::string_view::npos ? path.size() : slash + 1;
-        if (path.substr(0, slash) != ".") {
-            buffer += path.substr(0, size);
-        }
-        path.remove_prefix(size);
-    }
-    return buffer;
-}
-
 } // namespace foundation::storage::provider::zip::detail

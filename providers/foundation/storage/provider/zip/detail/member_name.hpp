@@ -15,8 +15,4 @@ enum class NameSpelling { Kept, CodePage437 };
 std::string_view memberPath(std::string_view name, std::string_view extra, NameSpelling spelling,
                             std::string& buffer);
 
-/// A path without its segments `.`, with which some tools begin every name. `buffer` may come to
-/// hold it.
-std::string_view withoutDots(std::string_view path, std::string& buffer);
-
 } // namespace foundation::storage::provider::zip::detail

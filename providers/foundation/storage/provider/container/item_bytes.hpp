@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-namespace foundation::storage::provider::zip::detail {
+namespace foundation::storage::provider::container {
 
 /// The bytes of the item that an archive is, read at any position through a stream of its own. For
 /// one thread at a time. Failures are those of the item's provider and stream.
@@ -33,4 +33,4 @@ class ItemBytes {
     bool isGood_ = true;
 };
 
-} // namespace foundation::storage::provider::zip::detail
+} // namespace foundation::storage::provider::container

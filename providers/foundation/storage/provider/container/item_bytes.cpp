@@ -1,8 +1,8 @@
-#include <foundation/storage/provider/zip/detail/item_bytes.hpp>
+#include <foundation/storage/provider/container/item_bytes.hpp>
 
 #include <algorithm>
 
-namespace foundation::storage::provider::zip::detail {
+namespace foundation::storage::provider::container {
 
 namespace {
 
@@ -49,4 +49,4 @@ std::uint64_t ItemBytes::size() {
     return position_;
 }
 
-} // namespace foundation::storage::provider::zip::detail
+} // namespace foundation::storage::provider::container

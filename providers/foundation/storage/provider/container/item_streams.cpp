@@ -1,8 +1,8 @@
-#include <foundation/storage/provider/zip/detail/item_streams.hpp>
+#include <foundation/storage/provider/container/item_streams.hpp>
 
 #include <utility>
 
-namespace foundation::storage::provider::zip::detail {
+namespace foundation::storage::provider::container {
 
 namespace {
 
@@ -42,4 +42,4 @@ void ItemStreams::Return::operator()(ItemBytes* bytes) const noexcept {
     }
 }
 
-} // namespace foundation::storage::provider::zip::detail
+} // namespace foundation::storage::provider::container

@@ -1,13 +1,13 @@
 #pragma once
 
+#include <foundation/storage/provider/container/item_bytes.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
-#include <foundation/storage/provider/zip/detail/item_bytes.hpp>
 
 #include <memory>
 #include <mutex>
 #include <vector>
 
-namespace foundation::storage::provider::zip::detail {
+namespace foundation::storage::provider::container {
 
 /// Streams on the item that an archive is, lent to one reader each. Where the item lies in another
 /// container, up to two of them are kept for the next reader: one that decodes would have to begin
@@ -33,4 +33,4 @@ class ItemStreams : public std::enable_shared_from_this<ItemStreams> {
     std::vector<std::unique_ptr<ItemBytes>> idle_; ///< guarded by the mutex
 };
 
-} // namespace foundation::storage::provider::zip::detail
+} // namespace foundation::storage::provider::container
