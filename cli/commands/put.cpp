@@ -49,6 +49,13 @@ class Source {
         }
     }
 
+    // A storage may find out only here that it did not deliver what it should have.
+    void close() {
+        if (device_) {
+            device_->close();
+        }
+    }
+
   private:
     std::optional<vfs::IODevice> device_;
     std::optional<std::uint64_t> total_;
@@ -56,7 +63,7 @@ class Source {
 
 void put(Invocation& invocation, std::optional<Location> const& from, Location const& to,
          NewContent::IfThere ifThere) {
-    Source const source(invocation.system(), from);
+    Source source(invocation.system(), from);
     NewContent content(invocation.system(), to, ifThere);
     // A person who types the bytes has the line in front of them.
     bool const typed = !from && ::isatty(STDIN_FILENO) == 1;
@@ -75,6 +82,7 @@ void put(Invocation& invocation, std::optional<Location> const& from, Location c
         }
     }
     throwIfInterrupted();
+    source.close();
     content.publish();
 }
 

@@ -25,9 +25,9 @@ using FileStreambuf = boost::iostreams::filtering_streambuf<boost::iostreams::se
 /// - Failing to open is an exception (vfs::Exception and what else File::open throws), not failbit.
 /// - `out` alone keeps the content and needs an existing file; a mode that opens nothing throws
 ///   std::runtime_error.
-/// - A device failure during a stream operation sets badbit. close() reports as IOCloseException
-/// what
-///   fails in the device's close, not a failed flush; the destructor drops both.
+/// - A device failure during a stream operation sets badbit; seekp() lets it through as it is.
+///   close() reports as IOCloseException what fails in the device's close, not a failed flush; the
+///   destructor drops both.
 /// For one thread at a time.
 class FOUNDATION_EXPORT fstream : public std::basic_iostream<char> {
   public:
