@@ -1,6 +1,11 @@
-// The inside of an archive is held to what the archive holds.
+// The inside of an archive is held to what the archive holds, and what is written to all that a
+// folder of a disk is held to.
+
+#include "unit/conformance/contract_places.hpp"
 
 #include <foundation/storage/conformance/contract_gtest.hpp>
+#include <foundation/storage/conformance/decorate.hpp>
+#include <foundation/storage/conformance/read_only.hpp>
 #include <foundation/storage/provider/byte_stream.hpp>
 #include <foundation/storage/provider/byte_stream_open_options.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
@@ -84,7 +89,7 @@ Place archivePlace() {
     std::string const bytes = archive.bytes();
     stream->write(bytes.data(), static_cast<long>(bytes.size()));
     stream->close();
-    return {zip::buildZipProvider(StorageItem(store, file)),
+    return {zip::buildZipProvider(StorageItem(decorate<ReadOnly>(store), file)),
             StorageIRI(u"zip:mem:/archive.zip!/"),
             {{u"folder", Kind::Folder, {}},
              {u"folder/empty", Kind::File, {}},
@@ -95,14 +100,54 @@ Place archivePlace() {
              {u"\u00e4 b", Kind::File, "more"}}};
 }
 
-int const tests =
-    registerContractTests({.name = "Zip",
-                           .makePlace = archivePlace,
-                           .unsupported = changingAbilities | Ability::ChangeEvents |
-                                          Ability::RecursiveChangeEvents | Ability::Flushing});
+/// An empty archive in a place of another kind.
+template<Place (*outerPlace)()>
+Place newArchive() {
+    Place outer = outerPlace();
+    StorageIRI const file(outer.folder, u"archive.zip");
+    outer.provider->createFile(file);
+    return {zip::buildZipProvider(StorageItem(outer.provider, file)),
+            StorageIRI(u"zip", file, u"/"),
+            {},
+            outer.keeper};
+}
+
+constexpr AbilitySet notOfArchives = Ability::ChangeEvents | Ability::RecursiveChangeEvents;
+
+Contract writable(char const* name, Place (*makePlace)()) {
+    return {.name = name,
+            .makePlace = makePlace,
+            .unsupported = notOfArchives,
+            .deviations = {
+                {"Attributes.ATimeOfMicrosecondsIsKept", "archives tell times in seconds"},
+                {"Attributes.ATimeBeforeTheEpochIsKept", "archives tell times in seconds"},
+                {"Links.AFolderGetsTheAttributesThatAreGivenAndKeepsTheOthers",
+                 "archives tell times in seconds"},
+            }};
+}
+
+int const readOnlyTests = registerContractTests(
+    {.name = "Zip",
+     .makePlace = archivePlace,
+     .unsupported = changingAbilities | notOfArchives,
+     .deviations = {
+         {"Declarations.TheFeaturesAreThoseDeclared", "it is only the item that cannot be written"},
+         {"Declarations.TheExtensionsAreThoseDeclared",
+          "it is only the item that cannot be written"},
+     }});
+
+int const memoryTests =
+    registerContractTests(writable("ZipInMemory", newArchive<conformance_test::memoryPlace>));
+int const localTests =
+    registerContractTests(writable("ZipOnDisk", newArchive<conformance_test::localPlace>));
+int const nestedTests = registerContractTests(
+    writable("ZipInZipOnDisk", newArchive<newArchive<conformance_test::localPlace>>));
 
 TEST(ZipContract, IsMoreThanRefusals) {
-    EXPECT_GT(tests, 70);
+    EXPECT_GT(readOnlyTests, 70);
+    EXPECT_GT(memoryTests, 330);
+    EXPECT_EQ(localTests, memoryTests);
+    EXPECT_EQ(nestedTests, memoryTests);
 }
 
 } // namespace

@@ -107,26 +107,6 @@ TEST_F(ZipProvider, RefusesWhatIsOfTheWrongKind) {
               1);
 }
 
-TEST_F(ZipProvider, RefusesEveryChange) {
-    auto const policy = ReplacementPolicy::ReplaceExisting;
-    auto& links = dynamic_cast<extensions::ILinks&>(*provider_);
-    std::array<std::function<void()>, 11> const changes{
-        [&] { provider_->createFile(at("x")); },
-        [&] { provider_->createFolder(at("x")); },
-        [&] { provider_->createFolderRecursive(at("x")); },
-        [&] { provider_->removeFile(at("d/f")); },
-        [&] { provider_->removeFolder(at("d")); },
-        [&] { provider_->removeFolderRecursively(at("d")); },
-        [&] { provider_->setLastModified(at("d/f"), {}); },
-        [&] { provider_->setWritable(at("d/f"), false); },
-        [&] { provider_->moveFile(at("d/f"), at("x"), policy); },
-        [&] { provider_->openStream(at("d/f"), {}); },
-        [&] { links.createLink(at("x"), u"d"); }};
-    for (auto const& change : changes) {
-        EXPECT_EQ(codeOf(change), 7);
-    }
-}
-
 TEST_F(ZipProvider, ListsInTheArchivesOrder) {
     EXPECT_THAT(namesOf(provider_->listAll(at(""), u"")), ElementsAre("link", "d/"));
     EXPECT_THAT(namesOf(provider_->listFiles(at(""), u"")), ElementsAre("link"));

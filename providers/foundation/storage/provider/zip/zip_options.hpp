@@ -2,11 +2,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace foundation::storage::provider::zip {
 
-/// What an archive may ask of its reader. An archive beyond a bound is refused with code
-/// FileTooLarge when it is first used, a member when it is opened. A plain value.
+/// What an archive may ask of its reader, and how one is written. An archive beyond a bound is
+/// refused with code FileTooLarge when it is first used, a member when it is opened. A plain value.
 struct ZipOptions {
     /// Members and folders, also those that only the names of others imply.
     std::uint32_t maximumEntries = 1'000'000;
@@ -22,6 +23,14 @@ struct ZipOptions {
     /// Up to this size a compressed member is decoded as a whole, which takes as much memory and
     /// the least time; a larger one piece by piece.
     std::size_t wholeMemberSize = std::size_t{4} * 1024 * 1024;
+
+    /// Bytes of changed content that are kept in memory until they are flushed. What is more goes
+    /// to a temporary file without a name.
+    std::size_t maximumPendingMemory = std::size_t{64} * 1024 * 1024;
+    /// Where that file is; empty for /var/tmp, and /tmp where that does not do.
+    std::string temporaryFolder = {};
+    /// Of what is deflated: 1 is the fastest, 9 the smallest.
+    int compressionLevel = 6;
 };
 
 } // namespace foundation::storage::provider::zip

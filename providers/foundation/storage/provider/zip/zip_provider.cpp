@@ -2,44 +2,29 @@
 
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/zip/detail/archive_path.hpp>
+#include <foundation/storage/provider/zip/detail/archive_walk.hpp>
 #include <foundation/storage/provider/zip/detail/central_directory.hpp>
+#include <foundation/storage/provider/zip/pending_cursor.hpp>
+#include <foundation/storage/provider/zip/pending_stream.hpp>
 #include <foundation/storage/provider/zip/zip_stream.hpp>
 
 #include <fl/i18n/conversion.hpp>
 
-#include <algorithm>
-#include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 namespace foundation::storage::provider::zip {
 
 using detail::ArchiveIndex;
-using detail::ArchivePlace;
 using detail::EntryKind;
 using detail::LastLink;
 using Kinds = ZipSelection::Kinds;
 
 namespace {
 
-/// As long as a path may be for the kernel.
-constexpr std::uint64_t longestTarget = 4096;
-
 [[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
     throw Exception(code, location);
-}
-
-/// The path in the archive, as its names are spelled there; a name that no archive can hold is in
-/// none.
-std::string pathOf(StorageIRI const& location) {
-    if (!location.hasPath() || !location.hasInnerIRI() || location.hasQuery() ||
-        location.hasFragment()) {
-        fail(ErrorCode::InvalidLocation, location);
-    }
-    try {
-        return fl::i18n::ustringToStorageName(location.getResolvedPath());
-    } catch (std::range_error const&) {
-        fail(ErrorCode::InvalidLocation, location);
-    }
 }
 
 char const* methodName(std::uint16_t method) {
@@ -72,6 +57,7 @@ std::string octal(unsigned mode) {
 ZipProvider::ZipProvider(StorageItem item, ZipOptions const& options)
     : item_(std::move(item)),
       options_(options),
+      space_(std::make_shared<detail::PendingSpace>(options)),
       itemState_(stateOfItem()) {
     archive_ = read();
 }
@@ -88,14 +74,32 @@ ZipProvider::ArchivePtr ZipProvider::read() const {
     return archive;
 }
 
-ZipProvider::ArchivePtr ZipProvider::archive() const {
+ZipProvider::View ZipProvider::view() const {
     ItemState const now = stateOfItem();
     std::lock_guard const lock(mutex_);
     if (now != itemState_) {
-        archive_ = read();
-        itemState_ = now;
+        lookAgain();
     }
-    return archive_;
+    return {archive_, pending_};
+}
+
+/// REQUIRES: the mutex is held, so that nobody flushes.
+void ZipProvider::lookAgain() const {
+    ItemState const now = stateOfItem(); // what was seen before may have been flushed away
+    if (now == itemState_) {
+        return;
+    }
+    if (pending_ && hasChanges()) {
+        fail(ErrorCode::ResourceInUse, item_.getLocation());
+    }
+    pending_.reset();
+    archive_ = read();
+    itemState_ = now;
+}
+
+/// REQUIRES: the mutex is held.
+bool ZipProvider::hasChanges() const noexcept {
+    return space_->changes() != flushedChanges_ || space_->hasWriter();
 }
 
 std::string ZipProvider::linkTarget(Archive& archive, Number link,
@@ -104,7 +108,7 @@ std::string ZipProvider::linkTarget(Archive& archive, Number link,
         return *std::move(known);
     }
     detail::Member const member = archive.index->memberOf(link);
-    if (member.size > longestTarget) {
+    if (member.size > detail::longestTarget) {
         fail(ErrorCode::InvalidLocation, location);
     }
     try {
@@ -120,78 +124,104 @@ std::string ZipProvider::linkTarget(Archive& archive, Number link,
     }
 }
 
-ArchivePlace ZipProvider::placeOf(Archive& archive, StorageIRI const& location,
-                                  LastLink last) const {
-    return detail::walk(*archive.index, pathOf(location), last,
-                        [&](Number link) { return linkTarget(archive, link, location); });
+ZipProvider::Tree::Place ZipProvider::walkTo(View const& view, StorageIRI const& location,
+                                             LastLink last, Node* from,
+                                             std::string_view path) const {
+    return detail::walk(*view.pending, from, path, last, [&](Node* link) {
+        return link->base != ArchiveIndex::none ? linkTarget(*view.archive, link->base, location)
+                                                : link->target;
+    });
 }
 
-ZipProvider::Found ZipProvider::find(StorageIRI const& location, LastLink last) const {
-    ArchivePtr archive = this->archive();
-    ArchivePlace const place = placeOf(*archive, location, last);
+/// Calls with the tree that there is, the view that it is of, and a function that goes the path of
+/// the location in it.
+template<class Question>
+auto ZipProvider::ask(StorageIRI const& location, Question const& question) const {
+    View const view = this->view();
+    std::string const path = detail::pathInArchive(location);
+    if (view.pending) {
+        Tree& tree = *view.pending;
+        std::lock_guard const lock(tree.mutex);
+        return question(tree, view, [&](LastLink last) {
+            return walkTo(view, location, last, tree.rootHandle(), path);
+        });
+    }
+    ArchiveIndex const& index = *view.archive->index;
+    return question(index, view, [&](LastLink last) {
+        return detail::walk(index, index.rootHandle(), path, last,
+                            [&](Number link) { return linkTarget(*view.archive, link, location); });
+    });
+}
+
+namespace {
+
+/// What a path leads to, links followed.
+template<class Walk>
+auto existing(Walk const& walkTo, LastLink last, StorageIRI const& location) {
+    auto const place = walkTo(last);
     if (place.error) {
         fail(*place.error, location);
     }
-    auto index = archive->index;
-    return {std::move(archive), std::move(index), place.entry};
-}
-
-ZipProvider::Found ZipProvider::findFolder(StorageIRI const& location) const {
-    Found found = find(location, LastLink::Followed);
-    if (!found.index->isFolder(found.entry)) {
-        fail(ErrorCode::ResourceNotFound, location);
-    }
-    return found;
+    return place.entry;
 }
 
 /// What a link leads to, and the link itself where that is nothing.
-ZipProvider::Found ZipProvider::findFollowed(StorageIRI const& location) const {
-    ArchivePtr archive = this->archive();
-    ArchivePlace place = placeOf(*archive, location, LastLink::Followed);
-    if (place.error) {
-        place = placeOf(*archive, location, LastLink::Itself);
-    }
-    if (place.error) {
-        fail(*place.error, location);
-    }
-    auto index = archive->index;
-    return {std::move(archive), std::move(index), place.entry};
+template<class Walk>
+auto described(Walk const& walkTo, StorageIRI const& location) {
+    auto const place = walkTo(LastLink::Followed);
+    return place.error ? existing(walkTo, LastLink::Itself, location) : place.entry;
 }
 
-ExistsResult ZipProvider::exists(StorageIRI const& location) const {
-    ArchivePtr const archive = this->archive();
-    ArchiveIndex const* const index = archive->index.get();
-    ArchivePlace const place = placeOf(*archive, location, LastLink::Itself);
+/// For a question: absence is an answer.
+template<class Walk>
+auto lookUp(Walk const& walkTo, StorageIRI const& location) {
+    auto place = walkTo(LastLink::Itself);
     if (place.error && *place.error != ErrorCode::ResourceNotFound) {
         fail(*place.error, location);
     }
-    return place.error                    ? ExistsResult::Nothing
-           : index->isFolder(place.entry) ? ExistsResult::Folder
-                                          : ExistsResult::File;
+    return place;
+}
+
+/// The member that an entry is, unless it has other bytes by now.
+ArchiveIndex::Number memberIn(ArchiveIndex const&, ArchiveIndex::Number entry) {
+    return entry;
+}
+ArchiveIndex::Number memberIn(detail::PendingTree const&, detail::PendingNode const* node) {
+    return node->content ? ArchiveIndex::none : node->base;
+}
+
+} // namespace
+
+ExistsResult ZipProvider::exists(StorageIRI const& location) const {
+    return ask(location, [&](auto const& tree, View const&, auto const& walkTo) {
+        auto const place = lookUp(walkTo, location);
+        return place.error                  ? ExistsResult::Nothing
+               : tree.isFolder(place.entry) ? ExistsResult::Folder
+                                            : ExistsResult::File;
+    });
 }
 
 ExtendedExistsResult ZipProvider::existsExtended(StorageIRI const& location) const {
-    ArchivePtr const archive = this->archive();
-    ArchiveIndex const* const index = archive->index.get();
-    ArchivePlace const place = placeOf(*archive, location, LastLink::Itself);
-    if (place.error) {
-        if (*place.error != ErrorCode::ResourceNotFound) {
-            fail(*place.error, location);
+    return ask(location, [&](auto const& tree, View const&, auto const& walkTo) {
+        auto const place = lookUp(walkTo, location);
+        if (place.error) {
+            return ExtendedExistsResult::Nothing;
         }
-        return ExtendedExistsResult::Nothing;
-    }
-    switch (index->kindOf(place.entry)) {
-    case EntryKind::Folder:
-        return ExtendedExistsResult::Folder;
-    case EntryKind::File:
-        return ExtendedExistsResult::File;
-    case EntryKind::Link:
-        break;
-    }
-    ArchivePlace const target = placeOf(*archive, location, LastLink::Followed);
-    return target.error                    ? ExtendedExistsResult::DanglingLink
-           : index->isFolder(target.entry) ? ExtendedExistsResult::LinkToFolder
-                                           : ExtendedExistsResult::LinkToFile;
+        switch (tree.kindOf(place.entry)) {
+        case EntryKind::Folder:
+            return ExtendedExistsResult::Folder;
+        case EntryKind::File:
+            return ExtendedExistsResult::File;
+        case EntryKind::Other:
+            return ExtendedExistsResult::Other;
+        case EntryKind::Link:
+            break;
+        }
+        auto const target = walkTo(LastLink::Followed);
+        return target.error                  ? ExtendedExistsResult::DanglingLink
+               : tree.isFolder(target.entry) ? ExtendedExistsResult::LinkToFolder
+                                             : ExtendedExistsResult::LinkToFile;
+    });
 }
 
 bool ZipProvider::fileExists(StorageIRI const& location) const {
@@ -199,10 +229,10 @@ bool ZipProvider::fileExists(StorageIRI const& location) const {
 }
 
 bool ZipProvider::folderExists(StorageIRI const& location) const {
-    ArchivePtr const archive = this->archive();
-    ArchiveIndex const* const index = archive->index.get();
-    ArchivePlace const place = placeOf(*archive, location, LastLink::Followed);
-    return !place.error && index->isFolder(place.entry);
+    return ask(location, [&](auto const& tree, View const&, auto const& walkTo) {
+        auto const place = walkTo(LastLink::Followed);
+        return !place.error && tree.isFolder(place.entry);
+    });
 }
 
 bool ZipProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) const {
@@ -210,8 +240,8 @@ bool ZipProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) 
     case ExtendedFeature::RecursiveListing:
     case ExtendedFeature::FlatWildcardListing:
     case ExtendedFeature::RecursiveWildcardListing:
-        return true;
     case ExtendedFeature::RecursiveFolderRemoval:
+        return true;
     case ExtendedFeature::RecursiveChangeEvents:
         break;
     }
@@ -219,115 +249,160 @@ bool ZipProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) 
 }
 
 StorageIRI ZipProvider::getCanonicalLocation(StorageIRI const& location) const {
-    ArchivePtr const archive = this->archive();
-    ArchiveIndex const* const index = archive->index.get();
-    // What is missing has a place too, be it the path itself or what a link leads to.
-    ArchivePlace const place = placeOf(*archive, location, LastLink::Followed);
-    if (place.error && place.folder == ArchiveIndex::none) {
-        fail(*place.error, location);
-    }
-    std::string path = place.name;
-    Number const from = place.error ? place.folder : place.entry;
-    for (Number entry = from; entry != ArchiveIndex::root; entry = index->parentOf(entry)) {
-        path = std::string(index->nameOf(entry)) + (path.empty() ? "" : "/") + path;
-    }
+    std::string const path = ask(location, [&](auto const& tree, View const&, auto const& walkTo) {
+        // What is missing has a place too, be it the path itself or what a link leads to.
+        auto const place = walkTo(LastLink::Followed);
+        auto const none = std::remove_cvref_t<decltype(tree)>::none;
+        if (place.error && place.folder == none) {
+            fail(*place.error, location);
+        }
+        std::string text = place.name;
+        for (auto entry = place.error ? place.folder : place.entry; entry != tree.rootHandle();
+             entry = tree.parentOf(entry)) {
+            text = std::string(tree.nameOf(entry)) + (text.empty() ? "" : "/") + text;
+        }
+        return text;
+    });
     StorageIRI const root(location.getScheme(), item_.getCanonicalLocation(), u"/");
     return path.empty() ? root : StorageIRI(root, fl::i18n::storageNameToUstring(path));
 }
 
 FileAttributes ZipProvider::getFileAttributes(StorageIRI const& location) const {
-    Found const found = findFollowed(location);
-    if (found.index->isFolder(found.entry)) {
-        fail(ErrorCode::InvalidLocation, location);
-    }
-    return FileAttributes(found.index->attributesOf(found.entry));
+    return ask(location, [&](auto const& tree, View const&, auto const& walkTo) {
+        auto const entry = described(walkTo, location);
+        if (tree.isFolder(entry)) {
+            fail(ErrorCode::InvalidLocation, location);
+        }
+        return FileAttributes(tree.attributesOf(entry));
+    });
 }
 
 FolderAttributes ZipProvider::getFolderAttributes(StorageIRI const& location) const {
-    Found const found = findFolder(location);
-    return FolderAttributes(found.index->attributesOf(found.entry));
+    return ask(location, [&](auto const& tree, View const&, auto const& walkTo) {
+        auto const entry = existing(walkTo, LastLink::Followed, location);
+        if (!tree.isFolder(entry)) {
+            fail(ErrorCode::ResourceNotFound, location);
+        }
+        return FolderAttributes(tree.attributesOf(entry));
+    });
 }
 
 ExtendedAttributes ZipProvider::getExtendedAttributes(StorageIRI const& location) const {
-    Found const found = findFollowed(location);
-    AttributeValues const values = found.index->attributesOf(found.entry);
-    ExtendedAttributes result{{"posix.mode", octal(values.mode.value_or(0))}};
-    if (found.entry == ArchiveIndex::root && found.index->leftOut() != 0) {
-        result["zip.left-out"] = std::to_string(found.index->leftOut());
-    }
-    if (!found.index->isFolder(found.entry)) {
-        detail::Member const member = found.index->memberOf(found.entry);
-        result["zip.method"] = methodName(member.method);
-        result["zip.compressed-size"] = std::to_string(member.compressedSize);
-        if (member.isEncrypted) {
-            result["zip.encrypted"] = "yes";
+    return ask(location, [&](auto const& tree, View const& view, auto const& walkTo) {
+        auto const entry = described(walkTo, location);
+        ArchiveIndex const& index = *view.archive->index;
+        ExtendedAttributes result{{"posix.mode", octal(tree.attributesOf(entry).mode.value_or(0))}};
+        if (entry == tree.rootHandle() && index.leftOut() != 0) {
+            result["zip.left-out"] = std::to_string(index.leftOut());
         }
-    }
-    return result;
+        Number const number = memberIn(tree, entry);
+        if (!tree.isFolder(entry) && number != ArchiveIndex::none) {
+            detail::Member const member = index.memberOf(number);
+            result["zip.method"] = methodName(member.method);
+            result["zip.compressed-size"] = std::to_string(member.compressedSize);
+            if (member.isEncrypted) {
+                result["zip.encrypted"] = "yes";
+            }
+        }
+        return result;
+    });
 }
 
-void ZipProvider::setLastModified(StorageIRI const& location, boost::posix_time::ptime const&) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+namespace {
+
+std::shared_ptr<detail::PendingContent> contentIn(ArchiveIndex const&, ArchiveIndex::Number) {
+    return nullptr;
 }
-void ZipProvider::setWritable(StorageIRI const& location, bool) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+std::shared_ptr<detail::PendingContent> contentIn(detail::PendingTree const&,
+                                                  detail::PendingNode const* node) {
+    return node->content;
 }
-void ZipProvider::createFile(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
-}
-void ZipProvider::createFolder(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
-}
-void ZipProvider::createFolderRecursive(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
-}
-void ZipProvider::createLink(StorageIRI const& location, ustring const&) {
-    fail(ErrorCode::ReadOnlyProvider, location);
-}
-void ZipProvider::removeFile(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
-}
-void ZipProvider::removeFolder(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
-}
-void ZipProvider::removeFolderRecursively(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
-}
-void ZipProvider::moveFile(StorageIRI const& source, StorageIRI const&, ReplacementPolicy const&) {
-    fail(ErrorCode::ReadOnlyProvider, source);
-}
-void ZipProvider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
-                             ReplacementPolicy const&) {
-    bool const isOntoItself = source == destination || source.isAncestorOf(destination);
-    fail(isOntoItself ? ErrorCode::InvalidLocation : ErrorCode::ReadOnlyProvider, source);
-}
-std::unique_ptr<ByteStream> ZipProvider::openStream(StorageIRI const& location,
-                                                    ByteStreamOpenOptions const&) {
-    fail(ErrorCode::ReadOnlyProvider, location);
-}
+
+} // namespace
 
 std::unique_ptr<ByteStream> ZipProvider::openReadOnlyStream(StorageIRI const& location) const {
-    Found const found = find(location, LastLink::Followed);
-    if (found.index->isFolder(found.entry)) {
-        fail(ErrorCode::InvalidLocation, location);
+    ArchivePtr archive;
+    Readable const found =
+        ask(location, [&](auto const& tree, View const& view, auto const& walkTo) {
+            auto const entry = existing(walkTo, LastLink::Followed, location);
+            switch (tree.kindOf(entry)) {
+            case EntryKind::Folder:
+                fail(ErrorCode::InvalidLocation, location);
+            case EntryKind::Other:
+                fail(ErrorCode::UnsupportedOperation, location);
+            case EntryKind::File:
+            case EntryKind::Link:
+                break;
+            }
+            archive = view.archive;
+            Number const number = memberIn(tree, entry);
+            return Readable{contentIn(tree, entry), number == ArchiveIndex::none
+                                                        ? detail::Member()
+                                                        : view.archive->index->memberOf(number)};
+        });
+    if (found.content) {
+        return std::make_unique<PendingStream>(found.content, StreamAccess::Read,
+                                               StreamWriting::AtPosition);
     }
-    return openMember(*found.archive->streams, found.index->memberOf(found.entry), location,
-                      options_);
+    return openMember(*archive->streams, found.member, location, options_);
 }
 
-ustring ZipProvider::readLink(StorageIRI const& location) const {
-    Found const found = find(location, LastLink::Itself);
-    if (found.index->kindOf(found.entry) != EntryKind::Link) {
-        fail(ErrorCode::InvalidLocation, location);
-    }
-    return fl::i18n::storageNameToUstring(linkTarget(*found.archive, found.entry, location));
+namespace {
+
+/// A link that has its target itself.
+std::optional<std::string> ownTarget(ArchiveIndex const&, ArchiveIndex::Number) {
+    return std::nullopt;
 }
+std::optional<std::string> ownTarget(detail::PendingTree const&, detail::PendingNode const* link) {
+    return link->base == ArchiveIndex::none ? std::optional(link->target) : std::nullopt;
+}
+
+} // namespace
+
+ustring ZipProvider::readLink(StorageIRI const& location) const {
+    std::string const target =
+        ask(location, [&](auto const& tree, View const& view, auto const& walkTo) {
+            auto const entry = existing(walkTo, LastLink::Itself, location);
+            if (tree.kindOf(entry) != EntryKind::Link) {
+                fail(ErrorCode::InvalidLocation, location);
+            }
+            std::optional<std::string> own = ownTarget(tree, entry);
+            return own ? *std::move(own)
+                       : linkTarget(*view.archive, memberIn(tree, entry), location);
+        });
+    return fl::i18n::storageNameToUstring(target);
+}
+
+namespace {
+
+std::unique_ptr<IFolderEntryIterator> cursorOver(ArchiveIndex const&,
+                                                 std::shared_ptr<ArchiveIndex const> index,
+                                                 std::shared_ptr<detail::PendingTree> const&,
+                                                 ArchiveIndex::Number folder, StorageIRI const&,
+                                                 ZipSelection selection) {
+    return std::make_unique<ZipCursor>(std::make_shared<ZipListing const>(
+        ZipListing{std::move(index), folder, std::move(selection)}));
+}
+std::unique_ptr<IFolderEntryIterator>
+cursorOver(detail::PendingTree const& tree, std::shared_ptr<ArchiveIndex const> const&,
+           std::shared_ptr<detail::PendingTree> pending, detail::PendingNode* folder,
+           StorageIRI const& location, ZipSelection selection) {
+    return std::make_unique<PendingCursor>(std::make_shared<PendingListing const>(
+        PendingListing{std::move(pending), tree.share(folder), location, std::move(selection)}));
+}
+
+} // namespace
 
 std::unique_ptr<IFolderEntryIterator> ZipProvider::list(StorageIRI const& location,
                                                         ZipSelection selection) const {
-    Found const found = findFolder(location);
-    return std::make_unique<ZipCursor>(std::make_shared<ZipListing const>(
-        ZipListing{found.index, found.entry, std::move(selection)}));
+    return ask(location, [&](auto const& tree, View const& view, auto const& walkTo) {
+        auto const folder = existing(walkTo, LastLink::Followed, location);
+        if (!tree.isFolder(folder)) {
+            fail(ErrorCode::ResourceNotFound, location);
+        }
+        return cursorOver(tree, view.archive->index, view.pending, folder, location,
+                          std::move(selection));
+    });
 }
 
 std::unique_ptr<IFolderEntryIterator> ZipProvider::listAll(StorageIRI const& location,

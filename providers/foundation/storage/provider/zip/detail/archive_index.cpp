@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/container/member_path.hpp>
 #include <foundation/storage/provider/container/name_hash.hpp>
 #include <foundation/storage/provider/zip/detail/dos_time.hpp>
+#include <foundation/storage/provider/zip/detail/member_headers.hpp>
 
 #include <algorithm>
 #include <bit>
@@ -25,8 +26,6 @@ constexpr std::uint16_t usualFolderMode = 0755;
 constexpr std::uint64_t in32Bits = 0xFFFFFFFF;
 /// Of a central header without a name.
 constexpr std::uint64_t leastHeaderSize = 46;
-/// What stands before the content of a member, without its name.
-constexpr std::uint64_t localHeaderSize = 30;
 
 } // namespace
 
@@ -178,6 +177,7 @@ void ArchiveIndex::describe(Entry& entry, MemberFacts const& facts) {
     entry.mode = facts.mode;
     entry.time = facts.time.value;
     entry.isDosTime = facts.time.isDos;
+    entry.isLateTime = facts.time.isLate;
     entry.isImplied = false;
     entry.isLonger = facts.isLonger;
     if (facts.kind != EntryKind::Folder) {
@@ -272,6 +272,16 @@ Member ArchiveIndex::memberOf(Number file) const noexcept {
     return member;
 }
 
+std::uint64_t ArchiveIndex::firstMember() const noexcept {
+    std::uint64_t first = ~std::uint64_t{0};
+    for (Number entry = 0; entry < entries_.size(); ++entry) {
+        if (!entries_[entry].isImplied) {
+            first = std::min(first, memberOf(entry).headerOffset);
+        }
+    }
+    return first;
+}
+
 AttributeValues ArchiveIndex::attributesOf(Number number) const {
     Entry const& entry = entries_[number];
     AttributeValues values;
@@ -281,8 +291,9 @@ AttributeValues ArchiveIndex::attributesOf(Number number) const {
     values.mode = entry.mode;
     values.writable = (entry.mode & 0200) != 0;
     values.lastModified.seconds =
-        entry.isDosTime ? secondsOfDosTime(entry.time)
-                        : static_cast<std::int64_t>(static_cast<std::int32_t>(entry.time));
+        entry.isDosTime    ? secondsOfDosTime(entry.time)
+        : entry.isLateTime ? static_cast<std::int64_t>(entry.time)
+                           : static_cast<std::int64_t>(static_cast<std::int32_t>(entry.time));
     return values;
 }
 

@@ -12,13 +12,15 @@
 
 namespace foundation::storage::provider::zip::detail {
 
-enum class EntryKind : std::uint8_t { File, Link, Folder };
+/// Other: a pipe, a socket or a device.
+enum class EntryKind : std::uint8_t { File, Link, Folder, Other };
 
 /// When a member was last modified: seconds from 1970, or a DOS date and time of the place where
 /// the archive is read, as most tools take it.
 struct MemberTime {
     std::uint32_t value = 0;
     bool isDos = false;
+    bool isLate = false; ///< of seconds: behind 2038, and not before 1970
 };
 
 /// What a central header says of a member, apart from its name.
@@ -37,6 +39,7 @@ struct MemberFacts {
 class ArchiveIndex {
   public:
     using Number = std::uint32_t;
+    using Handle = Number; ///< what walk() goes by
     static constexpr Number root = 0;
     static constexpr Number none = 0xFFFFFFFF;
 
@@ -59,6 +62,7 @@ class ArchiveIndex {
     bool finish();
 
     Number child(Number folder, std::string_view name) const noexcept;
+    Number rootHandle() const noexcept { return root; }
     Number parentOf(Number entry) const noexcept { return entries_[entry].parent; }
     Number firstChildOf(Number folder) const noexcept { return entries_[folder].firstChildOrCrc; }
     Number nextOf(Number entry) const noexcept { return entries_[entry].next; }
@@ -67,8 +71,13 @@ class ArchiveIndex {
     std::string_view nameOf(Number entry) const noexcept {
         return std::string_view(names_).substr(entries_[entry].name, entries_[entry].nameSize);
     }
+    /// A folder of which only the names of other members tell.
+    bool isImplied(Number entry) const noexcept { return entries_[entry].isImplied; }
     Member memberOf(Number file) const noexcept;
     AttributeValues attributesOf(Number entry) const;
+    std::uint16_t modeOf(Number entry) const noexcept { return entries_[entry].mode; }
+    /// Where the first member begins, in the item; beyond all items where there is none.
+    std::uint64_t firstMember() const noexcept;
     std::size_t size() const noexcept { return entries_.size(); }
 
   private:
@@ -88,6 +97,7 @@ class ArchiveIndex {
         std::uint16_t mode = 0;
         EntryKind kind = EntryKind::Folder;
         bool isDosTime : 1 = false;
+        bool isLateTime : 1 = false;
         bool isLarge : 1 = false;
         bool isEncrypted : 1 = false;
         bool isImplied : 1 = false;

@@ -6,6 +6,7 @@
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/zip/detail/extra_field.hpp>
 #include <foundation/storage/provider/zip/detail/little_endian.hpp>
+#include <foundation/storage/provider/zip/detail/member_headers.hpp>
 #include <foundation/storage/provider/zip/detail/member_name.hpp>
 
 #include <algorithm>
@@ -19,13 +20,8 @@ namespace foundation::storage::provider::zip::detail {
 
 namespace {
 
-constexpr std::uint32_t centralHeaderSignature = 0x02014B50;
 constexpr std::uint32_t digitalSignature = 0x05054B50;
-constexpr std::uint32_t endSignature = 0x06054B50;
-constexpr std::uint32_t end64Signature = 0x06064B50;
-constexpr std::uint32_t end64LocatorSignature = 0x07064B50;
 
-constexpr std::size_t centralHeaderSize = 46;
 constexpr std::size_t endSize = 22;
 constexpr std::size_t end64Size = 56;
 constexpr std::size_t end64LocatorSize = 20;
@@ -60,6 +56,18 @@ class DirectoryReader {
           maximumHeaders_(options.maximumEntries),
           item_(streams.lend()),
           index_(std::make_shared<ArchiveIndex>(options)) {}
+
+    /// Goes through the headers alone.
+    DirectoryFacts visit(HeaderVisitor const& visitor) {
+        visitor_ = &visitor;
+        size_ = item_->size();
+        if (size_ != 0) {
+            Extent const extent = findDirectory();
+            facts_.begin = extent.begin;
+            readMembers(extent);
+        }
+        return std::move(facts_);
+    }
 
     std::shared_ptr<ArchiveIndex const> read() {
         size_ = item_->size();
@@ -117,6 +125,10 @@ class DirectoryReader {
     /// By the end record at a place in the window.
     Extent directoryOf(std::size_t at) {
         unsigned char const* const end = window_.data() + at;
+        if (visitor_ != nullptr) {
+            std::size_t const behind = windowSize_ - at - endSize;
+            facts_.comment = textOf(end + endSize, std::min<std::size_t>(read16(end + 20), behind));
+        }
         std::uint64_t endOfDirectory = windowBegin_ + at;
         bool const isVolume = (read16(end + 4) != 0 && read16(end + 4) != is16) ||
                               (read16(end + 6) != 0 && read16(end + 6) != is16);
@@ -170,7 +182,9 @@ class DirectoryReader {
     }
 
     void readMembers(Extent const& extent) {
-        index_->reserve(extent.size, extent.members);
+        if (visitor_ == nullptr) {
+            index_->reserve(extent.size, extent.members);
+        }
         std::uint64_t const end = extent.begin + extent.size;
         std::uint64_t position = extent.begin;
         if (position < windowBegin_) {
@@ -190,7 +204,11 @@ class DirectoryReader {
             if (size > rest.size()) {
                 fail();
             }
-            add(header, extent.shift);
+            if (visitor_ == nullptr) {
+                add(header, extent.shift);
+            } else {
+                visitHeader(rest.first(size), extent.shift);
+            }
             position += size;
         }
     }
@@ -223,13 +241,11 @@ class DirectoryReader {
         std::uint16_t const flags = read16(header + 8);
         MemberFacts facts;
         Member& member = facts.member;
-        constexpr std::uint16_t encrypted = 1;
         constexpr std::uint16_t encryptedDirectory = 1 << 13;
-        constexpr std::uint16_t utf8 = 1 << 11;
         if ((flags & encryptedDirectory) != 0) {
             fail(ErrorCode::UnsupportedOperation);
         }
-        member.isEncrypted = (flags & encrypted) != 0;
+        member.isEncrypted = (flags & encryptedFlag) != 0;
         member.method = read16(header + 10);
         member.crc = read32(header + 16);
         member.compressedSize = read32(header + 20);
@@ -242,7 +258,7 @@ class DirectoryReader {
             fail(); // it would lie behind the end
         }
         member.headerOffset += shift;
-        bool const isKept = (flags & utf8) != 0 || isOfUnix(header);
+        bool const isKept = (flags & utf8Flag) != 0 || isOfUnix(header);
         std::string_view const path = container::withoutDots(
             memberPath(textOf(name, nameSize), extra,
                        isKept ? NameSpelling::Kept : NameSpelling::CodePage437, converted_),
@@ -259,6 +275,18 @@ class DirectoryReader {
         case ArchiveIndex::Added::Yes:
             break;
         }
+    }
+
+    void visitHeader(std::span<unsigned char const> header, std::uint64_t shift) const {
+        unsigned char const* const extra =
+            header.data() + centralHeaderSize + read16(header.data() + 28);
+        Member member;
+        member.compressedSize = read32(header.data() + 20);
+        member.size = read32(header.data() + 24);
+        member.headerOffset = read32(header.data() + 42);
+        takeLargeNumbers(extraField(textOf(extra, read16(header.data() + 30)), ExtraId::Zip64),
+                         member);
+        (*visitor_)(header, member.headerOffset + shift);
     }
 
     /// The field has those numbers, in this order, that do not fit into the header (APPNOTE 4.5.3).
@@ -284,6 +312,7 @@ class DirectoryReader {
         constexpr std::uint32_t typeBits = 0170000;
         constexpr std::uint32_t linkType = 0120000;
         constexpr std::uint32_t folderType = 0040000;
+        constexpr std::uint32_t fileType = 0100000;
         constexpr std::uint32_t dosReadOnly = 0x01;
         constexpr std::uint32_t dosFolder = 0x10;
         std::uint32_t const attributes = read32(header + 38);
@@ -292,9 +321,10 @@ class DirectoryReader {
         std::uint32_t const type = hasMode ? mode & typeBits : 0;
         bool const isFolder = path.ends_with('/') || type == folderType ||
                               (!hasMode && (attributes & dosFolder) != 0);
-        facts.kind = isFolder           ? EntryKind::Folder
-                     : type == linkType ? EntryKind::Link
-                                        : EntryKind::File;
+        facts.kind = isFolder                        ? EntryKind::Folder
+                     : type == linkType              ? EntryKind::Link
+                     : type == 0 || type == fileType ? EntryKind::File
+                                                     : EntryKind::Other;
         std::uint32_t const usual = isFolder ? 0755 : (attributes & dosReadOnly) != 0 ? 0444 : 0644;
         facts.mode = static_cast<std::uint16_t>(hasMode ? mode & 07777 : usual);
     }
@@ -303,9 +333,14 @@ class DirectoryReader {
         constexpr unsigned char hasModified = 1;
         auto const* const bytes = reinterpret_cast<unsigned char const*>(field.data());
         if (field.size() >= 5 && (bytes[0] & hasModified) != 0) {
-            facts.time = {read32(bytes + 1), false};
+            // Half of all numbers are of the years before 1970 to some, and of those behind 2038 to
+            // others; the date of DOS knows no year before 1980.
+            constexpr std::uint32_t yearsTo2038 = 58;
+            std::uint32_t const seconds = read32(bytes + 1);
+            bool const isLate = seconds >> 31 != 0 && read32(header + 12) >> 25 >= yearsTo2038;
+            facts.time = {seconds, false, isLate};
         } else {
-            facts.time = {read32(header + 12), true};
+            facts.time = {read32(header + 12), true, false};
         }
     }
 
@@ -320,6 +355,8 @@ class DirectoryReader {
     std::string converted_;
     std::string withoutDots_;
     std::uint32_t headers_ = 0;
+    HeaderVisitor const* visitor_ = nullptr;
+    DirectoryFacts facts_;
 };
 
 } // namespace
@@ -328,6 +365,15 @@ std::shared_ptr<ArchiveIndex const> readCentralDirectory(container::ItemStreams&
                                                          ZipOptions const& options) {
     try {
         return DirectoryReader(streams, options).read();
+    } catch (ByteStreamFailure const& failure) {
+        throw Exception(failure.getErrorCode(), streams.item().getLocation());
+    }
+}
+
+DirectoryFacts visitCentralDirectory(container::ItemStreams& streams, ZipOptions const& options,
+                                     HeaderVisitor const& visitor) {
+    try {
+        return DirectoryReader(streams, options).visit(visitor);
     } catch (ByteStreamFailure const& failure) {
         throw Exception(failure.getErrorCode(), streams.item().getLocation());
     }

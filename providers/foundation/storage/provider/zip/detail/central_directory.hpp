@@ -4,7 +4,11 @@
 #include <foundation/storage/provider/zip/detail/archive_index.hpp>
 #include <foundation/storage/provider/zip/zip_options.hpp>
 
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <span>
+#include <string>
 
 namespace foundation::storage::provider::zip::detail {
 
@@ -17,5 +21,19 @@ namespace foundation::storage::provider::zip::detail {
 /// directory, FileTooLarge beyond a bound, and what the item's provider throws.
 std::shared_ptr<ArchiveIndex const> readCentralDirectory(container::ItemStreams& streams,
                                                          ZipOptions const& options);
+
+/// What is told of the whole archive.
+struct DirectoryFacts {
+    std::uint64_t begin = 0; ///< of the directory, in the item
+    std::string comment;
+};
+
+/// Is called with each central header as it stands there, and where in the item its member begins.
+using HeaderVisitor =
+    std::function<void(std::span<unsigned char const> header, std::uint64_t member)>;
+
+/// Reads the directory once more, for what an index does not keep. Throws as above.
+DirectoryFacts visitCentralDirectory(container::ItemStreams& streams, ZipOptions const& options,
+                                     HeaderVisitor const& visitor);
 
 } // namespace foundation::storage::provider::zip::detail

@@ -10,7 +10,10 @@ namespace foundation::storage::provider::zip::detail {
 /// What is told of a member beside the fixed fields (APPNOTE 4.5, and Info-ZIP's own list).
 enum class ExtraId : std::uint16_t {
     Zip64 = 0x0001,
+    Ntfs = 0x000A,
+    PkwareUnix = 0x000D,
     ExtendedTime = 0x5455,
+    OldUnix = 0x5855,
     UnicodePath = 0x7075,
 };
 

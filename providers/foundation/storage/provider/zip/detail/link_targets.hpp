@@ -10,6 +10,9 @@
 
 namespace foundation::storage::provider::zip::detail {
 
+/// As long as a path may be for the kernel.
+constexpr std::uint64_t longestTarget = 4096;
+
 /// The targets of links that have been read: where archives lie in archives behind links, reading
 /// them anew at every step would multiply from each to the next. Bounded, and safe on any thread.
 class LinkTargets {

@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/zip/detail/little_endian.hpp>
+#include <foundation/storage/provider/zip/detail/member_headers.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -10,8 +11,6 @@ namespace foundation::storage::provider::zip::detail {
 
 namespace {
 
-constexpr std::uint32_t localHeaderSignature = 0x04034B50;
-constexpr std::size_t localHeaderSize = 30;
 /// For the name and the extra fields of most headers.
 constexpr std::size_t usualNames = 256;
 constexpr std::size_t mostAtOnce = std::size_t{64} * 1024;

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/storage_item.hpp>
+#include <foundation/storage/provider/zip/detail/pending_content.hpp>
+
+#include <memory>
+#include <span>
+
+namespace foundation::storage::provider::zip::detail {
+
+/// New bytes for an item. Until publish() it has the old ones; then the new ones in one step where
+/// its storage replaces files as a whole. Elsewhere they are written through, with the old ones
+/// kept until that is done, and brought back where it fails. For one thread.
+class ItemUpdate {
+  public:
+    /// Throws provider::Exception where the item may not be written; so do the others.
+    ItemUpdate(StorageItem item, std::shared_ptr<PendingSpace> space);
+    void write(std::span<unsigned char const> bytes);
+    void publish();
+
+  private:
+    void writeThrough();
+    void overwrite(PendingContent const& content);
+
+    StorageItem const item_;
+    std::shared_ptr<PendingSpace> const space_;
+    std::unique_ptr<ByteStream> replacement_; ///< null where the item is written through
+    std::unique_ptr<PendingContent> content_;
+};
+
+/// Throws provider::Exception naming `location`, with code ReadOnlyProvider where an item may not
+/// be written. Changes nothing.
+void checkMayBeWritten(StorageItem const& item, StorageIRI const& location);
+
+} // namespace foundation::storage::provider::zip::detail
