@@ -251,6 +251,8 @@ void LocalWatchTest::hold() {
 }
 
 std::vector<std::string> LocalWatchTest::deafFolders(std::string const& top) {
+    // What was renamed just now would be told of under the name that it had.
+    settle(top);
     std::string const probe = '/' + std::string(marker) + "probe-" + std::to_string(++markers_);
     std::set<std::string> awaited{top};
     for (auto const& [name, type] : disk(top)) {

@@ -105,7 +105,7 @@ void WatchBatch::index() {
             Move const move{isMove ? departure : none, at};
             bool const isSecond = isMove && last.departure != none && areExchange(last, move);
             if (isSecond) {
-                exchanges_.push_back({last.arrival, at});
+                exchanges_.push_back({last.departure, last.arrival, at});
             }
             last = isSecond ? Move{none, none} : move;
         } else if ((event.mask & IN_MOVE_SELF) == 0 && (event.mask & IN_MOVED_FROM) == 0) {

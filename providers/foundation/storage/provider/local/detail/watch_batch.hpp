@@ -25,6 +25,7 @@ class WatchBatch {
         std::uint32_t cookie;
         std::string_view name; ///< empty where it is about the watched folder itself
     };
+    enum class Answer { No, Yes, Unknown };
     /// Where something was moved to.
     struct Arrival {
         int watch;
@@ -37,24 +38,18 @@ class WatchBatch {
     bool read(int inotify) noexcept;
 
     std::size_t bytes() const noexcept { return size_; }
-    /// Decides what are exchanges: those of which `isThere(watch, name)` is true of the name that
-    /// was the second to go.
-    template<class IsThere>
-    void settleExchanges(IsThere const& isThere) {
-        std::erase_if(exchanges_, [&](Exchange const& exchange) {
-            Event const event = eventAt(exchange.firstArrival);
-            if (!isThere(event.watch, event.name)) {
-                return true;
-            }
-            arrivals_.erase(event.cookie);
-            return false;
-        });
-    }
-    /// Calls `take(Event)` for every event, in their order but for exchanges.
-    template<class Take>
-    void forEach(Take const& take) const {
+    /// Calls `take(Event)` for every event, in their order but for exchanges. Those are what looks
+    /// like it where `isThere(watch, name)`, called when all events before are taken, is Yes of the
+    /// name that was the second to go. Where that cannot be known, what was moved was removed and
+    /// created.
+    template<class IsThere, class Take>
+    void forEach(IsThere const& isThere, Take const& take) {
         auto exchange = exchanges_.begin();
         for (std::size_t at = 0; at < size_; at = behind(at)) {
+            if (exchange != exchanges_.end() && at == exchange->firstDeparture &&
+                !isExchange(*exchange, isThere)) {
+                ++exchange;
+            }
             if (exchange != exchanges_.end() && at == exchange->firstArrival) {
                 continue;
             }
@@ -69,8 +64,9 @@ class WatchBatch {
     Arrival const* arrivalOf(std::uint32_t cookie) const noexcept;
 
   private:
-    /// Of two moves, where the events are about that the first and the second ended with.
+    /// Of two moves, where the events are.
     struct Exchange {
+        std::size_t firstDeparture;
         std::size_t firstArrival;
         std::size_t secondArrival;
     };
@@ -87,6 +83,18 @@ class WatchBatch {
     void readEnd(int inotify);
     void index();
     bool areExchange(Move const& first, Move const& second) const noexcept;
+    template<class IsThere>
+    bool isExchange(Exchange const& exchange, IsThere const& isThere) {
+        Event const first = eventAt(exchange.firstArrival);
+        Answer const answer = isThere(first.watch, first.name);
+        if (answer != Answer::No) {
+            arrivals_.erase(first.cookie);
+        }
+        if (answer == Answer::Unknown) {
+            arrivals_.erase(eventAt(exchange.secondArrival).cookie);
+        }
+        return answer == Answer::Yes;
+    }
 
     std::vector<char> buffer_;
     std::size_t size_ = 0;

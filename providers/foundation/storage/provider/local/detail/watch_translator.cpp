@@ -35,12 +35,12 @@ bool isOfUnnamed(std::string_view name) noexcept {
 } // namespace
 
 bool WatchTranslator::translate(WatchBatch& batch) {
-    batch.settleExchanges([&](int watch, std::string_view name) { return isThere(watch, name); });
     batch_ = &batch;
     ++batches_;
     isComplete_ = true;
     departures_.clear();
-    batch.forEach([&](Event const& event) { take(event); });
+    batch.forEach([&](int watch, std::string_view name) { return isThere(watch, name); },
+                  [&](Event const& event) { take(event); });
     closeParent();
     return isComplete_;
 }
@@ -193,7 +193,7 @@ void WatchTranslator::remove(WatchNode& node, Event const& event) {
 
 void WatchTranslator::change(WatchNode& node, Event const& event) {
     WatchPublication& publication = *node.owner;
-    if (isOfUnnamed(event.name) && !isThere(event.watch, event.name)) {
+    if (isOfUnnamed(event.name) && isThere(event.watch, event.name) != WatchBatch::Answer::Yes) {
         return;
     }
     reports_.add(publication, kindOfChange(event), node, event.name, typeOf(event));
@@ -216,9 +216,18 @@ void WatchTranslator::depart(WatchNode& node, Event const& event) {
     }
     auto const* const arrival = batch_->arrivalOf(event.cookie);
     auto* const to = arrival == nullptr ? nullptr : folderOf(arrival->watch, publication);
-    if (to == nullptr) {
+    auto* const moved = publication.tree.child(node, event.name);
+    // A folder cannot move into itself: then one of the two was taken for another, and what is
+    // where will be seen.
+    if (to == nullptr || (moved != nullptr && publication.tree.isWithin(*to, *moved))) {
         remove(node, event);
         return;
+    }
+    auto* const replaced = publication.tree.child(*to, arrival->name);
+    if (moved != nullptr && replaced != nullptr && replaced != moved &&
+        replaced->firstChild != nullptr) {
+        // None can be moved over a folder with something in it: another one was taken for it.
+        reports_.add(publication, Kind::Removed, *to, arrival->name, Type::Folder);
     }
     departures_.insert_or_assign(
         {event.cookie, &publication},
@@ -251,12 +260,6 @@ void WatchTranslator::moveSubtree(WatchNode& node, std::string_view name, WatchN
     auto* const child = tree.child(node, name);
     auto* const replaced = tree.child(to, newName);
     if (child == nullptr || child == replaced) {
-        return;
-    }
-    if (tree.isWithin(to, *child)) {
-        // A folder cannot move into itself: one of the two was taken for another, and the arrival
-        // will show it.
-        tree.drop(*child, table_);
         return;
     }
     if (replaced != nullptr) {
@@ -361,7 +364,7 @@ WatchNode* WatchTranslator::folderOf(int watch, WatchPublication const& publicat
 }
 
 /// Whether there is an item of that name in a watched folder now.
-bool WatchTranslator::isThere(int watch, std::string_view name) {
+WatchBatch::Answer WatchTranslator::isThere(int watch, std::string_view name) {
     std::string const text(name);
     struct stat item {};
     for (auto* const node : table_.nodesOf(watch)) {
@@ -375,10 +378,11 @@ bool WatchTranslator::isThere(int watch, std::string_view name) {
             folder = anchor.get();
         }
         if (folder >= 0) {
-            return statItem(folder, text.c_str(), false, item) == 0;
+            int const error = statItem(folder, text.c_str(), false, item);
+            return error == 0 ? WatchBatch::Answer::Yes : WatchBatch::Answer::No;
         }
     }
-    return false;
+    return WatchBatch::Answer::Unknown;
 }
 
 /// The error number, or 0.

@@ -93,7 +93,7 @@ class WatchTranslator {
     void lookForMissed(WatchPublication& publication, Queue queue);
     bool look(WatchNode& node, std::string_view name, Reported isReported, Attempt attempt);
     void finish(WatchPublication& publication);
-    bool isThere(int watch, std::string_view name);
+    WatchBatch::Answer isThere(int watch, std::string_view name);
     int openParent(WatchNode const& node);
     void closeParent() noexcept;
 
