@@ -15,6 +15,7 @@
 #include <thread>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace foundation::storage::provider::local::test {
 
@@ -328,6 +329,31 @@ TEST_P(LocalWatchWalk, LeavesEveryFolderWatchedAndToldOfUnderItsName) {
             if (walk.below(64) == 0) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(walk.below(5)));
             }
+        }
+        ASSERT_THAT(deafFolders(), IsEmpty()) << "round " << round;
+        settle();
+        ASSERT_EQ(log_.view(), disk()) << "round " << round;
+    }
+    EXPECT_FALSE(isOverflowTold());
+}
+
+TEST_P(LocalWatchWalk, OfSeveralAtOnceLeavesEveryFolderWatchedAndToldOfUnderItsName) {
+    makeFolder("out");
+    log_.keepView([&](auto const& top) { return disk(top); });
+    publishTree("w", namesOnly);
+
+    for (unsigned round = 0; round < 10; ++round) {
+        std::vector<std::thread> walkers;
+        for (unsigned number = 0; number < 3; ++number) {
+            walkers.emplace_back([&, seed = GetParam() * 1000 + round * 10 + number] {
+                RandomWalk walk(path(""), seed);
+                for (int step = 0; step < 100; ++step) {
+                    walk.step();
+                }
+            });
+        }
+        for (auto& walker : walkers) {
+            walker.join();
         }
         ASSERT_THAT(deafFolders(), IsEmpty()) << "round " << round;
         settle();
