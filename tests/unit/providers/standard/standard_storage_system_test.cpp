@@ -86,7 +86,7 @@ TEST(StandardStorageSystem, SaysWhichSchemesItServes) {
                                     (provider.isContainer ? u":mem:/item!/" : u":/");
         EXPECT_NE(system->buildProvider(StorageIRI(root)), nullptr);
     }
-    EXPECT_THAT(schemes, testing::IsSupersetOf({"file", "mem", "zip"}));
+    EXPECT_THAT(schemes, testing::IsSupersetOf({"file", "mem", "tar", "zip"}));
     EXPECT_TRUE(std::is_sorted(schemes.begin(), schemes.end()));
 }
 

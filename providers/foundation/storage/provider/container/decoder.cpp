@@ -125,7 +125,7 @@ class XzDecoder final : public Decoder {
         case LZMA_MEM_ERROR:
             throw std::bad_alloc();
         case LZMA_MEMLIMIT_ERROR:
-            throw DecoderTooLarge(tooLarge);
+            throw DecodingFailure(tooLarge, ErrorCode::FileTooLarge);
         default:
             throw DecodingFailure(damaged);
         }
@@ -159,7 +159,7 @@ class ZstandardDecoder final : public Decoder {
             // The one error that says so has no name in the library's stable interface.
             if (std::string_view(::ZSTD_getErrorName(result)).find("memory") !=
                 std::string_view::npos) {
-                throw DecoderTooLarge(tooLarge);
+                throw DecodingFailure(tooLarge, ErrorCode::FileTooLarge);
             }
             throw DecodingFailure(damaged);
         }

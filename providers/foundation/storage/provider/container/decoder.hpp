@@ -1,22 +1,27 @@
 #pragma once
 
+#include <foundation/storage/provider/error_code.hpp>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <stdexcept>
+#include <string>
 
 namespace foundation::storage::provider::container {
 
-/// The bytes are not what the method makes.
+/// The bytes are not what the method makes: code IOError; or they ask for more than is allowed:
+/// code FileTooLarge.
 class DecodingFailure : public std::runtime_error {
   public:
-    using std::runtime_error::runtime_error;
-};
-/// They need more memory than is allowed.
-class DecoderTooLarge final : public DecodingFailure {
-  public:
-    using DecodingFailure::DecodingFailure;
+    explicit DecodingFailure(std::string const& text, ErrorCode code = ErrorCode::IOError)
+        : std::runtime_error(text),
+          code_(code) {}
+    ErrorCode getErrorCode() const noexcept { return code_; }
+
+  private:
+    ErrorCode code_;
 };
 
 /// Turns compressed bytes into their content, from the first to the last. For one thread

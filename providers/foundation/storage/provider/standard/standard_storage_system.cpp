@@ -9,6 +9,9 @@
 #ifdef VFS_HAS_PROVIDER_MEMORY
 #include <foundation/storage/provider/memory/memory_factory.hpp>
 #endif
+#ifdef VFS_HAS_PROVIDER_TAR
+#include <foundation/storage/provider/tar/tar_factory.hpp>
+#endif
 #ifdef VFS_HAS_PROVIDER_ZIP
 #include <foundation/storage/provider/zip/zip_factory.hpp>
 #endif
@@ -50,6 +53,10 @@ constexpr Registration registrations[] = {
 #ifdef VFS_HAS_PROVIDER_MEMORY
     {{"mem", "files and folders in the memory of the process"},
      &enterPhysical<&memory::buildMemoryProvider, &StandardOptions::memory>},
+#endif
+#ifdef VFS_HAS_PROVIDER_TAR
+    {{"tar", "the inside of tar archives, of cpio, ar, 7-Zip and ISO 9660 ones", true},
+     &enterContainer<&tar::buildTarProvider, &StandardOptions::tar>},
 #endif
 #ifdef VFS_HAS_PROVIDER_ZIP
     {{"zip", "the inside of zip archives", true},

@@ -4,6 +4,7 @@
 #include <foundation/msg_svc/eventmgr/fwd.hpp>
 #include <foundation/storage/provider/local/local_options.hpp>
 #include <foundation/storage/provider/memory/memory_options.hpp>
+#include <foundation/storage/provider/tar/tar_options.hpp>
 #include <foundation/storage/provider/zip/zip_options.hpp>
 
 #include <boost/shared_ptr.hpp>
@@ -24,6 +25,7 @@ struct StandardOptions {
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventMgr;
     local::LocalOptions local;
     memory::MemoryOptions memory;
+    tar::TarOptions tar;
     zip::ZipOptions zip;
 };
 

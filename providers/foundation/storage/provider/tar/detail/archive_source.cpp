@@ -1,0 +1,70 @@
+#include <foundation/storage/provider/tar/detail/archive_source.hpp>
+
+#include <foundation/storage/provider/tar/detail/stored_bytes.hpp>
+
+#include <array>
+#include <utility>
+
+namespace foundation::storage::provider::tar::detail {
+
+namespace {
+
+/// Each holds the state of a decoder.
+constexpr std::size_t mostIdle = 2;
+
+} // namespace
+
+ArchiveBytes::~ArchiveBytes() = default;
+
+ArchiveSource::ArchiveSource(StorageItem const& item, TarOptions const& options)
+    : streams_(std::make_shared<container::ItemStreams>(item)),
+      options_(options) {
+    std::array<unsigned char, signatureSize> begin{};
+    std::size_t const size = streams_->lend()->readAt(0, begin);
+    compression_ = compressionOf(std::span(begin).first(size));
+    if (compression_ != Compression::None) {
+        cache_ = std::make_shared<BlockCache>(options.cacheSize);
+    }
+    idle_.reserve(mostIdle); // so that bringing one back takes no memory
+}
+
+ArchiveSource::Lent ArchiveSource::lend(std::uint64_t position) {
+    if (!cache_) {
+        return {new StoredBytes(streams_->lend()), Return{shared_from_this()}};
+    }
+    std::unique_ptr<DecodedBytes> nearest;
+    {
+        std::lock_guard const lock(mutex_);
+        auto best = idle_.end();
+        for (auto idle = idle_.begin(); idle != idle_.end(); ++idle) {
+            if ((*idle)->position() <= position &&
+                (best == idle_.end() || (*best)->position() < (*idle)->position())) {
+                best = idle;
+            }
+        }
+        if (best == idle_.end() && !idle_.empty()) {
+            best = idle_.begin(); // it begins again, where the cache has not what is wanted
+        }
+        if (best != idle_.end()) {
+            nearest = std::move(*best);
+            idle_.erase(best);
+        }
+    }
+    if (!nearest) {
+        nearest = std::make_unique<DecodedBytes>(streams_->lend(), compression_, cache_, options_);
+    }
+    return {nearest.release(), Return{shared_from_this()}};
+}
+
+void ArchiveSource::Return::operator()(ArchiveBytes* bytes) const noexcept {
+    std::unique_ptr<ArchiveBytes> returned(bytes);
+    if (!owner->cache_ || !bytes->isGood()) {
+        return;
+    }
+    std::lock_guard const lock(owner->mutex_);
+    if (owner->idle_.size() < mostIdle) {
+        owner->idle_.emplace_back(static_cast<DecodedBytes*>(returned.release()));
+    }
+}
+
+} // namespace foundation::storage::provider::tar::detail

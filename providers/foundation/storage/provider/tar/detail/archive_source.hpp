@@ -1,0 +1,40 @@
+#pragma once
+
+#include <foundation/storage/provider/container/item_streams.hpp>
+#include <foundation/storage/provider/tar/detail/decoded_bytes.hpp>
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace foundation::storage::provider::tar::detail {
+
+/// The bytes of one archive, lent to one reader each. Up to two that decode are kept for the next
+/// reader, who then need not begin at the first byte. Safe on any thread.
+class ArchiveSource : public std::enable_shared_from_this<ArchiveSource> {
+  public:
+    /// Brings them back when their reader is done, unless they have failed.
+    struct Return {
+        std::shared_ptr<ArchiveSource> owner;
+        void operator()(ArchiveBytes* bytes) const noexcept;
+    };
+    using Lent = std::unique_ptr<ArchiveBytes, Return>;
+
+    /// Looks at the first bytes of the item.
+    ArchiveSource(StorageItem const& item, TarOptions const& options);
+
+    StorageItem const& item() const noexcept { return streams_->item(); }
+    Compression compression() const noexcept { return compression_; }
+    /// Such as stand before `position`, the nearest that there are.
+    Lent lend(std::uint64_t position);
+
+  private:
+    std::shared_ptr<container::ItemStreams> const streams_;
+    TarOptions const options_;
+    Compression compression_ = Compression::None;
+    std::shared_ptr<BlockCache> cache_; ///< where the archive is compressed
+    std::mutex mutex_;
+    std::vector<std::unique_ptr<DecodedBytes>> idle_; ///< guarded by the mutex
+};
+
+} // namespace foundation::storage::provider::tar::detail

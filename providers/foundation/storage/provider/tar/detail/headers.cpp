@@ -1,0 +1,191 @@
+#include <foundation/storage/provider/tar/detail/headers.hpp>
+
+#include <foundation/storage/provider/byte_stream_failure.hpp>
+#include <foundation/storage/provider/container/member_path.hpp>
+#include <foundation/storage/provider/exception.hpp>
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace foundation::storage::provider::tar::detail {
+
+using container::EntryKind;
+
+namespace {
+
+/// As long as a path may be for the kernel.
+constexpr std::size_t longestTarget = 4096;
+/// What follows content may be rounded up to a block of tar.
+constexpr std::uint64_t largestPadding = 512;
+
+EntryKind kindOf(archive_entry& entry) {
+    switch (::archive_entry_filetype(&entry)) {
+    case AE_IFDIR:
+        return EntryKind::Folder;
+    case AE_IFLNK:
+        return EntryKind::Link;
+    case AE_IFREG:
+    case 0: // a hard link of some formats
+        return EntryKind::File;
+    default:
+        return EntryKind::Other;
+    }
+}
+
+class HeaderReader {
+  public:
+    HeaderReader(ArchiveSource& source, TarOptions const& options)
+        : source_(source),
+          options_(options),
+          index_(std::make_shared<TarIndex>(options)) {}
+
+    Headers read() {
+        start(Charset::Bytes);
+        bool isMore = reader_->next();
+        int const format = reader_->format();
+        if (format == ARCHIVE_FORMAT_7ZIP || format == ARCHIVE_FORMAT_ISO9660) {
+            start(Charset::Utf8);
+            isMore = reader_->next();
+        }
+        index_->reserve(mostMembers());
+        isInOnePiece_ = format == ARCHIVE_FORMAT_TAR || format == ARCHIVE_FORMAT_CPIO ||
+                        format == ARCHIVE_FORMAT_AR;
+        for (std::uint64_t headers = 1; isMore; ++headers) {
+            if (headers > options_.maximumEntries) { // also those that come to nothing
+                fail(ErrorCode::FileTooLarge);
+            }
+            add();
+            isMore = reader_->next();
+            checkPlace();
+        }
+        index_->finish();
+        return {index_, charset_, reader_->formatName()};
+    }
+
+  private:
+    [[noreturn]] void fail(ErrorCode code) const {
+        throw Exception(code, source_.item().getLocation());
+    }
+
+    /// A header of tar takes a block, one of the other formats some bytes, and so does any that is
+    /// compressed.
+    std::uint64_t mostMembers() const {
+        std::uint64_t const size = source_.item().getFileAttributes().values().size.value_or(0);
+        bool const isInBlocks = reader_->format() == ARCHIVE_FORMAT_TAR &&
+                                source_.compression() == Compression::None;
+        return isInBlocks ? size / 512 : size;
+    }
+
+    void start(Charset charset) {
+        reader_.reset(); // its bytes are lent again
+        reader_.emplace(source_.lend(0), 0, charset);
+        charset_ = charset;
+    }
+
+    void add() {
+        archive_entry& entry = reader_->entry();
+        last_.reset();
+        char const* const name = ::archive_entry_pathname(&entry);
+        if (name == nullptr) {
+            index_->countLeftOut();
+            return;
+        }
+        std::string_view const path = container::withoutDots(name, withoutDots_);
+        Member member = memberOf(entry);
+        switch (enter(entry, path, member)) {
+        case TarIndex::Added::TooMany:
+            fail(ErrorCode::FileTooLarge);
+        case TarIndex::Added::LeftOut:
+            index_->countLeftOut();
+            break;
+        case TarIndex::Added::Yes:
+            if (member.access == Access::Direct) {
+                last_ = {reader_->headerPosition(), member.place, member.size,
+                         ::archive_entry_sparse_count(&entry) != 0};
+            }
+        }
+    }
+
+    Member memberOf(archive_entry& entry) const {
+        Member member;
+        member.kind = kindOf(entry);
+        member.mode = static_cast<std::uint16_t>(::archive_entry_perm(&entry) & 07777U);
+        member.lastModified = {::archive_entry_mtime(&entry),
+                               static_cast<std::int32_t>(::archive_entry_mtime_nsec(&entry))};
+        if (member.kind == EntryKind::File && ::archive_entry_size(&entry) > 0) {
+            member.size = static_cast<std::uint64_t>(::archive_entry_size(&entry));
+        }
+        member.access = isInOnePiece_ ? Access::Direct : Access::ByNumber;
+        member.place = isInOnePiece_ ? reader_->dataPosition() : reader_->number();
+        if (::archive_entry_is_encrypted(&entry) != 0) {
+            member.access = Access::Encrypted;
+        }
+        return member;
+    }
+
+    TarIndex::Added enter(archive_entry& entry, std::string_view path, Member& member) {
+        if (char const* const to = ::archive_entry_hardlink(&entry)) {
+            std::string buffer;
+            return index_->addHardLink(path, container::withoutDots(to, buffer), member);
+        }
+        if (member.kind != EntryKind::Link) {
+            return index_->add(path, member, {});
+        }
+        char const* const target = ::archive_entry_symlink(&entry);
+        std::string_view text = target != nullptr ? target : "";
+        member.size = text.size();
+        if (text.size() > longestTarget) {
+            member.access = Access::Missing;
+            text = {};
+        }
+        return index_->add(path, member, text);
+    }
+
+    /// Behind content in one piece comes the next header. Else it has holes, or is stored
+    /// otherwise.
+    void checkPlace() {
+        if (!last_) {
+            return;
+        }
+        std::uint64_t const next = reader_->headerPosition();
+        bool const isThere = last_->place <= next && last_->size <= next - last_->place &&
+                             next - last_->place - last_->size < largestPadding;
+        if (last_->hasHoles || (!isThere && last_->size != 0)) {
+            index_->changeLast(Access::AtHeader, last_->header);
+        }
+    }
+
+    struct Last {
+        std::uint64_t header;
+        std::uint64_t place;
+        std::uint64_t size;
+        bool hasHoles;
+    };
+
+    ArchiveSource& source_;
+    TarOptions const options_;
+    std::shared_ptr<TarIndex> index_;
+    std::optional<ArchiveReader> reader_;
+    Charset charset_ = Charset::Bytes;
+    bool isInOnePiece_ = false;
+    std::optional<Last> last_; ///< where the content of the last member is expected to be
+    std::string withoutDots_;
+};
+
+} // namespace
+
+Headers readHeaders(ArchiveSource& source, TarOptions const& options) {
+    StorageIRI const& location = source.item().getLocation();
+    try {
+        return HeaderReader(source, options).read();
+    } catch (ByteStreamFailure const& failure) {
+        throw Exception(failure.getErrorCode(), location);
+    } catch (container::DecodingFailure const& failure) {
+        throw Exception(failure.getErrorCode(), location);
+    }
+}
+
+} // namespace foundation::storage::provider::tar::detail

@@ -1,0 +1,118 @@
+#pragma once
+
+#include <foundation/storage/provider/attributes.hpp>
+#include <foundation/storage/provider/container/entry_kind.hpp>
+#include <foundation/storage/provider/tar/tar_options.hpp>
+#include <foundation/storage/provider/timestamp.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace foundation::storage::provider::tar::detail {
+
+/// How the content of a member is reached.
+enum class Access : std::uint8_t {
+    Direct,    ///< in one piece at `place`, in the archive as it is before compression
+    AtHeader,  ///< by the format's reader, from the header at `place` on
+    ByNumber,  ///< by the format's reader, as the member with the number `place`
+    Missing,   ///< a hard link that leads to nothing, or the target of a link that is too long
+    Encrypted, ///< not at all
+};
+
+/// What a header says of a member, apart from its name.
+struct Member {
+    std::uint64_t size = 0;
+    std::uint64_t place = 0;
+    Timestamp lastModified = {};
+    std::uint16_t mode = 0; ///< permission bits as chmod(2) takes them
+    container::EntryKind kind = container::EntryKind::File;
+    Access access = Access::Direct;
+    std::uint32_t target = 0; ///< of a link, among the names
+    std::uint32_t targetSize = 0;
+};
+
+/// The folders and files of an archive. Immutable once it is filled, and then safe on any thread.
+///
+/// An entry is a number, the root 0. The children of a folder stand in the archive's order. What an
+/// entry is stands apart, since hard links have it in common.
+class TarIndex {
+  public:
+    using Number = std::uint32_t;
+    using Handle = Number; ///< what walk() goes by
+    static constexpr Number root = 0;
+    static constexpr Number none = 0xFFFFFFFF;
+
+    /// What a member and its folders came to; TooMany where they go beyond a bound.
+    enum class Added { Yes, LeftOut, TooMany };
+
+    explicit TarIndex(TarOptions const& options);
+    /// Room for as many members as there may be.
+    void reserve(std::uint64_t members);
+    /// Enters a member and the folders above it; `target` is that of a link. A second member of a
+    /// path replaces the first, and a member is left out that no folder tree can hold: below a
+    /// file, in the place of a folder, with an empty name in its path, or `..`. A folder with the
+    /// empty path is the root.
+    Added add(std::string_view path, Member const& member, std::string_view target);
+    /// The same with what another path has: a hard link. One to a folder is left out. Where it
+    /// comes with content, that is the content of all links to it.
+    Added addHardLink(std::string_view path, std::string_view to, Member const& member);
+    /// That the content of the member that was added last is not where it was told to be.
+    void changeLast(Access access, std::uint64_t place) noexcept;
+    /// That a member came to nothing.
+    void countLeftOut() noexcept { ++leftOut_; }
+    std::uint32_t leftOut() const noexcept { return leftOut_; }
+    /// Behind the last add(): children get the archive's order.
+    void finish();
+
+    Number child(Number folder, std::string_view name) const noexcept;
+    Number rootHandle() const noexcept { return root; }
+    Number parentOf(Number entry) const noexcept { return entries_[entry].parent; }
+    Number firstChildOf(Number folder) const noexcept { return entries_[folder].firstChild; }
+    Number nextOf(Number entry) const noexcept { return entries_[entry].next; }
+    container::EntryKind kindOf(Number entry) const noexcept { return memberOf(entry).kind; }
+    bool isFolder(Number entry) const noexcept {
+        return kindOf(entry) == container::EntryKind::Folder;
+    }
+    std::string_view nameOf(Number entry) const noexcept {
+        return std::string_view(names_).substr(entries_[entry].name, entries_[entry].nameSize);
+    }
+    std::string_view targetOf(Number link) const noexcept {
+        return std::string_view(names_).substr(memberOf(link).target, memberOf(link).targetSize);
+    }
+    Member const& memberOf(Number entry) const noexcept { return members_[entries_[entry].member]; }
+    AttributeValues attributesOf(Number entry) const;
+
+  private:
+    struct Entry {
+        std::uint32_t name = 0;
+        Number parent = none;
+        Number next = none;
+        Number firstChild = none;
+        std::uint32_t member = impliedFolder;
+        std::uint16_t nameSize = 0;
+    };
+    static constexpr std::uint32_t impliedFolder = 0; ///< the member of all that are
+
+    Number folderFor(std::string_view path, Added& result);
+    Number place(std::string_view path, bool isFolder, Added& result);
+    Number find(std::string_view path) const;
+    Number enter(Number folder, std::string_view name);
+    std::uint64_t memory() const noexcept;
+    bool hasRoomFor(std::size_t bytes) const noexcept;
+    void makeTable(std::size_t slots);
+
+    TarOptions const options_;
+    std::vector<Entry> entries_;
+    std::vector<Member> members_;
+    std::string names_;         ///< and targets
+    std::vector<Number> table_; ///< by hash of folder and name, open addressing
+    std::string lastFolder_;    ///< of the member that was added last; the next is often beside it
+    Number lastFolderNumber_ = root;
+    std::uint32_t lastMember_ = none;
+    std::uint32_t leftOut_ = 0;
+};
+
+} // namespace foundation::storage::provider::tar::detail

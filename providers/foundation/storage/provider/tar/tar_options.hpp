@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace foundation::storage::provider::tar {
+
+/// What an archive may ask of its reader. An archive beyond a bound is refused with code
+/// FileTooLarge when it is first used. A plain value.
+struct TarOptions {
+    /// Members and folders, also those that only the names of others imply.
+    std::uint32_t maximumEntries = 1'000'000;
+    /// Bytes that the directory may take in memory: some 90 for each of them, their names and the
+    /// targets of links.
+    std::uint64_t maximumDirectoryMemory = std::uint64_t{64} * 1024 * 1024;
+    /// Folders above a member.
+    std::uint32_t maximumDepth = 100;
+    /// Bytes that a compressed archive may decode to, and for each of its own bytes, where they are
+    /// more than 64 MiB.
+    std::uint64_t maximumDecoded = std::uint64_t{256} * 1024 * 1024 * 1024;
+    std::uint64_t maximumRatio = 10'000;
+    /// Bytes that the decoder of a compressed archive may take. The largest preset of xz takes 65
+    /// MiB.
+    std::uint64_t maximumDecoderMemory = std::uint64_t{80} * 1024 * 1024;
+    /// Decoded bytes of a compressed archive that are kept: one that decodes to less is decoded
+    /// once.
+    std::size_t cacheSize = std::size_t{16} * 1024 * 1024;
+};
+
+} // namespace foundation::storage::provider::tar

@@ -1,0 +1,333 @@
+#include <foundation/storage/provider/tar/tar_provider.hpp>
+
+#include <foundation/storage/provider/byte_stream_failure.hpp>
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/tar/tar_stream.hpp>
+
+#include <fl/i18n/conversion.hpp>
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace foundation::storage::provider::tar {
+
+using container::EntryKind;
+using container::LastLink;
+using Kinds = container::Selection::Kinds;
+
+namespace {
+
+[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
+    throw Exception(code, location);
+}
+
+/// The path in the archive, as its names are spelled there; a name that no archive can hold is in
+/// none.
+std::string pathOf(StorageIRI const& location) {
+    if (!location.hasPath() || !location.hasInnerIRI() || location.hasQuery() ||
+        location.hasFragment()) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    try {
+        return fl::i18n::ustringToStorageName(location.getResolvedPath());
+    } catch (std::range_error const&) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+}
+
+std::string octal(unsigned mode) {
+    std::string text(4, '0');
+    for (auto digit = text.rbegin(); digit != text.rend(); ++digit, mode >>= 3) {
+        *digit = static_cast<char>('0' + (mode & 7U));
+    }
+    return text;
+}
+
+} // namespace
+
+TarProvider::TarProvider(StorageItem item, TarOptions const& options)
+    : item_(std::move(item)),
+      options_(options),
+      itemState_(stateOfItem()) {
+    archive_ = read();
+}
+
+TarProvider::ItemState TarProvider::stateOfItem() const {
+    AttributeValues const values = item_.getFileAttributes().values();
+    return {values.size, values.lastModified, values.created};
+}
+
+TarProvider::ArchivePtr TarProvider::read() const {
+    auto const archive = std::make_shared<Archive>();
+    try {
+        archive->source = std::make_shared<detail::ArchiveSource>(item_, options_);
+    } catch (ByteStreamFailure const& failure) {
+        fail(failure.getErrorCode(), item_.getLocation());
+    }
+    archive->headers = detail::readHeaders(*archive->source, options_);
+    archive->readers =
+        std::make_shared<detail::MemberReaders>(archive->source, archive->headers.charset);
+    return archive;
+}
+
+TarProvider::ArchivePtr TarProvider::archive() const {
+    ItemState const now = stateOfItem();
+    std::lock_guard const lock(mutex_);
+    if (now != itemState_) {
+        archive_ = read();
+        itemState_ = now;
+    }
+    return archive_;
+}
+
+TarProvider::Place TarProvider::placeOf(Archive const& archive, StorageIRI const& location,
+                                        LastLink last) const {
+    Index const& index = *archive.headers.index;
+    return container::walk(index, pathOf(location), last, [&](Number link) {
+        if (index.memberOf(link).access == detail::Access::Missing) {
+            fail(ErrorCode::InvalidLocation, location);
+        }
+        return std::string(index.targetOf(link));
+    });
+}
+
+TarProvider::Found TarProvider::find(StorageIRI const& location, LastLink last) const {
+    ArchivePtr archive = this->archive();
+    Place const place = placeOf(*archive, location, last);
+    if (place.error) {
+        fail(*place.error, location);
+    }
+    return {std::move(archive), place.entry};
+}
+
+TarProvider::Found TarProvider::findFolder(StorageIRI const& location) const {
+    Found found = find(location, LastLink::Followed);
+    if (!found.index().isFolder(found.entry)) {
+        fail(ErrorCode::ResourceNotFound, location);
+    }
+    return found;
+}
+
+/// What a link leads to, and the link itself where that is nothing.
+TarProvider::Found TarProvider::findFollowed(StorageIRI const& location) const {
+    ArchivePtr archive = this->archive();
+    Place place = placeOf(*archive, location, LastLink::Followed);
+    if (place.error) {
+        place = placeOf(*archive, location, LastLink::Itself);
+    }
+    if (place.error) {
+        fail(*place.error, location);
+    }
+    return {std::move(archive), place.entry};
+}
+
+ExistsResult TarProvider::exists(StorageIRI const& location) const {
+    ArchivePtr const archive = this->archive();
+    Index const* const index = archive->headers.index.get();
+    Place const place = placeOf(*archive, location, LastLink::Itself);
+    if (place.error && *place.error != ErrorCode::ResourceNotFound) {
+        fail(*place.error, location);
+    }
+    return place.error                    ? ExistsResult::Nothing
+           : index->isFolder(place.entry) ? ExistsResult::Folder
+                                          : ExistsResult::File;
+}
+
+ExtendedExistsResult TarProvider::existsExtended(StorageIRI const& location) const {
+    ArchivePtr const archive = this->archive();
+    Index const* const index = archive->headers.index.get();
+    Place const place = placeOf(*archive, location, LastLink::Itself);
+    if (place.error) {
+        if (*place.error != ErrorCode::ResourceNotFound) {
+            fail(*place.error, location);
+        }
+        return ExtendedExistsResult::Nothing;
+    }
+    switch (index->kindOf(place.entry)) {
+    case EntryKind::Folder:
+        return ExtendedExistsResult::Folder;
+    case EntryKind::File:
+        return ExtendedExistsResult::File;
+    case EntryKind::Other:
+        return ExtendedExistsResult::Other;
+    case EntryKind::Link:
+        break;
+    }
+    Place const target = placeOf(*archive, location, LastLink::Followed);
+    return target.error                    ? ExtendedExistsResult::DanglingLink
+           : index->isFolder(target.entry) ? ExtendedExistsResult::LinkToFolder
+                                           : ExtendedExistsResult::LinkToFile;
+}
+
+bool TarProvider::fileExists(StorageIRI const& location) const {
+    return exists(location) == ExistsResult::File;
+}
+
+bool TarProvider::folderExists(StorageIRI const& location) const {
+    ArchivePtr const archive = this->archive();
+    Index const* const index = archive->headers.index.get();
+    Place const place = placeOf(*archive, location, LastLink::Followed);
+    return !place.error && index->isFolder(place.entry);
+}
+
+bool TarProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) const {
+    switch (feature) {
+    case ExtendedFeature::RecursiveListing:
+    case ExtendedFeature::FlatWildcardListing:
+    case ExtendedFeature::RecursiveWildcardListing:
+        return true;
+    case ExtendedFeature::RecursiveFolderRemoval:
+    case ExtendedFeature::RecursiveChangeEvents:
+        break;
+    }
+    return false;
+}
+
+StorageIRI TarProvider::getCanonicalLocation(StorageIRI const& location) const {
+    ArchivePtr const archive = this->archive();
+    Index const* const index = archive->headers.index.get();
+    // What is missing has a place too, be it the path itself or what a link leads to.
+    Place const place = placeOf(*archive, location, LastLink::Followed);
+    if (place.error && place.folder == Index::none) {
+        fail(*place.error, location);
+    }
+    std::string path = place.name;
+    Number const from = place.error ? place.folder : place.entry;
+    for (Number entry = from; entry != Index::root; entry = index->parentOf(entry)) {
+        path = std::string(index->nameOf(entry)) + (path.empty() ? "" : "/") + path;
+    }
+    StorageIRI const root(location.getScheme(), item_.getCanonicalLocation(), u"/");
+    return path.empty() ? root : StorageIRI(root, fl::i18n::storageNameToUstring(path));
+}
+
+FileAttributes TarProvider::getFileAttributes(StorageIRI const& location) const {
+    Found const found = findFollowed(location);
+    if (found.index().isFolder(found.entry)) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    return FileAttributes(found.index().attributesOf(found.entry));
+}
+
+FolderAttributes TarProvider::getFolderAttributes(StorageIRI const& location) const {
+    Found const found = findFolder(location);
+    return FolderAttributes(found.index().attributesOf(found.entry));
+}
+
+ExtendedAttributes TarProvider::getExtendedAttributes(StorageIRI const& location) const {
+    Found const found = findFollowed(location);
+    AttributeValues const values = found.index().attributesOf(found.entry);
+    ExtendedAttributes result{{"posix.mode", octal(values.mode.value_or(0))}};
+    if (found.entry == Index::root) {
+        result["tar.format"] = found.archive->headers.format;
+        result["tar.compression"] = detail::nameOf(found.archive->source->compression());
+        if (found.index().leftOut() != 0) {
+            result["tar.left-out"] = std::to_string(found.index().leftOut());
+        }
+    }
+    if (found.member().access == detail::Access::Encrypted) {
+        result["tar.encrypted"] = "yes";
+    }
+    return result;
+}
+
+void TarProvider::setLastModified(StorageIRI const& location, boost::posix_time::ptime const&) {
+    fail(ErrorCode::ReadOnlyProvider, location);
+}
+void TarProvider::setWritable(StorageIRI const& location, bool) {
+    fail(ErrorCode::ReadOnlyProvider, location);
+}
+void TarProvider::createFile(StorageIRI const& location) {
+    fail(ErrorCode::ReadOnlyProvider, location);
+}
+void TarProvider::createFolder(StorageIRI const& location) {
+    fail(ErrorCode::ReadOnlyProvider, location);
+}
+void TarProvider::createFolderRecursive(StorageIRI const& location) {
+    fail(ErrorCode::ReadOnlyProvider, location);
+}
+void TarProvider::createLink(StorageIRI const& location, ustring const&) {
+    fail(ErrorCode::ReadOnlyProvider, location);
+}
+void TarProvider::removeFile(StorageIRI const& location) {
+    fail(ErrorCode::ReadOnlyProvider, location);
+}
+void TarProvider::removeFolder(StorageIRI const& location) {
+    fail(ErrorCode::ReadOnlyProvider, location);
+}
+void TarProvider::removeFolderRecursively(StorageIRI const& location) {
+    fail(ErrorCode::ReadOnlyProvider, location);
+}
+void TarProvider::moveFile(StorageIRI const& source, StorageIRI const&, ReplacementPolicy const&) {
+    fail(ErrorCode::ReadOnlyProvider, source);
+}
+void TarProvider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
+                             ReplacementPolicy const&) {
+    bool const isOntoItself = source == destination || source.isAncestorOf(destination);
+    fail(isOntoItself ? ErrorCode::InvalidLocation : ErrorCode::ReadOnlyProvider, source);
+}
+std::unique_ptr<ByteStream> TarProvider::openStream(StorageIRI const& location,
+                                                    ByteStreamOpenOptions const&) {
+    fail(ErrorCode::ReadOnlyProvider, location);
+}
+
+std::unique_ptr<ByteStream> TarProvider::openReadOnlyStream(StorageIRI const& location) const {
+    Found const found = find(location, LastLink::Followed);
+    if (found.index().isFolder(found.entry)) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    return openMember(*found.archive->source, found.archive->readers, found.member(), location);
+}
+
+ustring TarProvider::readLink(StorageIRI const& location) const {
+    Found const found = find(location, LastLink::Itself);
+    if (found.index().kindOf(found.entry) != EntryKind::Link) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    if (found.member().access == detail::Access::Missing) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    return fl::i18n::storageNameToUstring(found.index().targetOf(found.entry));
+}
+
+std::unique_ptr<IFolderEntryIterator> TarProvider::list(StorageIRI const& location,
+                                                        container::Selection selection) const {
+    Found const found = findFolder(location);
+    return std::make_unique<TarCursor>(std::make_shared<TarCursor::Listing const>(
+        TarCursor::Listing{found.archive->headers.index, found.entry, std::move(selection)}));
+}
+
+std::unique_ptr<IFolderEntryIterator> TarProvider::listAll(StorageIRI const& location,
+                                                           ustring const& filter) const {
+    return list(location, {Kinds::All, true, false, filter});
+}
+std::unique_ptr<IFolderEntryIterator> TarProvider::listFiles(StorageIRI const& location,
+                                                             ustring const& filter) const {
+    return list(location, {Kinds::Files, true, false, filter});
+}
+std::unique_ptr<IFolderEntryIterator> TarProvider::listFolders(StorageIRI const& location,
+                                                               ustring const& filter) const {
+    return list(location, {Kinds::Folders, true, false, filter});
+}
+std::unique_ptr<IFolderEntryIterator> TarProvider::listAllNamesOnly(StorageIRI const& location,
+                                                                    ustring const& filter) const {
+    return list(location, {Kinds::All, false, false, filter});
+}
+std::unique_ptr<IFolderEntryIterator> TarProvider::listFilesNamesOnly(StorageIRI const& location,
+                                                                      ustring const& filter) const {
+    return list(location, {Kinds::Files, false, false, filter});
+}
+std::unique_ptr<IFolderEntryIterator>
+TarProvider::listFoldersNamesOnly(StorageIRI const& location, ustring const& filter) const {
+    return list(location, {Kinds::Folders, false, false, filter});
+}
+std::unique_ptr<IFolderEntryIterator> TarProvider::listAllRecursive(StorageIRI const& location,
+                                                                    ustring const& filter) const {
+    return list(location, {Kinds::All, true, true, filter});
+}
+std::unique_ptr<IFolderEntryIterator>
+TarProvider::listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const {
+    return list(location, {Kinds::All, false, true, filter});
+}
+
+} // namespace foundation::storage::provider::tar

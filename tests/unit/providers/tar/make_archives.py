@@ -1,0 +1,245 @@
+"""Makes archives byte by byte, and beside each what a reader is to make of it.
+
+A line of NAME.expected is an entry as the listing has it: `folder/`, `file=content`, `link->target`,
+`name!N` where opening is refused with code N, `name!read` where reading fails. `!N` alone: the whole
+archive is refused. What is in the folder `cut` is an archive that ends too soon.
+"""
+import bz2
+import gzip
+import io
+import lzma
+import struct
+import sys
+import tarfile
+from pathlib import Path
+
+BLOCK = 512
+REGULAR, HARD, LINK, CHARACTER, DEVICE, FOLDER, PIPE = b"0", b"1", b"2", b"3", b"4", b"5", b"6"
+
+
+def padded(data):
+    return data + bytes(-len(data) % BLOCK)
+
+
+def member(name, data=b"", type=REGULAR, target=b"", size=None, mode=0o644, magic=b"ustar\x0000", prefix=b"",
+           time=1_600_000_000, checksum=None):
+    """A header of POSIX ustar, and the content behind it."""
+    name, target = (text.encode() if isinstance(text, str) else text for text in (name, target))
+    size = len(data) if size is None else size
+    sized = b"%011o\0" % size if isinstance(size, int) else size
+    header = bytearray(struct.pack("100s8s8s8s12s12s8sc100s8s32s32s8s8s155s12s", name, b"%07o\0" % mode, b"0000000\0",
+                                   b"0000000\0", sized, b"%011o\0" % time, b" " * 8, type, target, magic, b"", b"",
+                                   b"0000000\0", b"0000000\0", prefix, b""))
+    header[148:156] = b"%06o\0 " % (sum(header) if checksum is None else checksum)
+    return bytes(header) + padded(data)
+
+
+def pax(records, name=b"pax", type=b"x"):
+    text = b""
+    for key, value in records:
+        line = b" " + key + b"=" + value + b"\n"
+        size = len(line)
+        while len(b"%d" % size) + len(line) != size:
+            size = len(b"%d" % size) + len(line)
+        text += b"%d" % size + line
+    return member(name, text, type)
+
+
+def archive(*members, end=bytes(2 * BLOCK)):
+    return b"".join(members) + end
+
+
+def long_name(name, type=b"L"):
+    return member("././@LongLink", name + b"\0", type, magic=b"ustar  \0")
+
+
+def shown(path, data):
+    return f"{path}={data.decode()}"
+
+
+TEXT = b"some text, some more text, and some text again"
+REST = member("rest", b"r")
+
+
+def sparse(name, size, *parts):
+    """GNU's first form: the map of the parts stands in the header."""
+    data = b"".join(text for _, text in parts)
+    header = bytearray(member(name, b"", b"S", size=len(data), magic=b"ustar  \0"))
+    at = 386
+    for offset, text in parts[:4]:
+        header[at:at + 24] = b"%011o\0" % offset + b"%011o\0" % len(text)
+        at += 24
+    header[483:495] = b"%011o\0" % size
+    header[148:156] = b" " * 8
+    header[148:156] = b"%06o\0 " % sum(header)
+    return bytes(header) + padded(data)
+
+
+def good():
+    yield "empty", archive(), []
+    yield "no bytes", b"", []
+    yield "one member", archive(member("a", b"1")), ["a=1"]
+    yield "one other member", archive(member("b", b"2")), ["b=2"]
+    yield "no end", archive(member("a", TEXT), end=b""), [shown("a", TEXT)]
+    yield "half an end", archive(member("a", TEXT), end=bytes(BLOCK)), [shown("a", TEXT)]
+    yield "something behind the end", archive(member("a", b"1")) + b"more" * 300, ["a=1"]
+    yield "a member behind the end", archive(member("a", b"1")) + archive(member("b", b"2")), ["a=1"]
+    yield "old format", archive(member("a", b"1", magic=b"", type=b"\0"), member("d/", magic=b"", type=b"\0")), ["a=1", "d/"]
+    yield "gnu format", archive(member("a", b"1", magic=b"ustar  \0")), ["a=1"]
+    yield "folders", archive(member("d/", type=FOLDER), member("d/e/f", b"1"), member("d/g", b"2")), [
+        "d/", "d/e/", "d/e/f=1", "d/g=2"]
+    yield "folder behind its contents", archive(member("d/f", b"1"), member("d", type=FOLDER)), ["d/", "d/f=1"]
+    yield "prefix", archive(member("f", b"1", prefix=b"d/e")), ["d/", "d/e/", "d/e/f=1"]
+    yield "gnu long name", archive(long_name(b"n" * 300), member("n" * 99, b"1")), ["n" * 300 + "=1"]
+    yield "gnu long target", archive(long_name(b"t" * 300, b"K"), member("l", type=LINK, target="t" * 99)), ["l->" + "t" * 300]
+    yield "pax long name", archive(pax([(b"path", b"n" * 300)]), member("n" * 99, b"1")), ["n" * 300 + "=1"]
+    yield "pax name of two forms", archive(pax([(b"path", "e\u0301-\u00e9".encode())]), member("e", b"1")), ["e\u0301-\u00e9=1"]
+    yield "pax name of bytes", archive(pax([(b"path", b"\xff\x80")]), member("e", b"1")), ["\\xff\\x80=1"]
+    yield "pax binary name of bytes", archive(
+        pax([(b"hdrcharset", b"BINARY"), (b"path", b"\xff\xc3\xa9")]), member("e", b"1")), ["\\xff\u00e9=1"]
+    yield "pax target of bytes", archive(pax([(b"linkpath", b"\xff\x80")]), member("l", type=LINK, target="t")), ["l->\\xff\\x80"]
+    yield "pax size", archive(pax([(b"size", b"46")]), member("a", TEXT, size=0)), [shown("a", TEXT)]
+    yield "pax of all", archive(pax([(b"comment", b"c")], type=b"g"), member("a", b"1")), ["a=1"]
+    yield "names of bytes", archive(member(b"\xff\xfe", b"1"), member("\u00e9", b"2")), ["\\xff\\xfe=1", "\u00e9=2"]
+    yield "names that are odd but good", archive(
+        member("back\\slash", b"1"), member("c:drive", b"2"), member("tab\t", b"3"), member("...", b"4"), member(" ", b"5")), [
+        "back\\slash=1", "c:drive=2", "tab\t=3", "...=4", " =5"]
+    yield "names with a dot", archive(
+        member("./", type=FOLDER), member("./a", b"1"), member("./d/", type=FOLDER), member("d/./f/.//", type=FOLDER)), ["a=1", "d/"]
+    yield "links", archive(member("link", type=LINK, target="d/f"), member("d/f", b"1"), member("d/up", type=LINK, target="../link")), [
+        "link->d/f", "d/", "d/f=1", "d/up->../link"]
+    yield "links to nothing", archive(
+        member("d/", type=FOLDER), member("to nothing", type=LINK, target="d/nothing"), member("to itself", type=LINK, target="to itself"),
+        member("f", b"1"), member("to f as a folder", type=LINK, target="f/"), member("empty", type=LINK)), [
+        "d/", "to nothing->d/nothing", "to itself->to itself", "f=1", "to f as a folder->f/", "empty->"]
+    yield "hard links", archive(member("a", TEXT), member("d/b", type=HARD, target="a"), member("c", type=HARD, target="./d/b")), [
+        shown("a", TEXT), "d/", shown("d/b", TEXT), shown("c", TEXT)]
+    yield "hard link to a link", archive(member("l", type=LINK, target="x"), member("h", type=HARD, target="l")), ["l->x", "h->x"]
+    yield "hard link to what is replaced", archive(
+        member("a", b"1"), member("b", type=HARD, target="a"), member("a", b"2")), ["a=2", "b=1"]
+    yield "special", archive(member("pipe", type=PIPE), member("c", type=CHARACTER), member("d", type=DEVICE), REST), [
+        "pipe!11", "c!11", "d!11", "rest=r"]
+    yield "sparse", archive(sparse("s", 519, (512, b"ab")), REST), ["s=" + "\0" * 512 + "ab\0\0\0\0\0", "rest=r"]
+    yield "sparse in two parts", archive(sparse("s", 1026, (0, b"a" * 512), (1024, b"cd")), REST), [
+        "s=" + "a" * 512 + "\0" * 512 + "cd", "rest=r"]
+    yield "sparse without a part", archive(sparse("s", 3), REST), ["s=\0\0\0", "rest=r"]
+    yield "sparse in one part", archive(sparse("s", 2, (0, b"ab")), REST), ["s=ab", "rest=r"]
+    yield "same name twice", archive(member("a", b"1"), member("a", b"22")), ["a=22"]
+    yield "time before 1970", archive(pax([(b"mtime", b"-1.5")]), member("a", b"1")), ["a=1"]
+    tar = archive(member("a", TEXT), member("d/b", b"2"))
+    listed = [shown("a", TEXT), "d/", "d/b=2"]
+    for title, data in (("gzip", gzip.compress(tar)), ("bzip2", bz2.compress(tar)), ("xz", lzma.compress(tar)),
+                        ("lzma", lzma.compress(tar, lzma.FORMAT_ALONE))):
+        yield f"compressed, {title}", data, listed
+    yield "compressed in two pieces", gzip.compress(tar[:700]) + gzip.compress(tar[700:]), listed
+    yield "compressed, xz in two pieces with zeros", lzma.compress(tar[:700]) + bytes(8) + lzma.compress(tar[700:]), listed
+    yield "something behind a compressed one", gzip.compress(tar) + b"behind", listed
+    yield "sparse and compressed", gzip.compress(archive(REST, sparse("s", 519, (512, b"ab")))), [
+        "rest=r", "s=" + "\0" * 512 + "ab\0\0\0\0\0"]
+
+
+def misleading():
+    """Names that no tree has are left out, and the rest is read."""
+    for name in ("../x", "/x", "//x", "a/../../x", "a/../x", "/./x", "./../x", "a//x", "..", "a/..", ""):
+        title = "left out " + (name.replace("/", "_") or "nothing")
+        yield title, archive(member(name, b"1"), REST), ["rest=r"]
+        if name:
+            yield title + ", by pax", archive(pax([(b"path", name.encode())]), member("n", b"1"), REST), ["rest=r"]
+            yield title + ", a link", archive(member(name, type=LINK, target="rest"), REST), ["rest=r"]
+    yield "a zero in a name", archive(pax([(b"path", b"x\0y")]), member("n", b"1"), REST), ["x=1", "rest=r"]
+    yield "file below a file", archive(member("a", b"1"), member("a/b", b"2")), ["a=1"]
+    yield "file in the place of a folder", archive(member("a/b", b"2"), member("a", b"1")), ["a/", "a/b=2"]
+    yield "folder in the place of a file", archive(member("a", b"1"), member("a/", type=FOLDER)), ["a=1"]
+    yield "file below a link", archive(member("a", type=LINK, target="/tmp"), member("a/b", b"2"), REST), ["a->/tmp", "rest=r"]
+    yield "file in the place of a link out", archive(member("a", type=LINK, target="../../x"), member("a", b"2")), ["a=2"]
+    yield "links out", archive(member("up", type=LINK, target="../../etc"), member("abs", type=LINK, target="/etc/passwd")), [
+        "up->../../etc", "abs->/etc/passwd"]
+    yield "hard link out", archive(member("h", type=HARD, target="/etc/passwd"), member("u", type=HARD, target="../x"), REST), [
+        "h!9", "u!9", "rest=r"]
+    yield "hard link to a folder", archive(member("d/", type=FOLDER), member("h", type=HARD, target="d"), REST), ["d/", "rest=r"]
+    yield "hard link to itself", archive(member("h", type=HARD, target="h"), REST), ["h!9", "rest=r"]
+    yield "hard link to what comes later", archive(member("h", type=HARD, target="rest"), REST), ["h!9", "rest=r"]
+    yield "link too long to be one", archive(
+        long_name(b"t" * 5000, b"K"), member("l", type=LINK, target="t" * 99)), ["l!1"]
+    yield "the root as a file", archive(member("/"), REST), ["rest=r"]
+    yield "pax without an end", archive(member("p", b"5000 path=x\n", b"x"), member("a", b"1")), ["a=1"]
+    yield "sparse with a part behind its end", archive(sparse("s", 3, (7, b"ab")), REST), ["s=ab\0", "rest=r"]
+    yield "too deep", archive(pax([(b"path", b"d/" * 101 + b"f")]), member("f", b"1"), REST), ["rest=r"]
+    yield "name as long as none", archive(long_name(b"n" * 70_000), member("n", b"1"), REST), ["rest=r"]
+
+
+def refused():
+    a = member("a", TEXT)
+    yield "not an archive", b"this is text, and nothing else at all, really" * 30, ["!9"]
+    yield "one byte", b"P", ["!9"]
+    yield "wrong check sum", archive(member("a", TEXT, checksum=1)), ["!9"]
+    yield "wrong check sum of the second", archive(a, member("b", TEXT, checksum=1)), ["!9"]
+    yield "larger than the item", archive(member("a", TEXT, size=100_000)), ["!9"]
+    yield "as large as can be", archive(member("a", TEXT, size=b"\x80" + b"\0" * 3 + b"\x7f" + b"\xff" * 7)), ["!9"]
+    yield "of a negative size", archive(member("a", TEXT, size=b"\xff" * 12)), ["!9"]
+    yield "of no size", archive(member("a", TEXT, size=b"no number..."), REST), ["!9"]
+    yield "pax of a large size", archive(member("p", b"", b"x", size=2**33), member("a", TEXT)), ["!9"]
+    yield "pax alone", archive(pax([(b"path", b"x")]), end=b""), ["!9"]
+    yield "long name of a large size", archive(member("././@LongLink", b"", b"L", size=2**33), a), ["!9"]
+    yield "long name alone", archive(long_name(b"n" * 300), end=b""), ["!9"]
+    tar = archive(a)
+    yield "gzip with a wrong check sum", gzip.compress(tar)[:-8] + b"\1" * 8, ["!9"]
+    yield "gzip with nothing in it", gzip.compress(b""), []
+    yield "gzip of no archive", gzip.compress(b"some text"), ["!9"]
+    yield "gzip of gzip", gzip.compress(gzip.compress(tar)), ["!9"]
+    yield "xz with a damaged check sum", lzma.compress(tar)[:-30] + bytes(30), ["!9"]
+    yield "bzip2 with rubbish in it", bz2.compress(tar)[:40] + b"\xff" * 40, ["!9"]
+    yield "gzip header alone", gzip.compress(tar)[:10], ["!9"]
+    yield "zstd with rubbish in it", b"\x28\xb5\x2f\xfd" + b"\xff" * 60, ["!9"]
+    yield "zip", b"PK\x05\x06" + bytes(18), ["!9"]
+    yield "7z header alone", b"7z\xbc\xaf\x27\x1c\0\4" + bytes(24), []
+    yield "7z with a header behind the end", b"7z\xbc\xaf\x27\x1c\0\4" + b"\xff" * 24, ["!9"]
+    yield "ar header alone", b"!<arch>\n", []
+    yield "ar with rubbish in it", b"!<arch>\n" + b"\xff" * 60, ["!9"]
+    yield "cpio cut short", b"070701" + b"0" * 100, ["!9"]
+    yield "mtree", b"#mtree\n./a type=file\n", ["!9"]
+
+
+def bombs():
+    """More content than the bytes can hold, and more than anybody wants."""
+    zeros = bytes(1024 * 1024)
+    compressor = bz2.BZ2Compressor()
+    size = 2**27
+    head = member("bomb", b"", size=size)
+    parts = [compressor.compress(head)] + [compressor.compress(zeros) for _ in range(size // len(zeros))]
+    yield "bomb of bzip2", b"".join(parts) + compressor.flush(), ["!5"]
+    wanting = bytearray(lzma.compress(archive(member("a", TEXT)), lzma.FORMAT_ALONE))
+    wanting[1:5] = struct.pack("<I", 2**30)  # the size of the dictionary
+    yield "lzma that wants much memory", bytes(wanting), ["!5"]
+
+
+def cut():
+    whole = archive(member("a", TEXT), pax([(b"path", b"d/b")]), member("b", b"2"))
+    for title, data in (("plain", whole), ("gzip", gzip.compress(whole, mtime=0)), ("bzip2", bz2.compress(whole)),
+                        ("xz", lzma.compress(whole))):
+        for size in range(0, len(data), 1 if title != "plain" else 7):
+            yield f"cut/{title} {size}", data[:size], None
+
+
+def main():
+    target = Path(sys.argv[1])
+    (target / "cut").mkdir(parents=True)
+    for group in (good, misleading, refused, bombs, cut):
+        for name, data, expected in group():
+            (target / f"{name}.tar").write_bytes(data)
+            if expected is not None:
+                (target / f"{name}.expected").write_bytes("".join(line + "\n" for line in expected).encode())
+    big = b"".join(b"%d\n" % n for n in range(800_000))
+    (target / "big.txt").write_bytes(big)
+    whole = archive(member("a", big), member("b", big[:100_000]), member("c", big))
+    (target / "big.tar").write_bytes(whole)
+    (target / "big gzip.tar").write_bytes(gzip.compress(whole, 1))
+    (target / "many.tar").write_bytes(archive(*[member(f"{n // 1000}/{n % 1000}", b"%d" % n) for n in range(20_000)]))
+    deep = io.BytesIO()
+    with tarfile.open(fileobj=deep, mode="w", format=tarfile.PAX_FORMAT) as file:
+        for n in range(990):
+            file.addfile(tarfile.TarInfo(f"{n}/" + "/".join("d" * 99) + "/f"))
+    (target / "deep.tar").write_bytes(deep.getvalue())
+
+
+main()
