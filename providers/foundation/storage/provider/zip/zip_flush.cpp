@@ -76,7 +76,14 @@ void ZipProvider::writeOut() {
     if (stateOfItem() != itemState_) {
         fail(ErrorCode::ResourceInUse, item_.getLocation());
     }
-    update.publish();
+    try {
+        update.publish();
+    } catch (...) {
+        if (update.isRestored()) {
+            itemState_ = stateOfItem(); // the old bytes, as we have written them ourselves
+        }
+        throw;
+    }
     for (auto const& [content, version] : written) {
         content->beWritten(version);
     }

@@ -95,6 +95,7 @@ void ItemUpdate::writeThrough() {
         overwrite(*content_);
     } catch (...) {
         overwrite(old);
+        isRestored_ = true;
         throw;
     }
 }

@@ -18,6 +18,8 @@ class ItemUpdate {
     ItemUpdate(StorageItem item, std::shared_ptr<PendingSpace> space);
     void write(std::span<unsigned char const> bytes);
     void publish();
+    /// Whether the old bytes were written again, when publish() had failed.
+    bool isRestored() const noexcept { return isRestored_; }
 
   private:
     void writeThrough();
@@ -27,6 +29,7 @@ class ItemUpdate {
     std::shared_ptr<PendingSpace> const space_;
     std::unique_ptr<ByteStream> replacement_; ///< null where the item is written through
     std::unique_ptr<PendingContent> content_;
+    bool isRestored_ = false;
 };
 
 /// Throws provider::Exception naming `location`, with code ReadOnlyProvider where an item may not
