@@ -63,9 +63,7 @@ void TreeCopy::copy() {
         destinationProvider_ = run_.system().buildProvider(destination);
         sourceHasLinks_ = hasLinks(run_.system(), source_.iri);
         sameScheme_ = source_.iri.getScheme() == destination_.iri.getScheme();
-        if (sameScheme_) {
-            folderAttributes_ = dynamic_cast<IFolderAttributes*>(destinationProvider_.get());
-        }
+        folderAttributes_ = dynamic_cast<IFolderAttributes*>(destinationProvider_.get());
         if (destinationProvider_ == run_.system().buildProvider(source_.iri.toStorageIRI())) {
             smallFileCopies_ = dynamic_cast<ISmallFileCopies*>(destinationProvider_.get());
         }
@@ -505,7 +503,7 @@ void TreeCopy::left(Level const& level) {
 // Behind the contents, since filling a folder changes its time. A folder that was there keeps its
 // mode, as a file does that is replaced. What a storage does not keep is no failure of the copy.
 void TreeCopy::carryAttributesOver(Level const& level) {
-    if (!sameScheme_) {
+    if (!sameScheme_ && folderAttributes_ == nullptr) {
         return;
     }
     try {

@@ -188,7 +188,8 @@ TEST(CommandProviders, ListsWhatStoragesCanDo) {
     EXPECT_THAT(table.out, ::testing::StartsWith("scheme  links  replaces  flushes  features\n"));
     EXPECT_THAT(table.out, HasSubstr("\nfile    yes    yes       no       "));
     EXPECT_THAT(table.out, HasSubstr("\nmem     yes    yes       no       "));
-    EXPECT_THAT(table.out, HasSubstr("\nzip     yes    no        no       tree-listing "));
+    EXPECT_THAT(table.out,
+                HasSubstr("\nzip     yes    yes       yes      tree-removal tree-listing "));
 
     Outcome const json = vfs(folder, {"providers", "--json"});
     nlohmann::json const first = nlohmann::json::parse(json.out.substr(0, json.out.find('\n')));

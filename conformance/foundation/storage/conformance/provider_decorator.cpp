@@ -75,6 +75,10 @@ std::unique_ptr<ByteStream> ProviderDecorator::decorateStream(StorageIRI const& 
     if (!inner) {
         return inner;
     }
+    if (dynamic_cast<extensions::INewFileAttributes*>(inner.get()) != nullptr) {
+        return std::make_unique<DescribedStream>(shared_from_this(), location, std::move(inner),
+                                                 kind);
+    }
     return std::make_unique<DecoratedStream>(shared_from_this(), location, std::move(inner), kind);
 }
 

@@ -24,6 +24,7 @@ ContainerProviderFactory::~ContainerProviderFactory() = default;
 extensions::IFlushableFilesystem::~IFlushableFilesystem() = default;
 extensions::IFolderAttributes::~IFolderAttributes() = default;
 extensions::ILinks::~ILinks() = default;
+extensions::INewFileAttributes::~INewFileAttributes() = default;
 extensions::IReplacingStreams::~IReplacingStreams() = default;
 extensions::ISmallFileCopies::~ISmallFileCopies() = default;
 

@@ -234,6 +234,25 @@ void writeInPlace(ByteStream& from, StorageItem const& destination, ReplacementP
     created.keep();
 }
 
+/// Gives the new file the mode and the time of its source; false where one of the two storages
+/// knows nothing of them.
+bool describe(ByteStream& to, IProvider const& sourceProvider, StorageIRI const& source) {
+    auto* const described = dynamic_cast<extensions::INewFileAttributes*>(&to);
+    if (!described) {
+        return false;
+    }
+    try {
+        AttributeValues const values = sourceProvider.getFileAttributes(source).values();
+        described->setNewFileAttributes({values.mode, values.lastModified});
+        return true;
+    } catch (Exception const& e) {
+        if (e.getErrorCode() != ErrorCode::UnsupportedOperation) {
+            throw;
+        }
+        return false;
+    }
+}
+
 CopyStatus copyFileContent(IProvider& sourceProvider, StorageIRI const& source,
                            StorageItem const& destination, CopyFileOptions const& options) {
     auto const from = sourceProvider.openReadOnlyStream(source);
@@ -241,7 +260,11 @@ CopyStatus copyFileContent(IProvider& sourceProvider, StorageIRI const& source,
     auto* replacing = dynamic_cast<extensions::IReplacingStreams*>(destination.getProvider().get());
     if (replacing) {
         auto const to = replacing->openReplacement(destination.getLocation(), options.policy);
+        bool const isDescribed = describe(*to, sourceProvider, source);
         copyBytes(*from, *to, progress);
+        if (isDescribed) {
+            return CopyStatus::CopiedWithTimes;
+        }
     } else {
         writeInPlace(*from, destination, options.policy, progress);
     }

@@ -15,8 +15,11 @@ namespace foundation::storage::provider {
 /// Where the destination offers extensions::IReplacingStreams, its final name holds the old content
 /// or the complete new one; elsewhere it is written in place, and a failure removes only what this
 /// created. Failures of the streams come out as they are. A canceled copy throws
-/// provider::Exception with code IOError, naming the destination. Returns Copied; for a
-/// link CopiedWithTimes, since what a caller would then do to it would be done to what it leads to.
+/// provider::Exception with code IOError, naming the destination.
+///
+/// Returns CopiedWithTimes where the new file got the mode and the time of its source, for which
+/// the destination's stream offers extensions::INewFileAttributes, and Copied elsewhere; for a link
+/// CopiedWithTimes, since what a caller would then do to it would be done to what it leads to.
 FOUNDATION_EXPORT CopyStatus copyFileByStreams(IProvider& sourceProvider, StorageIRI const& source,
                                                StorageItem const& destination,
                                                CopyFileOptions const& options);

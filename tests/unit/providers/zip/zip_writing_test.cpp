@@ -4,6 +4,7 @@
 
 #include <foundation/storage/provider/byte_stream.hpp>
 #include <foundation/storage/provider/byte_stream_open_options.hpp>
+#include <foundation/storage/provider/copy_file_options.hpp>
 #include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
@@ -207,6 +208,36 @@ TEST(ZipWriting, ACopyWithinTheArchiveTakesTheStoredBytes) {
     EXPECT_EQ(read(*provider, archive.at("file")), someBytes(50'000, 3));
     EXPECT_EQ(provider->getFileAttributes(archive.at("copy")).values().lastModified.seconds,
               1'000'000'000);
+}
+
+TEST(ZipWriting, ACopyIntoAnArchiveAndOutOfItHasItsModeAndTime) {
+    NewArchive const archive;
+    std::string const source = archive.folder() + "/source";
+    std::ofstream(source) << "text";
+    fs::permissions(source, fs::perms(0750));
+    localItem(source).setLastModified(toPtime({1'234'567'890, 0}));
+    auto const provider = archive.open();
+    EXPECT_EQ(localItem(source).copyFile(StorageItem(provider, archive.at("file")), {}),
+              CopyStatus::CopiedWithTimes);
+    flush(*provider);
+    StorageItem const copy = localItem(archive.folder() + "/copy");
+    EXPECT_EQ(provider->copyFile(archive.at("file"), copy, {}), CopyStatus::CopiedWithTimes);
+    for (AttributeValues const& values : {provider->getFileAttributes(archive.at("file")).values(),
+                                          copy.getFileAttributes().values()}) {
+        EXPECT_EQ(values.mode, 0750U);
+        EXPECT_EQ(values.lastModified, (Timestamp{1'234'567'890, 0}));
+    }
+}
+
+TEST(ZipWriting, ACopyOverAFileLeavesItsMode) {
+    NewArchive const archive;
+    std::string const source = archive.folder() + "/source";
+    std::ofstream(source) << "text";
+    fs::permissions(source, fs::perms(0700));
+    auto const provider = archive.open();
+    provider->createFile(archive.at("file"));
+    localItem(source).copyFile(StorageItem(provider, archive.at("file")), {replacing, 0, {}});
+    EXPECT_EQ(provider->getFileAttributes(archive.at("file")).values().mode, 0644U);
 }
 
 TEST(ZipWriting, AFolderThatOnlyItsMembersTellOfStaysWithoutThem) {

@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/local/local_replacement.hpp>
 
+#include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/local/detail/failures.hpp>
 #include <foundation/storage/provider/local/detail/staged_file.hpp>
 #include <foundation/storage/provider/local/local_stream.hpp>
@@ -33,7 +34,7 @@ std::optional<struct stat> checkDestination(FolderSlot const& slot, ReplacementP
     return existing;
 }
 
-class ReplacementStream final : public ByteStream {
+class ReplacementStream final : public ByteStream, public extensions::INewFileAttributes {
   public:
     /// `old` is the file that stands there, if one does. Until the new content takes its mode over,
     /// it is nobody else's to read.
@@ -52,6 +53,10 @@ class ReplacementStream final : public ByteStream {
         return io_.write(buffer, count);
     }
     long seek(long offset, std::ios_base::seekdir way) override { return io_.seek(offset, way); }
+
+    void setNewFileAttributes(extensions::NewFileAttributes const& attributes) override {
+        attributes_ = attributes;
+    }
 
     void close() override {
         io_.checkBeforeClose();
@@ -85,7 +90,10 @@ class ReplacementStream final : public ByteStream {
                    e.getErrorCode());
         }
         // The mode also of one that is gone by now: it is what was meant.
-        int error = old_ ? takeOver(*old_) : 0;
+        int error = old_ ? takeOver(*old_) : takeNewMode();
+        if (error == 0) {
+            error = takeNewTime();
+        }
         if (error == 0) {
             error = staged_.publish(replaces(policy_) ? StagedFile::Existing::Replace
                                                       : StagedFile::Existing::Refuse);
@@ -125,6 +133,27 @@ class ReplacementStream final : public ByteStream {
         return fails(::fchmod(file, mode)) ? errno : 0;
     }
 
+    int takeNewMode() const noexcept {
+        constexpr mode_t permissions = 0777;
+        bool const fails = attributes_.mode &&
+                           ::fchmod(staged_.descriptor(),
+                                    static_cast<mode_t>(*attributes_.mode) & permissions) != 0 &&
+                           !detail::meansNotKept(errno);
+        return fails ? errno : 0;
+    }
+
+    int takeNewTime() const noexcept {
+        if (!attributes_.lastModified) {
+            return 0;
+        }
+        struct timespec const times[] = {
+            {0, UTIME_OMIT},
+            {attributes_.lastModified->seconds, attributes_.lastModified->nanoseconds}};
+        bool const fails =
+            ::futimens(staged_.descriptor(), times) != 0 && !detail::meansNotKept(errno);
+        return fails ? errno : 0;
+    }
+
     [[noreturn]] static void refuse(std::string const& reason, ErrorCode code) {
         throw ByteStreamCloseFailure("close: " + reason, code);
     }
@@ -135,6 +164,7 @@ class ReplacementStream final : public ByteStream {
     FolderSlot slot_;
     StagedFile staged_;
     DescriptorIo io_;
+    extensions::NewFileAttributes attributes_;
     bool settled_ = false;
 };
 

@@ -137,7 +137,7 @@ PendingReplacement::PendingReplacement(std::shared_ptr<detail::PendingContent> c
 void PendingReplacement::close() {
     checkBeforeClose();
     try {
-        publish_(content());
+        publish_(content(), attributes_);
     } catch (Exception const& e) {
         std::ostringstream text;
         text << "close: the file could not be published: " << e.getErrorCode();

@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/byte_stream.hpp>
 #include <foundation/storage/provider/error_code.hpp>
+#include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/zip/detail/pending_content.hpp>
 
 #include <cstdint>
@@ -54,16 +55,21 @@ class PendingStream : public ByteStream {
 
 /// A stream on content that has no name yet; closing it publishes it, which may be tried again
 /// where it fails.
-class PendingReplacement final : public PendingStream {
+class PendingReplacement final : public PendingStream, public extensions::INewFileAttributes {
   public:
     /// Throws provider::Exception.
-    using Publish = std::function<void(std::shared_ptr<detail::PendingContent>)>;
+    using Publish = std::function<void(std::shared_ptr<detail::PendingContent>,
+                                       extensions::NewFileAttributes const&)>;
 
     PendingReplacement(std::shared_ptr<detail::PendingContent> content, Publish publish);
+    void setNewFileAttributes(extensions::NewFileAttributes const& attributes) override {
+        attributes_ = attributes;
+    }
     void close() override;
 
   private:
     Publish publish_;
+    extensions::NewFileAttributes attributes_;
 };
 
 } // namespace foundation::storage::provider::zip

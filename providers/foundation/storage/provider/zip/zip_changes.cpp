@@ -290,20 +290,27 @@ std::unique_ptr<ByteStream> ZipProvider::openReplacement(StorageIRI const& locat
     return std::make_unique<PendingReplacement>(
         std::make_shared<detail::PendingContent>(space_),
         [self = shared_from_this(), location,
-         policy](std::shared_ptr<detail::PendingContent> content) {
-            self->publish(location, policy, std::move(content));
+         policy](std::shared_ptr<detail::PendingContent> content,
+                 extensions::NewFileAttributes const& attributes) {
+            self->publish(location, policy, std::move(content), attributes);
         });
 }
 
-/// With the mode of the file that is replaced.
 void ZipProvider::publish(StorageIRI const& location, ReplacementPolicy policy,
-                          std::shared_ptr<detail::PendingContent> content) {
+                          std::shared_ptr<detail::PendingContent> content,
+                          extensions::NewFileAttributes const& attributes) {
     change(location, [&](Tree& tree, auto const& walkTo) {
         Tree::Place const place = walkTo(location, LastLink::Itself);
         std::shared_ptr<Node> const node = tree.makeFile();
         node->content = std::move(content);
         if (!place.error && place.entry->kind == EntryKind::File) {
             node->mode = place.entry->mode;
+        } else if (attributes.mode) {
+            constexpr std::uint32_t permissions = 0777;
+            node->mode = static_cast<std::uint16_t>(*attributes.mode & permissions);
+        }
+        if (attributes.lastModified) {
+            node->content->setLastModified(detail::storableTime(attributes.lastModified->seconds));
         }
         tree.publish(place, node, policy, location);
     });

@@ -157,7 +157,8 @@ class ZipProvider final : public IProvider,
     std::shared_ptr<detail::PendingContent> contentOf(View const& view, Number base,
                                                       StorageIRI const& location) const;
     void publish(StorageIRI const& location, ReplacementPolicy policy,
-                 std::shared_ptr<detail::PendingContent> content);
+                 std::shared_ptr<detail::PendingContent> content,
+                 extensions::NewFileAttributes const& attributes);
 
     void addInner(std::weak_ptr<ZipProvider> inner);
     void flushInner();
