@@ -6,6 +6,7 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -74,8 +75,8 @@ class HeaderReader {
     /// compressed.
     std::uint64_t mostMembers() const {
         std::uint64_t const size = source_.item().getFileAttributes().values().size.value_or(0);
-        bool const isInBlocks = reader_->format() == ARCHIVE_FORMAT_TAR &&
-                                source_.compression() == Compression::None;
+        bool const isInBlocks =
+            reader_->format() == ARCHIVE_FORMAT_TAR && source_.compression() == Compression::None;
         return isInBlocks ? size / 512 : size;
     }
 
@@ -113,8 +114,7 @@ class HeaderReader {
         Member member;
         member.kind = kindOf(entry);
         member.mode = static_cast<std::uint16_t>(::archive_entry_perm(&entry) & 07777U);
-        member.lastModified = {::archive_entry_mtime(&entry),
-                               static_cast<std::int32_t>(::archive_entry_mtime_nsec(&entry))};
+        member.lastModified = timeOf(entry);
         if (member.kind == EntryKind::File && ::archive_entry_size(&entry) > 0) {
             member.size = static_cast<std::uint64_t>(::archive_entry_size(&entry));
         }
@@ -124,6 +124,17 @@ class HeaderReader {
             member.access = Access::Encrypted;
         }
         return member;
+    }
+
+    /// libarchive takes the sign of pax's decimal seconds for that of the whole seconds alone.
+    Timestamp timeOf(archive_entry& entry) const {
+        constexpr std::int32_t second = 1'000'000'000;
+        Timestamp const time{::archive_entry_mtime(&entry),
+                             static_cast<std::int32_t>(::archive_entry_mtime_nsec(&entry))};
+        bool const isTaken = reader_->format() == ARCHIVE_FORMAT_TAR && time.seconds < 0 &&
+                             time.nanoseconds > 0 && time.nanoseconds < second &&
+                             time.seconds > std::numeric_limits<std::int64_t>::min();
+        return isTaken ? Timestamp{time.seconds - 1, second - time.nanoseconds} : time;
     }
 
     TarIndex::Added enter(archive_entry& entry, std::string_view path, Member& member) {

@@ -38,8 +38,7 @@ std::uint64_t TarIndex::memory() const noexcept {
 }
 
 bool TarIndex::hasRoomFor(std::size_t bytes) const noexcept {
-    return entries_.size() <= options_.maximumEntries &&
-           names_.size() + bytes <= std::numeric_limits<std::uint32_t>::max() &&
+    return names_.size() + bytes <= std::numeric_limits<std::uint32_t>::max() &&
            memory() + bytes <= options_.maximumDirectoryMemory;
 }
 
@@ -66,7 +65,7 @@ TarIndex::Number TarIndex::child(Number folder, std::string_view name) const noe
 
 /// A folder that is implied, until it is told what it is. REQUIRES: there is no such child.
 TarIndex::Number TarIndex::enter(Number folder, std::string_view name) {
-    if (!hasRoomFor(name.size())) {
+    if (entries_.size() > options_.maximumEntries || !hasRoomFor(name.size())) {
         return none;
     }
     if ((entries_.size() + 1) * 5 / 4 > table_.size()) {

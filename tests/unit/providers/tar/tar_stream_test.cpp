@@ -1,0 +1,126 @@
+#include "tar_fixture.hpp"
+
+#include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/byte_stream_failure.hpp>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+namespace foundation::storage::provider::tar::test {
+namespace {
+
+std::string readSome(ByteStream& stream, long count) {
+    std::string result(static_cast<std::size_t>(count), '\0');
+    long const got = stream.read(result.data(), count);
+    result.resize(static_cast<std::size_t>(std::max(got, 0L)));
+    return result;
+}
+
+/// One that is stored, one that is decoded with next to no cache, and one whose members have holes.
+class TarStream : public ::testing::TestWithParam<char const*> {
+  protected:
+    TarStream()
+        : archive_(folder_.path() + "/archive"),
+          whole_(contentOf(archives() + "/big.txt")) {
+        std::string const command = "cd " + folder_.path() + " && cp '" + archives() +
+                                    "/big.txt' a && truncate -s +1000000 a && cp a b && " +
+                                    GetParam();
+        EXPECT_EQ(std::system(command.c_str()), 0);
+        whole_ += std::string(1'000'000, '\0');
+        provider_ = open(archive_, {.cacheSize = 300'000});
+    }
+    std::unique_ptr<ByteStream> open_(char const* name) {
+        return provider_->openReadOnlyStream(inside(archive_, name));
+    }
+
+    WorkFolder const folder_;
+    std::string const archive_;
+    std::string whole_;
+    std::shared_ptr<IProvider> provider_;
+};
+
+TEST_P(TarStream, GivesAllOfTheMember) {
+    EXPECT_TRUE(readAll(*open_("a")) == whole_);
+    EXPECT_TRUE(readAll(*open_("b")) == whole_);
+    EXPECT_TRUE(readAll(*open_("a")) == whole_);
+}
+
+TEST_P(TarStream, SeeksForwardAndBack) {
+    auto const stream = open_("b");
+    for (long const position : {5'000'000L, 10L, 6'100'000L, 0L, 3'000'000L, 2'999'999L}) {
+        EXPECT_EQ(stream->seek(position, std::ios_base::beg), position);
+        EXPECT_EQ(readSome(*stream, 50), whole_.substr(static_cast<std::size_t>(position), 50));
+    }
+    auto const size = static_cast<long>(whole_.size());
+    EXPECT_EQ(stream->seek(-3, std::ios_base::end), size - 3);
+    EXPECT_EQ(readSome(*stream, 50).size(), 3U);
+    EXPECT_EQ(stream->seek(10, std::ios_base::end), size + 10);
+    EXPECT_EQ(readSome(*stream, 50), "");
+}
+
+TEST_P(TarStream, RefusesToBeWrittenAndUsedBehindItsEnd) {
+    auto const stream = open_("a");
+    EXPECT_THROW(stream->seek(-1, std::ios_base::beg), ByteStreamSeekFailure);
+    EXPECT_EQ(stream->seek(0, std::ios_base::cur), 0);
+    EXPECT_THROW(stream->write("x", 1), ByteStreamWriteFailure);
+    char byte = 0;
+    EXPECT_THROW(stream->read(&byte, 1), ByteStreamReadFailure);
+
+    auto const other = open_("a");
+    other->close();
+    EXPECT_THROW(other->close(), ByteStreamCloseFailure);
+}
+
+TEST_P(TarStream, OfOneMemberGoesOnBesideAnother) {
+    auto const one = open_("a");
+    auto const other = open_("b");
+    auto const third = open_("a");
+    for (std::size_t at = 0; at < 3'000'000; at += 300'000) {
+        for (ByteStream* const stream : {one.get(), other.get(), third.get()}) {
+            EXPECT_TRUE(readSome(*stream, 300'000) == whole_.substr(at, 300'000));
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Archives, TarStream,
+                         ::testing::Values("tar cf archive.tar a b", "tar czf archive.tar a b",
+                                           "tar cSf archive.tar a b", "tar cSzf archive.tar a b",
+                                           "bsdtar --format 7zip -cf archive.tar a b",
+                                           "bsdtar --format iso9660 -cf archive.tar a b"));
+
+TEST(TarOfAnItemThatIsCutShort, SaysThatItEndsTooSoon) {
+    WorkFolder const folder;
+    std::string const archive = folder.path() + "/archive";
+    std::filesystem::copy_file(archives() + "/big.tar", archive + ".tar");
+    auto const stream = open(archive)->openReadOnlyStream(inside(archive, "c"));
+    std::filesystem::resize_file(archive + ".tar", 6'000'000);
+
+    try {
+        readAll(*stream);
+        ADD_FAILURE() << "all of it was read";
+    } catch (ByteStreamReadFailure const& failure) {
+        EXPECT_STREQ(failure.what(), "read: the archive ends before the member does");
+    }
+}
+
+TEST(TarOfDamagedContent, OfSevenZipIsFoundAtItsEnd) {
+    WorkFolder const folder;
+    std::string const archive = folder.path() + "/archive";
+    std::string const make = "cd " + folder.path() +
+                             " && seq 1 1000 > a && 7z a -mx=0 x.7z a > log && mv x.7z archive.tar"
+                             " && printf x | dd of=archive.tar bs=1 seek=100 conv=notrunc 2> log";
+    if (std::system("command -v 7z > /dev/null") != 0) {
+        GTEST_SKIP() << "7z is not installed";
+    }
+    ASSERT_EQ(std::system(make.c_str()), 0);
+
+    auto const stream = open(archive)->openReadOnlyStream(inside(archive, "a"));
+
+    EXPECT_THROW(readAll(*stream), ByteStreamReadFailure);
+}
+
+} // namespace
+} // namespace foundation::storage::provider::tar::test
