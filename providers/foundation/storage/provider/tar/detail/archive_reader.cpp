@@ -115,8 +115,9 @@ void ArchiveReader::fail(char const* otherwise) {
     if (failure_) {
         std::rethrow_exception(std::exchange(failure_, nullptr));
     }
-    if (::archive_errno(archive_.get()) == ENOMEM) {
-        throw std::bad_alloc();
+    if (::archive_errno(archive_.get()) == ENOMEM) { // what a header asks for may be anything
+        throw DecodingFailure("the archive asks for more memory than there is",
+                              ErrorCode::FileTooLarge);
     }
     char const* const text = ::archive_error_string(archive_.get());
     // Before a format is found, asking is no use, and not safe.
