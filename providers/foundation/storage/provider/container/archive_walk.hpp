@@ -13,7 +13,8 @@ namespace foundation::storage::provider::container {
 
 enum class LastLink { Itself, Followed };
 
-/// Where a path leads in an archive. `Tree` is what the archive holds.
+/// Where a path leads in an archive. `Tree` is what the archive holds: the index of one that is
+/// read, or the tree of one that is changed.
 template<class Tree>
 struct ArchivePlace {
     typename Tree::Handle entry = Tree::none;
@@ -21,21 +22,23 @@ struct ArchivePlace {
     typename Tree::Handle folder = Tree::none;
     std::string name = {};               ///< the last one, where `entry` is missing
     std::optional<ErrorCode> error = {}; ///< why there is none
+
+    bool isFree() const noexcept { return error == ErrorCode::ResourceNotFound && !name.empty(); }
 };
 
 /// As many as the kernel follows in one path.
 constexpr int mostLinks = 40;
 
-/// Goes a path of names from the root. A link on the way, and a last one that is to be followed,
+/// Goes a path of names from `start`. A link on the way, and a last one that is to be followed,
 /// leads from its own folder, and never out of the archive: above the root is the root.
 /// `targetOf` reads a link, and may throw.
 template<class Tree, class TargetOf>
-ArchivePlace<Tree> walk(Tree const& tree, std::string_view path, LastLink last,
-                        TargetOf const& targetOf) {
+ArchivePlace<Tree> walk(Tree const& tree, typename Tree::Handle start, std::string_view path,
+                        LastLink last, TargetOf const& targetOf) {
     using Place = ArchivePlace<Tree>;
     std::string led; // what is left to go where a link was met
     std::string_view rest = path;
-    typename Tree::Handle here = tree.rootHandle();
+    typename Tree::Handle here = start;
     for (int links = 0;;) {
         while (rest.starts_with('/')) {
             rest.remove_prefix(1);

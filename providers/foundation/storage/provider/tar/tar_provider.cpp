@@ -84,7 +84,7 @@ TarProvider::ArchivePtr TarProvider::archive() const {
 TarProvider::Place TarProvider::placeOf(Archive const& archive, StorageIRI const& location,
                                         LastLink last) const {
     Index const& index = *archive.headers.index;
-    return container::walk(index, pathOf(location), last, [&](Number link) {
+    return container::walk(index, index.rootHandle(), pathOf(location), last, [&](Number link) {
         if (index.memberOf(link).access == detail::Access::Missing) {
             fail(ErrorCode::InvalidLocation, location);
         }

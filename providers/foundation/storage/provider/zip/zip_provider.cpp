@@ -380,8 +380,8 @@ std::unique_ptr<IFolderEntryIterator> cursorOver(ArchiveIndex const&,
                                                  std::shared_ptr<detail::PendingTree> const&,
                                                  ArchiveIndex::Number folder, StorageIRI const&,
                                                  ZipSelection selection) {
-    return std::make_unique<ZipCursor>(std::make_shared<ZipListing const>(
-        ZipListing{std::move(index), folder, std::move(selection)}));
+    return std::make_unique<ZipCursor>(std::make_shared<ZipCursor::Listing const>(
+        ZipCursor::Listing{std::move(index), folder, std::move(selection)}));
 }
 std::unique_ptr<IFolderEntryIterator>
 cursorOver(detail::PendingTree const& tree, std::shared_ptr<ArchiveIndex const> const&,

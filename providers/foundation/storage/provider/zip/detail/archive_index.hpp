@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/storage/provider/attributes.hpp>
+#include <foundation/storage/provider/container/entry_kind.hpp>
 #include <foundation/storage/provider/zip/detail/member.hpp>
 #include <foundation/storage/provider/zip/zip_options.hpp>
 
@@ -12,8 +13,7 @@
 
 namespace foundation::storage::provider::zip::detail {
 
-/// Other: a pipe, a socket or a device.
-enum class EntryKind : std::uint8_t { File, Link, Folder, Other };
+using container::EntryKind;
 
 /// When a member was last modified: seconds from 1970, or a DOS date and time of the place where
 /// the archive is read, as most tools take it.
