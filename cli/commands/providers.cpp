@@ -46,9 +46,11 @@ struct Abilities {
 
 Abilities abilitiesOf(vfs::StorageSystemReference const& system,
                       provider::standard::StandardProvider const& listed) {
-    std::string const inside = listed.isContainer ? std::string(emptyItem) + '!' : "";
+    std::string const where = listed.isContainer    ? std::string(emptyItem) + '!'
+                              : listed.namesServers ? "//localhost" // which is not asked
+                                                    : "";
     provider::StorageIRI const root(
-        fl::i18n::to_ustring(std::string(listed.scheme) + ':' + inside + '/'));
+        fl::i18n::to_ustring(std::string(listed.scheme) + ':' + where + '/'));
     std::shared_ptr<provider::IProvider> const found = system.buildProvider(root);
     namespace extensions = provider::extensions;
     Abilities abilities{std::string(listed.scheme),

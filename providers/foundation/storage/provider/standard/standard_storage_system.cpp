@@ -3,6 +3,9 @@
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 
+#ifdef VFS_HAS_PROVIDER_HTTP
+#include <foundation/storage/provider/http/http_factory.hpp>
+#endif
 #ifdef VFS_HAS_PROVIDER_LOCAL
 #include <foundation/storage/provider/local/local_factory.hpp>
 #endif
@@ -45,10 +48,24 @@ void enterContainer(vfs::PluggableStorageSystem& system, StandardProvider const&
         [own = all.*options](StorageItem const& item) { return build(item, own); });
 }
 
+template<auto build, auto options>
+void enterAlias(vfs::PluggableStorageSystem& system, StandardProvider const& provider,
+                StandardOptions const& all) {
+    system.registerAliasProvider(
+        std::string(provider.scheme),
+        [own = all.*options](StorageIRI const& location) { return build(location, own); });
+}
+
 constexpr Registration registrations[] = {
 #ifdef VFS_HAS_PROVIDER_LOCAL
     {{"file", "files and folders of the local disk"},
      &enterPhysical<&local::buildLocalProvider, &StandardOptions::local>},
+#endif
+#ifdef VFS_HAS_PROVIDER_HTTP
+    {{"http", "files of the web", false, true},
+     &enterAlias<&http::buildHttpProvider, &StandardOptions::http>},
+    {{"https", "files of the web, over TLS", false, true},
+     &enterAlias<&http::buildHttpProvider, &StandardOptions::http>},
 #endif
 #ifdef VFS_HAS_PROVIDER_MEMORY
     {{"mem", "files and folders in the memory of the process"},

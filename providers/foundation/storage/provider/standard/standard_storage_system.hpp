@@ -2,6 +2,7 @@
 
 #include <foundation/export.hpp>
 #include <foundation/msg_svc/eventmgr/fwd.hpp>
+#include <foundation/storage/provider/http/http_options.hpp>
 #include <foundation/storage/provider/local/local_options.hpp>
 #include <foundation/storage/provider/memory/memory_options.hpp>
 #include <foundation/storage/provider/tar/tar_options.hpp>
@@ -23,6 +24,7 @@ namespace foundation::storage::provider::standard {
 struct StandardOptions {
     /// Where change events go; may be null.
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventMgr;
+    http::HttpOptions http;
     local::LocalOptions local;
     memory::MemoryOptions memory;
     tar::TarOptions tar;
@@ -39,6 +41,7 @@ struct StandardProvider {
     std::string_view scheme;
     std::string_view description; ///< one line for people
     bool isContainer = false;     ///< its locations lie inside an item: `scheme:ITEM!/PATH`
+    bool namesServers = false;    ///< its locations name a server: `scheme://HOST/PATH`
 };
 
 /// What makeStandardStorageSystem registers, in the order of the schemes.

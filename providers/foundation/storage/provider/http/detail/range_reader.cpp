@@ -1,0 +1,264 @@
+#include <foundation/storage/provider/http/detail/range_reader.hpp>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace foundation::storage::provider::http::detail {
+
+using web::Deadline;
+using web::Failure;
+
+namespace {
+
+/// A step forward of up to so many bytes is read, and not asked for anew.
+constexpr std::uint64_t smallStep = std::uint64_t{64} * 1024;
+
+Failure changed() {
+    return {ErrorCode::IOError, "the file has changed since it was opened"};
+}
+Failure wrongAnswer(char const* what) {
+    return {ErrorCode::IOError, std::string("the server's answer cannot be used: ") + what};
+}
+Failure broken() {
+    return {ErrorCode::IOError, "the file broke off before its end", Failure::Repetition::MayHelp};
+}
+
+Version versionOf(web::AnswerHead const& head) {
+    Version version;
+    if (auto const etag = head.headers.find("ETag")) {
+        version.isEtagStrong = !etag->starts_with("W/");
+        version.etag = version.isEtagStrong ? *etag : etag->substr(2);
+    }
+    if (auto const time = head.headers.find("Last-Modified")) {
+        version.lastModified = *time;
+    }
+    return version;
+}
+
+} // namespace
+
+bool Version::mayBe(Version const& other) const {
+    auto const differ = [](std::string const& a, std::string const& b) {
+        return !a.empty() && !b.empty() && a != b;
+    };
+    return !differ(etag, other.etag) && !differ(lastModified, other.lastModified) &&
+           !(size && other.size && *size != *other.size);
+}
+
+RangeReader::RangeReader(std::shared_ptr<web::Client const> client, web::Url url, RangeSizes sizes)
+    : client_(std::move(client)),
+      url_(std::move(url)),
+      current_(url_),
+      sizes_{std::max<std::uint64_t>(sizes.first, 1), sizes.largest},
+      nextRange_(sizes_.first) {}
+
+void RangeReader::open() {
+    request(0, 0, client_->deadline());
+}
+
+std::size_t RangeReader::readAt(std::uint64_t position, std::span<char> buffer) {
+    Deadline const deadline = client_->deadline();
+    std::size_t done = 0;
+    unsigned failures = 0;
+    while (done < buffer.size()) {
+        try {
+            std::size_t const got = readSome(position + done, buffer.subspan(done), deadline);
+            if (got == 0) {
+                break;
+            }
+            done += got;
+            failures = 0; // whatever moves on may go on until the deadline
+        } catch (Failure const& failure) {
+            body_.reset();
+            if (!failure.mayPass() || ++failures >= client_->options().attempts) {
+                throw;
+            }
+            if (failures > 1) {
+                client_->pauseBefore(failures, std::chrono::milliseconds(0), deadline, failure);
+            } else if (deadline.isOver()) {
+                throw;
+            }
+        }
+    }
+    return done;
+}
+
+bool RangeReader::isReachable(std::uint64_t position) const noexcept {
+    return body_ && position >= position_ && (!end_ || position < *end_) &&
+           (isWholeAlways_ || position - position_ <= smallStep);
+}
+
+std::size_t RangeReader::readSome(std::uint64_t position, std::span<char> buffer,
+                                  Deadline const& deadline) {
+    if (version_.size && position >= *version_.size) {
+        return 0;
+    }
+    if (!isReachable(position) && !request(position, buffer.size(), deadline)) {
+        return 0;
+    }
+    std::array<char, 16 * 1024> passedOver{};
+    while (position_ < position) {
+        auto const step = std::min<std::uint64_t>(passedOver.size(), position - position_);
+        if (takeBody(std::span(passedOver).first(static_cast<std::size_t>(step)), deadline) == 0) {
+            return 0;
+        }
+    }
+    return takeBody(buffer, deadline);
+}
+
+std::size_t RangeReader::takeBody(std::span<char> buffer, Deadline const& deadline) {
+    std::size_t const got = body_->read(buffer, deadline);
+    position_ += got;
+    if (got == 0) {
+        if (end_) {
+            throw broken();
+        }
+        version_.size = position_; // the end is where the server has ended
+        endBody();
+        return 0;
+    }
+    if (end_ && position_ > *end_) {
+        throw wrongAnswer("more bytes than it tells of");
+    }
+    if (end_ && position_ == *end_) {
+        endBody();
+    }
+    return got;
+}
+
+void RangeReader::endBody() noexcept {
+    body_->finish(); // so that the connection is free for the next request
+    body_.reset();
+}
+
+std::unique_ptr<web::Exchange> RangeReader::send(web::Headers const& fields,
+                                                 Deadline const& deadline) {
+    auto answer = client_->send({"GET", current_, fields}, deadline);
+    int const status = answer->head(deadline).status;
+    if (!(current_ == url_) && (status == 401 || status == 403 || status == 404 || status == 410)) {
+        // A redirect may lead to what is there for a while only.
+        answer = client_->send({"GET", url_, fields}, deadline);
+    }
+    current_ = answer->url();
+    return answer;
+}
+
+bool RangeReader::request(std::uint64_t position, std::uint64_t wanted, Deadline const& deadline) {
+    if (body_) {
+        endBody();
+    }
+    bool const goesOn = position == position_;
+    std::uint64_t const range = std::max(goesOn ? nextRange_ : sizes_.first, wanted);
+    std::optional<std::uint64_t> last;
+    if (range < sizes_.largest) {
+        last = position + range - 1;
+        if (version_.size) {
+            last = std::min(*last, *version_.size - 1);
+        }
+    }
+    web::Headers fields;
+    fields.add("Accept-Encoding", "identity");
+    if (!isWholeAlways_) {
+        fields.add("Range",
+                   "bytes=" + std::to_string(position) + '-' + (last ? std::to_string(*last) : ""));
+        if (isOpen_ && !version_.validator().empty()) {
+            fields.add("If-Range", version_.validator());
+        }
+    }
+    try {
+        body_ = send(fields, deadline);
+    } catch (Failure const& failure) { // was tried again where that may help
+        throw Failure(failure.code(), failure.what());
+    }
+    web::AnswerHead const& head = body_->head(deadline);
+    switch (head.status) {
+    case 206:
+        takeRange(head, position, last);
+        break;
+    case 200:
+        takeWhole(head);
+        break;
+    case 416:
+        return takeNoRange(head, position);
+    case 412:
+        throw changed();
+    default:
+        throw Failure(web::errorCodeOfStatus(head.status),
+                      web::failureOfStatus(head.status).what());
+    }
+    isOpen_ = true;
+    nextRange_ = range <= sizes_.largest / 4 ? range * 4 : sizes_.largest;
+    return true;
+}
+
+void RangeReader::takeRange(web::AnswerHead const& head, std::uint64_t position,
+                            std::optional<std::uint64_t> last) {
+    auto const value = head.headers.find("Content-Range");
+    auto const range = value ? web::parseContentRange(*value) : std::nullopt;
+    if (isWholeAlways_ || !range || !range->isSatisfied) {
+        throw wrongAnswer("a part that nobody asked for");
+    }
+    if (range->first != position || (last && range->last > *last)) {
+        throw wrongAnswer("another range than was asked for");
+    }
+    auto const length = head.contentLength();
+    if (length && *length != range->last - range->first + 1) {
+        throw wrongAnswer("another length than the range has");
+    }
+    Version found = versionOf(head);
+    found.size = range->size;
+    holdToVersion(found);
+    position_ = position;
+    end_ = range->last + 1;
+}
+
+void RangeReader::takeWhole(web::AnswerHead const& head) {
+    Version found = versionOf(head);
+    found.size = head.contentLength();
+    // To a request for a range of one version, the whole file is also the answer where it is
+    // another one by now: without a sign that it is the same, it counts as that.
+    if (isOpen_ && !isWholeAlways_ && !version_.validator().empty() &&
+        (found.validator().empty() || found.validator() != version_.validator())) {
+        throw changed();
+    }
+    holdToVersion(found);
+    isWholeAlways_ = true;
+    position_ = 0;
+    end_ = version_.size;
+}
+
+bool RangeReader::takeNoRange(web::AnswerHead const& head, std::uint64_t position) {
+    auto const value = head.headers.find("Content-Range");
+    auto const range = value ? web::parseContentRange(*value) : std::nullopt;
+    Version found = versionOf(head);
+    found.etag.clear(); // of the answer, not of the file
+    found.lastModified.clear();
+    found.size = range ? range->size : std::nullopt;
+    if (isOpen_ && !version_.mayBe(found)) {
+        throw changed();
+    }
+    if (isOpen_ ? version_.size.has_value() || (found.size && *found.size > position)
+                : found.size != 0U) {
+        throw wrongAnswer("a range of the file is refused");
+    }
+    version_.size = found.size ? *found.size : position;
+    isOpen_ = true;
+    endBody();
+    return false;
+}
+
+void RangeReader::holdToVersion(Version const& found) {
+    if (!isOpen_) {
+        version_ = found;
+        return;
+    }
+    if (!version_.mayBe(found)) {
+        throw changed();
+    }
+    if (!version_.size) {
+        version_.size = found.size;
+    }
+}
+
+} // namespace foundation::storage::provider::http::detail

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <foundation/storage/provider/web/client.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace foundation::storage::provider::http::detail {
+
+/// Bytes of a request: at first and behind a seek, and the number from which on everything is asked
+/// for.
+struct RangeSizes {
+    std::uint64_t first;
+    std::uint64_t largest;
+};
+
+/// Which content a file has: what the server gives to tell one from another, as far as it does.
+struct Version {
+    std::string etag; ///< without the mark of a weak one
+    bool isEtagStrong = false;
+    std::string lastModified;
+    std::optional<std::uint64_t> size;
+
+    /// Not where something that both tell is different.
+    bool mayBe(Version const& other) const;
+    /// What makes a server send a range of this version alone; empty where there is nothing.
+    std::string validator() const { return isEtagStrong ? etag : lastModified; }
+};
+
+/// A file of a server, read at any position by requests for ranges. The version that the first
+/// answer tells of is the one that is read; an answer of another one is a failure. Every answer is
+/// held to what was asked for. A server that sends the whole file instead of a range is read from
+/// its start on, which a step back begins again.
+///
+/// A body that breaks off is asked for again from where it broke off. Requests grow while reading
+/// goes on, so that a file takes few of them. For one thread at a time. All calls throw
+/// web::Failure.
+class RangeReader {
+  public:
+    RangeReader(std::shared_ptr<web::Client const> client, web::Url url, RangeSizes sizes);
+
+    /// Asks for the start of the file. REQUIRES: called once, before anything else.
+    void open();
+    /// Nothing where the server does not tell it.
+    std::optional<std::uint64_t> size() const noexcept { return version_.size; }
+    /// Fills the buffer; fewer bytes only at the end of the file.
+    std::size_t readAt(std::uint64_t position, std::span<char> buffer);
+
+  private:
+    /// Whether there is something to read.
+    bool request(std::uint64_t position, std::uint64_t wanted, web::Deadline const& deadline);
+    std::unique_ptr<web::Exchange> send(web::Headers const& fields, web::Deadline const& deadline);
+    void takeRange(web::AnswerHead const& head, std::uint64_t position,
+                   std::optional<std::uint64_t> last);
+    void takeWhole(web::AnswerHead const& head);
+    bool takeNoRange(web::AnswerHead const& head, std::uint64_t position);
+    void holdToVersion(Version const& found);
+
+    bool isReachable(std::uint64_t position) const noexcept;
+    /// Some bytes at the position; 0 at the end of the file.
+    std::size_t readSome(std::uint64_t position, std::span<char> buffer,
+                         web::Deadline const& deadline);
+    std::size_t takeBody(std::span<char> buffer, web::Deadline const& deadline);
+    void endBody() noexcept;
+
+    std::shared_ptr<web::Client const> const client_;
+    web::Url const url_;
+    web::Url current_; ///< where redirects have led
+    RangeSizes const sizes_;
+
+    bool isOpen_ = false;
+    bool isWholeAlways_ = false; ///< the server knows no ranges
+    Version version_;
+
+    std::unique_ptr<web::Exchange> body_; ///< what is being read, if anything
+    std::uint64_t position_ = 0;          ///< in the file, of the next byte of the body
+    std::optional<std::uint64_t> end_;    ///< of the body
+    std::uint64_t nextRange_;             ///< bytes of the next request, if reading goes on
+};
+
+} // namespace foundation::storage::provider::http::detail

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <foundation/storage/provider/web/web_options.hpp>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace foundation::storage::provider::http {
+
+/// How a server of the web is read. What says who asks (user, password, token, headers) is sent to
+/// the authority of the provider's locations alone, never to where a redirect leads. A plain value.
+struct HttpOptions {
+    web::WebOptions web;
+
+    /// For basic authentication. Where no user is given, the one of the location counts.
+    std::string user = {};
+    std::string password = {};
+    /// For `Authorization: Bearer`, instead of a user.
+    std::string bearerToken = {};
+    /// Further fields of every request, names and values.
+    std::vector<std::pair<std::string, std::string>> headers = {};
+
+    /// Bytes that are asked for where a file is opened, and behind each seek. A reader that goes on
+    /// from there gets four times as much with each further request.
+    std::uint64_t firstRange = std::uint64_t{64} * 1024;
+    /// From this size on, a request is for everything to the end of the file.
+    std::uint64_t largestRange = std::uint64_t{64} * 1024 * 1024;
+};
+
+} // namespace foundation::storage::provider::http

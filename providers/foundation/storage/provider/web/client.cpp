@@ -1,0 +1,121 @@
+#include <foundation/storage/provider/web/client.hpp>
+
+#include <algorithm>
+#include <ctime>
+#include <random>
+#include <thread>
+#include <utility>
+
+namespace foundation::storage::provider::web {
+
+using Milliseconds = std::chrono::milliseconds;
+
+namespace {
+
+bool isRedirect(int status) noexcept {
+    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+/// Seconds, or a date (RFC 9110, section 10.2.3); none where the answer asks for nothing.
+Milliseconds pauseAskedFor(AnswerHead const& head) {
+    auto const value = head.headers.find("Retry-After");
+    if (!value) {
+        return Milliseconds(0);
+    }
+    std::int64_t seconds = 0;
+    constexpr std::int64_t day = 24 * 3600;
+    if (auto const number = parseNumber(*value)) {
+        seconds = static_cast<std::int64_t>(std::min<std::uint64_t>(*number, day));
+    } else if (auto const date = parseHttpDate(*value)) {
+        seconds = std::clamp<std::int64_t>(*date - std::time(nullptr), 0, day);
+    }
+    return std::chrono::seconds(seconds);
+}
+
+/// A random part, so that many who failed at one moment do not all come back at one moment.
+Milliseconds jittered(Milliseconds pause) {
+    thread_local std::minstd_rand random{std::random_device{}()};
+    return Milliseconds(
+        std::uniform_int_distribution<Milliseconds::rep>(pause.count() / 2, pause.count())(random));
+}
+
+} // namespace
+
+Client::Client(Url home, Headers secrets, WebOptions options)
+    : home_(std::move(home)),
+      secrets_(std::move(secrets)),
+      options_(std::move(options)),
+      pool_(std::make_shared<ConnectionPool>(options_.idleConnections)) {}
+
+void Client::pauseBefore(unsigned attempt, Milliseconds minimum, Deadline const& deadline,
+                         Failure const& last) const {
+    Milliseconds pause = options_.firstPause;
+    for (unsigned i = 2; i < attempt && pause < options_.longestPause; ++i) {
+        pause *= 2;
+    }
+    pause = std::max(jittered(std::min(pause, options_.longestPause)), minimum);
+    if (pause >= deadline.left()) {
+        throw last;
+    }
+    std::this_thread::sleep_for(pause);
+}
+
+std::unique_ptr<Exchange> Client::send(Request const& request, Deadline const& deadline) const {
+    for (unsigned attempt = 1;; ++attempt) {
+        std::optional<Failure> failure;
+        Milliseconds minimum(0);
+        try {
+            std::unique_ptr<Exchange> answer = follow(request, deadline);
+            AnswerHead const& head = answer->head(deadline);
+            if (!mayPass(head.status) || attempt >= options_.attempts) {
+                return answer;
+            }
+            minimum = pauseAskedFor(head);
+            failure = failureOfStatus(head.status);
+            answer->finish();
+        } catch (Failure const& thrown) {
+            if (!thrown.mayPass() || attempt >= options_.attempts) {
+                throw;
+            }
+            failure = thrown;
+        }
+        pauseBefore(attempt + 1, minimum, deadline, *failure);
+    }
+}
+
+std::unique_ptr<Exchange> Client::follow(Request const& request, Deadline const& deadline) const {
+    Request current = request;
+    for (unsigned step = 0;; ++step) {
+        std::unique_ptr<Exchange> answer = sendOnce(current, deadline);
+        AnswerHead const& head = answer->head(deadline);
+        auto const reference = head.headers.find("Location");
+        if (!isRedirect(head.status) || !reference) {
+            return answer;
+        }
+        if (step == options_.redirects) {
+            throw Failure(ErrorCode::IOError, "the server leads from redirect to redirect");
+        }
+        std::optional<Url> next = current.url.resolve(*reference);
+        if (!next) {
+            throw Failure(ErrorCode::IOError, "the server leads to what is no web address");
+        }
+        if (current.url.isSecure() && !next->isSecure() && !options_.followsToPlainHttp) {
+            throw Failure(ErrorCode::IOError, "the server leads from https to http");
+        }
+        current.url = *std::move(next);
+        answer->finish();
+    }
+}
+
+std::unique_ptr<Exchange> Client::sendOnce(Request request, Deadline const& deadline) const {
+    if (request.url.hasSameOrigin(home_)) {
+        for (auto const& [name, value] : secrets_.fields()) {
+            request.headers.add(name, value);
+        }
+    }
+    auto answer = std::make_unique<Exchange>(*pool_, request, options_);
+    answer->head(deadline);
+    return answer;
+}
+
+} // namespace foundation::storage::provider::web

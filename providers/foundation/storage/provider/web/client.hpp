@@ -1,0 +1,42 @@
+#pragma once
+
+#include <foundation/storage/provider/web/exchange.hpp>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace foundation::storage::provider::web {
+
+/// Sends requests, follows redirects, and tries again what may pass. The fields that say who asks
+/// go to the server that they were given for alone. Safe on any thread; immutable but for its
+/// connections.
+class Client {
+  public:
+    /// `secrets` are sent to the origin of `home`, and to no other.
+    Client(Url home, Headers secrets, WebOptions options);
+
+    WebOptions const& options() const noexcept { return options_; }
+    /// For the time that an operation may take as a whole.
+    Deadline deadline() const { return Deadline(options_.operationTimeout); }
+
+    /// Sends a request that does no harm when it is sent twice, and returns the answer with its
+    /// head, whatever its status is. Throws Failure.
+    std::unique_ptr<Exchange> send(Request const& request, Deadline const& deadline) const;
+
+    /// The pause before an attempt, counted from 2; at least `minimum` long. Throws `last` where it
+    /// would go beyond the deadline.
+    void pauseBefore(unsigned attempt, std::chrono::milliseconds minimum, Deadline const& deadline,
+                     Failure const& last) const;
+
+  private:
+    std::unique_ptr<Exchange> follow(Request const& request, Deadline const& deadline) const;
+    std::unique_ptr<Exchange> sendOnce(Request request, Deadline const& deadline) const;
+
+    Url const home_;
+    Headers const secrets_;
+    WebOptions const options_;
+    std::shared_ptr<ConnectionPool> const pool_;
+};
+
+} // namespace foundation::storage::provider::web

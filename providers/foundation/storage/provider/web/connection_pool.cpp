@@ -1,0 +1,94 @@
+#include <foundation/storage/provider/web/connection_pool.hpp>
+
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+namespace foundation::storage::provider::web {
+
+namespace {
+
+/// An exchange may lead through some hosts, and a connection to each is worth keeping.
+constexpr long connectionsOfAChannel = 4;
+
+/// Once in the process, on whichever thread is first; other users of the library may do the same.
+void initializeLibrary() {
+    static CURLcode const result = ::curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (result != CURLE_OK) {
+        throw std::runtime_error("libcurl cannot be initialized");
+    }
+}
+
+CURLSH* makeShare() {
+    initializeLibrary();
+    CURLSH* const share = ::curl_share_init();
+    if (!share) {
+        throw std::bad_alloc();
+    }
+    return share;
+}
+
+} // namespace
+
+Channel::Channel() : multi(::curl_multi_init()), easy(::curl_easy_init()) {
+    if (!multi || !easy) {
+        ::curl_easy_cleanup(easy);
+        ::curl_multi_cleanup(multi);
+        throw std::bad_alloc();
+    }
+    ::curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, connectionsOfAChannel);
+}
+
+Channel::~Channel() {
+    ::curl_easy_cleanup(easy);
+    ::curl_multi_cleanup(multi);
+}
+
+ConnectionPool::ConnectionPool(std::size_t mostIdle) : mostIdle_(mostIdle), share_(makeShare()) {
+    // Connections are not shared: libcurl cannot do that safely between threads.
+    ::curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
+    ::curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    ::curl_share_setopt(share_, CURLSHOPT_LOCKFUNC, &ConnectionPool::lock);
+    ::curl_share_setopt(share_, CURLSHOPT_UNLOCKFUNC, &ConnectionPool::unlock);
+    ::curl_share_setopt(share_, CURLSHOPT_USERDATA, this);
+    idle_.reserve(mostIdle_); // so that bringing one back takes no memory
+}
+
+ConnectionPool::~ConnectionPool() {
+    idle_.clear(); // before what they share
+    ::curl_share_cleanup(share_);
+}
+
+void ConnectionPool::lock(CURL*, curl_lock_data what, curl_lock_access, void* pool) noexcept {
+    static_cast<ConnectionPool*>(pool)->shareMutexes_[what].lock();
+}
+void ConnectionPool::unlock(CURL*, curl_lock_data what, void* pool) noexcept {
+    static_cast<ConnectionPool*>(pool)->shareMutexes_[what].unlock();
+}
+
+ConnectionPool::Lent ConnectionPool::lend() {
+    std::unique_ptr<Channel> channel;
+    {
+        std::lock_guard const lock(mutex_);
+        if (!idle_.empty()) {
+            channel = std::move(idle_.back());
+            idle_.pop_back();
+        }
+    }
+    if (!channel) {
+        channel = std::make_unique<Channel>();
+    }
+    ::curl_easy_setopt(channel->easy, CURLOPT_SHARE, share_);
+    return {channel.release(), Return{shared_from_this()}};
+}
+
+void ConnectionPool::Return::operator()(Channel* channel) const noexcept {
+    std::unique_ptr<Channel> returned(channel);
+    ::curl_easy_reset(channel->easy);
+    std::lock_guard const lock(owner->mutex_);
+    if (owner->idle_.size() < owner->mostIdle_) {
+        owner->idle_.push_back(std::move(returned));
+    }
+}
+
+} // namespace foundation::storage::provider::web

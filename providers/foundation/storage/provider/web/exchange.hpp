@@ -1,0 +1,92 @@
+#pragma once
+
+#include <foundation/storage/provider/web/connection_pool.hpp>
+#include <foundation/storage/provider/web/deadline.hpp>
+#include <foundation/storage/provider/web/failure.hpp>
+#include <foundation/storage/provider/web/headers.hpp>
+#include <foundation/storage/provider/web/url.hpp>
+#include <foundation/storage/provider/web/web_options.hpp>
+
+#include <cstdint>
+#include <curl/curl.h>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace foundation::storage::provider::web {
+
+struct Request {
+    std::string method = "GET";
+    Url url;
+    Headers headers = {};
+};
+
+struct AnswerHead {
+    int status = 0;
+    Headers headers;
+    /// The length of the body, where the answer tells one.
+    std::optional<std::uint64_t> contentLength() const;
+};
+
+/// One request and its answer, on a connection of its own. The body is pulled: what the reader does
+/// not ask for stays with the server, but for what fits into some small buffers. Nothing is done
+/// between the calls. For one thread at a time.
+///
+/// All calls throw Failure; behind a failure the exchange is of no use.
+class Exchange {
+  public:
+    /// Sends nothing yet.
+    Exchange(ConnectionPool& pool, Request const& request, WebOptions const& options);
+    Exchange(Exchange const&) = delete;
+    Exchange& operator=(Exchange const&) = delete;
+    /// Where the body was not read to its end, the connection is closed.
+    ~Exchange();
+
+    Url const& url() const noexcept { return url_; }
+    /// Waits for it.
+    AnswerHead const& head(Deadline const& deadline);
+    /// REQUIRES: head() has returned. Up to as many bytes of the body as there is room for; 0 at
+    /// its end.
+    std::size_t read(std::span<char> buffer, Deadline const& deadline);
+    /// Reads a rest that is short and comes soon, so that the connection can be used again. Throws
+    /// nothing but std::bad_alloc.
+    void finish();
+
+  private:
+    static std::size_t takeHeader(char* data, std::size_t one, std::size_t size, void* exchange);
+    static std::size_t takeBody(char* data, std::size_t one, std::size_t size, void* exchange);
+    static int noteConnection(void* exchange, char*, char*, int, int) noexcept;
+
+    void set(Request const& request, WebOptions const& options);
+    void takeHeaderLine(std::string_view line);
+    /// Lets the exchange go on until there is something to see.
+    template<class Seen>
+    void drive(Seen const& seen, Deadline const& deadline);
+    void noteEnd();
+    [[noreturn]] void failByResult() const;
+
+    Url const url_;
+    std::chrono::milliseconds const stallTimeout_;
+    struct ListDeleter {
+        void operator()(curl_slist* list) const noexcept { ::curl_slist_free_all(list); }
+    };
+    std::unique_ptr<curl_slist, ListDeleter> fields_;
+    ConnectionPool::Lent channel_;
+
+    AnswerHead head_;
+    std::size_t headSize_ = 0;
+    bool isHeadComplete_ = false;
+    bool isHeadTooLarge_ = false;
+    bool isConnected_ = false;
+    bool isPaused_ = false;
+    bool isEnded_ = false;
+    CURLcode result_ = CURLE_OK; ///< where it has ended
+    std::uint64_t received_ = 0; ///< bytes of head and body
+    std::uint64_t bodyReceived_ = 0;
+    std::span<char> wanted_; ///< where the reader wants the next bytes
+    std::string spill_;      ///< received, and more than the reader wanted
+    std::size_t spillRead_ = 0;
+};
+
+} // namespace foundation::storage::provider::web

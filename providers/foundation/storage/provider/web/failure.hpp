@@ -1,0 +1,38 @@
+#pragma once
+
+#include <foundation/storage/provider/error_code.hpp>
+
+#include <stdexcept>
+#include <string>
+
+namespace foundation::storage::provider::web {
+
+/// A request that failed. The text names the reason and holds no secret: no user, no password, no
+/// query.
+class Failure : public std::runtime_error {
+  public:
+    enum class Repetition { MayHelp, IsUseless };
+
+    Failure(ErrorCode code, std::string const& text, Repetition repetition = Repetition::IsUseless)
+        : std::runtime_error(text),
+          code_(code),
+          repetition_(repetition) {}
+
+    ErrorCode code() const noexcept { return code_; }
+    bool mayPass() const noexcept { return repetition_ == Repetition::MayHelp; }
+
+  private:
+    ErrorCode code_;
+    Repetition repetition_;
+};
+
+/// The code for the status of an answer (RFC 9110, section 15) that is no success.
+ErrorCode errorCodeOfStatus(int status) noexcept;
+
+/// Whether the same request may have success later.
+bool mayPass(int status) noexcept;
+
+/// "the server answered 404", as a failure.
+Failure failureOfStatus(int status);
+
+} // namespace foundation::storage::provider::web

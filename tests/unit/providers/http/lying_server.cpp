@@ -1,0 +1,93 @@
+#include "lying_server.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace foundation::storage::provider::http::test {
+
+namespace {
+
+std::string lineFrom(int descriptor) {
+    std::string line;
+    char c = 0;
+    while (::read(descriptor, &c, 1) == 1 && c != '\n') {
+        line += c;
+    }
+    return line;
+}
+
+} // namespace
+
+LyingServer::LyingServer() {
+    std::string path = "/tmp/lying-server-XXXXXX";
+    int const log = ::mkstemp(path.data());
+    int toServer[2];
+    int fromServer[2];
+    if (log < 0 || ::pipe(toServer) != 0 || ::pipe(fromServer) != 0) {
+        throw std::system_error(errno, std::generic_category());
+    }
+    ::close(log);
+    logPath_ = path;
+    pid_ = ::fork();
+    if (pid_ == 0) {
+        ::dup2(toServer[0], STDIN_FILENO);
+        ::dup2(fromServer[1], STDOUT_FILENO);
+        for (int const descriptor : {toServer[0], toServer[1], fromServer[0], fromServer[1]}) {
+            ::close(descriptor);
+        }
+        ::execlp("python3", "python3", LYING_SERVER, logPath_.c_str(), nullptr);
+        ::_exit(127);
+    }
+    ::close(toServer[0]);
+    ::close(fromServer[1]);
+    input_ = toServer[1];
+    std::string const ports = lineFrom(fromServer[0]);
+    ::close(fromServer[0]);
+    std::size_t const blank = ports.find(' ');
+    if (blank == std::string::npos) {
+        throw std::runtime_error("the server did not start");
+    }
+    authority_ = "127.0.0.1:" + ports.substr(0, blank);
+    otherAuthority_ = "127.0.0.1:" + ports.substr(blank + 1);
+}
+
+LyingServer::~LyingServer() {
+    ::close(input_);
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+    ::unlink(logPath_.c_str());
+}
+
+std::vector<std::string> LyingServer::requests() const {
+    std::ifstream file(logPath_);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::size_t LyingServer::countOf(std::string const& part) const {
+    auto const all = requests();
+    return static_cast<std::size_t>(
+        std::count_if(all.begin(), all.end(), [&](std::string const& request) {
+            return request.find(part) != std::string::npos;
+        }));
+}
+
+std::string content(std::size_t size, std::size_t from) {
+    std::string bytes(size - from, '\0');
+    for (std::size_t i = from; i < size; ++i) {
+        bytes[i - from] = static_cast<char>((i * 7 + (i >> 8) * 13) & 255);
+    }
+    return bytes;
+}
+
+} // namespace foundation::storage::provider::http::test

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace foundation::storage::provider::http::test {
+
+/// lying_server.py in a process of its own, which ends with this object.
+class LyingServer {
+  public:
+    LyingServer();
+    LyingServer(LyingServer const&) = delete;
+    LyingServer& operator=(LyingServer const&) = delete;
+    ~LyingServer();
+
+    /// "127.0.0.1:PORT", of the same files by one and by another origin.
+    std::string const& authority() const noexcept { return authority_; }
+    std::string const& otherAuthority() const noexcept { return otherAuthority_; }
+
+    /// What was asked so far, in order: port, method, target and fields, with a tab between them.
+    std::vector<std::string> requests() const;
+    std::size_t countOf(std::string const& part) const;
+
+  private:
+    std::string logPath_;
+    pid_t pid_ = -1;
+    int input_ = -1;
+    std::string authority_;
+    std::string otherAuthority_;
+};
+
+/// The bytes that the server's files have, from a position on.
+std::string content(std::size_t size, std::size_t from = 0);
+
+} // namespace foundation::storage::provider::http::test

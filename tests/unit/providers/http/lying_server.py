@@ -1,0 +1,347 @@
+"""Serves files over HTTP, well and badly: lying_server.py LOG
+
+Prints two ports of the loopback interface, the second one another origin of the same files, and
+serves them until its standard input ends. Every request is appended to LOG before it is answered:
+port, method, target, and its fields, separated by a tab each.
+
+A target is /BEHAVIOUR/SIZE, and the file has SIZE bytes that tell their positions."""
+import http
+import os
+import re
+import socket
+import struct
+import sys
+import threading
+import time
+from urllib.parse import unquote
+
+MODIFIED = 'Sat, 01 Jun 2024 10:00:00 GMT'
+log = open(sys.argv[1], 'a', buffering=1)
+lock = threading.Lock()
+asked = {}  # how often, by target
+ports = []
+
+
+def content(size, seed=0):
+    return bytes((i * 7 + (i >> 8) * 13 + seed) & 255 for i in range(size))
+
+
+class Lost(Exception):
+    """The connection is to be closed."""
+
+
+class Connection:
+    def __init__(self, connection, port):
+        self.socket, self.port, self.file = connection, port, connection.makefile('rb')
+
+    def serve(self):
+        try:
+            while self.answer():
+                pass
+        except (Lost, OSError):
+            pass
+        finally:
+            self.file.close()
+            self.socket.close()
+
+    def answer(self):
+        line = self.file.readline().decode('latin-1').split()
+        if len(line) != 3:
+            return False
+        self.method, self.target = line[0], line[1]
+        self.fields = {}
+        while (field := self.file.readline().decode('latin-1').strip()):
+            name, value = field.split(':', 1)
+            self.fields[name.lower()] = value.strip()
+        with lock:
+            log.write('\t'.join([str(self.port), self.method, self.target] +
+                                [f'{k}: {v}' for k, v in self.fields.items()]) + '\n')
+            self.count = asked[self.target] = asked.get(self.target, 0) + 1
+        path = self.target.split('?')[0].split('/')
+        behaviour = path[1]
+        size = int(path[2]) if len(path) > 2 and path[2].isdigit() else 0
+        getattr(self, 'do_' + behaviour.replace('-', '_'), self.do_missing)(size)
+        return True
+
+    # What answers are made of.
+
+    def head(self, status, *fields):
+        lines = [f'HTTP/1.1 {status} {http.HTTPStatus(status).phrase}', *fields, '', '']
+        self.socket.sendall('\r\n'.join(lines).encode('latin-1'))
+
+    def body(self, data):
+        if self.method != 'HEAD':
+            self.socket.sendall(data)
+
+    def simple(self, status, *fields):
+        self.head(status, 'Content-Length: 4', *fields)
+        self.body(b'text')
+
+    def range(self, size):
+        """The first byte and the one behind the last, of what is asked for."""
+        match = re.fullmatch(r'bytes=(\d+)-(\d*)', self.fields.get('range', ''))
+        if not match:
+            return None
+        first = int(match[1])
+        return first, min(int(match[2]) + 1 if match[2] else size, size)
+
+    def good(self, size, data=None, etag='"one"', modified=MODIFIED, total=None, send=None,
+             length=None, honours=True, shift=0):
+        data = content(size) if data is None else data
+        mark = ([f'ETag: {etag}'] if etag else []) + ([f'Last-Modified: {modified}'] if modified
+                                                      else [])
+        part = self.range(size)
+        condition = self.fields.get('if-range')
+        if honours and condition and condition != (etag or modified):
+            part = None
+        if part and part[0] >= size:
+            self.head(416, f'Content-Range: bytes */{size}', 'Content-Length: 0')
+        elif part:
+            piece = data[part[0]:part[1]]
+            self.head(206, f'Content-Range: bytes {part[0] + shift}-{part[1] + shift - 1}/'
+                      f'{size if total is None else total}',
+                      f'Content-Length: {len(piece) if length is None else length(len(piece))}',
+                      'Accept-Ranges: bytes', *mark)
+            (send or self.body)(piece)
+        else:
+            self.head(200, f'Content-Length: {size}', *mark)
+            (send or self.body)(data)
+
+    def whole(self, size, *fields):
+        self.head(200, *fields)
+        return content(size)
+
+    def chunks(self, data):
+        for i in range(0, len(data), 1000):
+            piece = data[i:i + 1000]
+            self.body(b'%x\r\n' % len(piece) + piece + b'\r\n')
+        self.body(b'0\r\n\r\n')
+
+    def reset(self):
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
+        raise Lost
+
+    # Behaviours.
+
+    def do_missing(self, size):
+        self.simple(404)
+
+    def do_good(self, size):
+        self.good(size)
+
+    def do_dated(self, size):
+        self.good(size, etag=None)
+
+    def do_unmarked(self, size):
+        self.good(size, etag=None, modified=None)
+
+    def do_weak(self, size):
+        self.good(size, etag='W/"one"', honours=False)
+
+    def do_whole(self, size):
+        self.body(self.whole(size, f'Content-Length: {size}', 'ETag: "one"'))
+
+    def do_whole_without_length(self, size):
+        self.body(self.whole(size, 'Connection: close'))
+        raise Lost
+
+    def do_whole_in_chunks(self, size):
+        self.chunks(self.whole(size, 'Transfer-Encoding: chunked'))
+
+    def do_whole_in_chunks_broken_off(self, size):
+        data = self.whole(size, 'Transfer-Encoding: chunked', 'ETag: "one"')
+        self.body(b'%x\r\n' % size + data[:size // 2])
+        raise Lost
+
+    def in_chunks(self, size, extra):
+        first, end = self.range(size)
+        self.head(206, f'Content-Range: bytes {first}-{end - 1}/{size}',
+                  'Transfer-Encoding: chunked')
+        data = content(size) + b'extra bytes'
+        self.chunks(data[first:end + extra])
+
+    def do_in_chunks(self, size):
+        self.in_chunks(size, 0)
+
+    def do_extra_bytes(self, size):
+        self.in_chunks(size, 5)
+
+    def do_fewer_in_chunks(self, size):
+        self.in_chunks(size, -1)
+
+    def do_of_unknown_size(self, size):
+        self.good(size, total='*')
+
+    def do_smaller_ranges(self, size):
+        first, end = self.range(size)
+        end = min(end, first + 700)
+        self.head(206, f'Content-Range: bytes {first}-{end - 1}/{size}',
+                  f'Content-Length: {end - first}')
+        self.body(content(size)[first:end])
+
+    def do_shifted_range(self, size):
+        self.good(size, shift=1)
+
+    def do_longer_than_its_range(self, size):
+        self.good(size, length=lambda n: n + 5)
+
+    def do_range_unsaid(self, size):
+        first, end = self.range(size)
+        self.head(206, f'Content-Length: {end - first}')
+        self.body(content(size)[first:end])
+
+    def do_range_of_nonsense(self, size):
+        self.head(206, 'Content-Range: bytes 5-2/x', 'Content-Length: 4')
+        self.body(b'text')
+
+    def do_refused_range(self, size):
+        self.head(416, f'Content-Range: bytes */{size}', 'Content-Length: 0')
+
+    def do_short(self, size):
+        """Half of each body, and more for the next request."""
+        def send(piece):
+            self.body(piece[:(len(piece) + 1) // 2])
+            raise Lost
+        self.good(size, send=send)
+
+    def do_nothing_but_heads(self, size):
+        def send(piece):
+            raise Lost
+        self.good(size, send=send)
+
+    def do_reset_at_every_tenth_byte(self, size):
+        def send(piece):
+            self.body(piece[:10])
+            time.sleep(0.002)  # a reset may overtake what was sent
+            self.reset()
+        self.good(size, send=send)
+
+    def do_reset_at_once(self, size):
+        self.reset()
+
+    def do_reset_once(self, size):
+        if self.count == 1:
+            self.reset()
+        self.good(size)
+
+    def do_stalls_in_the_body(self, size):
+        def send(piece):
+            self.body(piece[:len(piece) // 2])
+            time.sleep(60)
+        self.good(size, send=send)
+
+    def do_stalls_in_the_first_body(self, size):
+        self.do_stalls_in_the_body(size) if self.count == 1 else self.good(size)
+
+    def do_never_answers(self, size):
+        time.sleep(60)
+
+    def do_trickles(self, size):
+        def send(piece):
+            for i in range(len(piece)):
+                self.body(piece[i:i + 1])
+                time.sleep(0.05)
+        self.good(size, send=send)
+
+    def do_busy_twice(self, size):
+        self.simple(503, 'Retry-After: 0') if self.count <= 2 else self.good(size)
+
+    def do_busy_for_an_hour(self, size):
+        self.simple(503, 'Retry-After: 3600')
+
+    def do_always_busy(self, size):
+        self.simple(503)
+
+    def do_status(self, size):
+        self.simple(size)
+
+    def do_to_itself(self, size):
+        self.simple(301, f'Location: {self.target}')
+
+    def do_deeper(self, size):
+        self.simple(302, f'Location: /deeper/{size + 1}')
+
+    def do_to(self, size):
+        """A redirect to what stands behind the question mark."""
+        place = unquote(self.target.split('?', 1)[1]).replace('OTHER', f'127.0.0.1:{ports[1]}')
+        self.simple(307, f'Location: {place}')
+
+    def do_redirected_until_it_expires(self, size):
+        self.simple(302, f'Location: /expires/{size}?{self.count}')
+
+    def do_expires(self, size):
+        """Each address is good for two requests."""
+        self.good(size) if self.count <= 2 else self.simple(403)
+
+    def do_changes(self, size):
+        self.good(size, content(size, self.count), etag=f'"{self.count}"')
+
+    def do_changes_and_ignores_conditions(self, size):
+        self.good(size, content(size, self.count), etag=f'"{self.count}"', honours=False)
+
+    def do_changes_its_date(self, size):
+        self.good(size, content(size, self.count), etag=None,
+                  modified=f'Sat, 01 Jun 2024 10:00:{self.count:02} GMT')
+
+    def do_changes_its_size(self, size):
+        self.good(size + self.count, etag=None, modified=None)
+
+    def do_changes_to_something_whole(self, size):
+        self.good(size) if self.count == 1 else self.do_whole_without_length(size)
+
+    def do_says_that_it_changed(self, size):
+        self.good(size) if self.count == 1 else self.simple(412)
+
+    def do_vanishes(self, size):
+        self.good(size) if self.count == 1 else self.simple(404)
+
+    def do_lies_to_head(self, size):
+        if self.method == 'HEAD':
+            self.head(200, 'Content-Length: 3')
+        else:
+            self.good(size)
+
+    def do_refuses_head(self, size):
+        self.simple(405) if self.method == 'HEAD' else self.good(size)
+
+    def do_forbids_head(self, size):
+        self.simple(403) if self.method == 'HEAD' else self.good(size)
+
+    def do_huge_head(self, size):
+        self.head(200, *[f'X-{i}: {"x" * 1000}' for i in range(300)], 'Content-Length: 0')
+
+    def do_no_http(self, size):
+        self.socket.sendall(b'220 mail.example.org ESMTP\r\n')
+        raise Lost
+
+    def do_two_lengths(self, size):
+        self.head(200, f'Content-Length: {size}', f'Content-Length: {size + 9}')
+        self.body(content(size))
+        raise Lost
+
+    def do_hints_first(self, size):
+        self.socket.sendall(b'HTTP/1.1 103 Early Hints\r\nETag: "hint"\r\n\r\n')
+        self.good(size)
+
+    def do_for_users(self, size):
+        self.good(size) if 'authorization' in self.fields else self.simple(401)
+
+
+def listen():
+    listener = socket.create_server(('127.0.0.1', 0))
+    port = listener.getsockname()[1]
+    ports.append(port)
+
+    def accept():
+        while True:
+            connection, _ = listener.accept()
+            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            threading.Thread(target=Connection(connection, port).serve, daemon=True).start()
+    threading.Thread(target=accept, daemon=True).start()
+
+
+listen()
+listen()
+print(*ports, flush=True)
+sys.stdin.read()
+os._exit(0)
