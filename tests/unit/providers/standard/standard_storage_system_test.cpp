@@ -83,10 +83,12 @@ TEST(StandardStorageSystem, SaysWhichSchemesItServes) {
         EXPECT_FALSE(provider.description.empty());
         EXPECT_EQ(provider.description.find('\n'), std::string::npos);
         std::u16string const root = std::u16string(provider.scheme.begin(), provider.scheme.end()) +
-                                    (provider.isContainer ? u":mem:/item!/" : u":/");
+                                    (provider.isContainer    ? u":mem:/item!/"
+                                     : provider.namesServers ? u"://localhost/"
+                                                             : u":/");
         EXPECT_NE(system->buildProvider(StorageIRI(root)), nullptr);
     }
-    EXPECT_THAT(schemes, testing::IsSupersetOf({"file", "mem", "tar", "zip"}));
+    EXPECT_THAT(schemes, testing::IsSupersetOf({"file", "http", "https", "mem", "tar", "zip"}));
     EXPECT_TRUE(std::is_sorted(schemes.begin(), schemes.end()));
 }
 
