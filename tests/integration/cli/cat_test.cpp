@@ -58,7 +58,6 @@ TEST(CommandCat, NamesTheReasonForEachKindOfBadOperand) {
              Row{"/dev/null", "is not a regular file"},
              Row{"dangling", "is a link that leads nowhere"},
              Row{"xyz:/a", "no provider for the scheme 'xyz'"},
-             Row{"tar:a.tar!/x", "no provider for the scheme 'tar'"},
              Row{"mem:/a", "no such file or folder"},
              Row{"mem:/", "is a folder"},
              Row{tooLong, "the storage cannot use this name or kind of item here"},

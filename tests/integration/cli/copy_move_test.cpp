@@ -46,14 +46,14 @@ TEST(CommandCopy, RefusesWhatItCannotDoAndGoesOn) {
     writeFile(folder / "other/a", "other");
 
     Outcome const outcome =
-        vfs(folder, {"cp", "tree", "missing", "taken", "a", "other/a", "tar:x!/y", "into"});
+        vfs(folder, {"cp", "tree", "missing", "taken", "a", "other/a", "xyz:/y", "into"});
 
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(outcome.err, "vfs: cp: tree: is a folder (-r copies it)\n"
                            "vfs: cp: missing: no such file or folder\n"
                            "vfs: cp: into/taken: is a folder\n"
                            "vfs: cp: other/a: another source has this name; it would be lost\n"
-                           "vfs: cp: tar:x!/y: no provider for the scheme 'tar'\n");
+                           "vfs: cp: xyz:/y: no provider for the scheme 'xyz'\n");
     EXPECT_EQ(readFile(folder / "into/a"), "A");
 }
 
