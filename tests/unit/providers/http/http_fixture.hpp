@@ -23,6 +23,7 @@ inline HttpOptions quickOptions() {
     options.web.firstPause = std::chrono::milliseconds(1);
     options.web.longestPause = std::chrono::milliseconds(5);
     options.web.operationTimeout = std::chrono::milliseconds(20'000);
+    options.attributeLifetime = std::chrono::milliseconds(0);
     options.firstRange = 1000;
     return options;
 }

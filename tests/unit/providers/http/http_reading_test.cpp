@@ -135,6 +135,25 @@ TEST_F(Http, TellsWhatIsKnownOfAFile) {
     EXPECT_FALSE(provider->getFileAttributes(at("/whole-in-chunks/5")).values().size);
 }
 
+TEST_F(Http, AnswersFromWhatItWasToldAMomentAgoWhereThatIsWanted) {
+    HttpOptions options = quickOptions();
+    options.attributeLifetime = std::chrono::hours(1);
+    auto const provider = this->provider(options);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(provider->getFileAttributes(at("/good/5")).values().size, 5U);
+        EXPECT_EQ(provider->exists(at("/good/5")), ExistsResult::File);
+        EXPECT_EQ(provider->exists(at("/good/5?other")), ExistsResult::File);
+        EXPECT_EQ(provider->exists(at("/missing")), ExistsResult::Nothing);
+    }
+    // What is missing may come.
+    EXPECT_EQ(server_.requests().size(), 2U + 3U);
+    for (int i = 0; i < 200; ++i) {
+        provider->exists(at("/good/" + std::to_string(i)));
+    }
+    EXPECT_EQ(provider->exists(at("/good/199")), ExistsResult::File);
+    EXPECT_EQ(server_.countOf("/good/199"), 1U);
+}
+
 TEST_F(Http, AsksForAByteWhereHeadIsRefused) {
     for (std::string const behaviour : {"refuses-head", "forbids-head"}) {
         auto const provider = this->provider();

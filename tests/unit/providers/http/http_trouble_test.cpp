@@ -248,6 +248,36 @@ TEST_F(Http, HasNoSecretInAnyText) {
     EXPECT_THAT(texts, Not(HasSubstr("canary")));
 }
 
+TEST(HttpOverTls, TrustsNoCertificateThatNobodyVouchesFor) {
+    LyingServer const server(LyingServer::Tls::Yes);
+    std::string const root = "https://" + server.secureAuthority();
+    StorageIRI const file(fl::i18n::to_ustring(root + "/good/3000"));
+    EXPECT_EQ(codeOf([&] { buildHttpProvider(file, quickOptions())->exists(file); }), 9);
+    EXPECT_EQ(server.requests().size(), 0U);
+
+    HttpOptions options = quickOptions();
+    options.web.certificateFile = server.certificate();
+    auto const provider = buildHttpProvider(file, options);
+    EXPECT_EQ(provider->exists(file), ExistsResult::File);
+    EXPECT_EQ(readAt(*provider->openReadOnlyStream(file), 0, 5000), content(3000));
+    // Made out to the address alone.
+    std::string const port = server.secureAuthority().substr(server.secureAuthority().find(':'));
+    StorageIRI const elsewhere(fl::i18n::to_ustring("https://localhost" + port + "/good/3000"));
+    EXPECT_EQ(codeOf([&] { buildHttpProvider(elsewhere, options)->exists(elsewhere); }), 9);
+}
+
+TEST(HttpOverTls, IsNotLeftForARedirectUnlessThatIsAllowed) {
+    LyingServer const server(LyingServer::Tls::Yes);
+    std::string const root = "https://" + server.secureAuthority();
+    StorageIRI const file(fl::i18n::to_ustring(root + "/to?http://OTHER/good/3000"));
+    HttpOptions options = quickOptions();
+    options.web.certificateFile = server.certificate();
+    EXPECT_EQ(codeOf([&] { buildHttpProvider(file, options)->exists(file); }), 9);
+    EXPECT_EQ(server.countOf("\t/good/3000"), 0U);
+    options.web.followsToPlainHttp = true;
+    EXPECT_EQ(buildHttpProvider(file, options)->exists(file), ExistsResult::File);
+}
+
 TEST(HttpWithoutAServer, FailsAtOnce) {
     HttpOptions options = quickOptions();
     options.web.attempts = 2;

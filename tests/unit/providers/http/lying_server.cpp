@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <system_error>
@@ -25,7 +26,7 @@ std::string lineFrom(int descriptor) {
 
 } // namespace
 
-LyingServer::LyingServer() {
+LyingServer::LyingServer(Tls tls) {
     std::string path = "/tmp/lying-server-XXXXXX";
     int const log = ::mkstemp(path.data());
     int toServer[2];
@@ -35,6 +36,14 @@ LyingServer::LyingServer() {
     }
     ::close(log);
     logPath_ = path;
+    if (tls == Tls::Yes) {
+        std::string const make = "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=test "
+                                 "-addext subjectAltName=IP:127.0.0.1 -keyout " +
+                                 logPath_ + ".key -out " + certificate() + " 2>/dev/null";
+        if (std::system(make.c_str()) != 0) { // NOLINT(cert-env33-c): a fixed line
+            throw std::runtime_error("no certificate can be made");
+        }
+    }
     pid_ = ::fork();
     if (pid_ == 0) {
         ::dup2(toServer[0], STDIN_FILENO);
@@ -42,27 +51,38 @@ LyingServer::LyingServer() {
         for (int const descriptor : {toServer[0], toServer[1], fromServer[0], fromServer[1]}) {
             ::close(descriptor);
         }
-        ::execlp("python3", "python3", LYING_SERVER, logPath_.c_str(), nullptr);
+        if (tls == Tls::Yes) {
+            ::execlp("python3", "python3", LYING_SERVER, logPath_.c_str(), certificate().c_str(),
+                     (logPath_ + ".key").c_str(), nullptr);
+        } else {
+            ::execlp("python3", "python3", LYING_SERVER, logPath_.c_str(), nullptr);
+        }
         ::_exit(127);
     }
     ::close(toServer[0]);
     ::close(fromServer[1]);
     input_ = toServer[1];
-    std::string const ports = lineFrom(fromServer[0]);
+    std::istringstream ports(lineFrom(fromServer[0]));
     ::close(fromServer[0]);
-    std::size_t const blank = ports.find(' ');
-    if (blank == std::string::npos) {
+    std::string const host = "127.0.0.1:";
+    for (std::string* const authority : {&authority_, &otherAuthority_, &secureAuthority_}) {
+        std::string port;
+        if (ports >> port) {
+            *authority = host + port;
+        }
+    }
+    if (otherAuthority_.empty()) {
         throw std::runtime_error("the server did not start");
     }
-    authority_ = "127.0.0.1:" + ports.substr(0, blank);
-    otherAuthority_ = "127.0.0.1:" + ports.substr(blank + 1);
 }
 
 LyingServer::~LyingServer() {
     ::close(input_);
     ::kill(pid_, SIGKILL);
     ::waitpid(pid_, nullptr, 0);
-    ::unlink(logPath_.c_str());
+    for (char const* const end : {"", ".crt", ".key"}) {
+        ::unlink((logPath_ + end).c_str());
+    }
 }
 
 std::vector<std::string> LyingServer::requests() const {

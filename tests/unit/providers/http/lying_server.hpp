@@ -11,7 +11,10 @@ namespace foundation::storage::provider::http::test {
 /// lying_server.py in a process of its own, which ends with this object.
 class LyingServer {
   public:
-    LyingServer();
+    enum class Tls { No, Yes };
+
+    /// With TLS it makes a certificate of its own, which nobody trusts, for 127.0.0.1.
+    explicit LyingServer(Tls tls = Tls::No);
     LyingServer(LyingServer const&) = delete;
     LyingServer& operator=(LyingServer const&) = delete;
     ~LyingServer();
@@ -19,6 +22,8 @@ class LyingServer {
     /// "127.0.0.1:PORT", of the same files by one and by another origin.
     std::string const& authority() const noexcept { return authority_; }
     std::string const& otherAuthority() const noexcept { return otherAuthority_; }
+    std::string const& secureAuthority() const noexcept { return secureAuthority_; }
+    std::string certificate() const { return logPath_ + ".crt"; }
 
     /// What was asked so far, in order: port, method, target and fields, with a tab between them.
     std::vector<std::string> requests() const;
@@ -30,6 +35,7 @@ class LyingServer {
     int input_ = -1;
     std::string authority_;
     std::string otherAuthority_;
+    std::string secureAuthority_;
 };
 
 /// The bytes that the server's files have, from a position on.

@@ -1,14 +1,16 @@
-"""Serves files over HTTP, well and badly: lying_server.py LOG
+"""Serves files over HTTP, well and badly: lying_server.py LOG [CERTIFICATE KEY]
 
 Prints two ports of the loopback interface, the second one another origin of the same files, and
-serves them until its standard input ends. Every request is appended to LOG before it is answered:
-port, method, target, and its fields, separated by a tab each.
+serves them until its standard input ends; with a certificate a third one, for TLS. Every request is
+appended to LOG before it is answered: port, method, target, and its fields, separated by a tab each.
 
-A target is /BEHAVIOUR/SIZE, and the file has SIZE bytes that tell their positions."""
+A target is /BEHAVIOUR/SIZE, and the file has SIZE bytes that tell their positions; or /disk/PATH,
+for a file that is there."""
 import http
 import os
 import re
 import socket
+import ssl
 import struct
 import sys
 import threading
@@ -323,11 +325,19 @@ class Connection:
         self.socket.sendall(b'HTTP/1.1 103 Early Hints\r\nETag: "hint"\r\n\r\n')
         self.good(size)
 
+    def do_disk(self, size):
+        try:
+            with open(unquote(self.target[len('/disk'):]), 'rb') as file:
+                data = file.read()
+        except OSError:
+            return self.simple(404)
+        self.good(len(data), data)
+
     def do_for_users(self, size):
         self.good(size) if 'authorization' in self.fields else self.simple(401)
 
 
-def listen():
+def listen(context=None):
     listener = socket.create_server(('127.0.0.1', 0))
     port = listener.getsockname()[1]
     ports.append(port)
@@ -336,12 +346,21 @@ def listen():
         while True:
             connection, _ = listener.accept()
             connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            if context:
+                try:
+                    connection = context.wrap_socket(connection, server_side=True)
+                except OSError:
+                    continue
             threading.Thread(target=Connection(connection, port).serve, daemon=True).start()
     threading.Thread(target=accept, daemon=True).start()
 
 
 listen()
 listen()
+if len(sys.argv) > 2:
+    tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    tls.load_cert_chain(sys.argv[2], sys.argv[3])
+    listen(tls)
 print(*ports, flush=True)
 sys.stdin.read()
 os._exit(0)

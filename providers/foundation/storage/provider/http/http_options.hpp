@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/web/web_options.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -21,6 +22,10 @@ struct HttpOptions {
     std::string bearerToken = {};
     /// Further fields of every request, names and values.
     std::vector<std::pair<std::string, std::string>> headers = {};
+
+    /// How long what a server has told of a file (size, time, that it is there) answers further
+    /// questions; zero to ask each time. Reading a file is not concerned.
+    std::chrono::milliseconds attributeLifetime{1'000};
 
     /// Bytes that are asked for where a file is opened, and behind each seek. A reader that goes on
     /// from there gets four times as much with each further request.

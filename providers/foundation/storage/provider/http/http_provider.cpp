@@ -66,7 +66,8 @@ HttpProvider::HttpProvider(StorageIRI const& location, HttpOptions const& option
     : home_(location),
       options_(options),
       client_(std::make_shared<web::Client const>(web::Url::of(location),
-                                                  secretsOf(location, options), options.web)) {}
+                                                  secretsOf(location, options), options.web)),
+      known_(options.attributeLifetime) {}
 
 web::Url HttpProvider::urlOf(StorageIRI const& location) const {
     if (location.hasInnerIRI() || location.getSchemeView() != home_.getSchemeView() ||
@@ -78,6 +79,20 @@ web::Url HttpProvider::urlOf(StorageIRI const& location) const {
 
 HttpProvider::Description HttpProvider::describe(StorageIRI const& location) const try {
     web::Url const url = urlOf(location);
+    if (auto known = known_.find(url.text())) {
+        return *std::move(known);
+    }
+    auto const asked = detail::DescriptionMemory::Clock::now();
+    Description const answer = ask(url);
+    if (isSuccess(answer.status)) {
+        known_.keep(url.text(), answer, asked);
+    }
+    return answer;
+} catch (web::Failure const& failure) {
+    throw Exception(failure.code(), location);
+}
+
+HttpProvider::Description HttpProvider::ask(web::Url const& url) const {
     web::Deadline const deadline = client_->deadline();
     web::Headers fields;
     fields.add("Accept-Encoding", "identity");
@@ -113,8 +128,6 @@ HttpProvider::Description HttpProvider::describe(StorageIRI const& location) con
     }
     answer->finish();
     return result;
-} catch (web::Failure const& failure) {
-    throw Exception(failure.code(), location);
 }
 
 HttpProvider::Description HttpProvider::existing(StorageIRI const& location) const {

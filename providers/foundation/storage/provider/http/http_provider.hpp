@@ -1,20 +1,18 @@
 #pragma once
 
+#include <foundation/storage/provider/http/detail/description_memory.hpp>
 #include <foundation/storage/provider/http/http_options.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/web/client.hpp>
 
 #include <atomic>
-#include <cstdint>
 #include <memory>
-#include <optional>
-#include <string>
 
 namespace foundation::storage::provider::http {
 
 /// The files of one server, to be read. The web knows no folders: what the server answers for is a
-/// file, also where its location ends in a slash. Nothing is remembered between calls but open
-/// connections, and whether the server takes HEAD.
+/// file, also where its location ends in a slash. What is remembered between calls are open
+/// connections, whether the server takes HEAD, and for a moment what it has told of a file.
 ///
 /// Safe on any thread. Failures are provider::Exception; changes are refused with code
 /// ReadOnlyProvider, listings with UnsupportedOperation.
@@ -48,22 +46,19 @@ class HttpProvider final : public IProvider {
     std::unique_ptr<ByteStream> openReadOnlyStream(StorageIRI const& location) const override;
 
   private:
-    /// What a server tells of a file.
-    struct Description {
-        int status = 0;
-        std::optional<std::uint64_t> size;
-        web::Headers headers;
-    };
+    using Description = detail::Description;
 
     web::Url urlOf(StorageIRI const& location) const;
     /// With a status of success, or of absence. Throws provider::Exception for every other.
     Description describe(StorageIRI const& location) const;
+    Description ask(web::Url const& url) const;
     Description existing(StorageIRI const& location) const;
 
     StorageIRI const home_;
     HttpOptions const options_;
     std::shared_ptr<web::Client const> const client_;
     mutable std::atomic<bool> isHeadRefused_{false};
+    mutable detail::DescriptionMemory known_;
 };
 
 } // namespace foundation::storage::provider::http

@@ -1,0 +1,105 @@
+#include "command_run.hpp"
+
+#include "unit/providers/http/lying_server.hpp"
+
+#include <filesystem>
+#include <gmock/gmock.h>
+
+namespace cli_test {
+namespace {
+
+using foundation::storage::provider::http::test::content;
+using foundation::storage::provider::http::test::LyingServer;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class CommandOnTheWeb : public ::testing::Test {
+  protected:
+    /// Whatever proxies there are do not know the loopback interface.
+    Outcome run(std::vector<std::string> words) const {
+        return CommandRun::vfs(std::move(words))
+            .in(folder_.path())
+            .environment("no_proxy", "127.0.0.1")
+            .run();
+    }
+    std::string at(std::string const& path) const { return "http://" + server_.authority() + path; }
+    std::string onDisk(std::string const& name) const {
+        return at("/disk" + (folder_ / name).string());
+    }
+
+    TemporaryFolder folder_;
+    LyingServer server_;
+};
+
+TEST_F(CommandOnTheWeb, WritesAFileInFewRequests) {
+    Outcome const outcome = run({"cat", at("/good/1000000")});
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.out, content(1'000'000));
+    EXPECT_LE(server_.requests().size(), 4U); // 64 KiB, 256 KiB, 1 MiB
+}
+
+TEST_F(CommandOnTheWeb, CopiesAFileWithItsTime) {
+    EXPECT_EQ(run({"cp", at("/good/100000"), "copy"}).err, "");
+    EXPECT_EQ(readFile(folder_ / "copy"), content(100'000));
+    EXPECT_THAT(run({"stat", "copy"}).out, HasSubstr("modified:  2024-06-01T10:00:00"));
+    EXPECT_LE(server_.requests().size(), 7U);
+}
+
+TEST_F(CommandOnTheWeb, ListsAFileAndNoFolder) {
+    Outcome const outcome = run({"ls", "-l", at("/good/100000")});
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_THAT(outcome.out, HasSubstr("2024-06-01T10:00:00Z  " + at("/good/100000")));
+    EXPECT_EQ(run({"ls", at("/missing")}).err,
+              "vfs: ls: " + at("/missing") + ": no such file or folder\n");
+    EXPECT_EQ(run({"exists", at("/missing")}).code, 1);
+    EXPECT_EQ(run({"exists", at("/good/1")}).code, 0);
+    EXPECT_EQ(run({"rm", at("/good/1")}).code, 1);
+    EXPECT_EQ(run({"put", at("/new")}).code, 1);
+}
+
+TEST_F(CommandOnTheWeb, LeavesNoPieceOfAFileThatChangesMeanwhile) {
+    EXPECT_EQ(run({"cp", at("/changes/500000"), "copy"}).code, 1);
+    EXPECT_TRUE(folder_.names().empty());
+    Outcome const outcome = run({"cat", at("/changes/500000")});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("vfs: cat: " + at("/changes/500000")));
+}
+
+TEST_F(CommandOnTheWeb, LooksIntoAnArchiveWithoutReadingAllOfIt) {
+    ASSERT_EQ(shell(folder_, "mkdir d; echo one > d/one; head -c 3000000 /dev/urandom > d/noise; "
+                             "echo two > d/two; zip -q -0 -r a.zip d")
+                  .code,
+              0);
+    std::string const inside = "zip:" + onDisk("a.zip") + "!/";
+
+    Outcome const listed = run({"ls", inside + "d"});
+    EXPECT_EQ(listed.err, "");
+    EXPECT_THAT(listed.out, HasSubstr("two\n"));
+    std::size_t const listing = server_.countOf("\tGET\t");
+    EXPECT_LE(listing, 2U); // the start, and the directory at the end
+    EXPECT_LE(server_.requests().size(), 6U);
+
+    Outcome const read = run({"cat", inside + "d/two"});
+    EXPECT_EQ(read.err, "");
+    EXPECT_EQ(read.out, "two\n");
+    EXPECT_LE(server_.countOf("\tGET\t"), listing + 4);
+    EXPECT_LE(server_.requests().size(), 12U);
+    for (std::string const& request : server_.requests()) {
+        EXPECT_THAT(request, Not(::testing::ContainsRegex("bytes=[0-9]*-\t")));
+    }
+}
+
+TEST_F(CommandOnTheWeb, RepeatsNoPassword) {
+    std::string all;
+    for (std::string const command : {"cat", "ls", "stat", "rm", "put"}) {
+        Outcome const outcome =
+            run({command, "http://ann:s3cret@" + server_.authority() + "/good/5"});
+        EXPECT_EQ(outcome.code, 1);
+        all += outcome.out + outcome.err;
+    }
+    EXPECT_THAT(all, Not(HasSubstr("s3cret")));
+    EXPECT_EQ(server_.requests().size(), 0U);
+}
+
+} // namespace
+} // namespace cli_test
