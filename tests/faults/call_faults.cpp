@@ -8,9 +8,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <link.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <string_view>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <system_error>
@@ -173,11 +175,44 @@ long answer(int call, long* arguments) noexcept {
     return -armed.fault.error;
 }
 
+/// Where the code of the sanitizers lies, that make calls of their own; written before the trap.
+struct CodeRange {
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+};
+std::array<CodeRange, 8> sanitizerCode;
+
+int addSanitizerCode(dl_phdr_info* object, std::size_t, void* next) noexcept {
+    std::string_view const name(object->dlpi_name);
+    bool const isSanitizer =
+        name.find("/libasan.") != name.npos || name.find("/libubsan.") != name.npos ||
+        name.find("/liblsan.") != name.npos || name.find("/libtsan.") != name.npos;
+    auto& at = *static_cast<std::size_t*>(next);
+    for (int i = 0; isSanitizer && i < object->dlpi_phnum && at < sanitizerCode.size(); ++i) {
+        auto const& segment = object->dlpi_phdr[i];
+        if (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) != 0) {
+            std::uintptr_t const begin = object->dlpi_addr + segment.p_vaddr;
+            sanitizerCode[at++] = {begin, begin + segment.p_memsz};
+        }
+    }
+    return 0;
+}
+
+bool isOfASanitizer(void const* place) noexcept {
+    auto const address = reinterpret_cast<std::uintptr_t>(place);
+    return std::any_of(sanitizerCode.begin(), sanitizerCode.end(), [&](CodeRange const& code) {
+        return address >= code.begin && address < code.end;
+    });
+}
+
 void onTrap(int, siginfo_t* signal, void* context) {
     auto& registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
     long arguments[] = {registers[REG_RDI], registers[REG_RSI], registers[REG_RDX],
                         registers[REG_R10], registers[REG_R8],  registers[REG_R9]};
-    registers[REG_RAX] = answer(signal->si_syscall, arguments);
+    // What an operation asks for comes from the C library, also where a sanitizer looks on.
+    registers[REG_RAX] = isOfASanitizer(signal->si_call_addr)
+                             ? faultSweepRawCall(signal->si_syscall, arguments)
+                             : answer(signal->si_syscall, arguments);
 }
 
 void check(bool done, char const* what) {
@@ -189,6 +224,8 @@ void check(bool done, char const* what) {
 } // namespace
 
 void trapCalls() {
+    std::size_t next = 0;
+    ::dl_iterate_phdr(&addSanitizerCode, &next);
     struct sigaction action {};
     action.sa_sigaction = &onTrap;
     action.sa_flags = SA_SIGINFO | SA_NODEFER;
