@@ -85,6 +85,23 @@ TEST_F(EventMgrTest, DeliversACloneBeforeNotifyReturns) {
     EXPECT_EQ(Signal::clones, 1);
 }
 
+TEST_F(EventMgrTest, HandsOverAnExceptionThatSomebodyElseCaught) {
+    std::string caught;
+    EventMgr const other([&](std::exception_ptr const& exception, StackTrace const&) {
+        try {
+            std::rethrow_exception(exception);
+        } catch (std::runtime_error const& e) {
+            caught = e.what();
+        }
+    });
+    try {
+        throw std::runtime_error("from elsewhere");
+    } catch (...) {
+        other.processExceptionFromEventHandler(EventMgr::GetStackTrace());
+    }
+    EXPECT_EQ(caught, "from elsewhere");
+}
+
 TEST_F(EventMgrTest, DeliversInTheOrderOfSubscribing) {
     auto const tagged = manager.subscribe<Signal>(u"t", noting("tagged "));
     auto const all = manager.subscribe<Signal>(noting("all "));

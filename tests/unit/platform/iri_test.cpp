@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <utility>
 
 using foundation::network::IRI;
 using foundation::network::IRIArgs;
@@ -47,6 +48,19 @@ TEST(Iri, ChangingTheArgumentsAfterwardsChangesNothing) {
     args.path = L"/b";
 
     EXPECT_EQ(iri.args().path, L"/a");
+}
+
+TEST(Iri, IsAValue) {
+    IRI first(argsOf(L"s3", L"/p"));
+    IRI const second(argsOf(L"mem", L"/q"));
+    IRI const copy(first);
+    first = second;
+    EXPECT_EQ(copy.args().path, L"/p");
+    EXPECT_EQ(first.args().scheme, L"mem");
+    IRI moved(std::move(first));
+    EXPECT_EQ(moved.args().path, L"/q");
+    moved = IRI(copy);
+    EXPECT_EQ(moved.args().scheme, L"s3");
 }
 
 TEST(LocationFromParts, WritesEveryPartInItsPlace) {

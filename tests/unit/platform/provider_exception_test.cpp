@@ -56,6 +56,9 @@ TEST(ProviderException, TheEventExceptionsAreNoProviderExceptions) {
     EXPECT_EQ(none.ToUstringImpl(), u"foundation::storage::provider::"
                                     u"ChangeEventsNotSupportedException{Location=\"file:///"
                                     u"a\xDCFF\"}");
+    EXPECT_EQ(failed.ToUstringImpl(), u"foundation::storage::provider::"
+                                      u"ChangeEventsSubscriptionException{Location=\"file:///"
+                                      u"a\xDCFF\"}");
     expectCloned(none);
     expectCloned(failed);
 }

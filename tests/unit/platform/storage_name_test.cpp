@@ -3,9 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -88,4 +90,16 @@ TEST(Path, TheWorkingDirectoryIsThatOfTheProcess) {
     ASSERT_EQ(::stat(".", &byDot), 0);
     EXPECT_EQ(byPath.st_ino, byDot.st_ino);
     EXPECT_EQ(byPath.st_dev, byDot.st_dev);
+}
+
+TEST(Path, AWorkingDirectoryThatWasRemovedIsUnknown) {
+    std::string const before = fl::filesystem::current_path().native();
+    std::string folder = testing::TempDir() + "/removed-XXXXXX";
+    ASSERT_NE(::mkdtemp(folder.data()), nullptr);
+    ASSERT_EQ(::chdir(folder.c_str()), 0);
+    ASSERT_EQ(::rmdir(folder.c_str()), 0);
+
+    EXPECT_THROW(fl::filesystem::current_path(), std::system_error);
+
+    ASSERT_EQ(::chdir(before.c_str()), 0);
 }

@@ -242,6 +242,26 @@ TEST_F(FileStreams, OpeningAnOpenStreamSetsFailbitAndKeepsTheFirstFile) {
     EXPECT_EQ(word, "first");
 }
 
+TEST_F(FileStreams, OpeningAnOpenStreamThatWritesSetsFailbitToo) {
+    vfs::ofstream writes(file);
+    vfs::fstream both(file);
+    std::size_t const opened = storage.fake->calls().size();
+    writes.open(file);
+    both.open(file);
+    EXPECT_EQ(writes.rdstate(), ios_base::failbit);
+    EXPECT_EQ(both.rdstate(), ios_base::failbit);
+    EXPECT_TRUE(writes.is_open() && both.is_open());
+    EXPECT_EQ(storage.fake->calls().size(), opened);
+}
+
+TEST_F(FileStreams, TheBufferIsTheOneThatTheStreamWritesTo) {
+    vfs::ofstream stream(file);
+    EXPECT_EQ(stream.rdbuf(), static_cast<std::ostream&>(stream).rdbuf());
+    stream.rdbuf()->sputn("text", 4);
+    stream.close();
+    EXPECT_EQ(script->content, "text");
+}
+
 TEST_F(FileStreams, OpeningAnOpenStreamThrowsWhereFailbitIsAskedFor) {
     vfs::ifstream stream(file);
     stream.exceptions(ios_base::failbit);

@@ -279,6 +279,13 @@ TEST_F(FileTest, SwapExchangesItemsAndNothingElse) {
     EXPECT_EQ(storage.fake->calls().size(), 1U) << "b keeps its flag, and asks its new provider";
 }
 
+TEST_F(FileTest, AMovedHandleNamesItsFile) {
+    File a = file(u"mem:/a");
+    a = file(u"mem:/b");
+    EXPECT_EQ(a.getLocation(), AbsoluteIRI(u"mem:/b"));
+    EXPECT_TRUE(a.getStorageSystem() == storage.reference);
+}
+
 TEST_F(FileTest, ComparesLocationsAlone) {
     FakeStorage other;
     File const a = file(u"mem:/a");

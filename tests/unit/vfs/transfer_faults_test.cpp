@@ -3,6 +3,8 @@
 
 #include "unit/vfs/stream_faults.hpp"
 
+#include <foundation/storage/provider/extensions/i_links.hpp>
+
 #include <array>
 #include <map>
 #include <memory>
@@ -10,6 +12,7 @@
 #include <ostream>
 #include <string>
 #include <tuple>
+#include <vector>
 
 namespace {
 
@@ -131,5 +134,50 @@ INSTANTIATE_TEST_SUITE_P(Sweep, TransferUnderStreamFaults,
                                           testing::Values(Transfer::Copy, Transfer::Move),
                                           testing::Values(Onto::Nothing, Onto::AFile)),
                          nameOf);
+
+TEST(TransferUnderFaults, AFileThatCannotBeTakenAwayAgainHidesNoFailure) {
+    auto const storage = memory(true);
+    World const world(storage, storage);
+    storage->put(u"source", newContent);
+    storage->faulty()->failAt(Operation::Write, 2, ErrorCode::NoSpaceLeft);
+    storage->faulty()->failAt(Operation::RemoveFile, 1, ErrorCode::PermissionDenied);
+
+    EXPECT_EQ(failureOf([&] {
+                  world.source().copyFile(world.target(), ReplacementPolicy::FailIfExists);
+              }),
+              (Failure{"write", "NoSpaceLeft"}));
+    EXPECT_EQ(storage->faulty()->countOfFaults(), 2U);
+    EXPECT_TRUE(storage->files().contains("target"));
+}
+
+/// The code with which a link in memory is refused as the destination of itself, where the n-th
+/// calls for a canonical location fail.
+ErrorCode refusalOfALinkToItself(ErrorCode code, std::vector<std::uint64_t> const& calls,
+                                 Faulty lasting) {
+    auto const store =
+        conformance::decorate<FaultInjector>(conformance_test::memoryPlace().provider);
+    StorageIRI const link(u"mem:/place/link");
+    dynamic_cast<provider::extensions::ILinks&>(*store).createLink(link, u"nowhere");
+    for (std::uint64_t const call : calls) {
+        store->failAt(Operation::GetCanonicalLocation, call, code, lasting);
+    }
+    try {
+        provider::copyFileByStreams(*store, link, provider::StorageItem(store, link), {});
+    } catch (provider::Exception const& e) {
+        EXPECT_GE(store->countOfFaults(), calls.size());
+        return e.getErrorCode();
+    }
+    return ErrorCode::Unknown;
+}
+
+TEST(TransferUnderFaults, ALinkThatLeadsNowhereIsKnownByItsOwnPlace) {
+    EXPECT_EQ(refusalOfALinkToItself(ErrorCode::ResourceNotFound, {1, 3}, Faulty::Once),
+              ErrorCode::InvalidLocation)
+        << "by its folder and its name";
+    EXPECT_EQ(refusalOfALinkToItself(ErrorCode::ResourceNotFound, {1}, Faulty::FromThenOn),
+              ErrorCode::InvalidLocation)
+        << "by its location";
+    EXPECT_EQ(refusalOfALinkToItself(ErrorCode::IOError, {1}, Faulty::Once), ErrorCode::IOError);
+}
 
 } // namespace
