@@ -90,6 +90,7 @@ std::span<Command const> allCommands() noexcept {
         Command{"ls", "List folders", runLs},
         Command{"mkdir", "Create folders", runMkdir},
         Command{"mv", "Move or rename files", runMv},
+        Command{"pack", "Make an archive of a folder", runPack},
         Command{"providers", "List the schemes and what their storages can do", runProviders},
         Command{"put", "Write a file from standard input or another file", runPut},
         Command{"rm", "Remove files and empty folders", runRm},
@@ -97,6 +98,7 @@ std::span<Command const> allCommands() noexcept {
         Command{"stat", "Show what is known of files and folders", runStat},
         Command{"touch", "Create files or set their time of modification", runTouch},
         Command{"tree", "Draw what is below a folder", runTree},
+        Command{"unpack", "Copy all that is in an archive", runUnpack},
         Command{"watch", "Print changes of files and folders as they happen", runWatch},
     };
     return commands;

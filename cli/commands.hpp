@@ -40,6 +40,7 @@ int runFind(Host& host, Words const& words);
 int runLs(Host& host, Words const& words);
 int runMkdir(Host& host, Words const& words);
 int runMv(Host& host, Words const& words);
+int runPack(Host& host, Words const& words);
 int runProviders(Host& host, Words const& words);
 int runPut(Host& host, Words const& words);
 int runRm(Host& host, Words const& words);
@@ -47,6 +48,7 @@ int runSh(Host& host, Words const& words);
 int runStat(Host& host, Words const& words);
 int runTouch(Host& host, Words const& words);
 int runTree(Host& host, Words const& words);
+int runUnpack(Host& host, Words const& words);
 int runWatch(Host& host, Words const& words);
 
 } // namespace cli

@@ -81,6 +81,7 @@ int Invocation::finish() {
         });
     }
     changed_.clear();
+    newArchives_.removeEmpty();
     throwIfInterrupted();
     output().flush();
     return status_;

@@ -3,6 +3,7 @@
 #include "failure.hpp"
 #include "host.hpp"
 #include "location.hpp"
+#include "new_archive.hpp"
 #include "work_tally.hpp"
 
 #include <foundation/storage/provider/i_provider.hpp>
@@ -52,6 +53,9 @@ class Invocation {
 
     std::string const& command() const noexcept { return command_; }
 
+    /// Before something is written there: begins the archive that it lies in, where that is
+    /// missing. Throws what the storage throws.
+    void aboutToWrite(Location const& location) { newArchives_.begin(system(), location); }
     /// To be told of each change: storages that keep changes back write them out at the end.
     void changed(Location const& location);
 
@@ -64,6 +68,7 @@ class Invocation {
     int status_ = exitDone;
     FailureTally failures_;
     std::map<foundation::storage::provider::IProvider*, Location> changed_;
+    NewArchives newArchives_;
 };
 
 } // namespace cli

@@ -18,4 +18,8 @@ std::optional<SchemeKind> kindOfScheme(std::u16string_view scheme) {
     return known ? std::optional(SchemeKind::Storage) : std::nullopt;
 }
 
+bool isWrittenArchive(std::u16string_view scheme) {
+    return scheme == u"zip";
+}
+
 } // namespace cli

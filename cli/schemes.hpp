@@ -15,4 +15,7 @@ enum class SchemeKind {
 /// Whether a provider for it is there is for the storage system to say.
 std::optional<SchemeKind> kindOfScheme(std::u16string_view scheme);
 
+/// Whether the scheme is of archives that can be written, and not only be looked into.
+bool isWrittenArchive(std::u16string_view scheme);
+
 } // namespace cli

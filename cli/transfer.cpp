@@ -112,6 +112,14 @@ void refuseIntoItself(TransferRun const& run, Transfer const& transfer) {
 } // namespace
 
 void TransferOptions::declare(Arguments& arguments) {
+    declareWishes(arguments);
+    arguments
+        .flag("-T,--no-target-directory", wishes.asNamed,
+              "DESTINATION is the new name, also where a folder has it")
+        .takes("SOURCE... DESTINATION", 2, Arguments::unlimited);
+}
+
+void TransferOptions::declareWishes(Arguments& arguments) {
     arguments
         .option("--policy", policy, "NAME",
                 "What becomes of files that are there: replace (unless told otherwise), force "
@@ -120,11 +128,8 @@ void TransferOptions::declare(Arguments& arguments) {
         .flag("-n,--no-clobber", keep, "The same as --policy keep")
         .flag("-f,--force", force, "The same as --policy force")
         .flag("-i,--interactive", wishes.ask, "Ask before each replacement")
-        .flag("-T,--no-target-directory", wishes.asNamed,
-              "DESTINATION is the new name, also where a folder has it")
         .flag("-v,--verbose", wishes.verbose, "Print a line for each file")
-        .flag("--dry-run", wishes.dryRun, "Print what would be done, and change nothing")
-        .takes("SOURCE... DESTINATION", 2, Arguments::unlimited);
+        .flag("--dry-run", wishes.dryRun, "Print what would be done, and change nothing");
 }
 
 TransferWishes const& TransferOptions::read(Host const& host) {
@@ -165,6 +170,9 @@ void forEachTransfer(TransferRun& run, std::vector<std::string> const& operands,
     }
     bool isFolder = false;
     bool const usable = invocation.attempt(std::span(&*last, 1), [&] {
+        if (!run.wishes().dryRun) {
+            invocation.aboutToWrite(*last);
+        }
         isFolder =
             !run.wishes().asNamed && vfs::Folder(last->iri, invocation.system()).folderExists();
         if (!isFolder && operands.size() > 2) {

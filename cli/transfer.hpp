@@ -31,6 +31,8 @@ struct TransferOptions {
     TransferWishes wishes;
 
     void declare(Arguments& arguments);
+    /// But for the operands, and what has to do with their number.
+    void declareWishes(Arguments& arguments);
     /// Throws UsageError; REQUIRES: the arguments were read.
     TransferWishes const& read(Host const& host);
 };

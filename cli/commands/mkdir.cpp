@@ -17,6 +17,7 @@ int runMkdir(Host& host, Words const& words) {
     }
     Invocation invocation(host, "mkdir");
     invocation.forEach(arguments.operands(), [&](Location const& location) {
+        invocation.aboutToWrite(location);
         foundation::storage::vfs::Folder const folder(location.iri, invocation.system());
         if (parents) {
             folder.createFolderRecursive();

@@ -64,6 +64,7 @@ class Source {
 void put(Invocation& invocation, std::optional<Location> const& from, Location const& to,
          NewContent::IfThere ifThere) {
     Source source(invocation.system(), from);
+    invocation.aboutToWrite(to);
     NewContent content(invocation.system(), to, ifThere);
     // A person who types the bytes has the line in front of them.
     bool const typed = !from && ::isatty(STDIN_FILENO) == 1;

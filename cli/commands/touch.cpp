@@ -65,6 +65,9 @@ int runTouch(Host& host, Words const& words) {
     Invocation invocation(host, "touch");
     invocation.forEach(arguments.operands(), [&](Location const& location) {
         auto const time = toPtime(wanted.value_or(currentTime()));
+        if (!onlyExisting) {
+            invocation.aboutToWrite(location);
+        }
         ExtendedExistsResult const kind = existsExtended(location.iri, invocation.system());
         if (kind == ExtendedExistsResult::DanglingLink) {
             throw Refusal("is a link that leads nowhere");

@@ -19,14 +19,16 @@ void prepare(TemporaryFolder const& folder) {
     writeFile(folder / "script.vfs", "mkdir mem:/a\ncp notes.txt mem:/a\ncat mem:/a/notes.txt\n");
     writeFile(folder / "same.txt", "Buy milk.\n");
     std::filesystem::create_directory(folder / "docs");
+    vfs(folder, {"pack", "docs", "archive.zip"});
     std::filesystem::create_directory(folder / "backup");
     std::filesystem::create_directory(folder / "empty");
 }
 
 TEST(CommandHelp, ListsTheCommands) {
-    EXPECT_THAT(commands(), ::testing::ElementsAre("cat", "check", "cp", "du", "exists", "find",
-                                                   "ls", "mkdir", "mv", "providers", "put", "rm",
-                                                   "sh", "stat", "touch", "tree", "watch"));
+    EXPECT_THAT(commands(),
+                ::testing::ElementsAre("cat", "check", "cp", "du", "exists", "find", "ls", "mkdir",
+                                       "mv", "pack", "providers", "put", "rm", "sh", "stat",
+                                       "touch", "tree", "unpack", "watch"));
 }
 
 TEST(CommandHelp, SaysWhatAQuestionMarkInAPatternCounts) {
