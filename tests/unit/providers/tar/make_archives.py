@@ -133,6 +133,8 @@ def good():
         yield f"compressed, {title}", data, listed
     yield "compressed in two pieces", gzip.compress(tar[:700]) + gzip.compress(tar[700:]), listed
     yield "compressed, xz in two pieces with zeros", lzma.compress(tar[:700]) + bytes(8) + lzma.compress(tar[700:]), listed
+    yield "compressed, with much behind the end", gzip.compress(tar + bytes(300_000)), listed
+    yield "compressed, a block in all", gzip.compress(archive(member("a", b"1")) + bytes(128 * 1024 - 4 * BLOCK)), ["a=1"]
     yield "something behind a compressed one", gzip.compress(tar) + b"behind", listed
     yield "sparse and compressed", gzip.compress(archive(REST, sparse("s", 519, (512, b"ab")))), [
         "rest=r", "s=" + "\0" * 512 + "ab\0\0\0\0\0"]
@@ -187,6 +189,20 @@ def refused():
     yield "gzip with nothing in it", gzip.compress(b""), []
     yield "gzip of no archive", gzip.compress(b"some text"), ["!9"]
     yield "gzip of gzip", gzip.compress(gzip.compress(tar)), ["!9"]
+    # What stands behind the archive's end is decoded in blocks of 128 KiB, of which it does not fill the first.
+    long = padded(tar + bytes(300_000))
+    yield "gzip with a wrong check sum far behind the end", gzip.compress(long)[:-8] + b"\1" * 8, ["!9"]
+    yield "gzip that is cut short far behind the end", gzip.compress(long)[:-20], ["!9"]
+    yield "xz that is cut short far behind the end", lzma.compress(long)[:-30], ["!9"]
+    flipped = bytearray(gzip.compress(long, 0))
+    flipped[290_000] ^= 1
+    yield "gzip with another byte far behind the end", bytes(flipped), ["!9"]
+    full = archive(member("a", bytes(128 * 1024 - 3 * BLOCK)))
+    for blocks in (1, 2):
+        whole = full + bytes((blocks - 1) * 128 * 1024)
+        assert len(whole) == blocks * 128 * 1024
+        yield f"gzip of {blocks} blocks with a wrong check sum", gzip.compress(whole)[:-8] + b"\1" * 8, ["!9"]
+        yield f"gzip of {blocks} blocks without its end", gzip.compress(whole)[:-8], ["!9"]
     yield "xz with a damaged check sum", lzma.compress(tar)[:-30] + bytes(30), ["!9"]
     yield "bzip2 with rubbish in it", bz2.compress(tar)[:40] + b"\xff" * 40, ["!9"]
     yield "gzip header alone", gzip.compress(tar)[:10], ["!9"]

@@ -63,7 +63,9 @@ class HeaderReader {
             checkPlace();
         }
         index_->finish();
-        return {index_, charset_, reader_->formatName()};
+        std::string const name = reader_->formatName();
+        readOn();
+        return {index_, charset_, name};
     }
 
   private:
@@ -84,6 +86,15 @@ class HeaderReader {
         reader_.reset(); // its bytes are lent again
         reader_.emplace(source_.lend(0), 0, charset);
         charset_ = charset;
+    }
+
+    /// An archive ends before its compressed bytes do, and before the check sum behind them.
+    void readOn() {
+        if (source_.compression() != Compression::None) {
+            constexpr std::uint64_t end = std::numeric_limits<std::uint64_t>::max();
+            reader_.reset(); // its bytes are lent again
+            source_.lend(end)->reach(end);
+        }
     }
 
     void add() {
