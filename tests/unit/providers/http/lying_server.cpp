@@ -52,10 +52,10 @@ LyingServer::LyingServer(Tls tls) {
             ::close(descriptor);
         }
         if (tls == Tls::Yes) {
-            ::execlp("python3", "python3", LYING_SERVER, logPath_.c_str(), certificate().c_str(),
-                     (logPath_ + ".key").c_str(), nullptr);
+            ::execlp("python3", "python3", "-I", "-S", LYING_SERVER, logPath_.c_str(),
+                     certificate().c_str(), (logPath_ + ".key").c_str(), nullptr);
         } else {
-            ::execlp("python3", "python3", LYING_SERVER, logPath_.c_str(), nullptr);
+            ::execlp("python3", "python3", "-I", "-S", LYING_SERVER, logPath_.c_str(), nullptr);
         }
         ::_exit(127);
     }

@@ -6,11 +6,9 @@ appended to LOG before it is answered: port, method, target, and its fields, sep
 
 A target is /BEHAVIOUR/SIZE, and the file has SIZE bytes that tell their positions; or /disk/PATH,
 for a file that is there."""
-import http
 import os
 import re
 import socket
-import ssl
 import struct
 import sys
 import threading
@@ -68,7 +66,7 @@ class Connection:
     # What answers are made of.
 
     def head(self, status, *fields):
-        lines = [f'HTTP/1.1 {status} {http.HTTPStatus(status).phrase}', *fields, '', '']
+        lines = [f'HTTP/1.1 {status} Status', *fields, '', '']
         self.socket.sendall('\r\n'.join(lines).encode('latin-1'))
 
     def body(self, data):
@@ -358,6 +356,7 @@ def listen(context=None):
 listen()
 listen()
 if len(sys.argv) > 2:
+    import ssl  # takes its time
     tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
     tls.load_cert_chain(sys.argv[2], sys.argv[3])
     listen(tls)
