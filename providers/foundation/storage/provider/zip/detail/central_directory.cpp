@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -265,7 +266,7 @@ class DirectoryReader {
             withoutDots_);
         facts.isLonger = path.size() > nameSize;
         takeAttributes(header, path, facts);
-        takeTime(header, extraField(extra, ExtraId::ExtendedTime), facts);
+        takeTime(header, extra, facts);
         switch (index_->add(path, facts)) {
         case ArchiveIndex::Added::TooMany:
             fail(ErrorCode::FileTooLarge);
@@ -321,27 +322,55 @@ class DirectoryReader {
         std::uint32_t const type = hasMode ? mode & typeBits : 0;
         bool const isFolder = path.ends_with('/') || type == folderType ||
                               (!hasMode && (attributes & dosFolder) != 0);
-        facts.kind = isFolder                        ? EntryKind::Folder
-                     : type == linkType              ? EntryKind::Link
-                     : type == 0 || type == fileType ? EntryKind::File
-                                                     : EntryKind::Other;
+        // Content that came through a pipe has its mode, and is that of a file all the same.
+        bool const isFile = type == 0 || type == fileType || facts.member.size != 0;
+        facts.kind = isFolder           ? EntryKind::Folder
+                     : type == linkType ? EntryKind::Link
+                     : isFile           ? EntryKind::File
+                                        : EntryKind::Other;
         std::uint32_t const usual = isFolder ? 0755 : (attributes & dosReadOnly) != 0 ? 0444 : 0644;
         facts.mode = static_cast<std::uint16_t>(hasMode ? mode & 07777 : usual);
     }
 
-    static void takeTime(unsigned char const* header, std::string_view field, MemberFacts& facts) {
+    /// The first that there is: the extended time, that of NTFS, the date of DOS.
+    static void takeTime(unsigned char const* header, std::string_view extra, MemberFacts& facts) {
         constexpr unsigned char hasModified = 1;
-        auto const* const bytes = reinterpret_cast<unsigned char const*>(field.data());
-        if (field.size() >= 5 && (bytes[0] & hasModified) != 0) {
+        std::string_view const extended = extraField(extra, ExtraId::ExtendedTime);
+        auto const* const bytes = reinterpret_cast<unsigned char const*>(extended.data());
+        if (extended.size() >= 5 && (bytes[0] & hasModified) != 0) {
             // Half of all numbers are of the years before 1970 to some, and of those behind 2038 to
             // others; the date of DOS knows no year before 1980.
             constexpr std::uint32_t yearsTo2038 = 58;
             std::uint32_t const seconds = read32(bytes + 1);
             bool const isLate = seconds >> 31 != 0 && read32(header + 12) >> 25 >= yearsTo2038;
             facts.time = {seconds, false, isLate};
+        } else if (auto const time = timeOfNtfs(extraField(extra, ExtraId::Ntfs))) {
+            facts.time = *time;
         } else {
             facts.time = {read32(header + 12), true, false};
         }
+    }
+
+    /// Where the field has one that fits (APPNOTE 4.5.5).
+    static std::optional<MemberTime> timeOfNtfs(std::string_view field) noexcept {
+        constexpr std::size_t reserved = 4;
+        constexpr std::size_t timesSize = 24;
+        constexpr std::uint16_t times = 1;
+        constexpr std::uint64_t inSecond = 10'000'000;
+        constexpr std::int64_t from1601To1970 = 11'644'473'600;
+        auto const* const bytes = reinterpret_cast<unsigned char const*>(field.data());
+        if (field.size() < reserved + 4 + timesSize || read16(bytes + reserved) != times ||
+            read16(bytes + reserved + 2) < timesSize) {
+            return std::nullopt;
+        }
+        auto const seconds =
+            static_cast<std::int64_t>(read64(bytes + reserved + 4) / inSecond) - from1601To1970;
+        if (seconds < std::numeric_limits<std::int32_t>::min() ||
+            seconds > std::numeric_limits<std::uint32_t>::max()) {
+            return std::nullopt;
+        }
+        bool const isLate = seconds > std::numeric_limits<std::int32_t>::max();
+        return MemberTime{static_cast<std::uint32_t>(seconds), false, isLate};
     }
 
     StorageIRI const location_;
