@@ -11,6 +11,10 @@
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
+#include <algorithm>
+#include <span>
+#include <string_view>
+
 namespace cli {
 
 namespace vfs = foundation::storage::vfs;
@@ -38,14 +42,27 @@ void removeAll(vfs::Folder const& root) {
     }
 }
 
-void prepare(Invocation& invocation, Location const& source, Location const& archive,
-             Location const& root, IfThere ifThere) {
-    vfs::Folder const folder(source.iri, invocation.system());
-    if (!folder.folderExists()) {
+void checkSource(Invocation const& invocation, Location const& source) {
+    if (!vfs::Folder(source.iri, invocation.system()).folderExists()) {
         throw Refusal(existsExtended(source.iri, invocation.system()) ==
                               ExtendedExistsResult::Nothing
                           ? wordsFor(vfs::ErrorCode::ResourceNotFound)
                           : "is not a folder");
+    }
+}
+
+/// Whoever names an archive like this would take it for what it is not.
+bool isNamedForAnotherKind(std::string_view name) {
+    constexpr std::string_view endings[] = {".tar", ".tgz", ".gz",   ".bz2", ".xz",
+                                            ".zst", ".7z",  ".cpio", ".iso", ".ar"};
+    return std::any_of(std::begin(endings), std::end(endings),
+                       [&](std::string_view ending) { return name.ends_with(ending); });
+}
+
+void prepare(Invocation& invocation, Location const& source, Location const& archive,
+             Location const& root, IfThere ifThere) {
+    if (isNamedForAnotherKind(archive.typed)) {
+        throw Refusal("has the name of another kind of archive, and zip is what is made");
     }
     invocation.aboutToWrite(archive); // it may be to lie in one that is new too
     std::optional<StorageIRI> const packed = placeOf(invocation.system(), source);
@@ -64,6 +81,7 @@ void prepare(Invocation& invocation, Location const& source, Location const& arc
     if (isThere && ifThere == IfThere::Replace) {
         removeAll(inside);
     }
+    vfs::Folder const folder(source.iri, invocation.system());
     inside.setLastModified(folder.getAttributes().getLastModified()); // an empty one is one too
     invocation.changed(root);
 }
@@ -107,8 +125,8 @@ int runPack(Host& host, Words const& words) {
     TransferRun run(invocation, wishes, "packed");
     try {
         run.foresee(arguments.operands());
-        Places const places{*source, *archive};
-        if (invocation.attempt(places,
+        if (invocation.attempt(std::span(&*source, 1), [&] { checkSource(invocation, *source); }) &&
+            invocation.attempt(std::span(&*archive, 1),
                                [&] { prepare(invocation, *source, *archive, root, ifThere); })) {
             TreeCopy(run, *source, root, nullptr).copy();
         }

@@ -37,7 +37,14 @@ Location insideOf(Invocation const& invocation, Location const& archive) {
         }
     }
     Location tar = rootOf(u"tar", archive);
-    existsExtended(tar.iri, invocation.system());
+    try {
+        existsExtended(tar.iri, invocation.system());
+    } catch (vfs::Exception const& failure) {
+        if (failure.getErrorCode() == vfs::ErrorCode::IOError) {
+            throw Refusal("is no archive of a kind that can be read, or a damaged one");
+        }
+        throw;
+    }
     return tar;
 }
 

@@ -74,7 +74,10 @@ TEST(CommandPack, RefusesWhatIsNoFolderAndWhatItWouldLieIn) {
     TemporaryFolder folder;
     makeTree(folder);
     EXPECT_THAT(vfs(folder, {"pack", "tree/tool", "a.zip"}).err, HasSubstr("is not a folder"));
-    EXPECT_THAT(vfs(folder, {"pack", "missing", "a.zip"}).err, HasSubstr("no such file or folder"));
+    EXPECT_THAT(vfs(folder, {"pack", "missing", "a.zip"}).err,
+                HasSubstr("missing: no such file or folder"));
+    EXPECT_THAT(vfs(folder, {"pack", "tree", "a.tar.gz"}).err,
+                HasSubstr("a.tar.gz: has the name of another kind of archive"));
     EXPECT_THAT(vfs(folder, {"pack", "tree", "tree/a.zip"}).err,
                 HasSubstr("would lie in the folder that is packed"));
     EXPECT_FALSE(fs::exists(folder / "a.zip"));
@@ -84,7 +87,9 @@ TEST(CommandPack, RefusesWhatIsNoFolderAndWhatItWouldLieIn) {
 TEST(CommandUnpack, TellsWhatIsNoArchive) {
     TemporaryFolder folder;
     writeFile(folder / "text", "this is no archive, and nothing like it");
-    EXPECT_EQ(vfs(folder, {"unpack", "text", "copy"}).code, 1);
+    Outcome const refused = vfs(folder, {"unpack", "text", "copy"});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_THAT(refused.err, HasSubstr("text: is no archive of a kind that can be read"));
     EXPECT_EQ(vfs(folder, {"unpack", "missing.zip", "copy"}).code, 1);
     EXPECT_FALSE(fs::exists(folder / "copy"));
 }
