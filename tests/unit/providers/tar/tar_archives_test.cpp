@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <ctime>
 #include <filesystem>
 
 namespace foundation::storage::provider::tar::test {
@@ -82,7 +83,9 @@ TEST(TarArchives, AreReadOrRefusedAsIsWrittenBesideThem) {
         if (file.path().extension() == ".expected") {
             std::string const name =
                 std::filesystem::relative(file.path(), archives()).replace_extension().string();
+            std::clock_t const begin = std::clock();
             EXPECT_EQ(view(name), contentOf(file.path())) << name;
+            EXPECT_LT(std::clock() - begin, CLOCKS_PER_SEC) << name;
             ++compared;
         }
     }

@@ -195,7 +195,10 @@ StorageIRI TarProvider::getCanonicalLocation(StorageIRI const& location) const {
     std::string path = place.name;
     Number const from = place.error ? place.folder : place.entry;
     for (Number entry = from; entry != Index::root; entry = index->parentOf(entry)) {
-        path = std::string(index->nameOf(entry)) + (path.empty() ? "" : "/") + path;
+        std::string longer(index->nameOf(entry));
+        longer += path.empty() ? "" : "/";
+        longer += path;
+        path = std::move(longer);
     }
     StorageIRI const root(location.getScheme(), item_.getCanonicalLocation(), u"/");
     return path.empty() ? root : StorageIRI(root, fl::i18n::storageNameToUstring(path));
