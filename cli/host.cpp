@@ -6,6 +6,8 @@
 
 #include <boost/make_shared.hpp>
 
+#include <cstdlib>
+#include <string>
 #include <utility>
 
 namespace cli {
@@ -14,10 +16,20 @@ using foundation::storage::vfs::StorageSystem;
 
 namespace {
 
+/// Who a server is to be told is asking: the file that NETRC names, else the usual one.
+std::string netrcFile() {
+    if (char const* const named = std::getenv("NETRC")) {
+        return named;
+    }
+    char const* const home = std::getenv("HOME");
+    return home ? std::string(home) + "/.netrc" : "";
+}
+
 std::shared_ptr<StorageSystem> systemThatTellsOfChanges() {
     namespace standard = foundation::storage::provider::standard;
     standard::StandardOptions options;
     options.eventMgr = boost::make_shared<foundation::msg_svc::eventmgr::EventMgr>();
+    options.http.netrcFile = netrcFile();
     return standard::makeStandardStorageSystem(options);
 }
 

@@ -89,6 +89,23 @@ TEST_F(CommandOnTheWeb, LooksIntoAnArchiveWithoutReadingAllOfIt) {
     }
 }
 
+TEST_F(CommandOnTheWeb, TakesUserAndPasswordFromNetrcForThatServerAlone) {
+    writeFile(folder_ / "netrc", "machine 127.0.0.1 login ann password s3cret\n");
+    auto const runWithNetrc = [&](std::string const& location) {
+        return CommandRun::vfs({"cat", location})
+            .in(folder_.path())
+            .environment("no_proxy", "127.0.0.1")
+            .environment("NETRC", (folder_ / "netrc").string())
+            .run();
+    };
+    EXPECT_EQ(runWithNetrc(at("/for-users/5")).out, content(5));
+    EXPECT_EQ(server_.countOf("authorization: Basic YW5uOnMzY3JldA=="), 1U); // "ann:s3cret"
+    EXPECT_EQ(runWithNetrc(at("/to?http://OTHER/for-users/5")).err,
+              "vfs: cat: " + at("/to?http://OTHER/for-users/5") + ": permission denied\n");
+    EXPECT_EQ(run({"cat", at("/for-users/5")}).code, 1);
+    EXPECT_EQ(server_.countOf("authorization"), 2U); // the redirect was asked by ann
+}
+
 TEST_F(CommandOnTheWeb, RepeatsNoPassword) {
     std::string all;
     for (std::string const command : {"cat", "ls", "stat", "rm", "put"}) {

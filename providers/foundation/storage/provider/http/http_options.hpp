@@ -20,6 +20,9 @@ struct HttpOptions {
     std::string password = {};
     /// For `Authorization: Bearer`, instead of a user.
     std::string bearerToken = {};
+    /// A file as netrc(5) describes, with users and passwords by host, for where nothing above says
+    /// who asks; empty for none. It is not read where there is none.
+    std::string netrcFile = {};
     /// Further fields of every request, names and values.
     std::vector<std::pair<std::string, std::string>> headers = {};
 

@@ -46,18 +46,21 @@ void addField(web::Headers& fields, std::string const& name, std::string const& 
     fields.add(name, value);
 }
 
-web::Headers secretsOf(StorageIRI const& location, HttpOptions const& options) {
-    web::Headers fields;
+web::Identity identityOf(StorageIRI const& location, HttpOptions const& options) {
+    web::Identity identity;
+    web::Headers& fields = identity.fields;
     std::string const user = options.user.empty() ? web::userOf(location) : options.user;
     if (!options.bearerToken.empty()) {
         addField(fields, "Authorization", "Bearer " + options.bearerToken);
     } else if (!user.empty() || !options.password.empty()) {
         addField(fields, "Authorization", "Basic " + base64(user + ':' + options.password));
+    } else {
+        identity.netrcFile = options.netrcFile;
     }
     for (auto const& [name, value] : options.headers) {
         addField(fields, name, value);
     }
-    return fields;
+    return identity;
 }
 
 } // namespace
@@ -66,7 +69,7 @@ HttpProvider::HttpProvider(StorageIRI const& location, HttpOptions const& option
     : home_(location),
       options_(options),
       client_(std::make_shared<web::Client const>(web::Url::of(location),
-                                                  secretsOf(location, options), options.web)),
+                                                  identityOf(location, options), options.web)),
       known_(options.attributeLifetime) {}
 
 web::Url HttpProvider::urlOf(StorageIRI const& location) const {

@@ -41,9 +41,9 @@ Milliseconds jittered(Milliseconds pause) {
 
 } // namespace
 
-Client::Client(Url home, Headers secrets, WebOptions options)
+Client::Client(Url home, Identity identity, WebOptions options)
     : home_(std::move(home)),
-      secrets_(std::move(secrets)),
+      identity_(std::move(identity)),
       options_(std::move(options)),
       pool_(std::make_shared<ConnectionPool>(options_.idleConnections)) {}
 
@@ -109,9 +109,10 @@ std::unique_ptr<Exchange> Client::follow(Request const& request, Deadline const&
 
 std::unique_ptr<Exchange> Client::sendOnce(Request request, Deadline const& deadline) const {
     if (request.url.hasSameOrigin(home_)) {
-        for (auto const& [name, value] : secrets_.fields()) {
+        for (auto const& [name, value] : identity_.fields.fields()) {
             request.headers.add(name, value);
         }
+        request.netrcFile = identity_.netrcFile;
     }
     auto answer = std::make_unique<Exchange>(*pool_, request, options_);
     answer->head(deadline);

@@ -8,13 +8,19 @@
 
 namespace foundation::storage::provider::web {
 
-/// Sends requests, follows redirects, and tries again what may pass. The fields that say who asks
-/// go to the server that they were given for alone. Safe on any thread; immutable but for its
+/// Says who asks: fields of a request, and where else to look (netrc(5)), if anywhere.
+struct Identity {
+    Headers fields = {};
+    std::string netrcFile = {};
+};
+
+/// Sends requests, follows redirects, and tries again what may pass. What says who asks goes to
+/// the server that it was given for alone. Safe on any thread; immutable but for its
 /// connections.
 class Client {
   public:
-    /// `secrets` are sent to the origin of `home`, and to no other.
-    Client(Url home, Headers secrets, WebOptions options);
+    /// `identity` is told to the origin of `home`, and to no other.
+    Client(Url home, Identity identity, WebOptions options);
 
     WebOptions const& options() const noexcept { return options_; }
     /// For the time that an operation may take as a whole.
@@ -34,7 +40,7 @@ class Client {
     std::unique_ptr<Exchange> sendOnce(Request request, Deadline const& deadline) const;
 
     Url const home_;
-    Headers const secrets_;
+    Identity const identity_;
     WebOptions const options_;
     std::shared_ptr<ConnectionPool> const pool_;
 };

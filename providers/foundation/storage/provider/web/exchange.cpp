@@ -39,7 +39,9 @@ Exchange::Exchange(ConnectionPool& pool, Request const& request, WebOptions cons
       stallTimeout_(options.stallTimeout),
       channel_(pool.lend()) {
     for (auto const& [name, value] : request.headers.fields()) {
-        std::string const line = value.empty() ? name + ';' : name + ": " + value;
+        std::string line = name;
+        line += value.empty() ? ";" : ": ";
+        line += value;
         curl_slist* const longer = ::curl_slist_append(fields_.get(), line.c_str());
         if (!longer) {
             throw std::bad_alloc();
@@ -82,6 +84,11 @@ void Exchange::set(Request const& request, WebOptions const& options) {
     }
     if (options.proxy) {
         option(CURLOPT_PROXY, options.proxy->c_str());
+    }
+    if (!request.netrcFile.empty()) {
+        option(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
+        option(CURLOPT_NETRC_FILE, request.netrcFile.c_str());
+        option(CURLOPT_HTTPAUTH, CURLAUTH_BASIC);
     }
     if (request.method == "HEAD") {
         option(CURLOPT_NOBODY, 1L);

@@ -20,6 +20,8 @@ struct Request {
     std::string method = "GET";
     Url url;
     Headers headers = {};
+    /// Where the user and the password for the host are looked up (netrc(5)), if anywhere.
+    std::string netrcFile = {};
 };
 
 struct AnswerHead {
