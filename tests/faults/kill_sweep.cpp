@@ -1,5 +1,7 @@
-// Kills copies, moves and replacements by the command at random moments, and prints a table.
+// Kills copies, moves and replacements by the command at random moments, and as often what it
+// writes into archives, and prints a table.
 //   kill_sweep VFS [KILLS [FOLDER [OTHER-FOLDER [SEED]]]]
+#include "flush_kills.hpp"
 #include "kill_rounds.hpp"
 
 #include <cstdio>
@@ -18,7 +20,11 @@ int run(KillOptions const& options) {
                 "stayed", "failures");
     std::fflush(stdout);
     KillResult all;
-    for (KillResult const& result : killAtRandom(options)) {
+    std::vector<KillResult> results = killAtRandom(options);
+    for (KillResult const& flush : killFlushes(options)) {
+        results.push_back(flush);
+    }
+    for (KillResult const& result : results) {
         std::printf("%-50s %8zu %8zu %8zu %8zu %8zu\n", result.name.c_str(), result.kills,
                     result.rounds, result.told, result.leftovers, result.findings.size());
         for (std::string const& finding : result.findings) {
@@ -32,8 +38,8 @@ int run(KillOptions const& options) {
     }
     std::printf("%-50s %8zu %8zu %8zu %8zu %8zu\n", "in all", all.kills, all.rounds, all.told,
                 all.leftovers, all.findings.size());
-    if (all.kills < options.kills) {
-        std::printf("only %zu of %zu were killed in time\n", all.kills, options.kills);
+    if (all.kills < 2 * options.kills) {
+        std::printf("only %zu of %zu were killed in time\n", all.kills, 2 * options.kills);
         return 1;
     }
     return all.findings.empty() ? 0 : 1;

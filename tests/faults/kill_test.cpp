@@ -1,3 +1,4 @@
+#include "flush_kills.hpp"
 #include "kill_rounds.hpp"
 
 #include <gmock/gmock.h>
@@ -26,6 +27,15 @@ TEST(KilledCommand, LosesNothingAndIsCompletedByRunningItAgain) {
         told += result.told;
     }
     EXPECT_GT(told, 0U) << "seed " << seed;
+}
+
+TEST(KilledCommand, LeavesTheOldArchiveOrTheNewOne) {
+    std::uint64_t const seed = std::random_device{}();
+    std::string const own = testing::TempDir() + "/flush-kills-" + std::to_string(::getpid());
+    for (KillResult const& result : killFlushes({VFS_COMMAND, own, "", 30, seed})) {
+        EXPECT_THAT(result.findings, testing::IsEmpty()) << result.name << ", seed " << seed;
+        EXPECT_GT(result.kills, 0U) << result.name << ", seed " << seed;
+    }
 }
 
 // Tells before it has done, takes the old away first, and takes its time.
