@@ -206,6 +206,8 @@ def refused():
     yield "directory behind the end", archive(a, offset=10_000), ["!9"]
     yield "directory larger than the item", archive(a, size=1_000_000), ["!9"]
     yield "directory shorter than its headers", archive(a, size=50), ["!9"]
+    yield "more members than told", archive(Member("a", b"1"), Member("b", b"2"), here=1, count=1), ["!9"]
+    yield "fewer members than told", archive(Member("a", b"1"), here=2, count=2), ["!9"]
     yield "directory of zeros", archive(before=bytes(46), size=46, here=1, count=1), ["!9"]
     yield "several volumes", archive(a, disk=1), ["!11"]
     yield "several volumes by the start", archive(a, start=2), ["!11"]
@@ -277,7 +279,7 @@ def million():
     count, apart = 1_000_000, 37
     head = struct.pack("<4sHHHHHHIIIHHHHHI", b"PK\1\2", 20, 20, 0, STORED, 0, 0x5A21, 0, 0, 0, 6, 0, 0, 0, 0, 0)
     central = b"".join(head + struct.pack("<I", n * 7919 % count * apart) + b"%06d" % n for n in range(count))
-    return count * apart, central + struct.pack("<4sHHHHIIH", b"PK\5\6", 0, 0, 0, 0, len(central), count * apart, 0)
+    return count * apart, central + struct.pack("<4sHHHHIIH", b"PK\5\6", 0, 0, count & 0xFFFF, count & 0xFFFF, len(central), count * apart, 0)
 
 
 def main():

@@ -194,7 +194,7 @@ class DirectoryReader {
         while (position < end) {
             std::span<unsigned char const> const rest = see(position, end);
             if (rest.size() >= 4 && read32(rest.data()) == digitalSignature) {
-                return;
+                break;
             }
             if (rest.size() < centralHeaderSize || read32(rest.data()) != centralHeaderSignature) {
                 fail();
@@ -211,6 +211,11 @@ class DirectoryReader {
                 visitHeader(rest.first(size), extent.shift);
             }
             position += size;
+        }
+        // Some tools write the lower half of a number that needs the larger record.
+        bool const isTold = extent.members != is16;
+        if (visitor_ == nullptr && isTold && ((headers_ ^ extent.members) & is16) != 0) {
+            fail();
         }
     }
 
