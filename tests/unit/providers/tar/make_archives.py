@@ -106,6 +106,9 @@ def good():
         "back\\slash=1", "c:drive=2", "tab\t=3", "...=4", " =5"]
     yield "names with a dot", archive(
         member("./", type=FOLDER), member("./a", b"1"), member("./d/", type=FOLDER), member("d/./f/.//", type=FOLDER)), ["a=1", "d/"]
+    for name in ("LZIP", "LZIP-notes.txt", "BZh1", "BZh9.txt", "]"):
+        yield "first name like a signature, " + name, archive(member(name, b"1"), REST), [name + "=1", "rest=r"]
+    yield "first name like that of gzip", archive(member(b"\x1f\x8b\x08", b"1")), ["\x1f\\x8b\x08=1"]
     yield "links", archive(member("link", type=LINK, target="d/f"), member("d/f", b"1"), member("d/up", type=LINK, target="../link")), [
         "link->d/f", "d/", "d/f=1", "d/up->../link"]
     yield "links to nothing", archive(

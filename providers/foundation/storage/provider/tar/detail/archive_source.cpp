@@ -19,9 +19,9 @@ ArchiveBytes::~ArchiveBytes() = default;
 ArchiveSource::ArchiveSource(StorageItem const& item, TarOptions const& options)
     : streams_(std::make_shared<container::ItemStreams>(item)),
       options_(options) {
-    std::array<unsigned char, signatureSize> begin{};
-    std::size_t const size = streams_->lend()->readAt(0, begin);
-    compression_ = compressionOf(std::span(begin).first(size));
+    std::array<unsigned char, tarHeaderSize> begin{};
+    std::span<unsigned char const> const read(begin.data(), streams_->lend()->readAt(0, begin));
+    compression_ = isTarHeader(read) ? Compression::None : compressionOf(read);
     if (compression_ != Compression::None) {
         cache_ = std::make_shared<BlockCache>(options.cacheSize);
     }

@@ -31,6 +31,26 @@ bool isLzma(std::span<unsigned char const> begin) noexcept {
 
 } // namespace
 
+bool isTarHeader(std::span<unsigned char const> begin) noexcept {
+    constexpr std::size_t sumBegin = 148;
+    constexpr std::size_t sumSize = 8;
+    if (begin.size() < tarHeaderSize) {
+        return false;
+    }
+    std::uint32_t sum = ' ' * sumSize; // it counts as blanks itself
+    for (std::size_t i = 0; i < tarHeaderSize; ++i) {
+        sum += i < sumBegin || i >= sumBegin + sumSize ? begin[i] : 0U;
+    }
+    std::uint32_t told = 0;
+    auto const field = begin.subspan(sumBegin, sumSize);
+    auto const* digit = std::find_if(field.data(), field.data() + sumSize,
+                                     [](unsigned char byte) { return byte != ' '; });
+    for (; digit != field.data() + sumSize && *digit >= '0' && *digit <= '7'; ++digit) {
+        told = told << 3 | (*digit - std::uint32_t{'0'});
+    }
+    return told == sum;
+}
+
 Compression compressionOf(std::span<unsigned char const> begin) noexcept {
     using std::string_view_literals::operator""sv;
     std::string_view const text(reinterpret_cast<char const*>(begin.data()), begin.size());

@@ -14,6 +14,10 @@ enum class Compression { None, Gzip, Bzip2, Xz, Lzma, Lzip, Zstandard };
 /// As many bytes as it takes to tell.
 constexpr std::size_t signatureSize = 14;
 
+constexpr std::size_t tarHeaderSize = 512;
+
+/// Whether the check sum is that of a header of tar, whose name may begin like a signature.
+bool isTarHeader(std::span<unsigned char const> begin) noexcept;
 /// By the first bytes of a file.
 Compression compressionOf(std::span<unsigned char const> begin) noexcept;
 /// As people know it, `none` where there is none.
