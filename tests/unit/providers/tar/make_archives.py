@@ -11,6 +11,7 @@ import lzma
 import struct
 import sys
 import tarfile
+import zlib
 from pathlib import Path
 
 BLOCK = 512
@@ -222,11 +223,12 @@ def refused():
 def bombs():
     """More content than the bytes can hold, and more than anybody wants."""
     zeros = bytes(1024 * 1024)
-    compressor = bz2.BZ2Compressor()
     size = 2**27
     head = member("bomb", b"", size=size)
-    parts = [compressor.compress(head)] + [compressor.compress(zeros) for _ in range(size // len(zeros))]
-    yield "bomb of bzip2", b"".join(parts) + compressor.flush(), ["!5"]
+    for title, compressor in (("bzip2", bz2.BZ2Compressor()), ("xz", lzma.LZMACompressor(preset=1)),
+                              ("gzip", zlib.compressobj(9, zlib.DEFLATED, 31))):
+        parts = [compressor.compress(head)] + [compressor.compress(zeros) for _ in range(size // len(zeros))]
+        yield f"bomb of {title}", b"".join(parts) + compressor.flush(), ["!5"]
     wanting = bytearray(lzma.compress(archive(member("a", TEXT)), lzma.FORMAT_ALONE))
     wanting[1:5] = struct.pack("<I", 2**30)  # the size of the dictionary
     yield "lzma that wants much memory", bytes(wanting), ["!5"]
