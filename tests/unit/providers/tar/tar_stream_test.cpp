@@ -85,6 +85,22 @@ TEST_P(TarStream, OfOneMemberGoesOnBesideAnother) {
     }
 }
 
+TEST_P(TarStream, GoesOnAsItWasWhereAnotherArchiveTakesThePlaceOfItsOwn) {
+    std::string const make = "cd " + folder_.path() +
+                             " && mkdir other && for f in a b; do tr 0-8 1-9 < $f > other/$f; done"
+                             " && cd other && " +
+                             GetParam();
+    ASSERT_EQ(std::system(make.c_str()), 0);
+    auto const stream = open_("b");
+    readSome(*stream, 3'000'000);
+
+    std::filesystem::rename(folder_.path() + "/other/archive.tar", archive_ + ".tar");
+
+    EXPECT_EQ(stream->seek(0, std::ios_base::beg), 0);
+    EXPECT_TRUE(readAll(*stream) == whole_);
+    EXPECT_FALSE(readAll(*open_("b")) == whole_);
+}
+
 INSTANTIATE_TEST_SUITE_P(Archives, TarStream,
                          ::testing::Values("tar cf archive.tar a b", "tar czf archive.tar a b",
                                            "tar cSf archive.tar a b", "tar cSzf archive.tar a b",

@@ -49,19 +49,13 @@ std::string octal(unsigned mode) {
 TarProvider::TarProvider(StorageItem item, TarOptions const& options)
     : item_(std::move(item)),
       options_(options),
-      itemState_(stateOfItem()) {
-    archive_ = read();
-}
+      itemState_(detail::stateOf(item_)),
+      archive_(read(itemState_)) {}
 
-TarProvider::ItemState TarProvider::stateOfItem() const {
-    AttributeValues const values = item_.getFileAttributes().values();
-    return {values.size, values.lastModified, values.created};
-}
-
-TarProvider::ArchivePtr TarProvider::read() const {
+TarProvider::ArchivePtr TarProvider::read(detail::ItemState const& state) const {
     auto const archive = std::make_shared<Archive>();
     try {
-        archive->source = std::make_shared<detail::ArchiveSource>(item_, options_);
+        archive->source = std::make_shared<detail::ArchiveSource>(item_, state, options_);
     } catch (ByteStreamFailure const& failure) {
         fail(failure.getErrorCode(), item_.getLocation());
     }
@@ -72,11 +66,14 @@ TarProvider::ArchivePtr TarProvider::read() const {
 }
 
 TarProvider::ArchivePtr TarProvider::archive() const {
-    ItemState const now = stateOfItem();
+    detail::ItemState now = detail::stateOf(item_);
     std::lock_guard const lock(mutex_);
     if (now != itemState_) {
-        archive_ = read();
-        itemState_ = now;
+        now = detail::stateOf(item_); // another thread may have waited, and seen more
+        if (now != itemState_) {
+            archive_ = read(now);
+            itemState_ = now;
+        }
     }
     return archive_;
 }

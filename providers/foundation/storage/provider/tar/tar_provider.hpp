@@ -85,15 +85,6 @@ class TarProvider final : public IProvider, public extensions::ILinks {
     };
     using ArchivePtr = std::shared_ptr<Archive const>;
 
-    /// What the item looked like when its headers were read.
-    struct ItemState {
-        std::optional<std::uint64_t> size;
-        Timestamp lastModified;
-        std::optional<Timestamp> created; ///< another one, where another item has taken the place
-
-        bool operator==(ItemState const&) const = default;
-    };
-
     /// An entry, in the archive that it was found in.
     struct Found {
         ArchivePtr archive;
@@ -103,8 +94,7 @@ class TarProvider final : public IProvider, public extensions::ILinks {
         detail::Member const& member() const noexcept { return index().memberOf(entry); }
     };
 
-    ItemState stateOfItem() const;
-    ArchivePtr read() const;
+    ArchivePtr read(detail::ItemState const& state) const;
     ArchivePtr archive() const;
     Place placeOf(Archive const& archive, StorageIRI const& location,
                   container::LastLink last) const;
@@ -117,8 +107,8 @@ class TarProvider final : public IProvider, public extensions::ILinks {
     StorageItem const item_;
     TarOptions const options_;
     mutable std::mutex mutex_;
-    mutable ArchivePtr archive_;  ///< guarded by the mutex
-    mutable ItemState itemState_; ///< guarded by the mutex
+    mutable detail::ItemState itemState_; ///< when the headers were read; guarded by the mutex
+    mutable ArchivePtr archive_;          ///< guarded by the mutex
 };
 
 } // namespace foundation::storage::provider::tar

@@ -141,9 +141,8 @@ class ParsedMember final : public MemberStream {
 
   private:
     void readAt(std::uint64_t position, Bytes buffer) override {
-        if (!reader_ || !reader_->isBefore(position)) {
-            reader_.reset();
-            reader_ = readers_->lend(member_);
+        if (!reader_->isBefore(position)) {
+            reader_ = readers_->startAgain(std::move(reader_), member_);
         }
         reader_->read(position, buffer);
     }

@@ -127,6 +127,12 @@ void ArchiveReader::fail(char const* otherwise) {
                           isEncrypted ? ErrorCode::UnsupportedOperation : ErrorCode::IOError);
 }
 
+ArchiveSource::Lent ArchiveReader::takeBytes() noexcept {
+    isGood_ = false;
+    archive_.reset();
+    return std::move(bytes_);
+}
+
 bool ArchiveReader::next() {
     LocaleScope const scope(charset_);
     block_ = {};

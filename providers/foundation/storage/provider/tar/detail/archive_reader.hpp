@@ -26,6 +26,8 @@ class ArchiveReader {
     ArchiveReader& operator=(ArchiveReader const&) = delete;
     ~ArchiveReader() = default;
 
+    /// Ends it, for another one over the same bytes.
+    ArchiveSource::Lent takeBytes() noexcept;
     /// Goes to the next header; false at the end.
     bool next();
     /// Whether next() has not come to the end or a failure, nor read() to the latter.

@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/tar/detail/archive_source.hpp>
 
+#include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/tar/detail/stored_bytes.hpp>
 
 #include <array>
@@ -16,8 +17,15 @@ constexpr std::size_t mostIdle = 2;
 
 ArchiveBytes::~ArchiveBytes() = default;
 
-ArchiveSource::ArchiveSource(StorageItem const& item, TarOptions const& options)
+ItemState stateOf(StorageItem const& item) {
+    AttributeValues const values = item.getFileAttributes().values();
+    return {values.size, values.lastModified, values.created};
+}
+
+ArchiveSource::ArchiveSource(StorageItem const& item, ItemState const& state,
+                             TarOptions const& options)
     : streams_(std::make_shared<container::ItemStreams>(item)),
+      state_(state),
       options_(options) {
     std::array<unsigned char, tarHeaderSize> begin{};
     std::span<unsigned char const> const read(begin.data(), streams_->lend()->readAt(0, begin));
@@ -28,9 +36,18 @@ ArchiveSource::ArchiveSource(StorageItem const& item, TarOptions const& options)
     idle_.reserve(mostIdle); // so that bringing one back takes no memory
 }
 
+/// Opened by name, it may be that of another item.
+container::ItemStreams::Lent ArchiveSource::lendItem() {
+    container::ItemStreams::Lent stream = streams_->lend();
+    if (stateOf(item()) != state_) {
+        throw Exception(ErrorCode::ResourceInUse, item().getLocation());
+    }
+    return stream;
+}
+
 ArchiveSource::Lent ArchiveSource::lend(std::uint64_t position) {
     if (!cache_) {
-        return {new StoredBytes(streams_->lend()), Return{shared_from_this()}};
+        return {new StoredBytes(lendItem()), Return{shared_from_this()}};
     }
     std::unique_ptr<DecodedBytes> nearest;
     {
@@ -51,7 +68,7 @@ ArchiveSource::Lent ArchiveSource::lend(std::uint64_t position) {
         }
     }
     if (!nearest) {
-        nearest = std::make_unique<DecodedBytes>(streams_->lend(), compression_, cache_, options_);
+        nearest = std::make_unique<DecodedBytes>(lendItem(), compression_, cache_, options_);
     }
     return {nearest.release(), Return{shared_from_this()}};
 }

@@ -24,20 +24,31 @@ MemberReaders::MemberReaders(std::shared_ptr<ArchiveSource> source, Charset char
 
 MemberReaders::Lent MemberReaders::lend(Member const& member) {
     if (member.access == Access::AtHeader) {
-        Lent reader(new ArchiveReader(source_->lend(member.place), member.place, charset_),
-                    Return{nullptr});
-        goOn(*reader);
-        return reader;
+        return start(source_->lend(member.place), member);
     }
     std::unique_ptr<ArchiveReader> reader = nearest(member.place);
     if (!reader) {
-        reader = std::make_unique<ArchiveReader>(source_->lend(0), 0, charset_);
-        goOn(*reader);
+        return start(source_->lend(0), member);
     }
     while (reader->number() < member.place) {
         goOn(*reader);
     }
     return {reader.release(), Return{shared_from_this()}};
+}
+
+MemberReaders::Lent MemberReaders::startAgain(Lent reader, Member const& member) {
+    return start(reader->takeBytes(), member);
+}
+
+MemberReaders::Lent MemberReaders::start(ArchiveSource::Lent bytes, Member const& member) {
+    bool const isAtHeader = member.access == Access::AtHeader;
+    auto reader =
+        std::make_unique<ArchiveReader>(std::move(bytes), isAtHeader ? member.place : 0, charset_);
+    goOn(*reader);
+    while (!isAtHeader && reader->number() < member.place) {
+        goOn(*reader);
+    }
+    return {reader.release(), Return{isAtHeader ? nullptr : shared_from_this()}};
 }
 
 /// One that stands before the member; null where there is none.

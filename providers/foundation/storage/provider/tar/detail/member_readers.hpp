@@ -26,8 +26,11 @@ class MemberReaders : public std::enable_shared_from_this<MemberReaders> {
     /// One that stands at the member. Throws container::DecodingFailure where the archive has none
     /// there. REQUIRES: its access is AtHeader or ByNumber.
     Lent lend(Member const& member);
+    /// The same over the bytes that another one has: by its name, the item may be another by now.
+    Lent startAgain(Lent reader, Member const& member);
 
   private:
+    Lent start(ArchiveSource::Lent bytes, Member const& member);
     std::unique_ptr<ArchiveReader> nearest(std::uint64_t number);
 
     std::shared_ptr<ArchiveSource> const source_;
