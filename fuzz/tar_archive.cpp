@@ -19,6 +19,7 @@ namespace {
 
 tar::TarOptions smallBounds() {
     tar::TarOptions options;
+    options.sevenZip = true;
     options.maximumEntries = 2'000;
     options.maximumDepth = 50;
     options.maximumDecoded = 16 * 1024 * 1024;

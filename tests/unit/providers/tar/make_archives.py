@@ -212,8 +212,21 @@ def refused():
     yield "gzip header alone", gzip.compress(tar)[:10], ["!9"]
     yield "zstd with rubbish in it", b"\x28\xb5\x2f\xfd" + b"\xff" * 60, ["!9"]
     yield "zip", b"PK\x05\x06" + bytes(18), ["!9"]
-    yield "7z header alone", b"7z\xbc\xaf\x27\x1c\0\4" + bytes(24), []
-    yield "7z with a header behind the end", b"7z\xbc\xaf\x27\x1c\0\4" + b"\xff" * 24, ["!9"]
+    yield "7z header alone", b"7z\xbc\xaf\x27\x1c\0\4" + bytes(24), ["!11"]
+    yield "7z with a header behind the end", b"7z\xbc\xaf\x27\x1c\0\4" + b"\xff" * 24, ["!11"]
+    # 20 million empty files in some hundred bytes.
+    bits = b"\xff" * (20_000_000 // 8)
+    header = (b"\x01\x05\xff" + struct.pack("<Q", 20_000_000) + b"\x0e\xff" + struct.pack("<Q", len(bits)) + bits + bytes(2))
+    coder = dict(id=lzma.FILTER_LZMA1, dict_size=2**20, lc=3, lp=0, pb=2, preset=1)
+    packed = lzma.compress(header, lzma.FORMAT_RAW, filters=[coder])
+    encoded = (b"\x17\x06\0\1\x09\xff" + struct.pack("<Q", len(packed)) + b"\0\x07\x0b\1\0\1\x23\3\1\1\5\x5d" +
+               struct.pack("<I", 2**20) + b"\x0c\xff" + struct.pack("<Q", len(header)) + b"\x0a\1" +
+               struct.pack("<I", zlib.crc32(header)) + bytes(2))
+    start = struct.pack("<QQI", len(packed), len(encoded), zlib.crc32(encoded))
+    many = b"7z\xbc\xaf\x27\x1c\0\4" + struct.pack("<I", zlib.crc32(start)) + start + packed + encoded
+    yield "7z of many members", many, ["!11"]
+    # Where a program that unpacks itself has its archive.
+    yield "7z of many members behind a program", b"MZ" + bytes(0x27000 - 2) + many, ["!9"]
     yield "ar header alone", b"!<arch>\n", []
     yield "ar with rubbish in it", b"!<arch>\n" + b"\xff" * 60, ["!9"]
     yield "cpio cut short", b"070701" + b"0" * 100, ["!9"]

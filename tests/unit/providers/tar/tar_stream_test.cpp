@@ -30,7 +30,7 @@ class TarStream : public ::testing::TestWithParam<char const*> {
                                     GetParam();
         EXPECT_EQ(std::system(command.c_str()), 0);
         whole_ += std::string(1'000'000, '\0');
-        provider_ = open(archive_, {.cacheSize = 300'000});
+        provider_ = open(archive_, {.sevenZip = true, .cacheSize = 300'000});
     }
     std::unique_ptr<ByteStream> open_(char const* name) {
         return provider_->openReadOnlyStream(inside(archive_, name));
@@ -133,7 +133,7 @@ TEST(TarOfDamagedContent, OfSevenZipIsFoundAtItsEnd) {
     }
     ASSERT_EQ(std::system(make.c_str()), 0);
 
-    auto const stream = open(archive)->openReadOnlyStream(inside(archive, "a"));
+    auto const stream = open(archive, {.sevenZip = true})->openReadOnlyStream(inside(archive, "a"));
 
     EXPECT_THROW(readAll(*stream), ByteStreamReadFailure);
 }

@@ -72,7 +72,7 @@ constexpr Registration registrations[] = {
      &enterPhysical<&memory::buildMemoryProvider, &StandardOptions::memory>},
 #endif
 #ifdef VFS_HAS_PROVIDER_TAR
-    {{"tar", "the inside of tar archives, of cpio, ar, 7-Zip and ISO 9660 ones", true},
+    {{"tar", "the inside of tar archives, of cpio, ar and ISO 9660 ones", true},
      &enterContainer<&tar::buildTarProvider, &StandardOptions::tar>},
 #endif
 #ifdef VFS_HAS_PROVIDER_ZIP

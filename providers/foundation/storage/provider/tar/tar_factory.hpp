@@ -8,14 +8,15 @@
 
 namespace foundation::storage::provider::tar {
 
-/// The inside of an archive of tar, also compressed, or of cpio, ar, 7-Zip or ISO 9660, for the
+/// The inside of an archive of tar, also compressed, or of cpio, ar or ISO 9660, for the
 /// container scheme `tar`, read-only: changes are refused with code ReadOnlyProvider. The headers
 /// of all members are read here, and again when the item's size or time has changed. Safe on any
 /// thread.
 ///
 /// Throws provider::Exception naming the item: ResourceNotFound where it is missing,
-/// InvalidLocation for a folder, IOError for what is no archive, UnsupportedOperation for one with
-/// encrypted headers, FileTooLarge beyond a bound of the options.
+/// InvalidLocation for a folder, IOError for what is no archive, UnsupportedOperation for one of
+/// 7-Zip that the options do not ask for, or with encrypted headers, FileTooLarge beyond a bound of
+/// the options.
 FOUNDATION_EXPORT std::shared_ptr<IProvider> buildTarProvider(StorageItem const& item,
                                                               TarOptions const& options = {});
 

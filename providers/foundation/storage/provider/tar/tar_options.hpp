@@ -8,6 +8,10 @@ namespace foundation::storage::provider::tar {
 /// What an archive may ask of its reader. An archive beyond a bound is refused with code
 /// FileTooLarge when it is first used. A plain value.
 struct TarOptions {
+    /// Reads archives of 7-Zip, which are refused with code UnsupportedOperation otherwise: what
+    /// their headers and their decoders take is bounded by none of these. 569 bytes may cost 1.75
+    /// GB and 10 seconds. For archives of which that is known.
+    bool sevenZip = false;
     /// Members and folders, also those that only the names of others imply.
     std::uint32_t maximumEntries = 1'000'000;
     /// Bytes that the directory may take in memory: some 90 for each of them, their names and the

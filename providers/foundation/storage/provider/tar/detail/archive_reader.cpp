@@ -91,12 +91,17 @@ void ArchiveReader::openArchive() {
     }
     // No filters: the bytes are decoded before they come here, within bounds.
     for (auto const support :
-         {&::archive_read_support_format_7zip, &::archive_read_support_format_ar,
-          &::archive_read_support_format_cpio, &::archive_read_support_format_empty,
-          &::archive_read_support_format_iso9660, &::archive_read_support_format_tar}) {
+         {&::archive_read_support_format_ar, &::archive_read_support_format_cpio,
+          &::archive_read_support_format_empty, &::archive_read_support_format_iso9660,
+          &::archive_read_support_format_tar}) {
         if (support(reader) == ARCHIVE_FATAL) {
             throw std::bad_alloc();
         }
+    }
+    // Not for what only looks like it, behind a program that unpacks itself, either.
+    if (bytes_.get_deleter().owner->options().sevenZip &&
+        ::archive_read_support_format_7zip(reader) == ARCHIVE_FATAL) {
+        throw std::bad_alloc();
     }
     ::archive_read_set_callback_data(reader, this);
     ::archive_read_set_read_callback(reader, &Callbacks::read);

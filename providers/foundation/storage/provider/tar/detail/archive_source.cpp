@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/tar/detail/stored_bytes.hpp>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -12,6 +13,12 @@ namespace {
 
 /// Each holds the state of a decoder.
 constexpr std::size_t mostIdle = 2;
+
+bool isSevenZip(std::span<unsigned char const> begin) noexcept {
+    constexpr std::array<unsigned char, 6> signature{'7', 'z', 0xBC, 0xAF, 0x27, 0x1C};
+    return begin.size() >= signature.size() &&
+           std::equal(signature.begin(), signature.end(), begin.begin());
+}
 
 } // namespace
 
@@ -29,6 +36,9 @@ ArchiveSource::ArchiveSource(StorageItem const& item, ItemState const& state,
       options_(options) {
     std::array<unsigned char, tarHeaderSize> begin{};
     std::span<unsigned char const> const read(begin.data(), streams_->lend()->readAt(0, begin));
+    if (isSevenZip(read) && !options.sevenZip) {
+        throw Exception(ErrorCode::UnsupportedOperation, item.getLocation());
+    }
     compression_ = isTarHeader(read) ? Compression::None : compressionOf(read);
     if (compression_ != Compression::None) {
         cache_ = std::make_shared<BlockCache>(options.cacheSize);

@@ -39,6 +39,7 @@ class ArchiveSource : public std::enable_shared_from_this<ArchiveSource> {
 
     StorageItem const& item() const noexcept { return streams_->item(); }
     Compression compression() const noexcept { return compression_; }
+    TarOptions const& options() const noexcept { return options_; }
     /// Such as stand before `position`, the nearest that there are. Throws provider::Exception with
     /// code ResourceInUse where the item has changed.
     Lent lend(std::uint64_t position);
