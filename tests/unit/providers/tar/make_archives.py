@@ -162,6 +162,9 @@ def misleading():
         "up->../../etc", "abs->/etc/passwd"]
     yield "hard link out", archive(member("h", type=HARD, target="/etc/passwd"), member("u", type=HARD, target="../x"), REST), [
         "h!9", "u!9", "rest=r"]
+    yield "hard link with the content of what is left out", archive(
+        pax([(b"size", b"46")]), member("h", TEXT, type=HARD, target="../x", size=46), member("i", type=HARD, target="h"), REST), [
+        shown("h", TEXT), shown("i", TEXT), "rest=r"]
     yield "hard link to a folder", archive(member("d/", type=FOLDER), member("h", type=HARD, target="d"), REST), ["d/", "rest=r"]
     yield "hard link to itself", archive(member("h", type=HARD, target="h"), REST), ["h!9", "rest=r"]
     yield "hard link to what comes later", archive(member("h", type=HARD, target="rest"), REST), ["h!9", "rest=r"]

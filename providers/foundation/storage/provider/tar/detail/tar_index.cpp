@@ -192,6 +192,9 @@ TarIndex::Added TarIndex::addHardLink(std::string_view path, std::string_view to
     if (target != none && isFolder(target)) {
         return Added::LeftOut;
     }
+    if (target == none && member.size != 0) { // what it leads to was left out
+        return add(path, member, {});
+    }
     if (target == none) {
         Member missing = member;
         missing.access = Access::Missing;
