@@ -3,6 +3,8 @@
 #include <foundation/storage/provider/byte_stream.hpp>
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 
+#include <foundation/storage/provider/tar/tar_factory.hpp>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -107,6 +109,57 @@ INSTANTIATE_TEST_SUITE_P(
                       "tar cSf archive.tar a b", "tar cSzf archive.tar a b",
                       "bsdtar --format 7zip --options compression=deflate -cf archive.tar a b",
                       "bsdtar --format iso9660 -cf archive.tar a b"));
+
+/// The local disk, whose streams fail to seek from some time on.
+class SeeklessDisk final : public IProvider {
+  public:
+    std::shared_ptr<bool> const fails = std::make_shared<bool>(false);
+
+    ExistsResult exists(StorageIRI const&) const override { return ExistsResult::File; }
+    ExtendedExistsResult existsExtended(StorageIRI const&) const override {
+        return ExtendedExistsResult::File;
+    }
+    FileAttributes getFileAttributes(StorageIRI const& location) const override {
+        return itemAt(location).getFileAttributes();
+    }
+    std::unique_ptr<ByteStream> openReadOnlyStream(StorageIRI const& location) const override {
+        return std::make_unique<Stream>(itemAt(location).openReadOnlyStream(), fails);
+    }
+
+  private:
+    struct Stream final : ByteStream {
+        Stream(std::unique_ptr<ByteStream> under, std::shared_ptr<bool> fails)
+            : under_(std::move(under)),
+              fails_(std::move(fails)) {}
+        long read(char* buffer, long count) override { return under_->read(buffer, count); }
+        long write(char const* buffer, long count) override { return under_->write(buffer, count); }
+        long seek(long offset, std::ios_base::seekdir way) override {
+            if (*fails_) {
+                throw ByteStreamSeekFailure("no seeking", ErrorCode::ResourceInUse);
+            }
+            return under_->seek(offset, way);
+        }
+        void close() override { under_->close(); }
+
+        std::unique_ptr<ByteStream> under_;
+        std::shared_ptr<bool> fails_;
+    };
+
+    static StorageItem itemAt(StorageIRI const&) { return localItem(archives() + "/big.tar"); }
+};
+
+TEST(TarOfAnItemThatFailsToSeek, FailsToReadFromThenOn) {
+    auto const disk = std::make_shared<SeeklessDisk>();
+    auto const provider =
+        buildTarProvider(StorageItem(disk, localItem(archives() + "/big.tar").getLocation()));
+    auto const stream = provider->openReadOnlyStream(inside("big", "c"));
+    char byte = 0;
+
+    *disk->fails = true;
+    EXPECT_THROW(stream->read(&byte, 1), ByteStreamReadFailure);
+    *disk->fails = false;
+    EXPECT_THROW(stream->read(&byte, 1), ByteStreamReadFailure);
+}
 
 TEST(TarOfAnItemThatIsCutShort, SaysThatItEndsTooSoon) {
     WorkFolder const folder;

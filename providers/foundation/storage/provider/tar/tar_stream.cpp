@@ -95,8 +95,10 @@ class MemberStream : public ByteStream {
             readAt(position_, buffer);
         } catch (DecodingFailure const& failure) {
             fail(failure.what(), failure.getErrorCode());
+        } catch (ByteStreamFailure const& failure) { // also of seeking, to a reader
+            fail(failure.what(), failure.getErrorCode());
         } catch (Exception const& failure) {
-            fail("the archive cannot be opened again", failure.getErrorCode());
+            fail("the archive cannot be read", failure.getErrorCode());
         } catch (std::bad_alloc const&) {
             fail("there is no memory to decode the content", ErrorCode::InternalError);
         }
