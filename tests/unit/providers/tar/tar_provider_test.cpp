@@ -112,6 +112,18 @@ TEST(TarLinks, LeadNowhereOutOfTheArchive) {
     EXPECT_EQ(codeOf([&] { provider->openReadOnlyStream(inside("links out", "abs")); }), 4);
 }
 
+TEST(TarLinksWithATargetThatIsTooLong, LeadToNothing) {
+    auto const provider = open("link too long to be one");
+    StorageIRI const link = inside("link too long to be one", "l");
+
+    EXPECT_EQ(provider->existsExtended(link), ExtendedExistsResult::DanglingLink);
+    EXPECT_FALSE(provider->folderExists(link));
+    EXPECT_EQ(provider->exists(StorageIRI(link, u"below")), ExistsResult::Nothing);
+    EXPECT_EQ(provider->getFileAttributes(link).values().size, 5000U);
+    EXPECT_EQ(codeOf([&] { provider->openReadOnlyStream(link); }), 1);
+    EXPECT_EQ(codeOf([&] { dynamic_cast<extensions::ILinks&>(*provider).readLink(link); }), 1);
+}
+
 TEST(TarHardLinks, HaveTheAttributesOfWhatTheyLeadTo) {
     auto const provider = open("hard links");
 

@@ -82,9 +82,7 @@ TarProvider::Place TarProvider::placeOf(Archive const& archive, StorageIRI const
                                         LastLink last) const {
     Index const& index = *archive.headers.index;
     return container::walk(index, index.rootHandle(), pathOf(location), last, [&](Number link) {
-        if (index.memberOf(link).access == detail::Access::Missing) {
-            fail(ErrorCode::InvalidLocation, location);
-        }
+        // Empty where it is too long to be known, and then the link leads nowhere.
         return std::string(index.targetOf(link));
     });
 }
@@ -104,6 +102,20 @@ TarProvider::Found TarProvider::findFolder(StorageIRI const& location) const {
         fail(ErrorCode::ResourceNotFound, location);
     }
     return found;
+}
+
+/// A link whose target is too long is told from one that leads to nothing.
+TarProvider::Found TarProvider::findToOpen(StorageIRI const& location) const {
+    ArchivePtr archive = this->archive();
+    Place const place = placeOf(*archive, location, LastLink::Followed);
+    if (place.error) {
+        Index const& index = *archive->headers.index;
+        Place const link = placeOf(*archive, location, LastLink::Itself);
+        bool const isTooLong = !link.error && index.kindOf(link.entry) == EntryKind::Link &&
+                               index.memberOf(link.entry).access == detail::Access::Missing;
+        fail(isTooLong ? ErrorCode::InvalidLocation : *place.error, location);
+    }
+    return {std::move(archive), place.entry};
 }
 
 /// What a link leads to, and the link itself where that is nothing.
@@ -272,7 +284,7 @@ std::unique_ptr<ByteStream> TarProvider::openStream(StorageIRI const& location,
 }
 
 std::unique_ptr<ByteStream> TarProvider::openReadOnlyStream(StorageIRI const& location) const {
-    Found const found = find(location, LastLink::Followed);
+    Found const found = findToOpen(location);
     if (found.index().isFolder(found.entry)) {
         fail(ErrorCode::InvalidLocation, location);
     }

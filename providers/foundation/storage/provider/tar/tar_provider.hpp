@@ -101,6 +101,7 @@ class TarProvider final : public IProvider, public extensions::ILinks {
     Found find(StorageIRI const& location, container::LastLink last) const;
     Found findFolder(StorageIRI const& location) const;
     Found findFollowed(StorageIRI const& location) const;
+    Found findToOpen(StorageIRI const& location) const;
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location,
                                                container::Selection selection) const;
 
