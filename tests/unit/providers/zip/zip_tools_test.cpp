@@ -93,6 +93,59 @@ TEST_P(ZipTools, AcceptWhatWeWrite) {
     }
 }
 
+constexpr char const* others[] = {"folders",
+                                  "links",
+                                  "folder behind its contents",
+                                  "data descriptors",
+                                  "comment",
+                                  "something before",
+                                  "something behind",
+                                  "large numbers",
+                                  "large numbers behind something",
+
+                                  "unicode names",
+                                  "code page 437",
+                                  "bytes of unix",
+                                  "unicode extra field",
+                                  "bzip2",
+                                  "xz",
+                                  "same name twice"};
+
+/// Something new in every folder, also in those that only their members tell of.
+void addToEachFolder(IProvider& provider, NewArchive const& archive) {
+    std::vector<std::string> folders{""};
+    for (std::string const& line : contentsOf(provider, archive.at(""))) {
+        if (line.ends_with('/') && line.find(" -> ") == std::string::npos) {
+            folders.push_back(line);
+        }
+    }
+    for (std::string const& folder : folders) {
+        write(provider, archive.at(folder + "more"), "of it");
+    }
+}
+
+TEST_P(ZipTools, AcceptWhatTheyAcceptedBeforeWeChangedIt) {
+    WorkFolder const work;
+    std::string const output = work.path() + "/output";
+    if (run(GetParam().isThere, "", output) != 0) {
+        GTEST_SKIP() << GetParam().name << " is not installed";
+    }
+    int changed = 0;
+    for (char const* const name : others) {
+        SCOPED_TRACE(name);
+        NewArchive const archive(name);
+        if (run(GetParam().check, archive.path(), output) != 0) {
+            continue;
+        }
+        auto const provider = archive.open();
+        ASSERT_EQ(codeOf([&] { addToEachFolder(*provider, archive); }), -1);
+        flush(*provider);
+        EXPECT_EQ(run(GetParam().check, archive.path(), output), 0) << contentOf(output);
+        ++changed;
+    }
+    EXPECT_GE(changed, 10);
+}
+
 INSTANTIATE_TEST_SUITE_P(All, ZipTools, ::testing::ValuesIn(tools),
                          [](auto const& tool) { return tool.param.name; });
 

@@ -118,7 +118,7 @@ void PendingTree::build() {
         node->kind = index_->kindOf(number);
         node->mode = index_->modeOf(number);
         node->isImplied = index_->isImplied(number);
-        node->base = number;
+        node->base = node->isImplied ? ArchiveIndex::none : number;
         node->order = number;
         nodes[number] = node.get();
         if (number != ArchiveIndex::root) {
