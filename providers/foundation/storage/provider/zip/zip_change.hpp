@@ -19,13 +19,16 @@ using Node = detail::PendingNode;
 
 /// Calls with the tree, and a function that goes the path of a location in it.
 template<class Change>
-auto ZipProvider::change(StorageIRI const& location, Change const& change) {
+void ZipProvider::change(StorageIRI const& location, Change const& change) {
     std::lock_guard const changing(changing_);
     View const view = viewToChange(location);
-    std::lock_guard const lock(view.pending->mutex);
-    return change(*view.pending, [&](StorageIRI const& to, detail::LastLink last) {
-        return walkTo(view, to, last, view.pending->rootHandle(), detail::pathInArchive(to));
-    });
+    {
+        std::lock_guard const lock(view.pending->mutex);
+        change(*view.pending, [&](StorageIRI const& to, detail::LastLink last) {
+            return walkTo(view, to, last, view.pending->rootHandle(), detail::pathInArchive(to));
+        });
+    }
+    checkIsPending(*view.pending);
 }
 
 template<class Walk>

@@ -61,6 +61,15 @@ ZipProvider::View ZipProvider::viewToChange(StorageIRI const& location) {
     }
 }
 
+/// Whoever looked before the first change was counted, and found that somebody else has changed the
+/// item, has given up the tree. Throws where it would never be flushed.
+void ZipProvider::checkIsPending(Tree const& tree) const {
+    std::lock_guard const lock(mutex_);
+    if (pending_.get() != &tree) {
+        fail(ErrorCode::ResourceInUse, item_.getLocation());
+    }
+}
+
 void ZipProvider::setLastModified(StorageIRI const& location,
                                   boost::posix_time::ptime const& time) {
     Timestamp const timestamp = toTimestamp(time);
@@ -136,6 +145,7 @@ void ZipProvider::createFolderRecursive(StorageIRI const& location) {
         }
         at = &tree.add(place, tree.makeFolder(), location);
     }
+    checkIsPending(tree);
 }
 
 void ZipProvider::createLink(StorageIRI const& location, ustring const& target) {
@@ -201,11 +211,13 @@ std::unique_ptr<ByteStream> ZipProvider::openStream(StorageIRI const& location,
                                                     ByteStreamOpenOptions const& options) {
     std::lock_guard const changing(changing_);
     View const view = viewToChange(location);
-    return std::make_unique<PendingStream>(
+    auto stream = std::make_unique<PendingStream>(
         contentToWrite(view, location, options),
         options.access == ByteStreamAccess::ReadWrite ? StreamAccess::ReadWrite
                                                       : StreamAccess::Write,
         options.withoutAppend == 0 ? StreamWriting::AtEnd : StreamWriting::AtPosition);
+    checkIsPending(*view.pending);
+    return stream;
 }
 
 /// REQUIRES: nobody else changes anything.

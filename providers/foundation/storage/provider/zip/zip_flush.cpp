@@ -23,44 +23,66 @@ void ZipProvider::addInner(std::weak_ptr<ZipProvider> inner) {
     }
 }
 
-/// Archives in this one, and in those, from the inside out. None of our locks is held: they write
-/// into this one.
-void ZipProvider::flushInner() {
+/// Archives in this one, and in those, from the inside out; the first failure, with the others
+/// written. What is pending in one whose item is gone stays there. None of our locks is held: they
+/// write into this one.
+std::exception_ptr ZipProvider::flushInner() {
     std::vector<std::weak_ptr<ZipProvider>> inner;
     {
         std::lock_guard const lock(mutex_);
         inner = inner_;
     }
+    std::exception_ptr first;
     for (auto const& known : inner) {
-        if (auto const provider = known.lock()) {
-            provider->flushInner();
-            provider->writeOut();
+        auto const provider = known.lock();
+        if (!provider) {
+            continue;
         }
+        std::exception_ptr failure = provider->flushInner();
+        try {
+            if (provider->item_.fileExists()) {
+                provider->writeOut();
+            }
+        } catch (...) {
+            failure = failure ? failure : std::current_exception();
+        }
+        first = first ? first : failure;
     }
+    return first;
 }
 
 void ZipProvider::flushFilesystem() {
-    flushInner();
+    std::exception_ptr const failure = flushInner();
     writeOut();
     StorageItem(item_).flushFilesystem();
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
 }
 
 void ZipProvider::writeOut() {
     std::lock_guard const changing(changing_);
+    {
+        std::lock_guard const lock(mutex_);
+        if (!pending_) {
+            return;
+        }
+        bool const hasWriter = space_->hasWriter(); // first: it may change something and go
+        if (space_->changes() == flushedChanges_) {
+            if (!hasWriter) {
+                pending_.reset(); // and reading goes by the index again
+            }
+            return;
+        }
+        if (lost_) {
+            bringBack();
+        }
+    }
     View const view = this->view();
     if (!view.pending) {
         return;
     }
     std::uint64_t const changes = space_->changes();
-    {
-        std::lock_guard const lock(mutex_);
-        if (changes == flushedChanges_) {
-            if (!space_->hasWriter()) {
-                pending_.reset(); // and reading goes by the index again
-            }
-            return;
-        }
-    }
     std::vector<detail::WrittenContent> written;
     detail::ItemUpdate update(item_, space_);
     try {
@@ -79,8 +101,9 @@ void ZipProvider::writeOut() {
     try {
         update.publish();
     } catch (...) {
-        if (update.isRestored()) {
-            itemState_ = stateOfItem(); // the old bytes, as we have written them ourselves
+        lost_ = update.lost();
+        if (lost_ || update.isRestored()) {
+            own_ = Own::Restored;
         }
         throw;
     }
@@ -88,16 +111,16 @@ void ZipProvider::writeOut() {
         content->beWritten(version);
     }
     flushedChanges_ = changes;
-    pending_.reset();
-    itemState_ = {}; // should reading fail, the next one who looks reads again
-    ItemState const now = stateOfItem();
-    archive_ = read();
-    itemState_ = now;
-    if (space_->hasWriter() || space_->changes() != changes) {
-        auto fresh = std::make_shared<Tree>(archive_->index, options_, space_);
-        carryOver(*view.pending, *fresh);
-        pending_ = std::move(fresh);
-    }
+    own_ = Own::Published;
+    lookAtOwn();
+}
+
+/// The bytes that the item had before a flush that failed in the midst of it. REQUIRES: the mutex
+/// is held, or nobody else is there.
+void ZipProvider::bringBack() {
+    own_ = Own::Restored; // whatever comes of it
+    detail::overwrite(item_, *lost_);
+    lost_.reset();
 }
 
 /// Content that somebody may still write into, or has written into meanwhile, stays with its file.

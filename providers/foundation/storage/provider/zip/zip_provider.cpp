@@ -62,6 +62,15 @@ ZipProvider::ZipProvider(StorageItem item, ZipOptions const& options)
     archive_ = read();
 }
 
+ZipProvider::~ZipProvider() {
+    try {
+        if (lost_) {
+            bringBack();
+        }
+    } catch (std::exception const&) { // NOLINT(bugprone-empty-catch): the last try
+    }
+}
+
 ZipProvider::ItemState ZipProvider::stateOfItem() const {
     AttributeValues const values = item_.getFileAttributes().values();
     return {values.size, values.lastModified, values.created};
@@ -77,7 +86,9 @@ ZipProvider::ArchivePtr ZipProvider::read() const {
 ZipProvider::View ZipProvider::view() const {
     ItemState const now = stateOfItem();
     std::lock_guard const lock(mutex_);
-    if (now != itemState_) {
+    if (own_ != Own::Seen) {
+        lookAtOwn();
+    } else if (now != itemState_) {
         lookAgain();
     }
     return {archive_, pending_};
@@ -97,9 +108,60 @@ void ZipProvider::lookAgain() const {
     itemState_ = now;
 }
 
-/// REQUIRES: the mutex is held.
+/// Takes what we have written ourselves for what there is. Should that fail, what is pending stays
+/// where it is, and the next one who looks tries again. REQUIRES: the mutex is held.
+void ZipProvider::lookAtOwn() const {
+    ItemState const now = stateOfItem();
+    if (own_ == Own::Published) {
+        ArchivePtr archive = read();
+        std::shared_ptr<Tree> fresh;
+        if (pending_ && hasChanges()) {
+            fresh = std::make_shared<Tree>(archive->index, options_, space_);
+            carryOver(*pending_, *fresh);
+        }
+        archive_ = std::move(archive);
+        pending_ = std::move(fresh);
+    }
+    itemState_ = now;
+    own_ = Own::Seen;
+}
+
+/// In this order: what a writer has changed counts before it is none any more. REQUIRES: the mutex
+/// is held.
 bool ZipProvider::hasChanges() const noexcept {
-    return space_->changes() != flushedChanges_ || space_->hasWriter();
+    return space_->hasWriter() || space_->changes() != flushedChanges_;
+}
+
+bool ZipProvider::isCurrent(Archive const& archive) const {
+    std::lock_guard const lock(mutex_);
+    return archive_.get() == &archive && own_ != Own::Published;
+}
+
+namespace {
+
+/// A flush of our own has written another archive meanwhile.
+struct Superseded : Exception {
+    using Exception::Exception;
+};
+
+} // namespace
+
+/// The result of opening and reading a member, whose place is that in the archive. The item is
+/// opened by its name, which a flush may have given to another archive since we looked: whatever
+/// comes of that is none. Throws Superseded.
+template<class Read>
+auto ZipProvider::readIn(Archive const& archive, Read const& read) const {
+    try {
+        auto result = read();
+        if (isCurrent(archive)) {
+            return result;
+        }
+    } catch (std::exception const&) {
+        if (isCurrent(archive)) {
+            throw;
+        }
+    }
+    throw Superseded(ErrorCode::ResourceInUse, item_.getLocation());
 }
 
 std::string ZipProvider::linkTarget(Archive& archive, Number link,
@@ -112,11 +174,14 @@ std::string ZipProvider::linkTarget(Archive& archive, Number link,
         fail(ErrorCode::InvalidLocation, location);
     }
     try {
-        std::string target(static_cast<std::size_t>(member.size), '\0');
-        auto const stream = openMember(*archive.streams, member, location, options_);
-        if (!target.empty()) {
-            stream->read(target.data(), static_cast<long>(target.size()));
-        }
+        std::string target = readIn(archive, [&] {
+            std::string bytes(static_cast<std::size_t>(member.size), '\0');
+            auto const stream = openMember(*archive.streams, member, location, options_);
+            if (!bytes.empty()) {
+                stream->read(bytes.data(), static_cast<long>(bytes.size()));
+            }
+            return bytes;
+        });
         archive.targets.keep(link, target);
         return target;
     } catch (ByteStreamFailure const& failure) {
@@ -134,9 +199,19 @@ ZipProvider::Tree::Place ZipProvider::walkTo(View const& view, StorageIRI const&
 }
 
 /// Calls with the tree that there is, the view that it is of, and a function that goes the path of
-/// the location in it.
+/// the location in it. Again where a flush has come between.
 template<class Question>
 auto ZipProvider::ask(StorageIRI const& location, Question const& question) const {
+    for (;;) {
+        try {
+            return askOnce(location, question);
+        } catch (Superseded const&) { // NOLINT(bugprone-empty-catch)
+        }
+    }
+}
+
+template<class Question>
+auto ZipProvider::askOnce(StorageIRI const& location, Question const& question) const {
     View const view = this->view();
     std::string const path = detail::pathInArchive(location);
     if (view.pending) {
@@ -321,9 +396,10 @@ std::shared_ptr<detail::PendingContent> contentIn(detail::PendingTree const&,
 } // namespace
 
 std::unique_ptr<ByteStream> ZipProvider::openReadOnlyStream(StorageIRI const& location) const {
-    ArchivePtr archive;
-    Readable const found =
-        ask(location, [&](auto const& tree, View const& view, auto const& walkTo) {
+    for (;;) {
+        ArchivePtr archive;
+        Readable const found = ask(location, [&](auto const& tree, View const& view,
+                                                 auto const& walkTo) {
             auto const entry = existing(walkTo, LastLink::Followed, location);
             switch (tree.kindOf(entry)) {
             case EntryKind::Folder:
@@ -340,11 +416,17 @@ std::unique_ptr<ByteStream> ZipProvider::openReadOnlyStream(StorageIRI const& lo
                                                         ? detail::Member()
                                                         : view.archive->index->memberOf(number)};
         });
-    if (found.content) {
-        return std::make_unique<PendingStream>(found.content, StreamAccess::Read,
-                                               StreamWriting::AtPosition);
+        if (found.content) {
+            return std::make_unique<PendingStream>(found.content, StreamAccess::Read,
+                                                   StreamWriting::AtPosition);
+        }
+        try {
+            return readIn(*archive, [&] {
+                return openMember(*archive->streams, found.member, location, options_);
+            });
+        } catch (Superseded const&) { // NOLINT(bugprone-empty-catch)
+        }
     }
-    return openMember(*archive->streams, found.member, location, options_);
 }
 
 namespace {

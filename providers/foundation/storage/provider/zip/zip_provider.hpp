@@ -14,6 +14,7 @@
 #include <foundation/storage/provider/zip/zip_cursor.hpp>
 #include <foundation/storage/provider/zip/zip_options.hpp>
 
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -38,6 +39,9 @@ class ZipProvider final : public IProvider,
                           public std::enable_shared_from_this<ZipProvider> {
   public:
     ZipProvider(StorageItem item, ZipOptions const& options);
+    ZipProvider(ZipProvider const&) = delete;
+    ZipProvider& operator=(ZipProvider const&) = delete;
+    ~ZipProvider() override;
 
     ExistsResult exists(StorageIRI const& location) const override;
     ExtendedExistsResult existsExtended(StorageIRI const& location) const override;
@@ -134,14 +138,27 @@ class ZipProvider final : public IProvider,
         detail::Member member;
     };
 
+    /// How the item came to be as it is.
+    enum class Own {
+        Seen,     ///< as itemState_ tells
+        Restored, ///< written again by ourselves with the bytes that it had
+        Published ///< a new archive by ourselves, that was not read yet
+    };
+
     ItemState stateOfItem() const;
     ArchivePtr read() const;
     View view() const;
     void lookAgain() const;
+    void lookAtOwn() const;
+    bool isCurrent(Archive const& archive) const;
+    template<class Read>
+    auto readIn(Archive const& archive, Read const& read) const;
     bool hasChanges() const noexcept;
     std::string linkTarget(Archive& archive, Number link, StorageIRI const& location) const;
     template<class Question>
     auto ask(StorageIRI const& location, Question const& question) const;
+    template<class Question>
+    auto askOnce(StorageIRI const& location, Question const& question) const;
     Tree::Place walkTo(View const& view, StorageIRI const& location, detail::LastLink last,
                        Node* from, std::string_view path) const;
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location,
@@ -149,8 +166,9 @@ class ZipProvider final : public IProvider,
 
     /// With the archive's changes kept from anybody else.
     template<class Change>
-    auto change(StorageIRI const& location, Change const& change);
+    void change(StorageIRI const& location, Change const& change);
     View viewToChange(StorageIRI const& location);
+    void checkIsPending(Tree const& tree) const;
     std::shared_ptr<detail::PendingContent> contentToWrite(View const& view,
                                                            StorageIRI const& location,
                                                            ByteStreamOpenOptions const& options);
@@ -161,8 +179,9 @@ class ZipProvider final : public IProvider,
                  extensions::NewFileAttributes const& attributes);
 
     void addInner(std::weak_ptr<ZipProvider> inner);
-    void flushInner();
+    std::exception_ptr flushInner();
     void writeOut();
+    void bringBack();
     void carryOver(Tree const& old, Tree& fresh) const;
 
     StorageItem const item_;
@@ -175,6 +194,9 @@ class ZipProvider final : public IProvider,
     // guarded by mutex_:
     mutable ArchivePtr archive_;
     mutable ItemState itemState_;
+    mutable Own own_ = Own::Seen;
+    /// What the item had, where neither that nor anything new could be written to its end.
+    std::shared_ptr<detail::PendingContent> lost_;
     mutable std::shared_ptr<Tree> pending_; ///< changed under changing_ too
     std::uint64_t flushedChanges_ = 0;      ///< how many there were when all were written
     std::vector<std::weak_ptr<ZipProvider>> inner_;

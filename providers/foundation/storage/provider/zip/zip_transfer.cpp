@@ -149,25 +149,28 @@ CopyStatus ZipProvider::copyFile(StorageIRI const& source, StorageItem const& de
         return copyFileByStreams(*this, source, destination, options);
     }
     StorageIRI const target = destination.getLocation();
-    std::shared_ptr<Node> copy;
     std::uint64_t size = 0;
-    change(source, [&](Tree& tree, auto const& walkTo) {
-        auto const [from, to] = fileTransfer(walkTo, source, target, options.policy);
+    bool isLink = false;
+    auto const check = [&](Tree& tree, auto const& walkTo) {
+        auto const transfer = fileTransfer(walkTo, source, target, options.policy);
+        auto const& [from, to] = transfer;
         bool const isOntoOther = to.entry && to.entry->kind == EntryKind::Other;
         if (from.kind == EntryKind::Other || isOntoOther) {
             fail(ErrorCode::UnsupportedOperation, isOntoOther ? target : source);
         }
         detail::checkWritable(*to.folder, target);
-        copy = tree.makeCopy(from);
-        size = from.kind == EntryKind::Link ? 0 : tree.attributesOf(&from).size.value_or(0);
-    });
+        isLink = from.kind == EntryKind::Link;
+        size = isLink ? 0 : tree.attributesOf(&from).size.value_or(0);
+        return transfer;
+    };
+    change(source, check);
     if (options.progress && !options.progress(size, size)) { // nothing is locked
         fail(ErrorCode::IOError, target);
     }
-    bool const isLink = copy->kind == EntryKind::Link;
+    // All anew: with a flush in between, the members have other numbers.
     change(source, [&](Tree& tree, auto const& walkTo) {
-        auto const [from, to] = fileTransfer(walkTo, source, target, options.policy);
-        tree.publish(to, std::move(copy), options.policy, target);
+        auto const [from, to] = check(tree, walkTo);
+        tree.publish(to, tree.makeCopy(from), options.policy, target);
     });
     // Where the caller unlocked what stood there, it locks a copy that needs nothing more again,
     // and that would lock what a new link leads to.

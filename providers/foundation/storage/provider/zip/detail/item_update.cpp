@@ -21,13 +21,44 @@ std::unique_ptr<ByteStream> openReplacement(StorageItem const& item) {
                : replacing->openReplacement(item.getLocation(), ReplacementPolicy::ReplaceExisting);
 }
 
+/// The item itself where it is a link.
+StorageItem targetOf(StorageItem const& item) {
+    return {item.getProvider(), item.getCanonicalLocation()};
+}
+
+void writeAll(StorageItem const& item, PendingContent const& content) {
+    auto const stream =
+        StorageItem(item).openStream({ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenOrCreate,
+                                      /*withoutTruncate=*/0, /*withoutAppend=*/1});
+    std::vector<char> buffer(bufferSize);
+    for (std::uint64_t done = 0;;) {
+        std::size_t const got = content.read(done, buffer.data(), buffer.size());
+        if (got == 0) {
+            break;
+        }
+        stream->write(buffer.data(), static_cast<long>(got));
+        done += got;
+    }
+    stream->close();
+}
+
 } // namespace
+
+void overwrite(StorageItem const& item, PendingContent const& content) {
+    try {
+        writeAll(item, content);
+    } catch (ByteStreamFailure const& failure) {
+        throw Exception(failure.getErrorCode(), item.getLocation());
+    } catch (PendingFailure const& failure) {
+        throw Exception(failure.code(), item.getLocation());
+    }
+}
 
 void checkMayBeWritten(StorageItem const& item, StorageIRI const& location) {
     bool mayBe = item.getFileAttributes().isWritable();
     try {
         // Many storages know only when they are asked for it.
-        if (mayBe && !openReplacement(item)) {
+        if (mayBe && !openReplacement(targetOf(item))) {
             item.openStream({ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenExisting,
                              /*withoutTruncate=*/1, /*withoutAppend=*/1})
                 ->close();
@@ -45,8 +76,9 @@ void checkMayBeWritten(StorageItem const& item, StorageIRI const& location) {
     }
 }
 
-ItemUpdate::ItemUpdate(StorageItem item, std::shared_ptr<PendingSpace> space)
-    : item_(std::move(item)),
+ItemUpdate::ItemUpdate(StorageItem const& item, std::shared_ptr<PendingSpace> space)
+    : location_(item.getLocation()),
+      item_(targetOf(item)),
       space_(std::move(space)),
       replacement_(openReplacement(item_)) {
     if (!replacement_) {
@@ -71,14 +103,14 @@ void ItemUpdate::publish() {
             writeThrough();
         }
     } catch (ByteStreamFailure const& failure) {
-        throw Exception(failure.getErrorCode(), item_.getLocation());
+        throw Exception(failure.getErrorCode(), location_);
     } catch (PendingFailure const& failure) {
-        throw Exception(failure.code(), item_.getLocation());
+        throw Exception(failure.code(), location_);
     }
 }
 
 void ItemUpdate::writeThrough() {
-    PendingContent old(space_);
+    auto old = std::make_shared<PendingContent>(space_);
     {
         auto const stream = item_.openReadOnlyStream();
         std::vector<char> buffer(bufferSize);
@@ -87,33 +119,27 @@ void ItemUpdate::writeThrough() {
             if (got <= 0) {
                 break;
             }
-            old.fill(buffer.data(), static_cast<std::size_t>(got));
+            old->fill(buffer.data(), static_cast<std::size_t>(got));
         }
         stream->close();
     }
     try {
-        overwrite(*content_);
+        writeAll(item_, *content_);
     } catch (...) {
-        overwrite(old);
-        isRestored_ = true;
+        lost_ = std::move(old);
+        bringBack();
         throw;
     }
 }
 
-void ItemUpdate::overwrite(PendingContent const& content) {
-    auto const stream =
-        item_.openStream({ByteStreamAccess::WriteOnly, ByteStreamCreation::OpenOrCreate,
-                          /*withoutTruncate=*/0, /*withoutAppend=*/1});
-    std::vector<char> buffer(bufferSize);
-    for (std::uint64_t done = 0;;) {
-        std::size_t const got = content.read(done, buffer.data(), buffer.size());
-        if (got == 0) {
-            break;
-        }
-        stream->write(buffer.data(), static_cast<long>(got));
-        done += got;
+/// What could not be written again is kept for another time.
+void ItemUpdate::bringBack() noexcept {
+    try {
+        writeAll(item_, *lost_);
+        lost_.reset();
+        isRestored_ = true;
+    } catch (std::exception const&) { // NOLINT(bugprone-empty-catch): the first failure is told
     }
-    stream->close();
 }
 
 } // namespace foundation::storage::provider::zip::detail
