@@ -158,5 +158,63 @@ TEST(ZipWriting, AFailureOfTheTemporaryFileLeavesTheOldArchive) {
     EXPECT_EQ(read(*archive, at(store, u"large")), largeBytes);
 }
 
+/// A flush into a storage that takes nothing any more, neither what is new nor what was there.
+void flushIntoNothing(Store const& store, FaultInjector& faults, IProvider& archive) {
+    faults.failAt(Operation::Write, 1, ErrorCode::NoSpaceLeft, conformance::Faulty::FromThenOn);
+    EXPECT_EQ(codeOf([&] { flush(archive); }), static_cast<int>(ErrorCode::NoSpaceLeft));
+    EXPECT_EQ(codeOf([&] { flush(archive); }), static_cast<int>(ErrorCode::NoSpaceLeft));
+    faults.clear();
+    EXPECT_EQ(read(*store.provider, store.file), "");
+}
+
+TEST(ZipFlushInPlace, GoesOnWhenTheStorageTakesSomethingAgain) {
+    Store const store = inPlace();
+    fill(store);
+    auto const faults = decorate<FaultInjector>(store.provider);
+    auto const archive = buildZipProvider(StorageItem(faults, store.file));
+    write(*archive, at(store, u"changed"), "new");
+    write(*archive, at(store, u"large"), largeBytes);
+    flushIntoNothing(store, *faults, *archive);
+    flush(*archive);
+    auto const again = buildZipProvider(StorageItem(store.provider, store.file));
+    EXPECT_EQ(contentsOf(*again, at(store, u"")), newContents);
+}
+
+TEST(ZipFlushInPlace, LeavesTheOldArchiveAtTheLatestWhenTheProviderGoes) {
+    Store const store = inPlace();
+    fill(store);
+    std::string const old = read(*store.provider, store.file);
+    auto const faults = decorate<FaultInjector>(store.provider);
+    {
+        auto const archive = buildZipProvider(StorageItem(faults, store.file));
+        write(*archive, at(store, u"changed"), "new");
+        flushIntoNothing(store, *faults, *archive);
+    }
+    EXPECT_EQ(read(*store.provider, store.file), old);
+}
+
+TEST(ZipFlush, KeepsWhoWritesWhateverFailsWhenItIsPublished) {
+    bool struck = true;
+    for (std::uint64_t call = 1; struck; ++call) {
+        ASSERT_LT(call, 200U);
+        SCOPED_TRACE(call);
+        Store const store = inMemory();
+        fill(store);
+        auto const faults = decorate<FaultInjector>(store.provider);
+        auto const archive = buildZipProvider(StorageItem(faults, store.file));
+        auto const stream = archive->openStream(at(store, u"changed"), {});
+        stream->write("n", 1);
+        faults->failAtAny(call, ErrorCode::NoSpaceLeft);
+        codeOf([&] { flush(*archive); });
+        struck = faults->countOfFaults() != 0;
+        faults->clear();
+        stream->write("ew", 2);
+        stream->close();
+        flush(*archive);
+        auto const again = buildZipProvider(StorageItem(store.provider, store.file));
+        EXPECT_EQ(read(*again, at(store, u"changed")), "new");
+    }
+}
+
 } // namespace
 } // namespace foundation::storage::provider::zip::test

@@ -165,5 +165,44 @@ TEST_F(ZipFlushBeside, APathGoesWhereItsLinksLead) {
     EXPECT_FALSE(store->doBefore);
 }
 
+/// A reader finds that another has changed the item, between the look of who makes a change and
+/// that change: so that is for an archive which is not there any more.
+TEST_F(ZipFlushBeside, AChangeOfAnArchiveThatSomebodyElseHasReplacedIsRefused) {
+    auto const changer = buildZipProvider(StorageItem(store, item));
+    store->doBefore = [&] {
+        flush(*provider);
+        EXPECT_FALSE(changer->fileExists(at("a")));
+    };
+    EXPECT_EQ(codeOf([&] { changer->createFile(at("link/new")); }), 6);
+    EXPECT_FALSE(store->doBefore);
+}
+
+TEST(ZipFlush, ReplacesWhatALinkLeadsToAndNotTheLink) {
+    NewArchive const archive("links");
+    std::string const link = archive.folder() + "/link";
+    fs::create_symlink("archive.zip", link + ".zip");
+    auto const provider = open(link);
+    write(*provider, inside(link, "d/new"), "of it");
+    flush(*provider);
+    EXPECT_TRUE(fs::is_symlink(link + ".zip"));
+    EXPECT_EQ(read(*archive.open(), archive.at("d/new")), "of it");
+}
+
+TEST(ZipFlush, ReplacesWhatALinkInAnArchiveLeadsTo) {
+    NewArchive const archive;
+    auto const outer = archive.open();
+    outer->createFile(archive.at("b.zip"));
+    auto& links = dynamic_cast<extensions::ILinks&>(*outer);
+    links.createLink(archive.at("link.zip"), u"b.zip");
+    StorageIRI const link = archive.at("link.zip");
+    auto const inner = buildZipProvider(StorageItem(outer, link));
+    write(*inner, in(link, u"x"), "1");
+    flush(*inner);
+    auto const again = archive.open();
+    EXPECT_EQ(again->existsExtended(link), ExtendedExistsResult::LinkToFile);
+    auto const target = buildZipProvider(StorageItem(again, archive.at("b.zip")));
+    EXPECT_EQ(read(*target, in(archive.at("b.zip"), u"x")), "1");
+}
+
 } // namespace
 } // namespace foundation::storage::provider::zip::test

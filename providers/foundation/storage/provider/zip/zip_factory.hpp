@@ -8,7 +8,8 @@
 
 namespace foundation::storage::provider::zip {
 
-/// The inside of a zip archive, for the container scheme `zip`, read-only: changes are refused with
+/// The inside of a zip archive, for the container scheme `zip`. Changes are kept back until
+/// flushFilesystem() writes a new archive; where the item may not be written, they are refused with
 /// code ReadOnlyProvider. The archive's directory is read here, and again when the item's size or
 /// time has changed. Safe on any thread.
 ///
