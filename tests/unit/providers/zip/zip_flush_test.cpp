@@ -177,6 +177,22 @@ TEST_F(ZipFlushBeside, AChangeOfAnArchiveThatSomebodyElseHasReplacedIsRefused) {
     EXPECT_FALSE(store->doBefore);
 }
 
+TEST(ZipFlush, TakesTheNearestLevelThatThereIs) {
+    for (int const level : {-5, 0, 10, 99}) {
+        NewArchive const archive;
+        ZipOptions options;
+        options.compressionLevel = level;
+        options.wholeMemberSize = 1000;
+        auto const provider = archive.open(options);
+        write(*provider, archive.at("small"), std::string(900, 'a'));
+        write(*provider, archive.at("large"), std::string(90'000, 'a'));
+        flush(*provider);
+        EXPECT_EQ(archive.open()->getExtendedAttributes(archive.at("small")).at("zip.method"),
+                  "deflate");
+        EXPECT_EQ(read(*archive.open(), archive.at("large")), std::string(90'000, 'a'));
+    }
+}
+
 TEST(ZipFlush, ReplacesWhatALinkLeadsToAndNotTheLink) {
     NewArchive const archive("links");
     std::string const link = archive.folder() + "/link";

@@ -29,7 +29,7 @@ struct ZipOptions {
     std::size_t maximumPendingMemory = std::size_t{64} * 1024 * 1024;
     /// Where that file is; empty for /var/tmp, and /tmp where that does not do.
     std::string temporaryFolder = {};
-    /// Of what is deflated: 1 is the fastest, 9 the smallest.
+    /// Of what is deflated: 1 is the fastest, 9 the smallest; others become the nearest.
     int compressionLevel = 6;
 };
 

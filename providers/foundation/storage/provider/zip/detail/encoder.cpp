@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/zip/detail/encoder.hpp>
 
+#include <algorithm>
 #include <array>
 #include <libdeflate.h>
 #include <limits>
@@ -9,7 +10,17 @@
 
 namespace foundation::storage::provider::zip::detail {
 
-WholeEncoder::WholeEncoder(int level) : compressor_(::libdeflate_alloc_compressor(level)) {
+namespace {
+
+/// The levels that both libraries know.
+int knownLevel(int level) noexcept {
+    return std::clamp(level, 1, 9);
+}
+
+} // namespace
+
+WholeEncoder::WholeEncoder(int level)
+    : compressor_(::libdeflate_alloc_compressor(knownLevel(level))) {
     if (compressor_ == nullptr) {
         throw std::bad_alloc();
     }
@@ -39,7 +50,7 @@ PieceEncoder::PieceEncoder(int level, Take take)
       state_(std::make_unique<State>()) {
     constexpr int withoutHeader = -MAX_WBITS;
     constexpr int usualMemory = 8;
-    if (::deflateInit2(&state_->stream, level, Z_DEFLATED, withoutHeader, usualMemory,
+    if (::deflateInit2(&state_->stream, knownLevel(level), Z_DEFLATED, withoutHeader, usualMemory,
                        Z_DEFAULT_STRATEGY) != Z_OK) {
         throw std::bad_alloc();
     }
