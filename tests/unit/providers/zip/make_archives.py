@@ -160,7 +160,7 @@ def good():
     yield "links", archive(Member("link", b"d/f", mode=0o120777), Member("d/f", b"1"), Member("d/up", b"../link", mode=0o120777)), [
         "link->d/f", "d/", "d/f=1", "d/up->../link"]
     yield "names with a dot", archive(Member("./"), Member("./a", b"1"), Member("./d/"), Member("d/./f/.//", b"")), [
-        "a=1", "d/"]
+        "a=1", "d/", "d/f/"]
     yield "a dot alone", archive(Member("."), Member("a/.", b"")), ["a/"]
     yield "links to nothing", archive(
         Member("d/"), Member("to nothing", b"d/nothing", mode=0o120777), Member("to nothing in nothing", b"d/e/f", mode=0o120777),
@@ -181,12 +181,14 @@ def good():
     yield "names that are odd but good", archive(
         Member("back\\slash", b"1"), Member("c:drive", b"2"), Member("tab\t", b"3"), Member("...", b"4"), Member(" ", b"5")), [
         "back\\slash=1", "c:drive=2", "tab\t=3", "...=4", " =5"]
+    yield "names with two slashes", archive(Member("./d//e", b"1"), Member(".//a", b"2"), Member("x//", b"")), [
+        "d/", "d/e=1", "a=2", "x/"]
 
 
 def misleading():
     """Names that no tree has are left out, and the rest is read."""
     rest = Member("rest", b"r")
-    for name in ("../x", "/x", "//x", "a/../../x", "a/../x", "/./x", "./../x", "a//x", "x//", "..", "/", "a/..",
+    for name in ("../x", "/x", "//x", "a/../../x", "a/../x", "/./x", "./../x", "..", "/", "a/..",
                  "x\0y", "a\0/x", ""):
         title = "left out " + (name.replace("/", "_").replace("\0", "NUL") or "nothing")
         yield title, archive(Member(name, b"1"), rest), ["rest=r"]

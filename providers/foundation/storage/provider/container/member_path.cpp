@@ -23,16 +23,19 @@ bool isMemberPath(std::string_view path, std::uint32_t maximumDepth) noexcept {
 
 std::string_view withoutDots(std::string_view path, std::string& buffer) {
     if (!path.starts_with("./") && path != "." && !path.ends_with("/.") &&
-        path.find("/./") == std::string_view::npos) {
+        path.find("/./") == std::string_view::npos && path.find("//") == std::string_view::npos) {
         return path;
     }
     buffer.clear();
+    bool isFirst = true;
     for (std::size_t slash = 0; slash != std::string_view::npos;) {
         slash = path.find('/');
         std::size_t const size = slash == std::string_view::npos ? path.size() : slash + 1;
-        if (path.substr(0, slash) != ".") {
+        bool const isEmpty = slash == 0 && !isFirst;
+        if (path.substr(0, slash) != "." && !isEmpty) {
             buffer += path.substr(0, size);
         }
+        isFirst = false;
         path.remove_prefix(size);
     }
     return buffer;

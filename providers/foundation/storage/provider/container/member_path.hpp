@@ -13,7 +13,8 @@ bool isMemberName(std::string_view name) noexcept;
 /// Whether it is nothing but such names, at most so many.
 bool isMemberPath(std::string_view path, std::uint32_t maximumDepth) noexcept;
 
-/// A path without its segments `.`, with which some tools begin every name. `buffer` may come to
+/// A path without its segments `.`, with which some tools begin every name, and without the empty
+/// ones behind its first: one that begins with a slash, or is empty, stays so. `buffer` may come to
 /// hold it.
 std::string_view withoutDots(std::string_view path, std::string& buffer);
 
