@@ -12,10 +12,11 @@ namespace foundation::storage::provider::tar {
 
 /// Opens a file for reading, through bytes of the archive of its own. Content in one piece is read
 /// where it lies, any other by the format's reader: there, seeking forward reads what is between,
-/// seeking back begins the member again.
+/// seeking back begins the member again, over the same bytes.
 ///
 /// Throws provider::Exception naming `location`: UnsupportedOperation for what is encrypted or no
-/// file, IOError for a hard link that leads to nothing and a member that is not where it was.
+/// file, IOError for a hard link that leads to nothing and a member that is not where it was,
+/// ResourceInUse for an item that has changed since its headers were read.
 std::unique_ptr<ByteStream> openMember(detail::ArchiveSource& source,
                                        std::shared_ptr<detail::MemberReaders> const& readers,
                                        detail::Member const& member, StorageIRI const& location);
