@@ -14,7 +14,7 @@ using ::testing::HasSubstr;
 TEST_F(Http, ReadsTheSameBytesInEveryWayInWhichServersSendThem) {
     for (std::string const behaviour :
          {"good", "dated", "unmarked", "weak", "whole", "whole-without-length", "whole-in-chunks",
-          "in-chunks", "of-unknown-size", "smaller-ranges", "hints-first",
+          "in-chunks", "of-unknown-size", "smaller-ranges", "hints-first", "folds",
           "redirected-until-it-expires"}) {
         for (std::size_t const size : {1, 999, 1000, 1001, 30'000}) {
             Reading const reading = read('/' + behaviour + '/' + std::to_string(size));
@@ -69,6 +69,8 @@ TEST_F(Http, AsksForOneVersionFromTheSecondRequestOn) {
     EXPECT_EQ(server_.countOf("if-range: Sat, 01 Jun 2024 10:00:00 GMT"), 1U);
     read("/weak/2000"); // a weak one may stand for several contents; then the date has to do
     EXPECT_EQ(server_.countOf("if-range: Sat, 01 Jun 2024 10:00:00 GMT"), 2U);
+    read("/empty-tag/2000"); // tells nothing
+    EXPECT_EQ(server_.countOf("if-range: Sat, 01 Jun 2024 10:00:00 GMT"), 3U);
 }
 
 TEST_F(Http, SeeksAsInAnyFile) {

@@ -3,6 +3,7 @@
 #include "http_fixture.hpp"
 
 #include <chrono>
+#include <thread>
 
 namespace foundation::storage::provider::http::test {
 namespace {
@@ -23,6 +24,11 @@ TEST_F(Http, NeverTakesAnAnswerThatIsNotTheOneAskedFor) {
              Row{"range-of-nonsense", "refused"},
              Row{"refused-range", "refused"},
              Row{"huge-head", "refused"},
+             Row{"long-line", "refused"},
+             Row{"many-fields", "refused"},
+             Row{"several-parts", "refused"},
+             Row{"two-ranges", "refused"},
+             Row{"refuses-without-a-size", "read: the server's answer cannot be used: a range"},
              Row{"no-http", "refused"},
              Row{"extra-bytes", "read: the server's answer cannot be used: more bytes"},
              Row{"fewer-in-chunks", "read: the file broke off before its end"},
@@ -60,6 +66,49 @@ TEST_F(Http, GivesUpOnASilentServerInTime) {
         EXPECT_EQ(reading.code, 9) << behaviour;
         EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10)) << behaviour;
     }
+}
+
+TEST_F(Http, AsksAServerThatGivesAByteAtATimeWithPauses) {
+    HttpOptions options = quickOptions();
+    options.web.firstPause = options.web.longestPause = std::chrono::milliseconds(20);
+    auto const begin = Clock::now();
+    auto const stream = open("/byte-by-byte/30", options);
+    for (long i = 0; i < 30; ++i) {
+        auto const at = static_cast<std::size_t>(i);
+        EXPECT_EQ(readAt(*stream, i, 1), content(at + 1, at));
+    }
+    // The first one is made up for at once; each further pause is half of the longest, or more.
+    EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(25 * 10));
+    EXPECT_LE(server_.requests().size(), 31U);
+}
+
+TEST_F(Http, TakesNothingForAnAnswerThatWasThereBeforeTheRequest) {
+    constexpr std::chrono::milliseconds late(150);
+    for (std::string const behaviour : {"answers-unasked", "garbage-behind"}) {
+        auto const stream = open('/' + behaviour + "/5000");
+        EXPECT_EQ(readAt(*stream, 0, 1000), content(1000)) << behaviour;
+        std::this_thread::sleep_for(late);
+        EXPECT_EQ(readAt(*stream, 1000, 4000), content(5000, 1000)) << behaviour;
+        EXPECT_EQ(server_.countOf('/' + behaviour), 2U) << behaviour;
+    }
+    auto const provider = this->provider();
+    EXPECT_EQ(provider->exists(at("/body-for-head/5")), ExistsResult::File);
+    std::this_thread::sleep_for(late);
+    EXPECT_EQ(provider->exists(at("/good/5")), ExistsResult::File);
+}
+
+TEST_F(Http, AsksAgainOnANewConnectionWhereAnOldOneAnswersNonsense) {
+    HttpOptions options = quickOptions();
+    options.web.attempts = 1; // the old connection's trouble is not the request's
+    EXPECT_EQ(read("/garbled-when-used-again/5000", options).bytes, content(5000));
+}
+
+TEST_F(Http, UsesAConnectionAgain) {
+    auto const provider = this->provider();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(readAt(*provider->openReadOnlyStream(at("/good/5000")), 0, 5000), content(5000));
+    }
+    EXPECT_EQ(server_.countOf("\ton-connection: 1"), 6U);
 }
 
 TEST_F(Http, ReadsOnAfterAStall) {
@@ -124,12 +173,16 @@ TEST_F(Http, MapsWhatTheServerAnswersToCodes) {
 TEST_F(Http, NeverMixesTwoVersionsOfAFile) {
     for (std::string const behaviour :
          {"changes", "changes-and-ignores-conditions", "changes-its-date", "changes-its-size",
-          "changes-to-something-whole", "says-that-it-changed"}) {
+          "changes-to-something-whole", "says-that-it-changed", "forgets-its-tag",
+          "forgets-its-tag-with-the-whole", "forgets-its-date-with-the-whole", "weakens-its-tag",
+          "turns-encoded"}) {
         Reading const reading = read('/' + behaviour + "/5000");
         EXPECT_EQ(reading.code, 9) << behaviour;
         EXPECT_EQ(reading.failure, "read: the file has changed since it was opened") << behaviour;
         EXPECT_EQ(reading.bytes.size(), 777U) << behaviour; // nothing of the second answer
     }
+    Reading const shrunk = read("/shrinks/5000"); // to less than what was read
+    EXPECT_EQ(shrunk.failure, "read: the file has changed since it was opened");
     Reading const gone = read("/vanishes/5000");
     EXPECT_EQ(gone.code, 4);
     EXPECT_EQ(gone.failure, "read: the server answered 404");
@@ -212,6 +265,17 @@ TEST_F(Http, RefusesFieldsThatWouldBreakARequestApart) {
     }
     HttpOptions options = quickOptions();
     options.bearerToken = "a\nb";
+    EXPECT_THROW(provider(options), std::invalid_argument);
+}
+
+TEST_F(Http, TakesNoPasswordForAPartOfAUser) {
+    for (std::string const user : {"ann%3Apw", "ann%0a", "%7f"}) {
+        StorageIRI const location(
+            fl::i18n::to_ustring("http://" + user + '@' + server_.authority() + '/'));
+        EXPECT_EQ(codeOf([&] { buildHttpProvider(location, quickOptions()); }), 1) << user;
+    }
+    HttpOptions options = quickOptions();
+    options.user = "ann:pw";
     EXPECT_THROW(provider(options), std::invalid_argument);
 }
 

@@ -2,7 +2,8 @@
 
 Prints two ports of the loopback interface, the second one another origin of the same files, and
 serves them until its standard input ends; with a certificate a third one, for TLS. Every request is
-appended to LOG before it is answered: port, method, target, and its fields, separated by a tab each.
+appended to LOG before it is answered: port, method, target, its fields, and the number of the connection,
+separated by a tab each.
 
 A target is /BEHAVIOUR/SIZE, and the file has SIZE bytes that tell their positions; or /disk/PATH,
 for a file that is there."""
@@ -33,11 +34,14 @@ class Lost(Exception):
 class Connection:
     def __init__(self, connection, port):
         self.socket, self.port, self.file = connection, port, connection.makefile('rb')
+        self.answered = 0
+        with lock:
+            self.number = asked['connections'] = asked.get('connections', 0) + 1
 
     def serve(self):
         try:
             while self.answer():
-                pass
+                self.answered += 1
         except (Lost, OSError):
             pass
         finally:
@@ -55,7 +59,8 @@ class Connection:
             self.fields[name.lower()] = value.strip()
         with lock:
             log.write('\t'.join([str(self.port), self.method, self.target] +
-                                [f'{k}: {v}' for k, v in self.fields.items()]) + '\n')
+                                [f'{k}: {v}' for k, v in self.fields.items()] +
+                                [f'on-connection: {self.number}']) + '\n')
             self.count = asked[self.target] = asked.get(self.target, 0) + 1
         path = self.target.split('?')[0].split('/')
         behaviour = path[1]
@@ -86,10 +91,10 @@ class Connection:
         return first, min(int(match[2]) + 1 if match[2] else size, size)
 
     def good(self, size, data=None, etag='"one"', modified=MODIFIED, total=None, send=None,
-             length=None, honours=True, shift=0):
+             length=None, honours=True, shift=0, extra=()):
         data = content(size) if data is None else data
         mark = ([f'ETag: {etag}'] if etag else []) + ([f'Last-Modified: {modified}'] if modified
-                                                      else [])
+                                                      else []) + list(extra)
         part = self.range(size)
         condition = self.fields.get('if-range')
         if honours and condition and condition != (etag or modified):
@@ -288,6 +293,98 @@ class Connection:
 
     def do_changes_to_something_whole(self, size):
         self.good(size) if self.count == 1 else self.do_whole_without_length(size)
+
+    def do_forgets_its_tag(self, size):
+        mark = {} if self.count == 1 else {'etag': None, 'modified': None, 'honours': False}
+        self.good(size, content(size, self.count), **mark)
+
+    def do_forgets_its_tag_with_the_whole(self, size):
+        """The first answer breaks off, and the second one is of another file."""
+        if self.count == 1:
+            self.body(self.whole(size, f'Content-Length: {size}', 'ETag: "one"')[:777])
+            raise Lost
+        self.head(200, f'Content-Length: {size}')
+        self.body(content(size, self.count))
+
+    def do_forgets_its_date_with_the_whole(self, size):
+        if self.count == 1:
+            self.body(self.whole(size, f'Content-Length: {size}', f'Last-Modified: {MODIFIED}')[:777])
+            raise Lost
+        self.head(200, f'Content-Length: {size}')
+        self.body(content(size, self.count))
+
+    def do_weakens_its_tag(self, size):
+        if self.count == 1:
+            return self.good(size)
+        self.good(size, content(size, 1), etag='W/"one"', honours=False)
+
+    def do_turns_encoded(self, size):
+        if self.count == 1:
+            return self.good(size, etag=None)
+        self.good(size, content(size, 1), etag=None, extra=['Content-Encoding: gzip'])
+
+    def do_shrinks(self, size):
+        """The first answer tells no size; the file has become shorter than that already."""
+        if self.count == 1:
+            return self.good(size, total='*')
+        self.head(416, 'Content-Range: bytes */100', 'Content-Length: 0')
+
+    def do_refuses_without_a_size(self, size):
+        self.good(size, total='*') if self.count == 1 else self.head(416, 'Content-Length: 0')
+
+    def do_empty_tag(self, size):
+        self.good(size, etag=' ', honours=False)
+
+    def do_several_parts(self, size):
+        self.good(size, extra=['Content-Type: Multipart/ByteRanges; boundary=x'])
+
+    def do_two_ranges(self, size):
+        self.good(size, extra=['Content-Range: bytes 0-1/2'])
+
+    def do_folds(self, size):
+        first, end = self.range(size)
+        self.head(206, 'X-Long: a', ' ', '\tb', 'Content-Range:', f' bytes {first}-{end - 1}/{size}',
+                  f'Content-Length: {end - first}')
+        self.body(content(size)[first:end])
+
+    def do_long_line(self, size):
+        self.head(200, f'X-Long: {"x" * 150_000}', 'Content-Length: 0')
+
+    def do_many_fields(self, size):
+        self.head(200, *['X: y'] * 2000, 'Content-Length: 0')
+
+    def do_byte_by_byte(self, size):
+        def send(piece):
+            self.body(piece[:1])
+            raise Lost
+        self.good(size, send=send)
+
+    def do_answers_unasked(self, size):
+        """Some time behind the first range, a next one that is wrong."""
+        self.good(size)
+        if self.count == 1:
+            time.sleep(0.03)
+            first = self.range(size)[1]
+            self.head(206, f'Content-Range: bytes {first}-{first + 99}/{size}', 'ETag: "one"',
+                      'Content-Length: 100')
+            self.body(content(size, 1)[:100])
+
+    def do_garbage_behind(self, size):
+        self.good(size)
+        if self.count == 1:
+            time.sleep(0.03)
+            self.socket.sendall(b'more\r\n\r\n')
+
+    def do_garbled_when_used_again(self, size):
+        if self.answered:
+            self.socket.sendall(b'no answer at all\r\n\r\n')
+            raise Lost
+        self.good(size)
+
+    def do_body_for_head(self, size):
+        self.head(200, 'Content-Length: 5')
+        time.sleep(0.03)
+        self.socket.sendall(b'HTTP/1.1 404 Status\r\nContent-Length: 0\r\n\r\n')
 
     def do_says_that_it_changed(self, size):
         self.good(size) if self.count == 1 else self.simple(412)

@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/http/http_stream.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -46,10 +47,24 @@ void addField(web::Headers& fields, std::string const& name, std::string const& 
     fields.add(name, value);
 }
 
+/// A colon would end the user, and begin a password (RFC 7617, section 2).
+bool canBeUser(std::string_view user) noexcept {
+    return std::none_of(user.begin(), user.end(), [](char c) {
+        auto const byte = static_cast<unsigned char>(c);
+        return byte == ':' || byte < 0x20 || byte == 0x7f;
+    });
+}
+
 web::Identity identityOf(StorageIRI const& location, HttpOptions const& options) {
     web::Identity identity;
     web::Headers& fields = identity.fields;
     std::string const user = options.user.empty() ? web::userOf(location) : options.user;
+    if (!canBeUser(user)) {
+        if (options.user.empty()) {
+            throw Exception(ErrorCode::InvalidLocation, location);
+        }
+        throw std::invalid_argument("a user that cannot be sent");
+    }
     if (!options.bearerToken.empty()) {
         addField(fields, "Authorization", "Bearer " + options.bearerToken);
     } else if (!user.empty() || !options.password.empty()) {

@@ -115,6 +115,17 @@ std::unique_ptr<Exchange> Client::sendOnce(Request request, Deadline const& dead
         request.netrcFile = identity_.netrcFile;
     }
     auto answer = std::make_unique<Exchange>(*pool_, request, options_);
+    try {
+        answer->head(deadline);
+        return answer;
+    } catch (Failure const&) {
+        if (!answer->isSpoiled()) {
+            throw;
+        }
+    }
+    answer.reset();
+    request.isOnNewConnection = true;
+    answer = std::make_unique<Exchange>(*pool_, request, options_);
     answer->head(deadline);
     return answer;
 }

@@ -1,7 +1,11 @@
 #include <foundation/storage/provider/web/connection_pool.hpp>
 
+#include <cerrno>
+#include <netinet/in.h>
 #include <new>
 #include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <utility>
 
 namespace foundation::storage::provider::web {
@@ -44,6 +48,56 @@ Channel::~Channel() {
     ::curl_multi_cleanup(multi);
 }
 
+curl_socket_t Channel::openSocket(void* channel, curlsocktype, curl_sockaddr* address) noexcept {
+    auto& sockets = static_cast<Channel*>(channel)->sockets_;
+    int const socket =
+        ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    if (socket < 0) {
+        return CURL_SOCKET_BAD;
+    }
+    try {
+        sockets.push_back(socket);
+    } catch (std::bad_alloc const&) {
+        ::close(socket);
+        return CURL_SOCKET_BAD;
+    }
+    return socket;
+}
+
+int Channel::closeSocket(void* channel, curl_socket_t socket) noexcept {
+    std::erase(static_cast<Channel*>(channel)->sockets_, socket);
+    return ::close(socket);
+}
+
+void Channel::noteSockets() {
+    ::curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &Channel::openSocket);
+    ::curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, static_cast<void*>(this));
+    ::curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &Channel::closeSocket);
+    ::curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, static_cast<void*>(this));
+}
+
+bool Channel::isQuiet(int localPort) const noexcept {
+    bool isFound = false;
+    for (curl_socket_t const socket : sockets_) {
+        sockaddr_storage address{};
+        socklen_t size = sizeof address;
+        if (::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+            return false;
+        }
+        // The port stands at the same place for both families.
+        if (ntohs(reinterpret_cast<sockaddr_in const*>(&address)->sin_port) != localPort) {
+            continue;
+        }
+        isFound = true;
+        char byte = 0;
+        if (::recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0 ||
+            (errno != EAGAIN && errno != EWOULDBLOCK)) {
+            return false;
+        }
+    }
+    return isFound;
+}
+
 ConnectionPool::ConnectionPool(std::size_t mostIdle) : mostIdle_(mostIdle), share_(makeShare()) {
     // Connections are not shared: libcurl cannot do that safely between threads.
     ::curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
@@ -79,6 +133,7 @@ ConnectionPool::Lent ConnectionPool::lend() {
         channel = std::make_unique<Channel>();
     }
     ::curl_easy_setopt(channel->easy, CURLOPT_SHARE, share_);
+    channel->noteSockets();
     return {channel.release(), Return{shared_from_this()}};
 }
 

@@ -16,8 +16,19 @@ struct Channel {
     Channel& operator=(Channel const&) = delete;
     ~Channel();
 
+    /// Has the next connections be noted.
+    void noteSockets();
+    /// Whether nothing waits to be received on the connection from a port of this machine.
+    bool isQuiet(int localPort) const noexcept;
+
     CURLM* const multi;
     CURL* const easy;
+
+  private:
+    static curl_socket_t openSocket(void* channel, curlsocktype, curl_sockaddr* address) noexcept;
+    static int closeSocket(void* channel, curl_socket_t socket) noexcept;
+
+    std::vector<curl_socket_t> sockets_; ///< of the connections that are open
 };
 
 /// The connections of a provider. Each exchange takes a channel for itself, the one that was

@@ -12,6 +12,7 @@ namespace {
 
 /// More than any server has reason for.
 constexpr std::size_t largestHead = std::size_t{256} * 1024;
+constexpr std::size_t mostFields = 1000;
 /// As much is received at once, and kept at most.
 constexpr long receiveSize = 128 * 1024;
 /// A rest up to this size costs less than a new connection, where it comes within that time.
@@ -82,6 +83,13 @@ void Exchange::set(Request const& request, WebOptions const& options) {
     if (!options.certificateFile.empty()) {
         option(CURLOPT_CAINFO, options.certificateFile.c_str());
     }
+#if LIBCURL_VERSION_NUM >= 0x075700
+    // A search for an address cannot be called off; it is not waited for when time is over.
+    option(CURLOPT_QUICK_EXIT, 1L);
+#endif
+    if (request.isOnNewConnection) {
+        option(CURLOPT_FRESH_CONNECT, 1L);
+    }
     if (options.proxy) {
         option(CURLOPT_PROXY, options.proxy->c_str());
     }
@@ -107,9 +115,25 @@ void Exchange::set(Request const& request, WebOptions const& options) {
     }
 }
 
-int Exchange::noteConnection(void* exchange, char*, char*, int, int) noexcept {
-    static_cast<Exchange*>(exchange)->isConnected_ = true;
+int Exchange::noteConnection(void* exchange, char*, char*, int, int localPort) noexcept {
+    auto& self = *static_cast<Exchange*>(exchange);
+    self.isConnected_ = true;
+    long made = 0;
+    ::curl_easy_getinfo(self.channel_->easy, CURLINFO_NUM_CONNECTS, &made);
+    self.isConnectionOld_ = made == 0;
+    // What is there before the request would be read as the answer to it.
+    if (self.isConnectionOld_ && !self.channel_->isQuiet(localPort)) {
+        self.isConnectionSpoiled_ = true;
+        return CURL_PREREQFUNC_ABORT;
+    }
     return CURL_PREREQFUNC_OK;
+}
+
+bool Exchange::isSpoiled() const noexcept {
+    bool const isNoAnswer = isEnded_ && received_ == 0 &&
+                            (result_ == CURLE_UNSUPPORTED_PROTOCOL ||
+                             result_ == CURLE_WEIRD_SERVER_REPLY || result_ == CURLE_HTTP2);
+    return isConnectionSpoiled_ || (isConnectionOld_ && isNoAnswer);
 }
 
 std::size_t Exchange::takeHeader(char* data, std::size_t, std::size_t size, void* exchange) {
@@ -123,18 +147,24 @@ std::size_t Exchange::takeHeader(char* data, std::size_t, std::size_t size, void
     try {
         self.takeHeaderLine(std::string_view(data, size));
     } catch (std::bad_alloc const&) { // not through a library written in C
+        self.isOutOfMemory_ = true;
         return 0;
     }
-    return size;
+    return self.isHeadTooLarge_ ? 0 : size;
 }
 
 void Exchange::takeHeaderLine(std::string_view line) {
-    line = trimmed(line);
     if (isHeadComplete_) {
         return; // fields behind a body say nothing that is needed
     }
-    if (line.empty()) {
+    if (line.empty() || line.front() == '\r' || line.front() == '\n') {
         isHeadComplete_ = head_.status >= 200; // below that, another head follows
+        return;
+    }
+    bool const goesOn = line.front() == ' ' || line.front() == '\t'; // RFC 9112, section 5.2
+    line = trimmed(line);
+    if (goesOn) {
+        head_.headers.goOn(line);
         return;
     }
     std::size_t const colon = line.find(':');
@@ -144,6 +174,10 @@ void Exchange::takeHeaderLine(std::string_view line) {
             blank == std::string_view::npos ? std::nullopt : parseNumber(line.substr(blank + 1, 3));
         head_.status = static_cast<int>(status.value_or(0));
         head_.headers.clear();
+        return;
+    }
+    if (head_.headers.fields().size() == mostFields) {
+        isHeadTooLarge_ = true;
         return;
     }
     if (colon != std::string_view::npos) {
@@ -162,6 +196,7 @@ std::size_t Exchange::takeBody(char* data, std::size_t, std::size_t size, void* 
     try {
         self.spill_.assign(data + count, size - count);
     } catch (std::bad_alloc const&) {
+        self.isOutOfMemory_ = true;
         return 0;
     }
     self.spillRead_ = 0;
@@ -220,6 +255,12 @@ void Exchange::noteEnd() {
 
 void Exchange::failByResult() const {
     using enum Failure::Repetition;
+    if (isOutOfMemory_) {
+        throw std::bad_alloc();
+    }
+    if (isConnectionSpoiled_) {
+        throw Failure(ErrorCode::IOError, "the server sent bytes that nobody asked for", MayHelp);
+    }
     if (isHeadTooLarge_) {
         throw Failure(ErrorCode::IOError, "the server sent more headers than are taken");
     }
@@ -244,8 +285,9 @@ void Exchange::failByResult() const {
     case CURLE_RECV_ERROR:
     case CURLE_SEND_ERROR:
         throw Failure(ErrorCode::IOError, "the connection was lost", MayHelp);
-    case CURLE_OUT_OF_MEMORY:
-        throw std::bad_alloc();
+    case CURLE_OUT_OF_MEMORY: // the library says so of a line that is longer than it takes, too
+        throw Failure(ErrorCode::IOError, "the server sent a line that is too long, or there was "
+                                          "no memory for it");
     default:
         // The library's own text for the number; it names nothing of the request.
         throw Failure(ErrorCode::IOError, std::string("the server's answer cannot be used: ") +
@@ -295,23 +337,25 @@ std::size_t Exchange::read(std::span<char> buffer, Deadline const& deadline) {
     return got;
 }
 
-void Exchange::finish() {
+std::uint64_t Exchange::finish() {
     auto const length = head_.contentLength();
     if (isEnded_ || !isHeadComplete_ || (length && *length > bodyReceived_ + shortRest)) {
-        return;
+        return 0;
     }
+    std::uint64_t total = 0;
     try {
         Deadline const deadline(soon);
         std::array<char, 8192> rest{};
-        for (std::uint64_t total = 0; total <= shortRest;) {
+        while (total <= shortRest) {
             std::size_t const got = read(rest, deadline);
             if (got == 0) {
-                return;
+                break;
             }
             total += got;
         }
     } catch (Failure const&) { // then the connection is closed
     }
+    return total;
 }
 
 } // namespace foundation::storage::provider::web

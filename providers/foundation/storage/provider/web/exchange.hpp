@@ -22,6 +22,7 @@ struct Request {
     Headers headers = {};
     /// Where the user and the password for the host are looked up (netrc(5)), if anywhere.
     std::string netrcFile = {};
+    bool isOnNewConnection = false; ///< whether none that is open already may be used
 };
 
 struct AnswerHead {
@@ -52,13 +53,16 @@ class Exchange {
     /// its end.
     std::size_t read(std::span<char> buffer, Deadline const& deadline);
     /// Reads a rest that is short and comes soon, so that the connection can be used again. Throws
-    /// nothing but std::bad_alloc.
-    void finish();
+    /// nothing but std::bad_alloc. Returns how many bytes there were.
+    std::uint64_t finish();
+    /// Whether it failed as a connection was used that something else has spoiled: with bytes that
+    /// nobody asked for, or with an answer that is none. On a new one it may have success.
+    bool isSpoiled() const noexcept;
 
   private:
     static std::size_t takeHeader(char* data, std::size_t one, std::size_t size, void* exchange);
     static std::size_t takeBody(char* data, std::size_t one, std::size_t size, void* exchange);
-    static int noteConnection(void* exchange, char*, char*, int, int) noexcept;
+    static int noteConnection(void* exchange, char*, char*, int, int localPort) noexcept;
 
     void set(Request const& request, WebOptions const& options);
     void takeHeaderLine(std::string_view line);
@@ -80,7 +84,10 @@ class Exchange {
     std::size_t headSize_ = 0;
     bool isHeadComplete_ = false;
     bool isHeadTooLarge_ = false;
+    bool isOutOfMemory_ = false; ///< in a call from the library
     bool isConnected_ = false;
+    bool isConnectionOld_ = false;
+    bool isConnectionSpoiled_ = false;
     bool isPaused_ = false;
     bool isEnded_ = false;
     CURLcode result_ = CURLE_OK; ///< where it has ended

@@ -13,12 +13,25 @@ char small(char c) noexcept {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+} // namespace
+
 bool areEqualNames(std::string_view a, std::string_view b) noexcept {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                       [](char x, char y) { return small(x) == small(y); });
 }
 
-} // namespace
+bool Headers::isRepeated(std::string_view name) const noexcept {
+    return std::count_if(fields_.begin(), fields_.end(),
+                         [&](auto const& field) { return areEqualNames(field.first, name); }) > 1;
+}
+
+void Headers::goOn(std::string_view value) {
+    if (!fields_.empty() && !value.empty()) {
+        std::string& last = fields_.back().second;
+        last += last.empty() ? "" : " ";
+        last += value;
+    }
+}
 
 std::optional<std::string_view> Headers::find(std::string_view name) const noexcept {
     for (auto const& [key, value] : fields_) {

@@ -9,6 +9,9 @@
 
 namespace foundation::storage::provider::web {
 
+/// Without regard to the case of ASCII letters.
+bool areEqualNames(std::string_view a, std::string_view b) noexcept;
+
 /// The fields before a message, in their order; names compare without regard to case.
 class Headers {
   public:
@@ -17,6 +20,9 @@ class Headers {
     }
     /// The first of this name.
     std::optional<std::string_view> find(std::string_view name) const noexcept;
+    bool isRepeated(std::string_view name) const noexcept;
+    /// Appends to the last value, behind a blank.
+    void goOn(std::string_view value);
     std::vector<std::pair<std::string, std::string>> const& fields() const noexcept {
         return fields_;
     }

@@ -13,6 +13,8 @@ namespace {
 
 /// A step forward of up to so many bytes is read, and not asked for anew.
 constexpr std::uint64_t smallStep = std::uint64_t{64} * 1024;
+/// So many bytes without a failure make up for the failures before.
+constexpr std::uint64_t realProgress = std::uint64_t{64} * 1024;
 
 Failure changed() {
     return {ErrorCode::IOError, "the file has changed since it was opened"};
@@ -24,26 +26,43 @@ Failure broken() {
     return {ErrorCode::IOError, "the file broke off before its end", Failure::Repetition::MayHelp};
 }
 
+/// Of the media type that holds several ranges, which is sent where several are asked for.
+bool isInSeveralParts(web::AnswerHead const& head) {
+    constexpr std::string_view several = "multipart/byteranges";
+    auto const type = head.headers.find("Content-Type").value_or("");
+    return web::areEqualNames(type.substr(0, several.size()), several);
+}
+
 Version versionOf(web::AnswerHead const& head) {
-    Version version;
-    if (auto const etag = head.headers.find("ETag")) {
-        version.isEtagStrong = !etag->starts_with("W/");
-        version.etag = version.isEtagStrong ? *etag : etag->substr(2);
+    auto const told = [&](char const* name) {
+        return std::string(head.headers.find(name).value_or(""));
+    };
+    Version version{told("ETag"), told("Last-Modified"), told("Content-Encoding"), std::nullopt};
+    if (version.etag == "\"\"" || version.etag == "W/\"\"") {
+        version.etag.clear(); // tells nothing
     }
-    if (auto const time = head.headers.find("Last-Modified")) {
-        version.lastModified = *time;
+    if (version.contentEncoding == "identity") {
+        version.contentEncoding.clear();
     }
     return version;
 }
 
 } // namespace
 
-bool Version::mayBe(Version const& other) const {
-    auto const differ = [](std::string const& a, std::string const& b) {
-        return !a.empty() && !b.empty() && a != b;
+bool Version::isStill(Version const& later, bool mayTellLess) const {
+    if (size && later.size && *size != *later.size) {
+        return false;
+    }
+    if (later.contentEncoding != contentEncoding &&
+        !(mayTellLess && later.contentEncoding.empty())) {
+        return false;
+    }
+    auto const agree = [](std::string const& first, std::string const& second, bool mayLack) {
+        return first.empty() || second == first || (mayLack && second.empty());
     };
-    return !differ(etag, other.etag) && !differ(lastModified, other.lastModified) &&
-           !(size && other.size && *size != *other.size);
+    bool const isStrong = isEtagStrong();
+    return agree(etag, later.etag, mayTellLess && !isStrong) &&
+           agree(lastModified, later.lastModified, mayTellLess || isStrong);
 }
 
 RangeReader::RangeReader(std::shared_ptr<web::Client const> client, web::Url url, RangeSizes sizes)
@@ -74,8 +93,9 @@ std::size_t RangeReader::readAt(std::uint64_t position, std::span<char> buffer) 
             if (!failure.mayPass() || ++failures >= client_->options().attempts) {
                 throw;
             }
-            if (failures > 1) {
-                client_->pauseBefore(failures, std::chrono::milliseconds(0), deadline, failure);
+            progress_ = 0;
+            if (++setbacks_ > 1) {
+                client_->pauseBefore(setbacks_, std::chrono::milliseconds(0), deadline, failure);
             } else if (deadline.isOver()) {
                 throw;
             }
@@ -114,6 +134,7 @@ std::size_t RangeReader::takeBody(std::span<char> buffer, Deadline const& deadli
         if (end_) {
             throw broken();
         }
+        holdToReached(position_);
         version_.size = position_; // the end is where the server has ended
         endBody();
         return 0;
@@ -121,15 +142,30 @@ std::size_t RangeReader::takeBody(std::span<char> buffer, Deadline const& deadli
     if (end_ && position_ > *end_) {
         throw wrongAnswer("more bytes than it tells of");
     }
-    if (end_ && position_ == *end_) {
-        endBody();
+    reached_ = std::max(reached_, position_);
+    bool const isDone = end_ && position_ == *end_;
+    noteProgress(got, isDone);
+    if (isDone && endBody()) {
+        throw wrongAnswer("more bytes than it tells of");
     }
     return got;
 }
 
-void RangeReader::endBody() noexcept {
-    body_->finish(); // so that the connection is free for the next request
+void RangeReader::noteProgress(std::size_t bytes, bool isRangeDone) noexcept {
+    progress_ += bytes;
+    if (isRangeDone || progress_ >= realProgress) {
+        setbacks_ = 0;
+    }
+}
+
+bool RangeReader::endBody() noexcept {
+    bool hasMore = false;
+    try {
+        hasMore = body_->finish() > 0; // so that the connection is free for the next request
+    } catch (...) {                    // that is worth nothing more than a connection
+    }
     body_.reset();
+    return hasMore;
 }
 
 std::unique_ptr<web::Exchange> RangeReader::send(web::Headers const& fields,
@@ -194,6 +230,12 @@ bool RangeReader::request(std::uint64_t position, std::uint64_t wanted, Deadline
 
 void RangeReader::takeRange(web::AnswerHead const& head, std::uint64_t position,
                             std::optional<std::uint64_t> last) {
+    if (isInSeveralParts(head)) {
+        throw wrongAnswer("several parts in one");
+    }
+    if (head.headers.isRepeated("Content-Range")) {
+        throw wrongAnswer("two ranges for one part");
+    }
     auto const value = head.headers.find("Content-Range");
     auto const range = value ? web::parseContentRange(*value) : std::nullopt;
     if (isWholeAlways_ || !range || !range->isSatisfied) {
@@ -208,7 +250,7 @@ void RangeReader::takeRange(web::AnswerHead const& head, std::uint64_t position,
     }
     Version found = versionOf(head);
     found.size = range->size;
-    holdToVersion(found);
+    holdToVersion(found, !version_.validator().empty());
     position_ = position;
     end_ = range->last + 1;
 }
@@ -218,11 +260,7 @@ void RangeReader::takeWhole(web::AnswerHead const& head) {
     found.size = head.contentLength();
     // To a request for a range of one version, the whole file is also the answer where it is
     // another one by now: without a sign that it is the same, it counts as that.
-    if (isOpen_ && !isWholeAlways_ && !version_.validator().empty() &&
-        (found.validator().empty() || found.validator() != version_.validator())) {
-        throw changed();
-    }
-    holdToVersion(found);
+    holdToVersion(found, false);
     isWholeAlways_ = true;
     position_ = 0;
     end_ = version_.size;
@@ -231,33 +269,40 @@ void RangeReader::takeWhole(web::AnswerHead const& head) {
 bool RangeReader::takeNoRange(web::AnswerHead const& head, std::uint64_t position) {
     auto const value = head.headers.find("Content-Range");
     auto const range = value ? web::parseContentRange(*value) : std::nullopt;
-    Version found = versionOf(head);
-    found.etag.clear(); // of the answer, not of the file
-    found.lastModified.clear();
-    found.size = range ? range->size : std::nullopt;
-    if (isOpen_ && !version_.mayBe(found)) {
-        throw changed();
+    auto const size = range ? range->size : std::nullopt; // the marks are those of the answer
+    if (isOpen_ && size) {
+        if (version_.size && *version_.size != *size) {
+            throw changed();
+        }
+        holdToReached(*size);
     }
-    if (isOpen_ ? version_.size.has_value() || (found.size && *found.size > position)
-                : found.size != 0U) {
+    // The end is taken from a server that says where it is, and at no place where it cannot be.
+    if (version_.size || !size || *size > position) {
         throw wrongAnswer("a range of the file is refused");
     }
-    version_.size = found.size ? *found.size : position;
+    version_.size = size;
     isOpen_ = true;
     endBody();
     return false;
 }
 
-void RangeReader::holdToVersion(Version const& found) {
+void RangeReader::holdToVersion(Version const& found, bool mayTellLess) {
     if (!isOpen_) {
         version_ = found;
         return;
     }
-    if (!version_.mayBe(found)) {
+    if (!version_.isStill(found, mayTellLess)) {
         throw changed();
     }
-    if (!version_.size) {
+    if (!version_.size && found.size) {
+        holdToReached(*found.size);
         version_.size = found.size;
+    }
+}
+
+void RangeReader::holdToReached(std::uint64_t size) const {
+    if (size < reached_) {
+        throw changed();
     }
 }
 

@@ -19,15 +19,18 @@ struct RangeSizes {
 
 /// Which content a file has: what the server gives to tell one from another, as far as it does.
 struct Version {
-    std::string etag; ///< without the mark of a weak one
-    bool isEtagStrong = false;
+    std::string etag; ///< with the mark of a weak one: `"a"` and `W/"a"` are two
     std::string lastModified;
+    std::string contentEncoding;
     std::optional<std::uint64_t> size;
 
-    /// Not where something that both tell is different.
-    bool mayBe(Version const& other) const;
+    bool isEtagStrong() const noexcept { return !etag.empty() && !etag.starts_with("W/"); }
     /// What makes a server send a range of this version alone; empty where there is nothing.
-    std::string validator() const { return isEtagStrong ? etag : lastModified; }
+    std::string validator() const { return isEtagStrong() ? etag : lastModified; }
+    /// Whether what a later answer tells is no sign of another version. Where it `mayTellLess`, as
+    /// the part of a file does that was asked for with the validator (RFC 9110, section 15.3.7),
+    /// it need not repeat everything, but for a strong entity tag.
+    bool isStill(Version const& later, bool mayTellLess) const;
 };
 
 /// A file of a server, read at any position by requests for ranges. The version that the first
@@ -57,14 +60,17 @@ class RangeReader {
                    std::optional<std::uint64_t> last);
     void takeWhole(web::AnswerHead const& head);
     bool takeNoRange(web::AnswerHead const& head, std::uint64_t position);
-    void holdToVersion(Version const& found);
+    void holdToVersion(Version const& found, bool mayTellLess);
+    void holdToReached(std::uint64_t size) const;
+    void noteProgress(std::size_t bytes, bool isRangeDone) noexcept;
 
     bool isReachable(std::uint64_t position) const noexcept;
     /// Some bytes at the position; 0 at the end of the file.
     std::size_t readSome(std::uint64_t position, std::span<char> buffer,
                          web::Deadline const& deadline);
     std::size_t takeBody(std::span<char> buffer, web::Deadline const& deadline);
-    void endBody() noexcept;
+    /// Whether there were more bytes.
+    bool endBody() noexcept;
 
     std::shared_ptr<web::Client const> const client_;
     web::Url const url_;
@@ -79,6 +85,9 @@ class RangeReader {
     std::uint64_t position_ = 0;          ///< in the file, of the next byte of the body
     std::optional<std::uint64_t> end_;    ///< of the body
     std::uint64_t nextRange_;             ///< bytes of the next request, if reading goes on
+    std::uint64_t reached_ = 0;           ///< the file had as many bytes as that
+    unsigned setbacks_ = 0;               ///< failures since there was real progress
+    std::uint64_t progress_ = 0;          ///< bytes since the last of them
 };
 
 } // namespace foundation::storage::provider::http::detail
