@@ -144,6 +144,7 @@ TEST_F(Http, AnswersFromWhatItWasToldAMomentAgoWhereThatIsWanted) {
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(provider->getFileAttributes(at("/good/5")).values().size, 5U);
         EXPECT_EQ(provider->exists(at("/good/5")), ExistsResult::File);
+        EXPECT_EQ(provider->getExtendedAttributes(at("/good/5")).at("http.etag"), "\"one\"");
         EXPECT_EQ(provider->exists(at("/good/5?other")), ExistsResult::File);
         EXPECT_EQ(provider->exists(at("/missing")), ExistsResult::Nothing);
     }

@@ -41,6 +41,12 @@ TEST_F(Http, NeverTakesAnAnswerThatIsNotTheOneAskedFor) {
     }
 }
 
+TEST_F(Http, NoticesMoreBytesThanTheRangeHasThoughNobodyReadsThem) {
+    auto const stream = open("/extra-bytes-in-one-piece/700");
+    char buffer[700];
+    EXPECT_THROW(stream->read(buffer, sizeof buffer), ByteStreamReadFailure);
+}
+
 TEST_F(Http, ReadsOnWhereABodyBrokeOff) {
     for (std::string const behaviour : {"short", "reset-at-every-tenth-byte", "reset-once"}) {
         Reading const reading = read('/' + behaviour + "/1500");

@@ -171,6 +171,13 @@ class Connection:
     def do_extra_bytes(self, size):
         self.in_chunks(size, 5)
 
+    def do_extra_bytes_in_one_piece(self, size):
+        first, end = self.range(size)
+        data = content(size)[first:end] + b'extra bytes'
+        head = (f'HTTP/1.1 206 Status\r\nContent-Range: bytes {first}-{end - 1}/{size}\r\n'
+                f'Transfer-Encoding: chunked\r\n\r\n{len(data):x}\r\n')
+        self.socket.sendall(head.encode('latin-1') + data + b'\r\n0\r\n\r\n')
+
     def do_fewer_in_chunks(self, size):
         self.in_chunks(size, -1)
 

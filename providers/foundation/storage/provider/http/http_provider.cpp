@@ -5,6 +5,7 @@
 #include <foundation/storage/provider/storage_item.hpp>
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 #include <utility>
 
@@ -45,6 +46,22 @@ void addField(web::Headers& fields, std::string const& name, std::string const& 
         throw std::invalid_argument("a field of a request that cannot be sent");
     }
     fields.add(name, value);
+}
+
+constexpr std::array toldFields{std::pair{"http.content-encoding", "Content-Encoding"},
+                                std::pair{"http.content-type", "Content-Type"},
+                                std::pair{"http.etag", "ETag"},
+                                std::pair{"http.last-modified", "Last-Modified"}};
+
+/// The fields that questions are about; a server may send many others.
+web::Headers toldOf(web::Headers const& headers) {
+    web::Headers told;
+    for (auto const& [key, name] : toldFields) {
+        if (auto const value = headers.find(name)) {
+            told.add(name, std::string(*value));
+        }
+    }
+    return told;
 }
 
 /// A colon would end the user, and begin a password (RFC 7617, section 2).
@@ -118,7 +135,7 @@ HttpProvider::Description HttpProvider::ask(web::Url const& url) const {
         auto const answer = client_->send({"HEAD", url, fields}, deadline);
         web::AnswerHead const& head = answer->head(deadline);
         if (isSuccess(head.status) || isAbsence(head.status)) {
-            return {head.status, head.contentLength(), head.headers};
+            return {head.status, head.contentLength(), toldOf(head.headers)};
         }
         // Some servers refuse HEAD altogether, others where a key in the query is for GET alone.
         if (head.status == 405 || head.status == 501) {
@@ -130,7 +147,7 @@ HttpProvider::Description HttpProvider::ask(web::Url const& url) const {
     fields.add("Range", "bytes=0-0");
     auto const answer = client_->send({"GET", url, fields}, deadline);
     web::AnswerHead const& head = answer->head(deadline);
-    Description result{head.status, std::nullopt, head.headers};
+    Description result{head.status, std::nullopt, toldOf(head.headers)};
     if (head.status == 206 || head.status == 416) {
         auto const value = head.headers.find("Content-Range");
         auto const range = value ? web::parseContentRange(*value) : std::nullopt;
@@ -177,10 +194,7 @@ FolderAttributes HttpProvider::getFolderAttributes(StorageIRI const& location) c
 ExtendedAttributes HttpProvider::getExtendedAttributes(StorageIRI const& location) const {
     Description const description = existing(location);
     ExtendedAttributes result;
-    for (auto const& [key, name] :
-         {std::pair{"http.content-encoding", "Content-Encoding"},
-          std::pair{"http.content-type", "Content-Type"}, std::pair{"http.etag", "ETag"},
-          std::pair{"http.last-modified", "Last-Modified"}}) {
+    for (auto const& [key, name] : toldFields) {
         if (auto const value = description.headers.find(name)) {
             result.emplace(key, *value);
         }

@@ -339,7 +339,8 @@ std::size_t Exchange::read(std::span<char> buffer, Deadline const& deadline) {
 
 std::uint64_t Exchange::finish() {
     auto const length = head_.contentLength();
-    if (isEnded_ || !isHeadComplete_ || (length && *length > bodyReceived_ + shortRest)) {
+    bool const isAllRead = isEnded_ && spillRead_ == spill_.size();
+    if (isAllRead || !isHeadComplete_ || (length && *length > bodyReceived_ + shortRest)) {
         return 0;
     }
     std::uint64_t total = 0;
