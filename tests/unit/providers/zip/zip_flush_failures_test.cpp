@@ -140,9 +140,12 @@ TEST_P(ZipFlushFailures, OfClosingLeaveTheOldArchive) {
     failEach(GetParam(), failOf<Operation::Close>);
 }
 
-INSTANTIATE_TEST_SUITE_P(InMemory, ZipFlushFailures, ::testing::Values(inMemory));
-INSTANTIATE_TEST_SUITE_P(InPlace, ZipFlushFailures, ::testing::Values(inPlace));
-INSTANTIATE_TEST_SUITE_P(InArchive, ZipFlushFailures, ::testing::Values(inArchive));
+std::string nameOf(::testing::TestParamInfo<Store (*)()> const& store) {
+    return store.param == inMemory ? "InMemory" : store.param == inPlace ? "InPlace" : "InArchive";
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, ZipFlushFailures, ::testing::Values(inMemory, inPlace, inArchive),
+                         nameOf);
 
 TEST(ZipWriting, AFailureOfTheTemporaryFileLeavesTheOldArchive) {
     Store const store = inMemory();
