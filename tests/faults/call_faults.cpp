@@ -86,6 +86,7 @@ constexpr int untouched[] = {
     SYS_getrusage,
     SYS_membarrier,
     SYS_setitimer,
+    SYS_pipe2, // a sanitizer looks with one whether memory can be read; no storage makes one
 };
 
 struct Armed {
@@ -209,7 +210,8 @@ void onTrap(int, siginfo_t* signal, void* context) {
     auto& registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
     long arguments[] = {registers[REG_RDI], registers[REG_RSI], registers[REG_RDX],
                         registers[REG_R10], registers[REG_R8],  registers[REG_R9]};
-    // What an operation asks for comes from the C library, also where a sanitizer looks on.
+    // What an operation asks for comes from the C library, also where a sanitizer looks on; what a
+    // sanitizer writes into its pipe comes from itself.
     registers[REG_RAX] = isOfASanitizer(signal->si_call_addr)
                              ? faultSweepRawCall(signal->si_syscall, arguments)
                              : answer(signal->si_syscall, arguments);

@@ -279,10 +279,14 @@ TEST_F(FileTest, SwapExchangesItemsAndNothingElse) {
     EXPECT_EQ(storage.fake->calls().size(), 1U) << "b keeps its flag, and asks its new provider";
 }
 
-TEST_F(FileTest, AMovedHandleNamesItsFile) {
+TEST_F(FileTest, AnAssignedHandleNamesTheOtherFile) {
+    File const other = file(u"mem:/b");
     File a = file(u"mem:/a");
-    a = file(u"mem:/b");
+    a = other;
     EXPECT_EQ(a.getLocation(), AbsoluteIRI(u"mem:/b"));
+    EXPECT_EQ(other.getLocation(), AbsoluteIRI(u"mem:/b"));
+    a = file(u"mem:/c");
+    EXPECT_EQ(a.getLocation(), AbsoluteIRI(u"mem:/c"));
     EXPECT_TRUE(a.getStorageSystem() == storage.reference);
 }
 
