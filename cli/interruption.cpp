@@ -1,6 +1,7 @@
 #include "interruption.hpp"
 
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <unistd.h>
 
@@ -10,7 +11,9 @@ namespace {
 
 constexpr std::array watched{SIGINT, SIGTERM, SIGHUP};
 
-std::sig_atomic_t volatile noted = 0;
+// Written by a handler on whatever thread it runs, read by all.
+std::atomic<int> noted = 0;
+static_assert(decltype(noted)::is_always_lock_free, "a signal handler may not wait");
 std::array<struct sigaction, watched.size()> before{};
 
 extern "C" void noteSignal(int signal) {

@@ -255,6 +255,7 @@ TEST(CommandWatch, PrintsWhatThePageShows) {
             watching.waitForLines(++commands);
         }
         EXPECT_GT(commands, 4);
+        watching.waitForLines(static_cast<int>(std::count(lines.begin(), lines.end(), '\n')));
 
         Outcome const outcome = watching.end();
 

@@ -118,7 +118,7 @@ HttpProvider::Description HttpProvider::describe(StorageIRI const& location) con
         return *std::move(known);
     }
     auto const asked = detail::DescriptionMemory::Clock::now();
-    Description const answer = ask(url);
+    Description answer = ask(url);
     if (isSuccess(answer.status)) {
         known_.keep(url.text(), answer, asked);
     }
