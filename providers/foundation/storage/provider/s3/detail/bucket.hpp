@@ -1,0 +1,125 @@
+#pragma once
+
+#include <foundation/storage/provider/s3/s3_options.hpp>
+#include <foundation/storage/provider/web/client.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace foundation::storage::provider::s3::detail {
+
+/// As a listing tells it.
+struct ListedObject {
+    std::string key;
+    std::uint64_t size = 0;
+    std::int64_t lastModified = 0; ///< nanoseconds since 1970
+    std::string eTag;              ///< with its quotes
+};
+
+struct ListQuery {
+    std::string prefix;
+    bool isDelimited = false; ///< keys with a further slash behind the prefix become prefixes
+    std::string startAfter;   ///< for the first page
+    std::string continuation; ///< of the page before; empty for the first
+    unsigned mostKeys = 1000;
+};
+
+struct ListPage {
+    std::vector<ListedObject> objects;
+    std::vector<std::string> prefixes; ///< each ends in a slash
+    std::string continuation;          ///< empty: this is the last page
+};
+
+/// As the object itself tells it.
+struct ObjectHead {
+    std::uint64_t size = 0;
+    std::int64_t lastModified = 0; ///< nanoseconds since 1970
+    std::string eTag;
+    web::Headers headers; ///< the whole head of the answer
+};
+
+struct PutConditions {
+    bool onlyIfMissing = false; ///< else code ResourceAlreadyExists where there is one
+    std::vector<std::pair<std::string, std::string>> metadata = {}; ///< names without x-amz-meta-
+};
+
+struct UploadedPart {
+    unsigned number = 0; ///< from 1
+    std::string eTag;
+};
+
+struct KeyFailure {
+    std::string key;
+    ErrorCode code;
+    std::string text;
+};
+
+/// The requests to one bucket: signed, sent, sent again where that does no harm, their answers
+/// checked. Keys are UTF-8 without a first slash. Safe on any thread; immutable but for its
+/// connections. All throw web::Failure, with the code of the store's own error.
+///
+/// Amazon Simple Storage Service API Reference, 2006-03-01.
+class Bucket {
+  public:
+    using Deadline = web::Deadline;
+
+    Bucket(std::string name, S3Options options);
+
+    S3Options const& options() const noexcept;
+    Deadline deadline() const;
+
+    /// ListObjectsV2.
+    ListPage list(ListQuery const& query, Deadline const& deadline) const;
+    /// HeadBucket: whether it is there.
+    bool exists(Deadline const& deadline) const;
+    /// HeadObject; none where it is missing.
+    std::optional<ObjectHead> head(std::string_view key, Deadline const& deadline) const;
+
+    /// GetObject: the bytes from `offset` on, into the buffer, as many as there is room for or as
+    /// the object has. Fails where the tag is not `eTag`, where one is given, and where the answer
+    /// is another range. A body that breaks off is asked for again from there.
+    ObjectHead read(std::string_view key, std::uint64_t offset, std::span<char> buffer,
+                    std::string_view eTag, Deadline const& deadline) const;
+
+    /// PutObject; returns the tag.
+    std::string put(std::string_view key, std::span<char const> content,
+                    PutConditions const& conditions, Deadline const& deadline) const;
+    /// CopyObject within the store. `source` is BUCKET/KEY, not encoded. Returns the tag.
+    std::string copy(std::string_view source, std::string_view key, PutConditions const& conditions,
+                     std::string_view sourceTag, Deadline const& deadline) const;
+    /// DeleteObject; a missing one is no failure.
+    void remove(std::string_view key, Deadline const& deadline) const;
+    /// DeleteObjects, up to 1,000 keys. Returns what could not be removed.
+    std::vector<KeyFailure> remove(std::span<std::string const> keys,
+                                   Deadline const& deadline) const;
+
+    /// CreateMultipartUpload; returns its id.
+    std::string beginUpload(std::string_view key, PutConditions const& conditions,
+                            Deadline const& deadline) const;
+    /// UploadPart.
+    UploadedPart uploadPart(std::string_view key, std::string_view upload, unsigned number,
+                            std::span<char const> content, Deadline const& deadline) const;
+    /// UploadPartCopy: bytes [offset, offset + size) of `source`, which still has `sourceTag`.
+    UploadedPart copyPart(std::string_view key, std::string_view upload, unsigned number,
+                          std::string_view source, std::string_view sourceTag, std::uint64_t offset,
+                          std::uint64_t size, Deadline const& deadline) const;
+    /// CompleteMultipartUpload; also where the answer to it was lost and the object is there.
+    std::string completeUpload(std::string_view key, std::string_view upload,
+                               std::span<UploadedPart const> parts, PutConditions const& conditions,
+                               Deadline const& deadline) const;
+    /// AbortMultipartUpload; one that is gone is no failure.
+    void abortUpload(std::string_view key, std::string_view upload, Deadline const& deadline) const;
+
+  private:
+    std::string const name_;
+    S3Options const options_;
+    std::unique_ptr<web::Client const> client_;
+};
+
+} // namespace foundation::storage::provider::s3::detail
