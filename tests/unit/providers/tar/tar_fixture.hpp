@@ -1,62 +1,32 @@
 #pragma once
 
-#include <foundation/storage/provider/i_provider.hpp>
-#include <foundation/storage/provider/storage_item.hpp>
-#include <foundation/storage/provider/tar/tar_options.hpp>
+#include "../archive_fixture.hpp"
 
-#include <memory>
-#include <string>
-#include <string_view>
-#include <vector>
+#include <foundation/storage/provider/tar/tar_factory.hpp>
 
 namespace foundation::storage::provider::tar::test {
 
-/// The folder with the archives that make_archives.py has made.
-std::string const& archives();
+using provider::test::archiveItem;
+using provider::test::archives;
+using provider::test::codeOf;
+using provider::test::contentOf;
+using provider::test::inside;
+using provider::test::localItem;
+using provider::test::namesOf;
+using provider::test::processorTime;
+using provider::test::readAll;
+using provider::test::WorkFolder;
 
-/// A folder of a test's own, removed with everything in it at the end.
-class WorkFolder {
-  public:
-    WorkFolder();
-    WorkFolder(WorkFolder const&) = delete;
-    WorkFolder& operator=(WorkFolder const&) = delete;
-    ~WorkFolder();
+/// The archive `name`.tar among those that make_archives.py has made, or of an absolute path.
+inline std::shared_ptr<IProvider> open(std::string_view name, TarOptions const& options = {}) {
+    return buildTarProvider(archiveItem(name), options);
+}
 
-    std::string const& path() const noexcept { return path_; }
-
-  private:
-    std::string path_;
-};
-
-/// The whole of a file of the disk.
-std::string contentOf(std::string const& path);
-
-/// A file of the local disk, by its absolute path.
-StorageItem localItem(std::string const& path);
-
-/// The archive `name`.tar among those, or of an absolute path.
-std::shared_ptr<IProvider> open(std::string_view name, TarOptions const& options = {});
-
-/// The location of a path in it, "" and "a/b" for example.
-StorageIRI inside(std::string_view name, std::string_view path);
-
-/// All that is to be read of it.
-std::string readAll(ByteStream& stream);
-
-/// The code of what a call throws as provider::Exception; -1 where it throws nothing.
-template<class Call>
-int codeOf(Call const& call);
+/// What is in it, as that writes it beside each; of one that is refused, the code.
+inline std::string view(std::string_view name) {
+    std::string text;
+    int const code = codeOf([&] { text = provider::test::view(*open(name), name); });
+    return code < 0 ? text : '!' + std::to_string(code) + '\n';
+}
 
 } // namespace foundation::storage::provider::tar::test
-
-#include <foundation/storage/provider/exception.hpp>
-
-template<class Call>
-int foundation::storage::provider::tar::test::codeOf(Call const& call) {
-    try {
-        call();
-    } catch (Exception const& failure) {
-        return static_cast<int>(failure.getErrorCode());
-    }
-    return -1;
-}

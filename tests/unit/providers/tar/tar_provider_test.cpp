@@ -24,21 +24,6 @@ namespace {
 
 using ::testing::ElementsAre;
 
-std::vector<std::string> namesOf(std::unique_ptr<IFolderEntryIterator> const& cursor) {
-    std::vector<std::string> names;
-    while (cursor->hasNext()) {
-        cursor->advance();
-        FolderEntry const entry = cursor->currentEntry();
-        names.push_back(fl::i18n::toDisplayString(entry.getName()) + (entry.isFile() ? "" : "/"));
-    }
-    return names;
-}
-
-/// In seconds, of the process, which others that run beside it do not lengthen.
-double processorTime() {
-    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
-}
-
 void run(std::string const& command) {
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }

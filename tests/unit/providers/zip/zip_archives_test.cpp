@@ -1,83 +1,11 @@
 #include "zip_fixture.hpp"
 
-#include <foundation/storage/provider/byte_stream.hpp>
-#include <foundation/storage/provider/byte_stream_failure.hpp>
-#include <foundation/storage/provider/extensions/i_links.hpp>
+#include <gtest/gtest.h>
 
-#include <fl/i18n/conversion.hpp>
-
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <filesystem>
 
 namespace foundation::storage::provider::zip::test {
 namespace {
-
-/// A name, with bytes that are no UTF-8 spelled out.
-std::string spelledName(fl::i18n::ustring const& name) {
-    std::string text;
-    for (char16_t const unit : name) {
-        if (unit >= 0xDC80 && unit <= 0xDCFF) {
-            char hex[8];
-            std::snprintf(hex, sizeof hex, "\\x%02x", unit & 0xFFU);
-            text += hex;
-        } else {
-            text += fl::i18n::toDisplayString({&unit, 1});
-        }
-    }
-    return text;
-}
-
-std::string lineFor(IProvider& provider, std::string_view archive, FolderEntry const& entry) {
-    std::string const path = fl::i18n::ustringToStorageName(entry.getName());
-    StorageIRI const location = inside(archive, path);
-    std::string const name = spelledName(entry.getName());
-    if (!entry.isFile()) {
-        return name + '/';
-    }
-    std::string line;
-    int const code = codeOf([&] {
-        ExtendedExistsResult const kind = provider.existsExtended(location);
-        if (kind != ExtendedExistsResult::File) {
-            line = name + "->";
-            line += fl::i18n::toDisplayString(
-                dynamic_cast<extensions::ILinks&>(provider).readLink(location));
-            return;
-        }
-        line = name;
-        auto const stream = provider.openReadOnlyStream(location);
-        try {
-            line += '=' + readAll(*stream);
-        } catch (ByteStreamReadFailure const&) {
-            line += "!read";
-        }
-        EXPECT_EQ(provider.getFileAttributes(location).values().size,
-                  entry.getFileAttributes()->values().size);
-    });
-    if (code >= 0) {
-        bool const isLink = codeOf([&] {
-                                dynamic_cast<extensions::ILinks&>(provider).readLink(location);
-                            }) == code &&
-                            (entry.getFileAttributes()->values().mode.value_or(0) == 0777);
-        line = name + (isLink ? "->!" : "!") + std::to_string(code);
-    }
-    return line;
-}
-
-/// What a reader makes of an archive, as the files beside them have it.
-std::string view(std::string_view archive) {
-    std::string text;
-    int const code = codeOf([&] {
-        auto const provider = open(archive);
-        auto const cursor = provider->listAllRecursive(inside(archive, ""), u"");
-        while (cursor->hasNext()) {
-            cursor->advance();
-            text += lineFor(*provider, archive, cursor->currentEntry()) + '\n';
-        }
-    });
-    return code < 0 ? text : '!' + std::to_string(code) + '\n';
-}
 
 TEST(ZipArchives, AreReadOrRefusedAsIsWrittenBesideThem) {
     int compared = 0;

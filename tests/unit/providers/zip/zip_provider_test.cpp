@@ -26,21 +26,6 @@ namespace {
 using fl::i18n::ustring;
 using ::testing::ElementsAre;
 
-std::vector<std::string> namesOf(std::unique_ptr<IFolderEntryIterator> const& cursor) {
-    std::vector<std::string> names;
-    while (cursor->hasNext()) {
-        cursor->advance();
-        FolderEntry const entry = cursor->currentEntry();
-        names.push_back(fl::i18n::toDisplayString(entry.getName()) + (entry.isFile() ? "" : "/"));
-    }
-    return names;
-}
-
-/// In seconds, of the process, which others that run beside it do not lengthen.
-double processorTime() {
-    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
-}
-
 class ZipProvider : public ::testing::Test {
   protected:
     ZipProvider() : provider_(open("links")) {}
