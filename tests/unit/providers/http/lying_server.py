@@ -70,6 +70,26 @@ class Connection:
 
     # What answers are made of.
 
+    def take(self, pause=0):
+        """Reads the body of the request, and returns it."""
+        left, data = int(self.fields['content-length']), b''
+        while left:
+            piece = self.file.read(min(left, 65536))
+            if not piece:
+                raise Lost
+            data, left = data + piece, left - len(piece)
+            time.sleep(pause)
+        return data
+
+    def took(self, size):
+        """Takes a body, and tells whether it is the right one."""
+        data = self.take()
+        self.whole_text(f'{len(data)} bytes, {"right" if data == content(size) else "wrong"}')
+
+    def whole_text(self, text, status=200, *fields):
+        self.head(status, f'Content-Length: {len(text)}', *fields)
+        self.body(text.encode())
+
     def head(self, status, *fields):
         lines = [f'HTTP/1.1 {status} Status', *fields, '', '']
         self.socket.sendall('\r\n'.join(lines).encode('latin-1'))
@@ -130,6 +150,55 @@ class Connection:
 
     def do_missing(self, size):
         self.simple(404)
+
+    # For requests that carry something.
+
+    def do_takes(self, size):
+        self.took(size)
+
+    def do_takes_at_the_third_time(self, size):
+        if self.count == 1:
+            self.file.read(size // 2)
+            self.reset()
+        if self.count == 2:
+            self.take()
+            self.head(503, 'Content-Length: 0')
+        else:
+            self.took(size)
+
+    def do_takes_and_is_lost(self, size):
+        self.take()
+        self.reset()
+
+    def do_loses_what_comes_on_an_open_connection(self, size):
+        if self.answered:
+            raise Lost
+        self.took(size)
+
+    def do_refuses_before_the_end(self, size):
+        self.head(403, 'Content-Length: 0', 'Connection: close')
+        raise Lost
+
+    def do_agrees_before_the_end(self, size):
+        self.head(200, 'Content-Length: 0')
+        time.sleep(1)
+        raise Lost
+
+    def do_stops_taking(self, size):
+        self.file.read(1000)
+        time.sleep(60)
+
+    def do_takes_slowly(self, size):
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
+        self.whole_text(f'{len(self.take(0.02))} bytes')
+
+    def do_takes_elsewhere(self, size):
+        self.take()
+        self.head(int(self.target.split('?')[1]), f'Location: /takes/{size}', 'Content-Length: 0')
+
+    def do_takes_at_another_origin(self, size):
+        self.take()
+        self.head(307, f'Location: http://127.0.0.1:{ports[1]}/takes/{size}', 'Content-Length: 0')
 
     def do_good(self, size):
         self.good(size)

@@ -12,8 +12,17 @@ using Milliseconds = std::chrono::milliseconds;
 
 namespace {
 
-bool isRedirect(int status) noexcept {
-    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+/// To the same request elsewhere (RFC 9110, section 15.4).
+bool isRedirect(int status, std::string_view method) noexcept {
+    switch (status) {
+    case 301:
+    case 302:
+        return method != "POST";
+    case 303:
+        return method == "GET" || method == "HEAD";
+    default:
+        return status == 307 || status == 308;
+    }
 }
 
 /// Seconds, or a date (RFC 9110, section 10.2.3); none where the answer asks for nothing.
@@ -67,14 +76,16 @@ std::unique_ptr<Exchange> Client::send(Request const& request, Deadline const& d
         try {
             std::unique_ptr<Exchange> answer = follow(request, deadline);
             AnswerHead const& head = answer->head(deadline);
-            if (!mayPass(head.status) || attempt >= options_.attempts) {
+            bool const mayGoAgain = request.isRepeatable || isUndone(head.status);
+            if (!mayPass(head.status) || !mayGoAgain || attempt >= options_.attempts) {
                 return answer;
             }
             minimum = pauseAskedFor(head);
             failure = failureOfStatus(head.status);
             answer->finish();
         } catch (Failure const& thrown) {
-            if (!thrown.mayPass() || attempt >= options_.attempts) {
+            bool const mayGoAgain = request.isRepeatable || thrown.cannotHaveCome();
+            if (!thrown.mayPass() || !mayGoAgain || attempt >= options_.attempts) {
                 throw;
             }
             failure = thrown;
@@ -89,7 +100,7 @@ std::unique_ptr<Exchange> Client::follow(Request const& request, Deadline const&
         std::unique_ptr<Exchange> answer = sendOnce(current, deadline);
         AnswerHead const& head = answer->head(deadline);
         auto const reference = head.headers.find("Location");
-        if (!isRedirect(head.status) || !reference) {
+        if (!isRedirect(head.status, current.method) || !reference) {
             return answer;
         }
         if (step == options_.redirects) {
@@ -113,6 +124,9 @@ std::unique_ptr<Exchange> Client::sendOnce(Request request, Deadline const& dead
             request.headers.add(name, value);
         }
         request.netrcFile = identity_.netrcFile;
+        if (identity_.sign) {
+            identity_.sign(request);
+        }
     }
     auto answer = std::make_unique<Exchange>(*pool_, request, options_);
     try {

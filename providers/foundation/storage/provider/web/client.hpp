@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/web/exchange.hpp>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,6 +13,8 @@ namespace foundation::storage::provider::web {
 struct Identity {
     Headers fields = {};
     std::string netrcFile = {};
+    /// Called for each request before it is sent, and again when it is sent again.
+    std::function<void(Request&)> sign = {};
 };
 
 /// Sends requests, follows redirects, and tries again what may pass. What says who asks goes to
@@ -26,8 +29,10 @@ class Client {
     /// For the time that an operation may take as a whole.
     Deadline deadline() const { return Deadline(options_.operationTimeout); }
 
-    /// Sends a request that does no harm when it is sent twice, and returns the answer with its
-    /// head, whatever its status is. Throws Failure.
+    /// Sends a request, and returns the answer with its head, whatever its status is. What is not
+    /// repeatable is sent again only where the server cannot have done it. Redirects keep the
+    /// method; where they would change it, they are the answer. Throws Failure, and what reading
+    /// the body throws.
     std::unique_ptr<Exchange> send(Request const& request, Deadline const& deadline) const;
 
     /// The pause before an attempt, counted from 2; at least `minimum` long. Throws `last` where it

@@ -1,9 +1,11 @@
 #include <foundation/storage/provider/web/connection_pool.hpp>
 
 #include <cerrno>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <new>
 #include <stdexcept>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -74,6 +76,17 @@ void Channel::noteSockets() {
     ::curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, static_cast<void*>(this));
     ::curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &Channel::closeSocket);
     ::curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, static_cast<void*>(this));
+}
+
+std::uint64_t Channel::unsent() const noexcept {
+    std::uint64_t total = 0;
+    for (curl_socket_t const socket : sockets_) {
+        int waiting = 0;
+        if (::ioctl(socket, SIOCOUTQ, &waiting) == 0) { // tcp(7)
+            total += static_cast<std::uint64_t>(waiting);
+        }
+    }
+    return total;
 }
 
 bool Channel::isQuiet(int localPort) const noexcept {

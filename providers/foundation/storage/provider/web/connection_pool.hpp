@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <curl/curl.h>
 #include <memory>
 #include <mutex>
@@ -20,6 +21,8 @@ struct Channel {
     void noteSockets();
     /// Whether nothing waits to be received on the connection from a port of this machine.
     bool isQuiet(int localPort) const noexcept;
+    /// Bytes that wait in this machine, on all connections.
+    std::uint64_t unsent() const noexcept;
 
     CURLM* const multi;
     CURL* const easy;

@@ -15,6 +15,8 @@ constexpr std::size_t largestHead = std::size_t{256} * 1024;
 constexpr std::size_t mostFields = 1000;
 /// As much is received at once, and kept at most.
 constexpr long receiveSize = 128 * 1024;
+/// As much of a body is asked for and sent at once.
+constexpr long sendSize = 256 * 1024;
 /// A rest up to this size costs less than a new connection, where it comes within that time.
 constexpr std::uint64_t shortRest = std::uint64_t{64} * 1024;
 constexpr std::chrono::milliseconds soon{250};
@@ -35,20 +37,25 @@ std::optional<std::uint64_t> AnswerHead::contentLength() const {
     return value ? parseNumber(*value) : std::nullopt;
 }
 
+Body Body::of(std::span<char const> bytes) {
+    return {bytes.size(), [bytes](std::uint64_t offset, std::span<char> buffer) {
+                std::memcpy(buffer.data(), bytes.data() + offset, buffer.size());
+            }};
+}
+
 Exchange::Exchange(ConnectionPool& pool, Request const& request, WebOptions const& options)
     : url_(request.url),
       stallTimeout_(options.stallTimeout),
-      channel_(pool.lend()) {
+      channel_(pool.lend()),
+      body_(request.body) {
     for (auto const& [name, value] : request.headers.fields()) {
         std::string line = name;
         line += value.empty() ? ";" : ": ";
         line += value;
-        curl_slist* const longer = ::curl_slist_append(fields_.get(), line.c_str());
-        if (!longer) {
-            throw std::bad_alloc();
-        }
-        static_cast<void>(fields_.release());
-        fields_.reset(longer);
+        addField(line.c_str());
+    }
+    if (body_) {
+        addField("Expect:"); // not to wait for a word before the body
     }
     set(request, options);
     if (::curl_multi_add_handle(channel_->multi, channel_->easy) != CURLM_OK) {
@@ -58,6 +65,15 @@ Exchange::Exchange(ConnectionPool& pool, Request const& request, WebOptions cons
 
 Exchange::~Exchange() {
     ::curl_multi_remove_handle(channel_->multi, channel_->easy);
+}
+
+void Exchange::addField(char const* line) {
+    curl_slist* const longer = ::curl_slist_append(fields_.get(), line);
+    if (!longer) {
+        throw std::bad_alloc();
+    }
+    static_cast<void>(fields_.release());
+    fields_.reset(longer);
 }
 
 void Exchange::set(Request const& request, WebOptions const& options) {
@@ -87,7 +103,8 @@ void Exchange::set(Request const& request, WebOptions const& options) {
     // A search for an address cannot be called off; it is not waited for when time is over.
     option(CURLOPT_QUICK_EXIT, 1L);
 #endif
-    if (request.isOnNewConnection) {
+    // The library sends again by itself what had no answer on a connection that was used before.
+    if (request.isOnNewConnection || !request.isRepeatable) {
         option(CURLOPT_FRESH_CONNECT, 1L);
     }
     if (options.proxy) {
@@ -97,6 +114,17 @@ void Exchange::set(Request const& request, WebOptions const& options) {
         option(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
         option(CURLOPT_NETRC_FILE, request.netrcFile.c_str());
         option(CURLOPT_HTTPAUTH, CURLAUTH_BASIC);
+    }
+    if (body_) {
+        option(CURLOPT_UPLOAD, 1L);
+        option(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body_->size));
+        option(CURLOPT_READFUNCTION, &Exchange::giveBody);
+        option(CURLOPT_READDATA, static_cast<void*>(this));
+        option(CURLOPT_SEEKFUNCTION, &Exchange::seekBody);
+        option(CURLOPT_SEEKDATA, static_cast<void*>(this));
+        if (body_->size > static_cast<std::uint64_t>(sendSize)) {
+            option(CURLOPT_UPLOAD_BUFFERSIZE, sendSize);
+        }
     }
     if (request.method == "HEAD") {
         option(CURLOPT_NOBODY, 1L);
@@ -134,6 +162,32 @@ bool Exchange::isSpoiled() const noexcept {
                             (result_ == CURLE_UNSUPPORTED_PROTOCOL ||
                              result_ == CURLE_WEIRD_SERVER_REPLY || result_ == CURLE_HTTP2);
     return isConnectionSpoiled_ || (isConnectionOld_ && isNoAnswer);
+}
+
+std::size_t Exchange::giveBody(char* buffer, std::size_t, std::size_t size, void* exchange) {
+    auto& self = *static_cast<Exchange*>(exchange);
+    std::uint64_t const left = self.body_->size - self.given_;
+    auto const count = static_cast<std::size_t>(std::min<std::uint64_t>(left, size));
+    if (count == 0) {
+        return 0;
+    }
+    try {
+        self.body_->read(self.given_, {buffer, count});
+    } catch (...) { // not through a library written in C
+        self.bodyFailure_ = std::current_exception();
+        return CURL_READFUNC_ABORT;
+    }
+    self.given_ += count;
+    return count;
+}
+
+int Exchange::seekBody(void* exchange, curl_off_t offset, int origin) noexcept {
+    auto& self = *static_cast<Exchange*>(exchange);
+    if (origin != SEEK_SET || offset < 0 || static_cast<std::uint64_t>(offset) > self.body_->size) {
+        return CURL_SEEKFUNC_FAIL;
+    }
+    self.given_ = static_cast<std::uint64_t>(offset);
+    return CURL_SEEKFUNC_OK;
 }
 
 std::size_t Exchange::takeHeader(char* data, std::size_t, std::size_t size, void* exchange) {
@@ -210,7 +264,7 @@ std::size_t Exchange::takeBody(char* data, std::size_t, std::size_t size, void* 
 template<class Seen>
 void Exchange::drive(Seen const& seen, Deadline const& deadline) {
     using Milliseconds = std::chrono::milliseconds;
-    std::uint64_t before = received_;
+    std::uint64_t before = progress();
     bool wasConnected = isConnected_;
     Deadline stall(stallTimeout_);
     for (;;) {
@@ -222,8 +276,9 @@ void Exchange::drive(Seen const& seen, Deadline const& deadline) {
         if (seen() || isEnded_) {
             return;
         }
-        if (received_ != before || isConnected_ != wasConnected) {
-            before = received_;
+        std::uint64_t const now = progress();
+        if (now != before || isConnected_ != wasConnected) {
+            before = now;
             wasConnected = isConnected_;
             stall = Deadline(stallTimeout_);
         }
@@ -232,7 +287,7 @@ void Exchange::drive(Seen const& seen, Deadline const& deadline) {
         }
         // Connecting has a limit of its own.
         if (isConnected_ && stall.isOver()) {
-            throw Failure(ErrorCode::IOError, "the server has sent nothing for too long",
+            throw Failure(ErrorCode::IOError, "the server has sent or taken nothing for too long",
                           Failure::Repetition::MayHelp);
         }
         Milliseconds wait = std::min(deadline.left(), Milliseconds(1000));
@@ -241,6 +296,11 @@ void Exchange::drive(Seen const& seen, Deadline const& deadline) {
         }
         ::curl_multi_poll(channel_->multi, nullptr, 0, static_cast<int>(wait.count()), nullptr);
     }
+}
+
+std::uint64_t Exchange::progress() const noexcept {
+    // What the system has taken may still wait here, for many seconds where the way is narrow.
+    return received_ + given_ - (given_ > 0 ? std::min(given_, channel_->unsent()) : 0);
 }
 
 void Exchange::noteEnd() {
@@ -258,8 +318,12 @@ void Exchange::failByResult() const {
     if (isOutOfMemory_) {
         throw std::bad_alloc();
     }
+    if (bodyFailure_) {
+        std::rethrow_exception(bodyFailure_);
+    }
     if (isConnectionSpoiled_) {
-        throw Failure(ErrorCode::IOError, "the server sent bytes that nobody asked for", MayHelp);
+        throw Failure(ErrorCode::IOError, "the server sent bytes that nobody asked for",
+                      IsHarmless);
     }
     if (isHeadTooLarge_) {
         throw Failure(ErrorCode::IOError, "the server sent more headers than are taken");
@@ -270,16 +334,16 @@ void Exchange::failByResult() const {
     case CURLE_COULDNT_RESOLVE_PROXY:
         throw Failure(ErrorCode::IOError, "the proxy has no address");
     case CURLE_COULDNT_CONNECT:
-        throw Failure(ErrorCode::IOError, "the server cannot be reached", MayHelp);
+        throw Failure(ErrorCode::IOError, "the server cannot be reached", IsHarmless);
     case CURLE_OPERATION_TIMEDOUT:
-        throw Failure(ErrorCode::IOError, "there was no connection in time", MayHelp);
+        throw Failure(ErrorCode::IOError, "there was no connection in time", IsHarmless);
     case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_SSL_INVALIDCERTSTATUS:
         throw Failure(ErrorCode::IOError, "the certificate of the server is not valid");
     case CURLE_SSL_CACERT_BADFILE:
         throw Failure(ErrorCode::IOError, "the file of trusted certificates cannot be read");
     case CURLE_SSL_CONNECT_ERROR:
-        throw Failure(ErrorCode::IOError, "no secure connection can be made", MayHelp);
+        throw Failure(ErrorCode::IOError, "no secure connection can be made", IsHarmless);
     case CURLE_GOT_NOTHING:
     case CURLE_PARTIAL_FILE:
     case CURLE_RECV_ERROR:
@@ -302,6 +366,11 @@ AnswerHead const& Exchange::head(Deadline const& deadline) {
             throw Failure(ErrorCode::IOError, "the server's answer has no end of its headers");
         }
         failByResult();
+    }
+    bool const isDone = head_.status >= 200 && head_.status < 300;
+    if (isDone && body_ && given_ < body_->size) {
+        throw Failure(ErrorCode::IOError, "the server answered before it had the whole request",
+                      Failure::Repetition::MayHelp);
     }
     return head_;
 }

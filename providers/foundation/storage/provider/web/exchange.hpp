@@ -9,12 +9,25 @@
 
 #include <cstdint>
 #include <curl/curl.h>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 
 namespace foundation::storage::provider::web {
+
+/// What a request carries; read anew each time that it is sent.
+struct Body {
+    std::uint64_t size = 0;
+    /// Fills the buffer with the bytes from `offset` on. What it throws ends the request, and comes
+    /// out of the call that was made of the exchange.
+    std::function<void(std::uint64_t offset, std::span<char> buffer)> read = {};
+
+    /// `bytes` must outlive the request.
+    static Body of(std::span<char const> bytes);
+};
 
 struct Request {
     std::string method = "GET";
@@ -23,6 +36,8 @@ struct Request {
     /// Where the user and the password for the host are looked up (netrc(5)), if anywhere.
     std::string netrcFile = {};
     bool isOnNewConnection = false; ///< whether none that is open already may be used
+    std::optional<Body> body = {};  ///< an empty one is sent as such: with the length 0
+    bool isRepeatable = true;       ///< whether it does no harm when it is sent twice
 };
 
 struct AnswerHead {
@@ -60,15 +75,20 @@ class Exchange {
     bool isSpoiled() const noexcept;
 
   private:
+    static std::size_t giveBody(char* buffer, std::size_t one, std::size_t size, void* exchange);
+    static int seekBody(void* exchange, curl_off_t offset, int origin) noexcept;
     static std::size_t takeHeader(char* data, std::size_t one, std::size_t size, void* exchange);
     static std::size_t takeBody(char* data, std::size_t one, std::size_t size, void* exchange);
     static int noteConnection(void* exchange, char*, char*, int, int localPort) noexcept;
 
     void set(Request const& request, WebOptions const& options);
+    void addField(char const* line);
     void takeHeaderLine(std::string_view line);
     /// Lets the exchange go on until there is something to see.
     template<class Seen>
     void drive(Seen const& seen, Deadline const& deadline);
+    /// Grows with each byte that goes to or comes from the server.
+    std::uint64_t progress() const noexcept;
     void noteEnd();
     [[noreturn]] void failByResult() const;
 
@@ -79,6 +99,10 @@ class Exchange {
     };
     std::unique_ptr<curl_slist, ListDeleter> fields_;
     ConnectionPool::Lent channel_;
+
+    std::optional<Body> const body_;
+    std::uint64_t given_ = 0; ///< bytes of the body that is sent
+    std::exception_ptr bodyFailure_;
 
     AnswerHead head_;
     std::size_t headSize_ = 0;

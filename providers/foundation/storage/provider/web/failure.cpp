@@ -33,6 +33,10 @@ bool mayPass(int status) noexcept {
            status == 504;
 }
 
+bool isUndone(int status) noexcept {
+    return status == 408 || status == 429 || status == 503;
+}
+
 Failure failureOfStatus(int status) {
     return {errorCodeOfStatus(status), "the server answered " + std::to_string(status),
             mayPass(status) ? Failure::Repetition::MayHelp : Failure::Repetition::IsUseless};

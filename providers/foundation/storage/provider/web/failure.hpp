@@ -11,7 +11,11 @@ namespace foundation::storage::provider::web {
 /// query.
 class Failure : public std::runtime_error {
   public:
-    enum class Repetition { MayHelp, IsUseless };
+    enum class Repetition {
+        IsUseless,
+        MayHelp,
+        IsHarmless, ///< may help, and the request cannot have come to the server
+    };
 
     Failure(ErrorCode code, std::string const& text, Repetition repetition = Repetition::IsUseless)
         : std::runtime_error(text),
@@ -19,7 +23,10 @@ class Failure : public std::runtime_error {
           repetition_(repetition) {}
 
     ErrorCode code() const noexcept { return code_; }
-    bool mayPass() const noexcept { return repetition_ == Repetition::MayHelp; }
+    /// Of a request that is not to be sent twice: it is not known whether it was done, unless
+    /// cannotHaveCome().
+    bool mayPass() const noexcept { return repetition_ != Repetition::IsUseless; }
+    bool cannotHaveCome() const noexcept { return repetition_ == Repetition::IsHarmless; }
 
   private:
     ErrorCode code_;
@@ -31,6 +38,8 @@ ErrorCode errorCodeOfStatus(int status) noexcept;
 
 /// Whether the same request may have success later.
 bool mayPass(int status) noexcept;
+/// Whether the server says, too, that it has done nothing of it.
+bool isUndone(int status) noexcept;
 
 /// "the server answered 404", as a failure.
 Failure failureOfStatus(int status);
