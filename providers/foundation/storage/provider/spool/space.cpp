@@ -1,4 +1,4 @@
-#include <foundation/storage/provider/zip/detail/pending_space.hpp>
+#include <foundation/storage/provider/spool/space.hpp>
 
 #include <algorithm>
 #include <array>
@@ -12,15 +12,15 @@
 #include <unistd.h>
 #include <utility>
 
-namespace foundation::storage::provider::zip::detail {
+namespace foundation::storage::provider::spool {
 
 namespace {
 
 constexpr std::size_t smallestBlock = 64;
 
 [[noreturn]] void fail(char const* what, int error) {
-    throw PendingFailure(std::string(what) + ": " + std::generic_category().message(error),
-                         errorCodeOfErrno(error));
+    throw Failure(std::string(what) + ": " + std::generic_category().message(error),
+                  errorCodeOfErrno(error));
 }
 
 /// A file without a name, or -1.
@@ -45,17 +45,17 @@ int openUnnamed(std::string const& folder) noexcept {
 
 } // namespace
 
-PendingSpace::PendingSpace(ZipOptions const& options)
-    : mostMemory_(options.maximumPendingMemory),
-      folder_(options.temporaryFolder) {}
+Space::Space(std::size_t mostMemory, std::string temporaryFolder)
+    : mostMemory_(mostMemory),
+      folder_(std::move(temporaryFolder)) {}
 
-PendingSpace::~PendingSpace() {
+Space::~Space() {
     if (file_ >= 0) {
         ::close(file_);
     }
 }
 
-bool PendingSpace::takeMemory(std::size_t bytes) noexcept {
+bool Space::takeMemory(std::size_t bytes) noexcept {
     std::size_t now = memory_;
     do {
         if (bytes > mostMemory_ || now > mostMemory_ - bytes) {
@@ -65,7 +65,7 @@ bool PendingSpace::takeMemory(std::size_t bytes) noexcept {
     return true;
 }
 
-void PendingSpace::openFile() {
+void Space::openFile() {
     int error = ENOENT;
     for (std::string const& folder :
          {folder_, std::string(folder_.empty() ? "/var/tmp" : ""), std::string("/tmp")}) {
@@ -82,10 +82,10 @@ void PendingSpace::openFile() {
             break; // who names a folder means it
         }
     }
-    fail("no temporary file for what is pending", error);
+    fail("no temporary file for what is written", error);
 }
 
-std::uint64_t PendingSpace::takeSlot() {
+std::uint64_t Space::takeSlot() {
     std::lock_guard const lock(mutex_);
     if (file_ < 0) {
         openFile();
@@ -99,7 +99,7 @@ std::uint64_t PendingSpace::takeSlot() {
     return slots_++;
 }
 
-void PendingSpace::giveSlot(std::uint64_t slot) noexcept {
+void Space::giveSlot(std::uint64_t slot) noexcept {
     std::lock_guard const lock(mutex_);
     free_.push_back(slot);
     if (free_.size() == slots_) { // so that a long life keeps no disk full
@@ -111,21 +111,20 @@ void PendingSpace::giveSlot(std::uint64_t slot) noexcept {
     }
 }
 
-std::uint64_t PendingSpace::fileSize() const {
+std::uint64_t Space::fileSize() const {
     struct stat file {};
     return file_ >= 0 && ::fstat(file_, &file) == 0 ? static_cast<std::uint64_t>(file.st_size) : 0;
 }
 
-void PendingSpace::write(std::uint64_t slot, std::size_t offset, char const* data,
-                         std::size_t count) {
-    auto at = static_cast<off_t>(slot * PendingBlock::fullSize + offset);
+void Space::write(std::uint64_t slot, std::size_t offset, char const* data, std::size_t count) {
+    auto at = static_cast<off_t>(slot * Block::fullSize + offset);
     while (count > 0) {
         ssize_t const done = ::pwrite(file_, data, count, at);
         if (done < 0) {
             if (errno == EINTR) {
                 continue;
             }
-            fail("what is pending could not be kept", errno);
+            fail("what is written could not be kept", errno);
         }
         data += done;
         at += done;
@@ -133,16 +132,15 @@ void PendingSpace::write(std::uint64_t slot, std::size_t offset, char const* dat
     }
 }
 
-void PendingSpace::read(std::uint64_t slot, std::size_t offset, char* buffer,
-                        std::size_t count) const {
-    auto at = static_cast<off_t>(slot * PendingBlock::fullSize + offset);
+void Space::read(std::uint64_t slot, std::size_t offset, char* buffer, std::size_t count) const {
+    auto at = static_cast<off_t>(slot * Block::fullSize + offset);
     while (count > 0) {
         ssize_t const done = ::pread(file_, buffer, count, at);
         if (done <= 0) {
             if (done < 0 && errno == EINTR) {
                 continue;
             }
-            fail("what is pending could not be read", done < 0 ? errno : EIO);
+            fail("what is written could not be read", done < 0 ? errno : EIO);
         }
         buffer += done;
         at += done;
@@ -150,14 +148,14 @@ void PendingSpace::read(std::uint64_t slot, std::size_t offset, char* buffer,
     }
 }
 
-PendingBlock::~PendingBlock() {
+Block::~Block() {
     space_.giveMemory(capacity_);
     if (isInFile_) {
         space_.giveSlot(slot_);
     }
 }
 
-bool PendingBlock::growTo(std::size_t size) {
+bool Block::growTo(std::size_t size) {
     std::size_t const capacity = std::bit_ceil(std::max(size, smallestBlock));
     if (!space_.takeMemory(capacity - capacity_)) {
         return false;
@@ -177,7 +175,7 @@ bool PendingBlock::growTo(std::size_t size) {
     return true;
 }
 
-void PendingBlock::goToFile() {
+void Block::goToFile() {
     slot_ = space_.takeSlot();
     isInFile_ = true;
     try {
@@ -191,7 +189,7 @@ void PendingBlock::goToFile() {
     space_.giveMemory(std::exchange(capacity_, 0));
 }
 
-void PendingBlock::write(std::size_t offset, char const* data, std::size_t count) {
+void Block::write(std::size_t offset, char const* data, std::size_t count) {
     std::size_t const end = offset + count;
     if (!isInFile_ && end > capacity_ && !growTo(end)) {
         goToFile();
@@ -214,7 +212,7 @@ void PendingBlock::write(std::size_t offset, char const* data, std::size_t count
     filled_ = std::max(filled_, end);
 }
 
-void PendingBlock::read(std::size_t offset, char* buffer, std::size_t count) const {
+void Block::read(std::size_t offset, char* buffer, std::size_t count) const {
     std::size_t const known = offset < filled_ ? std::min(count, filled_ - offset) : 0;
     if (known > 0 && isInFile_) {
         space_.read(slot_, offset, buffer, known);
@@ -224,4 +222,4 @@ void PendingBlock::read(std::size_t offset, char* buffer, std::size_t count) con
     std::memset(buffer + known, 0, count - known);
 }
 
-} // namespace foundation::storage::provider::zip::detail
+} // namespace foundation::storage::provider::spool
