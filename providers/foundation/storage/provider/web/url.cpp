@@ -141,6 +141,11 @@ std::optional<Url> Url::resolve(std::string_view reference) const {
     return parse(text_, std::string(reference));
 }
 
+Url Url::withTarget(std::string_view target) const {
+    std::size_t const end = text_.find('/', text_.find("://") + 3);
+    return Url(text_.substr(0, end).append(target), origin_);
+}
+
 bool Url::isSecure() const noexcept {
     return text_.starts_with("https:");
 }

@@ -21,6 +21,10 @@ class Url {
     /// says of a user is dropped. Nothing where it is malformed, or of another scheme.
     std::optional<Url> resolve(std::string_view reference) const;
 
+    /// The same server, asked for a path and a query that are sent as they stand, `.` and `..`
+    /// included. REQUIRES: a slash first, and nothing that must be encoded.
+    Url withTarget(std::string_view target) const;
+
     bool isSecure() const noexcept;
     bool hasSameOrigin(Url const& other) const noexcept { return origin_ == other.origin_; }
     /// As it is sent.

@@ -14,6 +14,8 @@
 
 namespace foundation::storage::provider::s3::detail {
 
+class Store;
+
 /// As a listing tells it.
 struct ListedObject {
     std::string key;
@@ -69,7 +71,11 @@ class Bucket {
   public:
     using Deadline = web::Deadline;
 
-    Bucket(std::string name, S3Options options);
+    /// Throws where the endpoint or the name make no address. Asks nothing yet.
+    Bucket(std::string const& name, S3Options options);
+    Bucket(Bucket const&) = delete;
+    Bucket& operator=(Bucket const&) = delete;
+    ~Bucket();
 
     S3Options const& options() const noexcept;
     Deadline deadline() const;
@@ -117,9 +123,7 @@ class Bucket {
     void abortUpload(std::string_view key, std::string_view upload, Deadline const& deadline) const;
 
   private:
-    std::string const name_;
-    S3Options const options_;
-    std::unique_ptr<web::Client const> client_;
+    std::unique_ptr<Store const> const store_;
 };
 
 } // namespace foundation::storage::provider::s3::detail

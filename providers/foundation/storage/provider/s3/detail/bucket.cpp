@@ -1,0 +1,75 @@
+#include <foundation/storage/provider/s3/detail/bucket.hpp>
+
+#include <foundation/storage/provider/s3/detail/object_read.hpp>
+#include <foundation/storage/provider/s3/detail/s3_xml.hpp>
+#include <foundation/storage/provider/s3/detail/store.hpp>
+
+namespace foundation::storage::provider::s3::detail {
+
+Bucket::Bucket(std::string const& name, S3Options options)
+    : store_(std::make_unique<Store const>(name, std::move(options))) {}
+
+Bucket::~Bucket() = default;
+
+S3Options const& Bucket::options() const noexcept {
+    return store_->options();
+}
+
+Bucket::Deadline Bucket::deadline() const {
+    return store_->client().deadline();
+}
+
+ListPage Bucket::list(ListQuery const& query, Deadline const& deadline) const {
+    Question question;
+    question.query = {{"list-type", "2"},
+                      {"encoding-type", "url"},
+                      {"max-keys", std::to_string(query.mostKeys)},
+                      {"prefix", query.prefix}};
+    if (query.isDelimited) {
+        question.query.emplace_back("delimiter", "/");
+    }
+    if (!query.continuation.empty()) {
+        question.query.emplace_back("continuation-token", query.continuation);
+    } else if (!query.startAfter.empty()) {
+        question.query.emplace_back("start-after", query.startAfter);
+    }
+    return listPageIn(store_->ask(question, deadline).body, query);
+}
+
+bool Bucket::exists(Deadline const& deadline) const {
+    try {
+        store_->ask({"HEAD"}, deadline);
+        return true;
+    } catch (StoreFailure const& failure) {
+        if (failure.status() == 404) {
+            return false;
+        }
+        throw;
+    }
+}
+
+std::optional<ObjectHead> Bucket::head(std::string_view key, Deadline const& deadline) const {
+    try {
+        Answer const answer = store_->ask({"HEAD", key}, deadline);
+        auto const size = web::AnswerHead{answer.status, answer.headers}.contentLength();
+        if (!size) {
+            throw wrongAnswer("an object has no size");
+        }
+        return objectHeadOf(answer.headers, *size);
+    } catch (StoreFailure const& failure) {
+        if (failure.status() == 404) {
+            return std::nullopt;
+        }
+        throw;
+    }
+}
+
+ObjectHead Bucket::read(std::string_view key, std::uint64_t offset, std::span<char> buffer,
+                        std::string_view eTag, Deadline const& deadline) const {
+    if (buffer.empty()) {
+        return headOfSame(*this, key, eTag, deadline);
+    }
+    return ObjectRead(*this, *store_, key, eTag).run(offset, buffer, deadline);
+}
+
+} // namespace foundation::storage::provider::s3::detail

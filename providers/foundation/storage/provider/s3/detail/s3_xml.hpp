@@ -1,0 +1,47 @@
+#pragma once
+
+#include <foundation/storage/provider/s3/detail/bucket.hpp>
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The documents that go to a store and come from it. Those that come are held to the question;
+/// whatever does not fit throws web::Failure, code IOError. None may have a document type, so that
+/// no text is longer than it was sent.
+namespace foundation::storage::provider::s3::detail {
+
+/// What a store answers at most: twice as much as a page of a thousand of the longest names.
+constexpr std::size_t largestDocument = std::size_t{16} * 1024 * 1024;
+
+struct StoreError {
+    std::string word;   ///< such as NoSuchKey
+    std::string region; ///< where it tells one
+};
+
+/// Nothing where it is not the document of an error.
+std::optional<StoreError> errorIn(std::string_view document);
+
+/// ListBucketResult.
+ListPage listPageIn(std::string document, ListQuery const& query);
+/// DeleteResult; what was missing already is no failure. `Word` tells which ones may pass.
+struct RefusedRemoval {
+    std::string key;
+    std::string word;
+};
+std::vector<RefusedRemoval> refusedRemovalsIn(std::string document);
+/// InitiateMultipartUploadResult.
+std::string uploadIn(std::string document);
+/// CopyObjectResult, CopyPartResult, CompleteMultipartUploadResult: the tag in the element.
+std::string tagIn(std::string document, char const* element);
+
+/// Delete; only failures are to be told.
+std::string removalOf(std::span<std::string const> keys);
+/// Whether a document can hold the key: UTF-8, and no control characters.
+bool canBeWritten(std::string_view key) noexcept;
+/// CompleteMultipartUpload.
+std::string completionOf(std::span<UploadedPart const> parts);
+
+} // namespace foundation::storage::provider::s3::detail

@@ -1,0 +1,107 @@
+#include <foundation/storage/provider/s3/detail/store.hpp>
+
+#include <foundation/storage/provider/s3/detail/digest.hpp>
+#include <foundation/storage/provider/s3/detail/encoding.hpp>
+#include <foundation/storage/provider/s3/detail/s3_xml.hpp>
+#include <foundation/storage/provider/s3/detail/signer.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <ctime>
+
+namespace foundation::storage::provider::s3::detail {
+
+namespace {
+
+/// A store refuses what is signed for a time further away than a quarter of an hour.
+constexpr std::int64_t largestSkew = 5 * 60;
+
+std::string queryOf(Question const& question) {
+    std::string query;
+    for (auto const& [name, value] : question.query) {
+        query.append(query.empty() ? "" : "&").append(encoded(name, Slash::Encoded));
+        query.append("=").append(encoded(value, Slash::Encoded));
+    }
+    return query;
+}
+
+/// A bucket that is elsewhere is a failure: what follows a redirect would go unsigned.
+web::WebOptions withoutRedirects(web::WebOptions options) {
+    options.redirects = 0;
+    return options;
+}
+
+} // namespace
+
+Store::Store(std::string_view bucket, S3Options options)
+    : options_(std::move(options)),
+      endpoint_(bucket, options_),
+      client_(endpoint_.home(), {}, withoutRedirects(options_.web)) {}
+
+std::int64_t Store::now() const {
+    return std::time(nullptr) + clockOffset_.load(std::memory_order_relaxed);
+}
+
+bool Store::mendClock(web::AnswerHead const& head) const {
+    auto const value = head.headers.find("Date");
+    auto const date = value ? web::parseHttpDate(*value) : std::nullopt;
+    if (!date || std::abs(*date - now()) < largestSkew) {
+        return false;
+    }
+    clockOffset_.store(*date - std::time(nullptr), std::memory_order_relaxed);
+    return true;
+}
+
+std::unique_ptr<web::Exchange> Store::send(Question const& question,
+                                           web::Deadline const& deadline) const {
+    for (bool isMended = false;;) {
+        web::Request request{question.method, endpoint_.of(question.key, queryOf(question)),
+                             question.headers};
+        request.headers.add("x-amz-content-sha256", hex(sha256({})));
+        sign(request, options_.credentials, {options_.region}, now());
+        auto answer = client_.send(request, deadline);
+        web::AnswerHead const& head = answer->head(deadline);
+        if (head.status != 403 || isMended || !mendClock(head)) {
+            return answer;
+        }
+        isMended = true;
+        answer->finish();
+    }
+}
+
+Answer Store::read(web::Exchange& exchange, web::Deadline const& deadline) const {
+    web::AnswerHead const& head = exchange.head(deadline);
+    Answer answer{head.status, head.headers, {}};
+    std::array<char, 16 * 1024> buffer; // NOLINT(*-member-init): filled by the next call
+    while (std::size_t const got = exchange.read(buffer, deadline)) {
+        if (answer.body.size() + got > largestDocument) {
+            throw wrongAnswer("it is longer than any");
+        }
+        answer.body.append(buffer.data(), got);
+    }
+    return answer;
+}
+
+Answer Store::ask(Question const& question, web::Deadline const& deadline) const {
+    for (unsigned attempt = 1;; ++attempt) {
+        auto const exchange = send(question, deadline);
+        try {
+            Answer answer = read(*exchange, deadline);
+            auto const failure =
+                failureOf(answer.status, answer.headers, answer.body, options_.credentials);
+            if (!failure) {
+                return answer;
+            }
+            throw *failure;
+        } catch (web::Failure const& failure) {
+            bool const wasRepeated = web::mayPass(exchange->head(deadline).status);
+            if (!failure.mayPass() || wasRepeated || attempt >= options_.web.attempts) {
+                throw;
+            }
+            client_.pauseBefore(attempt + 1, {}, deadline, failure);
+        }
+    }
+}
+
+} // namespace foundation::storage::provider::s3::detail
