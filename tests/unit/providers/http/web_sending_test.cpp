@@ -159,9 +159,8 @@ TEST_F(WebSending, IsPatientWhileTheServerTakesSomething) {
 TEST_F(WebSending, KeepsMethodAndBodyOverRedirects) {
     std::string const bytes = content(1000);
     for (char const* const status : {"301", "302", "307", "308"}) {
-        EXPECT_EQ(
-            sent(client(), put("/takes-elsewhere/1000?" + std::string(status), bytes)),
-            "200 1000 bytes, right");
+        EXPECT_EQ(sent(client(), put("/takes-elsewhere/1000?" + std::string(status), bytes)),
+                  "200 1000 bytes, right");
     }
     EXPECT_EQ(server_.countOf("PUT\t/takes/1000"), 4U);
 }
@@ -178,9 +177,8 @@ TEST_F(WebSending, FollowsNoRedirectThatChangesTheMethod) {
 TEST_F(WebSending, PassesOnWhyABodyCannotBeRead) {
     Client const web = client();
     Request request{"PUT", at("/takes/1000")};
-    request.body = Body{1000, [](std::uint64_t, std::span<char>) {
-                            throw std::out_of_range("the disk is gone");
-                        }};
+    request.body = Body{
+        1000, [](std::uint64_t, std::span<char>) { throw std::out_of_range("the disk is gone"); }};
     EXPECT_THROW(web.send(request, web.deadline()), std::out_of_range);
 }
 

@@ -102,8 +102,8 @@ ObjectRead::Outcome ObjectRead::step(std::uint64_t offset, std::span<char> buffe
     }
     if (head.status != 200 && head.status != 206) {
         Answer const answer = store_.read(*exchange, deadline);
-        auto const failure = failureOf(answer.status, answer.headers, answer.body,
-                                       store_.options().credentials);
+        auto const failure =
+            failureOf(answer.status, answer.headers, answer.body, store_.options().credentials);
         if (!failure) {
             throw wrongAnswer("it is neither the object nor an error");
         }
@@ -114,9 +114,9 @@ ObjectRead::Outcome ObjectRead::step(std::uint64_t offset, std::span<char> buffe
     }
     std::uint64_t left = takeHead(head, first, last);
     while (left > 0) {
-        auto const room = buffer.subspan(static_cast<std::size_t>(done_),
-                                         static_cast<std::size_t>(std::min<std::uint64_t>(
-                                             left, buffer.size() - done_)));
+        auto const room = buffer.subspan(
+            static_cast<std::size_t>(done_),
+            static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size() - done_)));
         std::size_t const got = exchange->read(room, deadline);
         if (got == 0) {
             throw Failure(ErrorCode::IOError, "the object broke off before its end",

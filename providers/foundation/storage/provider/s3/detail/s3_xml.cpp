@@ -106,8 +106,7 @@ void hold(ListedObject const& object, ListQuery const& query) {
     if (!object.key.starts_with(query.prefix)) {
         throw wrongAnswer("a key is not among those that were asked for");
     }
-    if (query.continuation.empty() && !query.startAfter.empty() &&
-        object.key <= query.startAfter) {
+    if (query.continuation.empty() && !query.startAfter.empty() && object.key <= query.startAfter) {
         throw wrongAnswer("the listing does not advance");
     }
     if (query.isDelimited && object.key.find('/', query.prefix.size()) != std::string::npos) {
@@ -141,14 +140,29 @@ std::string continuationIn(pugi::xml_node root, ListQuery const& query) {
 void append(std::string& document, std::string_view text) {
     for (char const c : text) {
         switch (c) {
-        case '&': document += "&amp;"; break;
-        case '<': document += "&lt;"; break;
-        case '>': document += "&gt;"; break;
-        case '"': document += "&quot;"; break;
-        case '\t': document += "&#9;"; break;
-        case '\n': document += "&#10;"; break;
-        case '\r': document += "&#13;"; break;
-        default: document += c;
+        case '&':
+            document += "&amp;";
+            break;
+        case '<':
+            document += "&lt;";
+            break;
+        case '>':
+            document += "&gt;";
+            break;
+        case '"':
+            document += "&quot;";
+            break;
+        case '\t':
+            document += "&#9;";
+            break;
+        case '\n':
+            document += "&#10;";
+            break;
+        case '\r':
+            document += "&#13;";
+            break;
+        default:
+            document += c;
         }
     }
 }
@@ -246,8 +260,12 @@ std::string completionOf(std::span<UploadedPart const> parts) {
 bool canBeWritten(std::string_view key) noexcept {
     for (std::size_t i = 0; i < key.size();) {
         auto const first = static_cast<unsigned char>(key[i]);
-        std::size_t const more = first < 0x80 ? 0 : first < 0xc2 ? 4 : first < 0xe0 ? 1
-                                                : first < 0xf0 ? 2 : first < 0xf5 ? 3 : 4;
+        std::size_t const more = first < 0x80   ? 0
+                                 : first < 0xc2 ? 4
+                                 : first < 0xe0 ? 1
+                                 : first < 0xf0 ? 2
+                                 : first < 0xf5 ? 3
+                                                : 4;
         if (more == 4 || key.size() - i <= more) {
             return false;
         }

@@ -44,9 +44,9 @@ std::string trimmed(std::string_view value) {
 
 /// What proxies add to, or change, is left out.
 bool isSigned(std::string_view name) noexcept {
-    constexpr std::array<std::string_view, 7> others{"accept",     "accept-encoding", "authorization",
-                                                     "connection", "content-length",  "expect",
-                                                     "user-agent"};
+    constexpr std::array<std::string_view, 7> others{
+        "accept",         "accept-encoding", "authorization", "connection",
+        "content-length", "expect",          "user-agent"};
     return std::find(others.begin(), others.end(), name) == others.end();
 }
 
@@ -168,8 +168,7 @@ void sign(web::Request& request, Credentials const& credentials, SigningScope co
     request.headers.add("Authorization",
                         std::string(algorithm) + " Credential=" + credentials.accessKey + '/' +
                             scopeText(time, scope) + ",SignedHeaders=" + signedNames(fields) +
-                            ",Signature=" +
-                            signatureOf(credentials.secretKey, time, scope, text));
+                            ",Signature=" + signatureOf(credentials.secretKey, time, scope, text));
 }
 
 } // namespace foundation::storage::provider::s3::detail

@@ -37,7 +37,12 @@ web::WebOptions withoutRedirects(web::WebOptions options) {
 Store::Store(std::string_view bucket, S3Options options)
     : options_(std::move(options)),
       endpoint_(bucket, options_),
-      client_(endpoint_.home(), {}, withoutRedirects(options_.web)) {}
+      client_(endpoint_.home(),
+              {.sign =
+                   [this](web::Request& request) {
+                       detail::sign(request, options_.credentials, {options_.region}, now());
+                   }},
+              withoutRedirects(options_.web)) {}
 
 std::int64_t Store::now() const {
     return std::time(nullptr) + clockOffset_.load(std::memory_order_relaxed);
@@ -59,7 +64,6 @@ std::unique_ptr<web::Exchange> Store::send(Question const& question,
         web::Request request{question.method, endpoint_.of(question.key, queryOf(question)),
                              question.headers};
         request.headers.add("x-amz-content-sha256", hex(sha256({})));
-        sign(request, options_.credentials, {options_.region}, now());
         auto answer = client_.send(request, deadline);
         web::AnswerHead const& head = answer->head(deadline);
         if (head.status != 403 || isMended || !mendClock(head)) {

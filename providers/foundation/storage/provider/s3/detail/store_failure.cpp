@@ -46,11 +46,18 @@ constexpr std::array rows{
 
 /// Though their status is that of a request that is wrong: bytes were lost on the way, or others
 /// were quicker.
-constexpr std::array<std::string_view, 12> passing{
-    "BadDigest",         "ConditionalRequestConflict", "IncompleteBody", "InternalError",
-    "OperationAborted",  "RequestTimeout",             "ServiceUnavailable",
-    "SlowDown",          "Throttling",                 "Busy",
-    "RequestLimitExceeded", "XAmzContentSHA256Mismatch"};
+constexpr std::array<std::string_view, 12> passing{"BadDigest",
+                                                   "ConditionalRequestConflict",
+                                                   "IncompleteBody",
+                                                   "InternalError",
+                                                   "OperationAborted",
+                                                   "RequestTimeout",
+                                                   "ServiceUnavailable",
+                                                   "SlowDown",
+                                                   "Throttling",
+                                                   "Busy",
+                                                   "RequestLimitExceeded",
+                                                   "XAmzContentSHA256Mismatch"};
 
 bool isLetterOrDigit(char c) noexcept {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
@@ -85,8 +92,7 @@ ErrorCode errorCodeOfWord(std::string_view word, int status) noexcept {
 }
 
 bool mayPassByWord(std::string_view word, int status) noexcept {
-    return web::mayPass(status) ||
-           std::find(passing.begin(), passing.end(), word) != passing.end();
+    return web::mayPass(status) || std::find(passing.begin(), passing.end(), word) != passing.end();
 }
 
 std::optional<StoreFailure> failureOf(int status, web::Headers const& headers,
@@ -102,10 +108,10 @@ std::optional<StoreFailure> failureOf(int status, web::Headers const& headers,
     if (region.empty() && error) {
         region = error->region;
     }
-    bool const isElsewhere = (status >= 300 && status < 400) || word == "PermanentRedirect" ||
-                             word == "AuthorizationHeaderMalformed" || word == "IncorrectEndpoint" ||
-                             word == "IllegalLocationConstraintException" ||
-                             (status == 400 && word.empty());
+    bool const isElsewhere =
+        (status >= 300 && status < 400) || word == "PermanentRedirect" ||
+        word == "AuthorizationHeaderMalformed" || word == "IncorrectEndpoint" ||
+        word == "IllegalLocationConstraintException" || (status == 400 && word.empty());
     if (isElsewhere) {
         std::string const place = shown(region, "-", credentials);
         text += place.empty() ? ": the bucket may be elsewhere"
