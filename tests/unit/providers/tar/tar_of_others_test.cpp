@@ -5,7 +5,7 @@
 
 #include <foundation/storage/provider/tar/tar_factory.hpp>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdlib>
 
@@ -111,19 +111,23 @@ TEST_P(TarOfOtherPrograms, IsReadAsTheyReadIt) {
 INSTANTIATE_TEST_SUITE_P(Archives, TarOfOtherPrograms, ::testing::ValuesIn(programs),
                          [](auto const& test) { return std::string(test.param.title); });
 
-TEST(TarOfSevenZip, HasItsNamesComposed) {
+TEST(TarOfSevenZip, HasItsNamesComposedAndSaysHowManyBecameOne) {
     if (!provider::test::isInstalled("7z")) {
         GTEST_SKIP() << "7z is not installed";
     }
     WorkFolder const folder;
     std::string const archive = folder.path() + "/archive";
     std::string const make = "cd " + folder.path() +
-                             " && echo 1 > \"$(printf 'e\\314\\201')\" && LC_ALL=C.UTF-8 7z a " +
+                             " && for f in 'e\\314\\201' 'e\\303\\251' 'ee\\314\\201'; do"
+                             " echo 1 > \"$(printf $f)\"; done && LC_ALL=C.UTF-8 7z a " +
                              archive + ".7z e* > log && mv " + archive + ".7z " + archive + ".tar";
     ASSERT_EQ(std::system(make.c_str()), 0);
 
-    EXPECT_EQ(open(archive, {.sevenZip = true})->exists(inside(archive, "\u00e9")),
-              ExistsResult::File);
+    auto const provider = open(archive, {.sevenZip = true});
+
+    EXPECT_THAT(namesOf(provider->listAll(inside(archive, ""), u"")),
+                ::testing::UnorderedElementsAre("\u00e9", "e\u00e9"));
+    EXPECT_EQ(provider->getExtendedAttributes(inside(archive, "")).at("tar.replaced"), "1");
 }
 
 } // namespace

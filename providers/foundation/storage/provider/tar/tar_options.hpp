@@ -14,7 +14,7 @@ struct TarOptions {
     bool sevenZip = false;
     /// Members and folders, also those that only the names of others imply.
     std::uint32_t maximumEntries = 1'000'000;
-    /// Bytes that the directory may take in memory: some 90 for each of them, their names and the
+    /// Bytes that the directory may take in memory: 54 to 60 for each of them, their names and the
     /// targets of links.
     std::uint64_t maximumDirectoryMemory = std::uint64_t{64} * 1024 * 1024;
     /// Folders above a member.

@@ -236,6 +236,9 @@ ExtendedAttributes TarProvider::getExtendedAttributes(StorageIRI const& location
         if (found.index().leftOut() != 0) {
             result["tar.left-out"] = std::to_string(found.index().leftOut());
         }
+        if (found.index().replaced() != 0) {
+            result["tar.replaced"] = std::to_string(found.index().replaced());
+        }
     }
     if (found.member().access == detail::Access::Encrypted) {
         result["tar.encrypted"] = "yes";

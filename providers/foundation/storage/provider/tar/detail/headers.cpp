@@ -51,7 +51,6 @@ class HeaderReader {
             start(Charset::Utf8);
             isMore = reader_->next();
         }
-        index_->reserve(mostMembers());
         isInOnePiece_ = format == ARCHIVE_FORMAT_TAR || format == ARCHIVE_FORMAT_CPIO ||
                         format == ARCHIVE_FORMAT_AR;
         for (std::uint64_t headers = 1; isMore; ++headers) {
@@ -71,15 +70,6 @@ class HeaderReader {
   private:
     [[noreturn]] void fail(ErrorCode code) const {
         throw Exception(code, source_.item().getLocation());
-    }
-
-    /// A header of tar takes a block, one of the other formats some bytes, and so does any that is
-    /// compressed.
-    std::uint64_t mostMembers() const {
-        std::uint64_t const size = source_.item().getFileAttributes().values().size.value_or(0);
-        bool const isInBlocks =
-            reader_->format() == ARCHIVE_FORMAT_TAR && source_.compression() == Compression::None;
-        return isInBlocks ? size / 512 : size;
     }
 
     void start(Charset charset) {
@@ -125,7 +115,9 @@ class HeaderReader {
         Member member;
         member.kind = kindOf(entry);
         member.mode = static_cast<std::uint16_t>(::archive_entry_perm(&entry) & 07777U);
-        member.lastModified = timeOf(entry);
+        Timestamp const time = timeOf(entry);
+        member.seconds = time.seconds;
+        member.nanoseconds = time.nanoseconds;
         if (member.kind == EntryKind::File && ::archive_entry_size(&entry) > 0) {
             member.size = static_cast<std::uint64_t>(::archive_entry_size(&entry));
         }

@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/container/name_hash.hpp>
 
 #include <algorithm>
+#include <bit>
 #include <limits>
 #include <utility>
 
@@ -14,22 +15,24 @@ using container::hashOfChild;
 
 namespace {
 
-constexpr std::uint16_t usualFolderMode = 0755;
+constexpr std::size_t smallestTable = 16;
+/// What a folder is that only the paths of others tell of.
+constexpr Member impliedFolder = {.place = TarIndex::none, .mode = 0755, .kind = EntryKind::Folder};
 
 } // namespace
 
-TarIndex::TarIndex(TarOptions const& options) : options_(options) {
-    members_.push_back({.mode = usualFolderMode, .kind = EntryKind::Folder});
-    entries_.emplace_back();
-    makeTable(16);
+TarIndex::TarIndex(TarOptions const& options)
+    : options_(options),
+      table_(smallestTable, none),
+      hashBits_(~static_cast<std::uint32_t>(
+          std::bit_ceil(std::uint64_t{options.maximumEntries} + 2) - 1)) {
+    names_.append("");
+    entries_.append({.member = append(impliedFolder)});
 }
 
-/// What is not used is never touched, and takes no memory; growing would take twice as much.
-void TarIndex::reserve(std::uint64_t members) {
-    auto const most =
-        static_cast<std::size_t>(std::min<std::uint64_t>(members, options_.maximumEntries) + 1);
-    entries_.reserve(most);
-    members_.reserve(most);
+std::uint32_t TarIndex::append(Member const& member) {
+    members_.append(member);
+    return static_cast<std::uint32_t>(members_.size() - 1);
 }
 
 std::uint64_t TarIndex::memory() const noexcept {
@@ -37,54 +40,66 @@ std::uint64_t TarIndex::memory() const noexcept {
            table_.size() * sizeof(Number);
 }
 
-bool TarIndex::hasRoomFor(std::size_t bytes) const noexcept {
+bool TarIndex::hasRoomFor(std::uint64_t bytes) const noexcept {
     return names_.size() + bytes <= std::numeric_limits<std::uint32_t>::max() &&
            memory() + bytes <= options_.maximumDirectoryMemory;
 }
 
-void TarIndex::makeTable(std::size_t slots) {
+std::size_t TarIndex::slotOf(std::uint64_t hash) const noexcept {
+    return static_cast<std::size_t>((hash >> 32) * table_.size() >> 32);
+}
+
+/// REQUIRES: it is not there.
+void TarIndex::enterInTable(Number entry, std::string_view name) {
+    std::uint64_t const hash = hashOfChild(entries_[entry].parent, name);
+    std::size_t slot = slotOf(hash);
+    while (table_[slot] != none) {
+        slot = behind(slot);
+    }
+    table_[slot] = entry | (static_cast<std::uint32_t>(hash) & hashBits_);
+}
+
+/// Twice as large, or as large as it can ever have to be. False where there is no room for that.
+bool TarIndex::growTable() {
+    std::uint64_t const most = std::uint64_t{options_.maximumEntries} * 5 / 4 + smallestTable;
+    auto const slots = static_cast<std::size_t>(std::min<std::uint64_t>(table_.size() * 2, most));
+    if (!hasRoomFor((slots - table_.size()) * sizeof(Number))) {
+        return false;
+    }
     table_ = {}; // so that the old one and the new one are not there at once
     table_.assign(slots, none);
     for (Number entry = 1; entry < entries_.size(); ++entry) {
-        std::uint64_t slot = hashOfChild(entries_[entry].parent, nameOf(entry));
-        while (table_[slot & (slots - 1)] != none) {
-            ++slot;
-        }
-        table_[slot & (slots - 1)] = entry;
+        enterInTable(entry, nameOf(entry));
     }
+    return true;
 }
 
 TarIndex::Number TarIndex::child(Number folder, std::string_view name) const noexcept {
-    for (std::uint64_t slot = hashOfChild(folder, name);; ++slot) {
-        Number const entry = table_[slot & (table_.size() - 1)];
-        if (entry == none || (entries_[entry].parent == folder && nameOf(entry) == name)) {
+    std::uint64_t const hash = hashOfChild(folder, name);
+    for (std::size_t slot = slotOf(hash); table_[slot] != none; slot = behind(slot)) {
+        Number const entry = table_[slot] & ~hashBits_;
+        bool const isLike = ((table_[slot] ^ hash) & hashBits_) == 0;
+        if (isLike && entries_[entry].parent == folder && nameOf(entry) == name) {
             return entry;
         }
     }
+    return none;
 }
 
-/// A folder that is implied, until it is told what it is. REQUIRES: there is no such child.
-TarIndex::Number TarIndex::enter(Number folder, std::string_view name) {
-    if (entries_.size() > options_.maximumEntries || !hasRoomFor(name.size())) {
-        return none;
-    }
-    if ((entries_.size() + 1) * 5 / 4 > table_.size()) {
-        makeTable(table_.size() * 2);
+/// REQUIRES: the spot is free.
+TarIndex::Added TarIndex::enter(Spot const& spot, std::uint32_t member) {
+    if (entries_.size() > options_.maximumEntries ||
+        !hasRoomFor(spot.name.size() + 1 + sizeof(Entry)) ||
+        (entries_.size() * 5 / 4 >= table_.size() && !growTable())) {
+        return Added::TooMany;
     }
     auto const number = static_cast<Number>(entries_.size());
-    Entry& entry = entries_.emplace_back();
-    entry.name = static_cast<std::uint32_t>(names_.size());
-    entry.nameSize = static_cast<std::uint16_t>(name.size());
-    entry.parent = folder;
-    names_ += name;
     // In reverse, until finish() turns them round: so there is no last child to remember.
-    entry.next = std::exchange(entries_[folder].firstChild, number);
-    std::uint64_t slot = hashOfChild(folder, name);
-    while (table_[slot & (table_.size() - 1)] != none) {
-        ++slot;
-    }
-    table_[slot & (table_.size() - 1)] = number;
-    return number;
+    std::uint64_t& firstChild = members_[entries_[spot.folder].member].place;
+    auto const next = static_cast<Number>(std::exchange(firstChild, number));
+    entries_.append({names_.append(spot.name), spot.folder, next, member});
+    enterInTable(number, spot.name);
+    return Added::Yes;
 }
 
 TarIndex::Number TarIndex::folderFor(std::string_view path, Added& result) {
@@ -103,10 +118,12 @@ TarIndex::Number TarIndex::folderFor(std::string_view path, Added& result) {
         rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
         Number next = child(folder, name);
         if (next == none) {
-            next = enter(folder, name);
+            next = static_cast<Number>(entries_.size());
+            result = enter({folder, name}, append(impliedFolder));
+        } else if (!isFolder(next)) {
+            result = Added::LeftOut;
         }
-        if (next == none || !isFolder(next)) {
-            result = next == none ? Added::TooMany : Added::LeftOut;
+        if (result != Added::Yes) {
             return none;
         }
         folder = next;
@@ -116,11 +133,8 @@ TarIndex::Number TarIndex::folderFor(std::string_view path, Added& result) {
     return folder;
 }
 
-/// The entry for a member, new or not; none where there can be none.
-TarIndex::Number TarIndex::place(std::string_view path, bool isFolder, Added& result) {
-    if (path.empty() && isFolder) {
-        return root;
-    }
+/// For a member whose path is not that of the root. Nothing, where `result` is not Yes.
+TarIndex::Spot TarIndex::spotFor(std::string_view path, bool isFolder, Added& result) {
     if (path.ends_with('/')) {
         path.remove_suffix(1);
     }
@@ -129,43 +143,47 @@ TarIndex::Number TarIndex::place(std::string_view path, bool isFolder, Added& re
     std::string_view const name = isAtTop ? path : path.substr(slash + 1);
     if (!container::isMemberName(name) || slash == 0) {
         result = Added::LeftOut;
-        return none;
+        return {};
     }
     Number const folder = isAtTop ? root : folderFor(path.substr(0, slash), result);
     if (folder == none) {
-        return none;
+        return {};
     }
-    Number number = child(folder, name);
-    if (number == none) {
-        number = enter(folder, name);
-        if (number == none) {
-            result = Added::TooMany;
-        }
-    } else if (this->isFolder(number) != isFolder) {
+    Number const entry = child(folder, name);
+    if (entry != none && this->isFolder(entry) != isFolder) {
         result = Added::LeftOut;
-        return none;
     }
-    return number;
+    return {folder, name, entry};
 }
 
 TarIndex::Added TarIndex::add(std::string_view path, Member const& member,
                               std::string_view target) {
     lastMember_ = none;
+    bool const isFolder = member.kind == EntryKind::Folder;
     Added result = Added::Yes;
-    Number const entry = place(path, member.kind == EntryKind::Folder, result);
-    if (entry == none) {
+    Spot const spot =
+        path.empty() && isFolder ? Spot{.entry = root} : spotFor(path, isFolder, result);
+    if (result != Added::Yes) {
         return result;
     }
-    if (!hasRoomFor(target.size())) {
+    Member entered = member;
+    if (isFolder && spot.entry != none) { // told of once more, or not only implied
+        Member& told = members_[entries_[spot.entry].member];
+        entered.place = told.place;
+        told = entered;
+        return Added::Yes;
+    }
+    if (!hasRoomFor(sizeof(Member) + target.size() + 1)) {
         return Added::TooMany;
     }
-    lastMember_ = static_cast<std::uint32_t>(members_.size());
-    Member& entered = members_.emplace_back(member);
-    entered.target = static_cast<std::uint32_t>(names_.size());
-    entered.targetSize = static_cast<std::uint32_t>(target.size());
-    names_ += target;
-    entries_[entry].member = lastMember_;
-    return Added::Yes;
+    if (isFolder) {
+        entered.place = none;
+    } else if (member.kind == EntryKind::Link) {
+        entered.place = names_.append(target);
+    }
+    std::uint32_t const number = append(entered);
+    lastMember_ = member.kind == EntryKind::File ? number : none;
+    return putAt(spot, number);
 }
 
 /// Without going by links.
@@ -202,12 +220,11 @@ TarIndex::Added TarIndex::addHardLink(std::string_view path, std::string_view to
         return add(path, missing, {});
     }
     Added result = Added::Yes;
-    Number const entry = place(path, false, result);
-    if (entry == none) {
+    Spot const spot = spotFor(path, false, result);
+    if (result != Added::Yes) {
         return result;
     }
     std::uint32_t const shared = entries_[target].member;
-    entries_[entry].member = shared;
     Member& common = members_[shared];
     if (member.size != 0 && common.kind == EntryKind::File) {
         common.size = member.size;
@@ -215,6 +232,16 @@ TarIndex::Added TarIndex::addHardLink(std::string_view path, std::string_view to
         common.access = member.access;
         lastMember_ = shared;
     }
+    return putAt(spot, shared);
+}
+
+/// No folder, which is told of elsewhere.
+TarIndex::Added TarIndex::putAt(Spot const& spot, std::uint32_t member) {
+    if (spot.entry == none) {
+        return enter(spot, member);
+    }
+    replaced_ += entries_[spot.entry].member != member ? 1 : 0;
+    entries_[spot.entry].member = member;
     return Added::Yes;
 }
 
@@ -226,20 +253,17 @@ void TarIndex::changeLast(Access access, std::uint64_t place) noexcept {
 }
 
 void TarIndex::finish() {
-    for (Entry& entry : entries_) {
+    for (Number folder = 0; folder < entries_.size(); ++folder) {
+        if (!isFolder(folder)) {
+            continue;
+        }
+        std::uint64_t& firstChild = members_[entries_[folder].member].place;
         Number reversed = none;
-        for (Number child = entry.firstChild; child != none;) {
+        for (auto child = static_cast<Number>(firstChild); child != none;) {
             Number const next = std::exchange(entries_[child].next, reversed);
             reversed = std::exchange(child, next);
         }
-        entry.firstChild = reversed;
-    }
-    // Of a large one, the end was never touched, and so takes no memory.
-    constexpr std::size_t small = 16'384;
-    if (entries_.size() < small) {
-        entries_.shrink_to_fit();
-        members_.shrink_to_fit();
-        names_.shrink_to_fit();
+        firstChild = reversed;
     }
 }
 
@@ -251,7 +275,7 @@ AttributeValues TarIndex::attributesOf(Number entry) const {
     }
     values.mode = member.mode;
     values.writable = (member.mode & 0200) != 0;
-    values.lastModified = member.lastModified;
+    values.lastModified = {member.seconds, member.nanoseconds};
     return values;
 }
 
