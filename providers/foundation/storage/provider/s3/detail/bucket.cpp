@@ -3,11 +3,13 @@
 #include <foundation/storage/provider/s3/detail/object_read.hpp>
 #include <foundation/storage/provider/s3/detail/s3_xml.hpp>
 #include <foundation/storage/provider/s3/detail/store.hpp>
+#include <foundation/storage/provider/s3/detail/upload_ledger.hpp>
 
 namespace foundation::storage::provider::s3::detail {
 
 Bucket::Bucket(std::string const& name, S3Options options)
-    : store_(std::make_unique<Store const>(name, std::move(options))) {}
+    : store_(std::make_unique<Store const>(name, std::move(options))),
+      uploads_(std::make_unique<UploadLedger>()) {}
 
 Bucket::~Bucket() = default;
 

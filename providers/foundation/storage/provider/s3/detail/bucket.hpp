@@ -14,7 +14,9 @@
 
 namespace foundation::storage::provider::s3::detail {
 
+struct Doubt;
 class Store;
+class UploadLedger;
 
 /// As a listing tells it.
 struct ListedObject {
@@ -54,6 +56,14 @@ struct PutConditions {
 struct UploadedPart {
     unsigned number = 0; ///< from 1
     std::string eTag;
+    std::uint64_t size = 0;
+};
+
+/// One that is neither completed nor aborted.
+struct ListedUpload {
+    std::string key;
+    std::string upload;
+    std::int64_t begun = 0; ///< nanoseconds since 1970
 };
 
 struct KeyFailure {
@@ -93,10 +103,14 @@ class Bucket {
     ObjectHead read(std::string_view key, std::uint64_t offset, std::span<char> buffer,
                     std::string_view eTag, Deadline const& deadline) const;
 
-    /// PutObject; returns the tag.
+    /// PutObject; returns the tag. A put only where nothing is, is sent again where its answer is
+    /// lost and nothing is there yet; what is there then counts as its own where it has these bytes
+    /// and is no older than the call.
     std::string put(std::string_view key, std::span<char const> content,
                     PutConditions const& conditions, Deadline const& deadline) const;
-    /// CopyObject within the store. `source` is BUCKET/KEY, not encoded. Returns the tag.
+    /// CopyObject within the store. `source` is BUCKET/KEY, not encoded. Returns the tag. Metadata,
+    /// where there is some, comes in place of that of the source. Stores know no copy only where
+    /// nothing is: it is looked before.
     std::string copy(std::string_view source, std::string_view key, PutConditions const& conditions,
                      std::string_view sourceTag, Deadline const& deadline) const;
     /// DeleteObject; a missing one is no failure.
@@ -105,25 +119,42 @@ class Bucket {
     std::vector<KeyFailure> remove(std::span<std::string const> keys,
                                    Deadline const& deadline) const;
 
-    /// CreateMultipartUpload; returns its id.
+    /// CreateMultipartUpload; returns its id. Where an answer is lost, the uploads of the key that
+    /// were begun since and that nobody in this process knows are aborted, as long as there are no
+    /// more of them than lost answers, and nobody here begins another one of the same key.
     std::string beginUpload(std::string_view key, PutConditions const& conditions,
                             Deadline const& deadline) const;
     /// UploadPart.
     UploadedPart uploadPart(std::string_view key, std::string_view upload, unsigned number,
                             std::span<char const> content, Deadline const& deadline) const;
-    /// UploadPartCopy: bytes [offset, offset + size) of `source`, which still has `sourceTag`.
+    /// UploadPartCopy: bytes [offset, offset + size) of `source`, which still has `sourceTag`. Some
+    /// stores do not look at the tag: whoever copies in parts asks for the tag once more before
+    /// the upload is completed, or may have a mixture of two versions.
     UploadedPart copyPart(std::string_view key, std::string_view upload, unsigned number,
                           std::string_view source, std::string_view sourceTag, std::uint64_t offset,
                           std::uint64_t size, Deadline const& deadline) const;
-    /// CompleteMultipartUpload; also where the answer to it was lost and the object is there.
+    /// CompleteMultipartUpload; also where the answer to it was lost and the object is there. Some
+    /// stores do not know the condition for it: it is looked before, too.
     std::string completeUpload(std::string_view key, std::string_view upload,
                                std::span<UploadedPart const> parts, PutConditions const& conditions,
                                Deadline const& deadline) const;
     /// AbortMultipartUpload; one that is gone is no failure.
     void abortUpload(std::string_view key, std::string_view upload, Deadline const& deadline) const;
+    /// ListMultipartUploads: the first thousand of keys with this prefix.
+    std::vector<ListedUpload> listUploads(std::string_view prefix, Deadline const& deadline) const;
 
   private:
+    std::optional<std::string> ownPut(std::string_view key, std::span<char const> content,
+                                      Doubt const& doubt, Deadline const& deadline) const;
+    std::optional<std::string> ownUpload(std::string_view key, std::span<UploadedPart const> parts,
+                                         Doubt const& doubt, bool isGone,
+                                         Deadline const& deadline) const;
+    bool isSame(std::string_view key, std::span<char const> content, ObjectHead const& head,
+                Deadline const& deadline) const;
+    void abortLostUploads(std::string_view key, Doubt const& doubt) const;
+
     std::unique_ptr<Store const> const store_;
+    std::unique_ptr<UploadLedger> const uploads_;
 };
 
 } // namespace foundation::storage::provider::s3::detail

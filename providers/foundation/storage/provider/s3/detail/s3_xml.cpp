@@ -53,6 +53,12 @@ std::string_view textOf(pugi::xml_node parent, char const* child) {
     return parent.child(child).text().get();
 }
 
+/// As the fields of an answer have it; some stores leave the quotes out of documents.
+std::string tagIn(pugi::xml_node parent) {
+    std::string tag(textOf(parent, "ETag"));
+    return tag.empty() || tag.ends_with('"') ? tag : '"' + tag + '"';
+}
+
 std::string nameIn(std::string_view text, bool isEncoded) {
     if (!isEncoded) {
         return std::string(text);
@@ -99,7 +105,7 @@ ListedObject objectIn(pugi::xml_node node, bool isEncoded) {
         throw wrongAnswer("an object has no size");
     }
     return {nameIn(textOf(node, "Key"), isEncoded), *size, timeIn(textOf(node, "LastModified")),
-            std::string(textOf(node, "ETag"))};
+            tagIn(node)};
 }
 
 void hold(ListedObject const& object, ListQuery const& query) {
@@ -215,6 +221,18 @@ std::vector<RefusedRemoval> refusedRemovalsIn(std::string document) {
     return refused;
 }
 
+std::vector<ListedUpload> uploadsIn(std::string document) {
+    Document const read(std::move(document), "ListMultipartUploadsResult");
+    bool const isEncoded = textOf(read.root(), "EncodingType") == "url";
+    std::vector<ListedUpload> uploads;
+    for (pugi::xml_node const node : read.root().children("Upload")) {
+        uploads.push_back({nameIn(textOf(node, "Key"), isEncoded),
+                           std::string(textOf(node, "UploadId")),
+                           timeIn(textOf(node, "Initiated"))});
+    }
+    return uploads;
+}
+
 std::string uploadIn(std::string document) {
     Document const read(std::move(document), "InitiateMultipartUploadResult");
     std::string upload(textOf(read.root(), "UploadId"));
@@ -226,7 +244,7 @@ std::string uploadIn(std::string document) {
 
 std::string tagIn(std::string document, char const* element) {
     Document const read(std::move(document), element);
-    std::string tag(textOf(read.root(), "ETag"));
+    std::string tag = tagIn(read.root());
     if (tag.empty()) {
         throw wrongAnswer("it tells no tag");
     }

@@ -26,12 +26,14 @@ std::optional<StoreError> errorIn(std::string_view document);
 
 /// ListBucketResult.
 ListPage listPageIn(std::string document, ListQuery const& query);
-/// DeleteResult; what was missing already is no failure. `Word` tells which ones may pass.
 struct RefusedRemoval {
     std::string key;
-    std::string word;
+    std::string word; ///< as in StoreError
 };
+/// DeleteResult; what was missing already is no failure.
 std::vector<RefusedRemoval> refusedRemovalsIn(std::string document);
+/// ListMultipartUploadsResult.
+std::vector<ListedUpload> uploadsIn(std::string document);
 /// InitiateMultipartUploadResult.
 std::string uploadIn(std::string document);
 /// CopyObjectResult, CopyPartResult, CompleteMultipartUploadResult: the tag in the element.

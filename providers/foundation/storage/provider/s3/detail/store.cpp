@@ -26,6 +26,10 @@ std::string queryOf(Question const& question) {
     return query;
 }
 
+bool isOfOneLine(char c) noexcept {
+    return static_cast<unsigned char>(c) >= ' ' && c != 0x7f;
+}
+
 /// A bucket that is elsewhere is a failure: what follows a redirect would go unsigned.
 web::WebOptions withoutRedirects(web::WebOptions options) {
     options.redirects = 0;
@@ -58,18 +62,38 @@ bool Store::mendClock(web::AnswerHead const& head) const {
     return true;
 }
 
-std::unique_ptr<web::Exchange> Store::send(Question const& question,
-                                           web::Deadline const& deadline) const {
-    for (bool isMended = false;;) {
-        web::Request request{question.method, endpoint_.of(question.key, queryOf(question)),
-                             question.headers};
-        request.headers.add("x-amz-content-sha256", hex(sha256({})));
+/// TLS holds the bytes together already; hashing many again would cost more than sending them.
+std::string Store::payloadHashOf(Question const& question) const {
+    constexpr std::size_t many = std::size_t{1024} * 1024;
+    std::span<char const> const body = question.body.value_or(std::span<char const>());
+    if (endpoint_.home().isSecure() && body.size() > many) {
+        return "UNSIGNED-PAYLOAD";
+    }
+    return hex(sha256(body));
+}
+
+std::unique_ptr<web::Exchange> Store::send(Question const& question, web::Deadline const& deadline,
+                                           bool isRepeatable) const {
+    web::Request request{question.method, endpoint_.of(question.key, queryOf(question)),
+                         question.headers};
+    for (auto const& [name, value] : request.headers.fields()) {
+        if (!std::all_of(value.begin(), value.end(), isOfOneLine)) {
+            throw web::Failure(ErrorCode::InternalError, "the request cannot be made");
+        }
+    }
+    if (!options_.credentials.accessKey.empty()) {
+        request.headers.add("x-amz-content-sha256", payloadHashOf(question));
+    }
+    if (question.body) {
+        request.body = web::Body::of(*question.body);
+    }
+    request.isRepeatable = isRepeatable;
+    for (bool isMended = false;; isMended = true) {
         auto answer = client_.send(request, deadline);
         web::AnswerHead const& head = answer->head(deadline);
         if (head.status != 403 || isMended || !mendClock(head)) {
             return answer;
         }
-        isMended = true;
         answer->finish();
     }
 }
@@ -105,6 +129,61 @@ Answer Store::ask(Question const& question, web::Deadline const& deadline) const
             }
             client_.pauseBefore(attempt + 1, {}, deadline, failure);
         }
+    }
+}
+
+std::int64_t Doubt::secondsSince() const {
+    using std::chrono::steady_clock;
+    return std::chrono::ceil<std::chrono::seconds>(steady_clock::now() - began).count();
+}
+
+std::string Store::askOnce(Question const& question, Inquiry const& inquiry,
+                           web::Deadline const& deadline) const {
+    Doubt doubt{std::chrono::steady_clock::now()};
+    for (unsigned attempt = 1;; ++attempt) {
+        std::optional<web::Failure> last;
+        try {
+            auto const exchange = send(question, deadline, false);
+            Answer answer = read(*exchange, deadline);
+            auto const failure =
+                failureOf(answer.status, answer.headers, answer.body, options_.credentials);
+            if (!failure) {
+                return inquiry.take(std::move(answer));
+            }
+            throw *failure;
+        } catch (StoreFailure const& failure) {
+            int const status = failure.status();
+            bool const wasDone = status < 300 || (web::mayPass(status) && !web::isUndone(status));
+            if (!wasDone) {
+                if (doubt.sendings > 0) {
+                    if (auto result = inquiry.lookBehind(failure, doubt)) {
+                        return *std::move(result);
+                    }
+                }
+                // What was undone has been sent again already.
+                if (!failure.mayPass() || web::isUndone(status)) {
+                    throw;
+                }
+            } else {
+                ++doubt.sendings;
+            }
+            last = failure;
+        } catch (web::Failure const& failure) {
+            if (failure.cannotHaveCome()) {
+                throw;
+            }
+            ++doubt.sendings;
+            last = failure;
+        }
+        if (doubt.sendings > 0) {
+            if (auto result = inquiry.look(doubt)) {
+                return *std::move(result);
+            }
+        }
+        if (!last->mayPass() || attempt >= options_.web.attempts) {
+            throw *last;
+        }
+        client_.pauseBefore(attempt + 1, {}, deadline, *last);
     }
 }
 

@@ -101,9 +101,9 @@ std::optional<StoreFailure> failureOf(int status, web::Headers const& headers,
     if (status >= 200 && status < 300 && !error) {
         return std::nullopt;
     }
-    std::string const word = error ? shown(error->word, "", credentials) : std::string();
-    std::string text = "the store answered ";
-    text += word.empty() ? std::to_string(status) : word + " (" + std::to_string(status) + ')';
+    StoreFailure const failure =
+        failureOfWord(error ? error->word : std::string(), status, credentials);
+    std::string const& word = failure.word();
     std::string_view region = headers.find("x-amz-bucket-region").value_or("");
     if (region.empty() && error) {
         region = error->region;
@@ -112,15 +112,24 @@ std::optional<StoreFailure> failureOf(int status, web::Headers const& headers,
         (status >= 300 && status < 400) || word == "PermanentRedirect" ||
         word == "AuthorizationHeaderMalformed" || word == "IncorrectEndpoint" ||
         word == "IllegalLocationConstraintException" || (status == 400 && word.empty());
-    if (isElsewhere) {
-        std::string const place = shown(region, "-", credentials);
-        text += place.empty() ? ": the bucket may be elsewhere"
-                              : ": the bucket is in the region " + place;
+    if (!isElsewhere) {
+        return failure;
     }
+    std::string const place = shown(region, "-", credentials);
+    std::string text = failure.what();
+    text +=
+        place.empty() ? ": the bucket may be elsewhere" : ": the bucket is in the region " + place;
+    return StoreFailure(web::Failure(failure.code(), text), status, word);
+}
+
+StoreFailure failureOfWord(std::string_view told, int status, Credentials const& credentials) {
+    std::string const word = shown(told, "", credentials);
+    std::string const number = std::to_string(status);
+    std::string const text =
+        "the store answered " + (word.empty() ? number : word + " (" + number + ')');
     auto const repetition = mayPassByWord(word, status) ? web::Failure::Repetition::MayHelp
                                                         : web::Failure::Repetition::IsUseless;
-    return StoreFailure(web::Failure(errorCodeOfWord(word, status), text, repetition), status,
-                        word);
+    return {web::Failure(errorCodeOfWord(word, status), text, repetition), status, word};
 }
 
 web::Failure wrongAnswer(std::string const& what) {

@@ -38,6 +38,9 @@ bool mayPassByWord(std::string_view word, int status) noexcept;
 std::optional<StoreFailure> failureOf(int status, web::Headers const& headers,
                                       std::string_view body, Credentials const& credentials);
 
+/// Of the word alone, as it stands in the answer to a removal of many.
+StoreFailure failureOfWord(std::string_view word, int status, Credentials const& credentials);
+
 /// What an answer is called that is no part of the protocol, or contradicts the question.
 web::Failure wrongAnswer(std::string const& what);
 

@@ -1,0 +1,49 @@
+#include <foundation/storage/provider/s3/detail/request_fields.hpp>
+
+#include <foundation/storage/provider/s3/detail/encoding.hpp>
+#include <foundation/storage/provider/s3/detail/store.hpp>
+
+#include <algorithm>
+
+namespace foundation::storage::provider::s3::detail {
+
+void addMetadata(web::Headers& headers, PutConditions const& conditions) {
+    for (auto const& [name, value] : conditions.metadata) {
+        auto const isPlain = [](char c) { return c >= ' ' && c <= '~'; };
+        bool const canBeName = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
+            return c > ' ' && c <= '~' && c != ':' && c != ';';
+        });
+        if (!canBeName || !std::all_of(value.begin(), value.end(), isPlain)) {
+            throw web::Failure(ErrorCode::InternalError, "metadata cannot be sent as it is");
+        }
+        headers.add("x-amz-meta-" + name, value);
+    }
+}
+
+void addSource(web::Headers& headers, std::string_view source, std::string_view sourceTag) {
+    headers.add("x-amz-copy-source", encoded(source, Slash::Kept));
+    if (!sourceTag.empty()) {
+        headers.add("x-amz-copy-source-if-match", std::string(sourceTag));
+    }
+}
+
+std::int64_t timeOf(web::Headers const& headers, std::int64_t otherwise) {
+    auto const date = headers.find("Date");
+    return date ? web::parseHttpDate(*date).value_or(otherwise) : otherwise;
+}
+
+bool isRecent(ObjectHead const& head, Doubt const& doubt, std::int64_t now) {
+    constexpr std::int64_t rounding = 2; // times of answers are whole seconds
+    return head.lastModified / 1'000'000'000 + doubt.secondsSince() + rounding >=
+           timeOf(head.headers, now);
+}
+
+web::Failure existsAlready() {
+    return {ErrorCode::ResourceAlreadyExists, "there is such an object already"};
+}
+
+web::Failure sourceHasChanged() {
+    return {ErrorCode::IOError, "the object has changed while it was copied"};
+}
+
+} // namespace foundation::storage::provider::s3::detail
