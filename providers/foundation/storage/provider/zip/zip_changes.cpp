@@ -51,7 +51,9 @@ ZipProvider::View ZipProvider::viewToChange(StorageIRI const& location) {
         if (auto const outer = std::dynamic_pointer_cast<ZipProvider>(item_.getProvider())) {
             outer->addInner(weak_from_this());
         }
-        view.pending = std::make_shared<Tree>(view.archive->index, options_, space_);
+        view.pending = std::make_shared<Tree>(
+            view.archive->index, StorageIRI(location.getScheme(), item_.getLocation(), u"/"),
+            options_, space_);
         std::lock_guard const lock(mutex_);
         if (archive_ == view.archive) { // else it was read again meanwhile
             pending_ = view.pending;
@@ -74,7 +76,7 @@ void ZipProvider::setLastModified(StorageIRI const& location,
                                   boost::posix_time::ptime const& time) {
     Timestamp const timestamp = toTimestamp(time);
     change(location, [&](Tree& tree, auto const& walkTo) {
-        tree.setLastModified(described(walkTo, location), timestamp.seconds);
+        tree.setLastModified(described(walkTo, location), timestamp.seconds, location);
     });
 }
 
@@ -84,8 +86,10 @@ void ZipProvider::setWritable(StorageIRI const& location, bool writable) {
         if (node.kind == EntryKind::Link) {
             fail(ErrorCode::UnsupportedOperation, location); // links have no mode of their own
         }
-        tree.setMode(node, static_cast<std::uint16_t>(writable ? node.mode | detail::ownerMayWrite
-                                                               : node.mode & ~anybodyMayWrite));
+        tree.setMode(node,
+                     static_cast<std::uint16_t>(writable ? node.mode | detail::ownerMayWrite
+                                                         : node.mode & ~anybodyMayWrite),
+                     location);
     });
 }
 
@@ -98,11 +102,13 @@ void ZipProvider::setFolderAttributes(StorageIRI const& location,
         }
         if (wanted.mode) {
             constexpr std::uint32_t settable = 01777;
-            tree.setMode(node, static_cast<std::uint16_t>((node.mode & ~settable) |
-                                                          (*wanted.mode & settable)));
+            tree.setMode(
+                node,
+                static_cast<std::uint16_t>((node.mode & ~settable) | (*wanted.mode & settable)),
+                location);
         }
         if (wanted.lastModified) {
-            tree.setLastModified(node, wanted.lastModified->seconds);
+            tree.setLastModified(node, wanted.lastModified->seconds, location);
         }
     });
 }

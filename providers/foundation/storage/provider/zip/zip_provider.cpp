@@ -116,7 +116,7 @@ void ZipProvider::lookAtOwn() const {
         ArchivePtr archive = read();
         std::shared_ptr<Tree> fresh;
         if (pending_ && hasChanges()) {
-            fresh = std::make_shared<Tree>(archive->index, options_, space_);
+            fresh = std::make_shared<Tree>(archive->index, pending_->location(), options_, space_);
             carryOver(*pending_, *fresh);
         }
         archive_ = std::move(archive);

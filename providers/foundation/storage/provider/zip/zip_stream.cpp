@@ -333,7 +333,7 @@ void check(Member const& member, StorageIRI const& location, ZipOptions const& o
                                                              : member.compressedSize == 0) {
         refuse(ErrorCode::IOError);
     }
-    if (member.compressedSize != 0 && member.size / member.compressedSize > options.maximumRatio) {
+    if (Member::isTooDense(member.size, member.compressedSize, options)) {
         refuse(ErrorCode::FileTooLarge);
     }
 }

@@ -37,26 +37,58 @@ std::uint32_t hashOfName(unsigned char const* bytes, std::size_t size) noexcept 
     return hash;
 }
 
+DirectorySize& DirectorySize::operator+=(DirectorySize const& more) noexcept {
+    entries += more.entries;
+    headers += more.headers;
+    nameBytes += more.nameBytes;
+    large += more.large;
+    return *this;
+}
+
+DirectorySize& DirectorySize::operator-=(DirectorySize const& less) noexcept {
+    entries -= less.entries;
+    headers -= less.headers;
+    nameBytes -= less.nameBytes;
+    large -= less.large;
+    return *this;
+}
+
+bool DirectorySize::fits(ZipOptions const& options) const noexcept {
+    std::size_t const slots = ArchiveIndex::slotsFor(std::max(entries, headers));
+    return std::max(entries, headers) <= options.maximumEntries && nameBytes <= in32Bits &&
+           ArchiveIndex::memoryOf(*this, slots) <= options.maximumDirectoryMemory;
+}
+
+bool DirectorySize::isWithin(DirectorySize const& other) const noexcept {
+    return entries <= other.entries && headers <= other.headers && nameBytes <= other.nameBytes &&
+           large <= other.large;
+}
+
 ArchiveIndex::ArchiveIndex(ZipOptions const& options) : options_(options) {
     entries_.emplace_back();
     entries_[root].isImplied = true;
     entries_[root].mode = usualFolderMode;
-    makeTable(16);
+    makeTable(slotsFor(0));
 }
 
 void ArchiveIndex::reserve(std::uint64_t directorySize, std::uint64_t told) {
     std::uint64_t const most =
-        std::min<std::uint64_t>(directorySize / leastHeaderSize, options_.maximumEntries) + 1;
-    told = std::clamp(told + 1, most / 2 + 1, most); // some tell too few
-    entries_.reserve(static_cast<std::size_t>(most));
+        std::min<std::uint64_t>(directorySize / leastHeaderSize, options_.maximumEntries);
+    entries_.reserve(static_cast<std::size_t>(most + 1));
     names_.reserve(
         static_cast<std::size_t>(std::min(directorySize, options_.maximumDirectoryMemory)));
-    makeTable(std::bit_ceil(static_cast<std::size_t>(told + told / 2)));
+    makeTable(slotsFor(std::min(told, most))); // it grows where too few are told
 }
 
-std::uint64_t ArchiveIndex::memory() const noexcept {
-    return entries_.size() * sizeof(Entry) + names_.size() + large_.size() * sizeof(Large) +
-           table_.size() * sizeof(Number);
+/// At most two thirds of them are taken. `entries` without the root.
+std::size_t ArchiveIndex::slotsFor(std::uint64_t entries) noexcept {
+    constexpr std::uint64_t least = 16;
+    return static_cast<std::size_t>(std::max(least, std::bit_ceil((entries + 1) * 3 / 2)));
+}
+
+std::uint64_t ArchiveIndex::memoryOf(DirectorySize const& size, std::size_t slots) noexcept {
+    return (size.entries + 1) * sizeof(Entry) + size.nameBytes + size.large * sizeof(Large) +
+           slots * sizeof(Number);
 }
 
 void ArchiveIndex::makeTable(std::size_t slots) {
@@ -83,12 +115,15 @@ ArchiveIndex::Number ArchiveIndex::child(Number folder, std::string_view name) c
 
 /// REQUIRES: there is no such child.
 ArchiveIndex::Number ArchiveIndex::enter(Number folder, std::string_view name) {
-    if (entries_.size() > options_.maximumEntries || names_.size() + name.size() > in32Bits ||
-        memory() + name.size() > options_.maximumDirectoryMemory) {
+    // The root is one of them now, and none of them then.
+    DirectorySize const size{entries_.size(), 0, names_.size() + name.size(), large_.size()};
+    std::size_t const slots = std::max(table_.size(), slotsFor(size.entries));
+    if (size.entries > options_.maximumEntries || size.nameBytes > in32Bits ||
+        memoryOf(size, slots) > options_.maximumDirectoryMemory) {
         return none;
     }
-    if ((entries_.size() + 1) * 5 / 4 > table_.size()) {
-        makeTable(table_.size() * 2);
+    if (slots > table_.size()) {
+        makeTable(slots);
     }
     auto const number = static_cast<Number>(entries_.size());
     Entry& entry = entries_.emplace_back();
@@ -167,7 +202,10 @@ ArchiveIndex::Added ArchiveIndex::add(std::string_view path, MemberFacts const& 
         return Added::LeftOut;
     }
     describe(entries_[number], facts);
-    return Added::Yes;
+    bool const isTooMuch =
+        entries_[number].isLarge && memoryOf({entries_.size() - 1, 0, names_.size(), large_.size()},
+                                             table_.size()) > options_.maximumDirectoryMemory;
+    return isTooMuch ? Added::TooMany : Added::Yes;
 }
 
 void ArchiveIndex::describe(Entry& entry, MemberFacts const& facts) {
@@ -186,6 +224,7 @@ void ArchiveIndex::describe(Entry& entry, MemberFacts const& facts) {
     entry.nameHash = member.nameHash;
     entry.method = member.method;
     entry.isEncrypted = member.isEncrypted;
+    entry.hasDescriptor = member.hasDescriptor;
     entry.isLarge = std::max({member.headerOffset, member.compressedSize, member.size}) > in32Bits;
     if (entry.isLarge) {
         large_.resize(std::max(large_.size(), place + 1)); // what the path had before is used again
@@ -261,8 +300,9 @@ bool ArchiveIndex::hasOverlap() {
 
 Member ArchiveIndex::memberOf(Number file) const noexcept {
     Entry const& entry = entries_[file];
-    Member member{entry.headerOffset, entry.compressedSize, entry.size,       entry.firstChildOrCrc,
-                  entry.nameHash,     entry.method,         entry.isEncrypted};
+    Member member{entry.headerOffset,    entry.compressedSize, entry.size,
+                  entry.firstChildOrCrc, entry.nameHash,       entry.method,
+                  entry.isEncrypted,     entry.hasDescriptor};
     if (entry.isLarge) {
         Large const& large = large_[entry.headerOffset];
         member.headerOffset = large.headerOffset;
@@ -272,14 +312,19 @@ Member ArchiveIndex::memberOf(Number file) const noexcept {
     return member;
 }
 
-std::uint64_t ArchiveIndex::firstMember() const noexcept {
-    std::uint64_t first = ~std::uint64_t{0};
-    for (Number entry = 0; entry < entries_.size(); ++entry) {
-        if (!entries_[entry].isImplied) {
-            first = std::min(first, memberOf(entry).headerOffset);
-        }
+DirectorySize ArchiveIndex::sizeOf(Number number) const noexcept {
+    Entry const& entry = entries_[number];
+    DirectorySize size{1, 1, entry.nameSize, 0};
+    if (number == root) {
+        size.entries = 0;
     }
-    return first;
+    if (entry.isImplied) {
+        size.headers = 0;
+    }
+    if (entry.isLarge) {
+        size.large = 1;
+    }
+    return size;
 }
 
 AttributeValues ArchiveIndex::attributesOf(Number number) const {

@@ -32,10 +32,25 @@ struct MemberFacts {
     bool isLonger = false; ///< the path than the name that the archive has
 };
 
+/// How much a directory is, as it is held against the bounds of whoever reads it.
+struct DirectorySize {
+    std::uint64_t entries = 0; ///< members, and folders that only the names of others imply
+    std::uint64_t headers = 0; ///< of all members, that of the root included
+    std::uint64_t nameBytes = 0;
+    std::uint64_t large = 0; ///< entries with a number of more than 32 bits
+
+    DirectorySize& operator+=(DirectorySize const& more) noexcept;
+    DirectorySize& operator-=(DirectorySize const& less) noexcept;
+    /// Whether an archive like this is read.
+    bool fits(ZipOptions const& options) const noexcept;
+    /// Whether nothing of it is more than in another.
+    bool isWithin(DirectorySize const& other) const noexcept;
+};
+
 /// The folders and files of an archive. Immutable once it is filled, and then safe on any thread.
 ///
 /// An entry is a number, the root 0. The children of a folder stand in the archive's order. An
-/// entry takes 48 bytes, its name, and 5 to 10 bytes of a hash table.
+/// entry takes 48 bytes, its name, and 6 to 12 bytes of a hash table.
 class ArchiveIndex {
   public:
     using Number = std::uint32_t;
@@ -76,11 +91,13 @@ class ArchiveIndex {
     Member memberOf(Number file) const noexcept;
     AttributeValues attributesOf(Number entry) const;
     std::uint16_t modeOf(Number entry) const noexcept { return entries_[entry].mode; }
-    /// Where the first member begins, in the item; beyond all items where there is none.
-    std::uint64_t firstMember() const noexcept;
     std::size_t size() const noexcept { return entries_.size(); }
+    /// What one entry adds to the size of the directory.
+    DirectorySize sizeOf(Number entry) const noexcept;
 
   private:
+    friend struct DirectorySize;
+
     /// A field of 32 bits is an index into large_ where the member needs more.
     struct Entry {
         std::uint32_t headerOffset = 0;
@@ -100,6 +117,7 @@ class ArchiveIndex {
         bool isLateTime : 1 = false;
         bool isLarge : 1 = false;
         bool isEncrypted : 1 = false;
+        bool hasDescriptor : 1 = false;
         bool isImplied : 1 = false;
         bool isLonger : 1 = false;
     };
@@ -111,7 +129,8 @@ class ArchiveIndex {
 
     Number folderFor(std::string_view path, Added& result);
     Number enter(Number folder, std::string_view name);
-    std::uint64_t memory() const noexcept;
+    static std::size_t slotsFor(std::uint64_t entries) noexcept;
+    static std::uint64_t memoryOf(DirectorySize const& size, std::size_t slots) noexcept;
     std::uint64_t endOf(Number number) const noexcept;
     bool hasOverlap();
     void describe(Entry& entry, MemberFacts const& facts);

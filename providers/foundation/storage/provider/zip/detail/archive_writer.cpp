@@ -8,8 +8,9 @@
 #include <foundation/storage/provider/zip/detail/little_endian.hpp>
 #include <foundation/storage/provider/zip/detail/member_headers.hpp>
 
+#include <fl/i18n/conversion.hpp>
+
 #include <algorithm>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,7 +19,7 @@ namespace foundation::storage::provider::zip::detail {
 namespace {
 
 constexpr std::size_t bufferSize = std::size_t{256} * 1024;
-constexpr std::size_t noHeader = ~std::size_t{0};
+constexpr std::uint64_t noHeader = ~std::uint64_t{0};
 
 using Bytes = std::span<unsigned char const>;
 
@@ -42,8 +43,8 @@ std::uint32_t typeBitsOf(EntryKind kind) noexcept {
 /// What gets a member in the new archive.
 struct Record {
     PendingNode const* node;
-    bool hasNewName;               ///< it, or a folder that it is in
-    std::size_t header = noHeader; ///< its central header in the old archive
+    bool hasNewName;                 ///< it, or a folder that it is in
+    std::uint64_t header = noHeader; ///< its central header in the old archive
     std::size_t headerSize = 0;
 
     bool hasOldBytes() const noexcept {
@@ -60,14 +61,16 @@ class ArchiveWriter {
           options_(options),
           location_(streams.item().getLocation()),
           sink_(sink),
-          encoder_(options.compressionLevel) {
+          encoder_(options.compressionLevel),
+          headers_(tree.space()),
+          directory_(tree.space()) {
         collect(*tree.rootHandle(), false);
         std::sort(records_.begin(), records_.end(),
                   [](Record const& a, Record const& b) { return a.node->order < b.node->order; });
         DirectoryFacts facts = visitCentralDirectory(streams, options, headerTaker());
         comment_ = std::move(facts.comment);
         source_ = streams.lend();
-        copyPrefix(facts.begin);
+        copyBytes(0, facts.firstMember, nullptr); // as of one that extracts itself
     }
 
     std::vector<WrittenContent> write() {
@@ -78,12 +81,13 @@ class ArchiveWriter {
                 writeMember(*record.node);
             }
         }
+        checkDirectory();
         DirectoryEnd end;
         end.members = records_.size();
         end.begin = written_;
-        put(directory_);
         end.size = directory_.size();
         end.comment = comment_;
+        putContent(directory_, end.size);
         std::string bytes;
         appendEnd(bytes, end);
         put(bytes);
@@ -124,33 +128,35 @@ class ArchiveWriter {
                 records_[at->second].header = headers_.size();
                 records_[at->second].headerSize = header.size();
             }
-            headers_.append(reinterpret_cast<char const*>(header.data()), header.size());
+            headers_.fill(reinterpret_cast<char const*>(header.data()), header.size());
         };
     }
 
-    [[noreturn]] void fail(ErrorCode code = ErrorCode::IOError) const {
-        throw Exception(code, location_);
+    /// That the archive has not the bytes of a member, or of what stands before all of them.
+    [[noreturn]] void failIn(PendingNode const* member) const {
+        std::string const path = member == nullptr ? std::string() : tree_.pathOf(*member);
+        throw Exception(ErrorCode::IOError,
+                        path.empty()
+                            ? location_
+                            : StorageIRI(tree_.location(), fl::i18n::storageNameToUstring(path)));
     }
 
-    /// What stands before the archive, as in one that extracts itself.
-    void copyPrefix(std::uint64_t directory) {
-        unsigned char start[4];
-        if (directory == 0 || source_->readAt(0, start) != sizeof start ||
-            read32(start) == localHeaderSignature) {
-            return;
+    /// Members that begin behind 4 GiB are not known to be before they are written.
+    void checkDirectory() const {
+        DirectorySize size = tree_.directorySize();
+        size.large = large_;
+        if (!size.fits(options_)) {
+            throw Exception(ErrorCode::NoSpaceLeft, location_);
         }
-        copyFromSource(0, std::min(directory, index_.firstMember()));
     }
 
-    void copyFromSource(std::uint64_t from, std::uint64_t size) {
+    void copyBytes(std::uint64_t from, std::uint64_t size, PendingNode const* whose) {
         std::vector<unsigned char> buffer(
             static_cast<std::size_t>(std::min<std::uint64_t>(size, bufferSize)));
         while (size > 0) {
             std::span<unsigned char> const piece = std::span(buffer).first(
                 static_cast<std::size_t>(std::min<std::uint64_t>(size, buffer.size())));
-            if (source_->readAt(from, piece) != piece.size()) {
-                fail();
-            }
+            readExactly(from, piece, whose);
             put(piece);
             from += piece.size();
             size -= piece.size();
@@ -158,33 +164,27 @@ class ArchiveWriter {
     }
 
     void copyMember(Record const& record) {
-        Member const member = index_.memberOf(record.node->base);
         if (record.header == noHeader) {
-            fail(ErrorCode::ResourceInUse); // not the archive that was read
+            throw Exception(ErrorCode::ResourceInUse, location_); // not the archive that was read
         }
-        std::vector<unsigned char> local(localHeaderSize);
-        readExactly(member.headerOffset, local);
-        if (read32(local.data()) != localHeaderSignature) {
-            fail();
-        }
+        Member const member = index_.memberOf(record.node->base);
+        std::vector<unsigned char> const local = readLocal(member, record.node);
         std::size_t const nameSize = read16(local.data() + 26);
-        local.resize(localHeaderSize + nameSize + read16(local.data() + 28));
-        readExactly(member.headerOffset + localHeaderSize,
-                    std::span(local).subspan(localHeaderSize));
         std::uint64_t const content = member.headerOffset + local.size();
-        Bytes const central = bytesOf(headers_).subspan(record.header, record.headerSize);
-        std::uint16_t const flags = read16(local.data() + 6);
+        std::vector<unsigned char> central(record.headerSize);
+        readContent(headers_, record.header, central);
+        auto const flags =
+            static_cast<std::uint16_t>(read16(local.data() + 6) | read16(central.data() + 8));
         bool const isAsItWas = !record.hasNewName && !record.node->hasNewFacts &&
-                               !(record.node->content) && (flags & descriptorFlag) == 0 &&
+                               !record.node->content && (flags & descriptorFlag) == 0 &&
                                !hasLargeNumbers(central) && written_ < 0xFFFFFFFF;
         if (isAsItWas) {
-            std::size_t const at = directory_.size();
-            directory_.append(reinterpret_cast<char const*>(central.data()), central.size());
             std::string offset;
             put32(offset, written_);
-            directory_.replace(at + 42, offset.size(), offset);
+            std::copy(offset.begin(), offset.end(), central.begin() + 42);
+            enter(central);
             put(local);
-            copyFromSource(content, member.compressedSize);
+            copyBytes(content, member.compressedSize, record.node);
             return;
         }
         Bytes const extra = Bytes(local).subspan(localHeaderSize + nameSize);
@@ -205,13 +205,41 @@ class ArchiveWriter {
         std::string bytes;
         appendLocal(bytes, headers);
         put(bytes);
-        copyFromSource(content, member.compressedSize);
+        copyBytes(content, member.compressedSize, record.node);
         if (headers.hasDescriptor()) {
             bytes.clear();
             appendDescriptor(bytes, headers);
             put(bytes);
         }
-        appendCentral(directory_, headers);
+        enter(headers);
+    }
+
+    /// The header before a member's bytes, whole.
+    std::vector<unsigned char> readLocal(Member const& member, PendingNode const* whose) {
+        std::vector<unsigned char> local(localHeaderSize);
+        readExactly(member.headerOffset, local, whose);
+        if (read32(local.data()) != localHeaderSignature) {
+            failIn(whose);
+        }
+        local.resize(localHeaderSize + std::size_t{read16(local.data() + 26)} +
+                     read16(local.data() + 28));
+        readExactly(member.headerOffset + localHeaderSize,
+                    std::span(local).subspan(localHeaderSize), whose);
+        return local;
+    }
+
+    void enter(Bytes central) {
+        directory_.fill(reinterpret_cast<char const*>(central.data()), central.size());
+    }
+
+    void enter(MemberHeaders const& headers) {
+        constexpr std::uint64_t in32Bits = 0xFFFFFFFF;
+        if (std::max({headers.size, headers.compressedSize, headers.offset}) > in32Bits) {
+            ++large_;
+        }
+        std::string bytes;
+        appendCentral(bytes, headers);
+        enter(bytesOf(bytes));
     }
 
     static bool hasLargeNumbers(Bytes central) noexcept {
@@ -220,9 +248,10 @@ class ArchiveWriter {
                read32(central.data() + 42) == 0xFFFFFFFF;
     }
 
-    void readExactly(std::uint64_t position, std::span<unsigned char> buffer) {
+    void readExactly(std::uint64_t position, std::span<unsigned char> buffer,
+                     PendingNode const* whose) {
         if (source_->readAt(position, buffer) != buffer.size()) {
-            fail();
+            failIn(whose);
         }
     }
 
@@ -263,7 +292,7 @@ class ArchiveWriter {
         bytes.resize(readContent(content, 0, bytes));
         Bytes const encoded = encoder_.encode(bytes);
         std::uint32_t const crc = checkSum(0, bytes);
-        if (encoded.empty()) {
+        if (encoded.empty() || Member::isTooDense(bytes.size(), encoded.size(), options_)) {
             putMember(headers, bytes, bytes.size(), crc);
         } else {
             headers.method = static_cast<std::uint16_t>(Method::Deflated);
@@ -279,16 +308,18 @@ class ArchiveWriter {
         appendLocal(bytes, headers);
         put(bytes);
         put(stored);
-        appendCentral(directory_, headers);
+        enter(headers);
     }
 
     /// Deflated into a place of its own first: a header comes before the bytes that it tells of.
-    void writePieces(MemberHeaders& headers, PendingContent const& content) {
+    void writePieces(MemberHeaders headers, PendingContent const& content) {
         PendingContent encoded(tree_.space());
         PieceEncoder encoder(options_.compressionLevel, [&](Bytes piece) {
             encoded.fill(reinterpret_cast<char const*>(piece.data()), piece.size());
         });
         std::vector<unsigned char> buffer(bufferSize);
+        headers.crc = 0;
+        headers.size = 0;
         while (std::size_t const got = readContent(content, headers.size, buffer)) {
             Bytes const piece = Bytes(buffer).first(got);
             headers.crc = checkSum(headers.crc, piece);
@@ -296,10 +327,15 @@ class ArchiveWriter {
             encoder.encode(piece);
         }
         encoder.finish();
+        bool const isTooDense = Member::isTooDense(headers.size, encoded.size(), options_);
         // As long as somebody may write into it, only what was deflated is sure to be what the
         // check sum tells of.
-        bool const isStored = encoded.size() >= headers.size && !content.hasWriter();
-        PendingContent const& bytes = isStored ? content : encoded;
+        bool const mayChange = content.hasWriter();
+        if (isTooDense && mayChange) {
+            writePieces(headers, PendingContent(content, tree_.space()));
+            return;
+        }
+        bool const isStored = isTooDense || (encoded.size() >= headers.size && !mayChange);
         if (!isStored) {
             headers.method = static_cast<std::uint16_t>(Method::Deflated);
         }
@@ -307,12 +343,18 @@ class ArchiveWriter {
         std::string local;
         appendLocal(local, headers);
         put(local);
-        for (std::uint64_t done = 0; done < headers.compressedSize;) {
-            std::size_t const got = readContent(bytes, done, buffer);
+        putContent(isStored ? content : encoded, headers.compressedSize);
+        enter(headers);
+    }
+
+    /// REQUIRES: it has so many bytes.
+    void putContent(PendingContent const& content, std::uint64_t size) {
+        std::vector<unsigned char> buffer(bufferSize);
+        for (std::uint64_t done = 0; done < size;) {
+            std::size_t const got = readContent(content, done, buffer);
             put(Bytes(buffer).first(got));
             done += got;
         }
-        appendCentral(directory_, headers);
     }
 
     static std::size_t readContent(PendingContent const& content, std::uint64_t position,
@@ -349,8 +391,9 @@ class ArchiveWriter {
     WholeEncoder encoder_;
     container::ItemStreams::Lent source_;
     std::vector<Record> records_;
-    std::string headers_; ///< the central ones of members that stay, as they were
-    std::string directory_;
+    PendingContent headers_; ///< the central ones of members that stay, as they were
+    PendingContent directory_;
+    std::uint64_t large_ = 0; ///< members in it with a number of more than 32 bits
     std::string comment_;
     std::vector<unsigned char> output_;
     std::uint64_t written_ = 0;

@@ -34,10 +34,6 @@ constexpr std::size_t windowSize = std::size_t{1024} * 1024;
 constexpr std::uint16_t is16 = 0xFFFF;
 constexpr std::uint32_t is32 = 0xFFFFFFFF;
 
-/// The systems whose attributes are a mode of Unix (APPNOTE 4.4.2).
-constexpr unsigned madeByUnix = 3;
-constexpr unsigned madeByOsX = 19;
-
 std::string_view textOf(unsigned char const* bytes, std::size_t size) noexcept {
     return {reinterpret_cast<char const*>(bytes), size};
 }
@@ -64,7 +60,7 @@ class DirectoryReader {
         size_ = item_->size();
         if (size_ != 0) {
             Extent const extent = findDirectory();
-            facts_.begin = extent.begin;
+            facts_.firstMember = extent.begin; // where there is none
             readMembers(extent);
         }
         return std::move(facts_);
@@ -252,6 +248,7 @@ class DirectoryReader {
             fail(ErrorCode::UnsupportedOperation);
         }
         member.isEncrypted = (flags & encryptedFlag) != 0;
+        member.hasDescriptor = (flags & descriptorFlag) != 0;
         member.method = read16(header + 10);
         member.crc = read32(header + 16);
         member.compressedSize = read32(header + 20);
@@ -264,7 +261,7 @@ class DirectoryReader {
             fail(); // it would lie behind the end
         }
         member.headerOffset += shift;
-        bool const isKept = (flags & utf8Flag) != 0 || isOfUnix(header);
+        bool const isKept = (flags & utf8Flag) != 0 || isOfUnix(read16(header + 4));
         std::string_view const path = container::withoutDots(
             memberPath(textOf(name, nameSize), extra,
                        isKept ? NameSpelling::Kept : NameSpelling::CodePage437, converted_),
@@ -283,7 +280,7 @@ class DirectoryReader {
         }
     }
 
-    void visitHeader(std::span<unsigned char const> header, std::uint64_t shift) const {
+    void visitHeader(std::span<unsigned char const> header, std::uint64_t shift) {
         unsigned char const* const extra =
             header.data() + centralHeaderSize + read16(header.data() + 28);
         Member member;
@@ -292,7 +289,9 @@ class DirectoryReader {
         member.headerOffset = read32(header.data() + 42);
         takeLargeNumbers(extraField(textOf(extra, read16(header.data() + 30)), ExtraId::Zip64),
                          member);
-        (*visitor_)(header, member.headerOffset + shift);
+        member.headerOffset += shift;
+        facts_.firstMember = std::min(facts_.firstMember, member.headerOffset);
+        (*visitor_)(header, member.headerOffset);
     }
 
     /// The field has those numbers, in this order, that do not fit into the header (APPNOTE 4.5.3).
@@ -309,10 +308,6 @@ class DirectoryReader {
         }
     }
 
-    static bool isOfUnix(unsigned char const* header) noexcept {
-        return header[5] == madeByUnix || header[5] == madeByOsX;
-    }
-
     static void takeAttributes(unsigned char const* header, std::string_view path,
                                MemberFacts& facts) {
         constexpr std::uint32_t typeBits = 0170000;
@@ -323,7 +318,7 @@ class DirectoryReader {
         constexpr std::uint32_t dosFolder = 0x10;
         std::uint32_t const attributes = read32(header + 38);
         std::uint32_t const mode = attributes >> 16;
-        bool const hasMode = isOfUnix(header) && mode != 0;
+        bool const hasMode = isOfUnix(read16(header + 4)) && mode != 0;
         std::uint32_t const type = hasMode ? mode & typeBits : 0;
         bool const isFolder = path.ends_with('/') || type == folderType ||
                               (!hasMode && (attributes & dosFolder) != 0);

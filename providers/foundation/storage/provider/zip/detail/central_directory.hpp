@@ -24,7 +24,9 @@ std::shared_ptr<ArchiveIndex const> readCentralDirectory(container::ItemStreams&
 
 /// What is told of the whole archive.
 struct DirectoryFacts {
-    std::uint64_t begin = 0; ///< of the directory, in the item
+    /// Where in the item the first member begins that any header tells of, and the directory where
+    /// there is none: what stands before is not of the archive.
+    std::uint64_t firstMember = 0;
     std::string comment;
 };
 

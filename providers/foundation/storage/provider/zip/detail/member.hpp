@@ -1,5 +1,7 @@
 #pragma once
 
+#include <foundation/storage/provider/zip/zip_options.hpp>
+
 #include <cstdint>
 
 namespace foundation::storage::provider::zip::detail {
@@ -23,6 +25,13 @@ struct Member {
     std::uint32_t nameHash = 0; ///< of the name as the archive spells it
     std::uint16_t method = 0;
     bool isEncrypted = false;
+    bool hasDescriptor = false; ///< behind the content
+
+    /// More content for each stored byte than a reader takes.
+    static bool isTooDense(std::uint64_t size, std::uint64_t compressedSize,
+                           ZipOptions const& options) noexcept {
+        return compressedSize != 0 && size / compressedSize > options.maximumRatio;
+    }
 };
 
 /// Of the bytes of a name, to hold a local header against the central one.

@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/zip/detail/dos_time.hpp>
 #include <foundation/storage/provider/zip/detail/extra_field.hpp>
 #include <foundation/storage/provider/zip/detail/little_endian.hpp>
+#include <foundation/storage/provider/zip/detail/member_name.hpp>
 
 #include <fl/i18n/conversion.hpp>
 
@@ -44,6 +45,11 @@ std::string withoutFields(std::string_view extra, std::initializer_list<ExtraId>
         extra.remove_prefix(size);
     }
     return rest;
+}
+
+bool isAscii(std::string_view text) noexcept {
+    return std::all_of(text.begin(), text.end(),
+                       [](char byte) { return (static_cast<unsigned char>(byte) & 0x80) == 0; });
 }
 
 bool isUtf8(std::string const& name) {
@@ -90,17 +96,24 @@ void appendCommon(std::string& bytes, MemberHeaders const& headers, Common const
 
 } // namespace
 
+bool isOfUnix(std::uint16_t madeBy) noexcept {
+    constexpr unsigned unixSystem = 3;
+    constexpr unsigned osX = 19;
+    return madeBy >> 8 == unixSystem || madeBy >> 8 == osX;
+}
+
 bool MemberHeaders::isLarge() const noexcept {
     return isLargeNumber(size) || isLargeNumber(compressedSize);
 }
 
 void MemberHeaders::setName(std::string path) {
     name = std::move(path);
-    bool const isAscii = std::all_of(name.begin(), name.end(), [](char byte) {
-        return (static_cast<unsigned char>(byte) & 0x80) == 0;
-    });
+    bool const wasKept = (flags & utf8Flag) != 0 || isOfUnix(madeBy);
+    if (std::string text = wasKept ? comment : fromCodePage437(comment); text.size() <= is16) {
+        comment = std::move(text);
+    }
     flags &= static_cast<std::uint16_t>(~utf8Flag);
-    if (!isAscii && isUtf8(name)) {
+    if (isUtf8(name) && (!isAscii(name) || (!isAscii(comment) && isUtf8(comment)))) {
         flags |= utf8Flag;
     }
     localExtra = withoutFields(localExtra, {ExtraId::UnicodePath});

@@ -22,6 +22,9 @@ constexpr std::uint16_t encryptedFlag = 1;
 constexpr std::uint16_t descriptorFlag = 1 << 3;
 constexpr std::uint16_t utf8Flag = 1 << 11;
 
+/// Whether the attributes of a member are a mode of Unix, by what made it (APPNOTE 4.4.2).
+bool isOfUnix(std::uint16_t madeBy) noexcept;
+
 /// All that the two headers of a member tell (APPNOTE 4.3.7 and 4.3.12), but for the extra field of
 /// large numbers, which is made when it is needed.
 struct MemberHeaders {
@@ -45,7 +48,8 @@ struct MemberHeaders {
     bool hasDescriptor() const noexcept { return (flags & descriptorFlag) != 0; }
     bool isLarge() const noexcept;
 
-    /// Takes the name in UTF-8, or in whatever bytes it has.
+    /// Takes the name in UTF-8, or in whatever bytes it has. What the headers say of its spelling
+    /// goes for the comment too, which is converted for it.
     void setName(std::string path);
     /// Replaces whatever tells of a time.
     void setTime(std::int64_t seconds);

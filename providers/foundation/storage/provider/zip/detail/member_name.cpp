@@ -24,6 +24,10 @@ constexpr std::array<char16_t, 128> codePage437 = {
     0x221E, 0x03C6, 0x03B5, 0x2229, 0x2261, 0x00B1, 0x2265, 0x2264, 0x2320, 0x2321, 0x00F7, 0x2248,
     0x00B0, 0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0};
 
+bool isAscii(char byte) noexcept {
+    return (static_cast<unsigned char>(byte) & 0x80) == 0;
+}
+
 void appendUtf8(std::string& text, char16_t unit) {
     if (unit < 0x800) {
         text += static_cast<char>(0xC0 | unit >> 6);
@@ -49,9 +53,20 @@ std::string_view unicodePath(std::string_view name, std::string_view extra) {
 
 } // namespace
 
+std::string fromCodePage437(std::string_view text) {
+    std::string result;
+    for (char const byte : text) {
+        if (isAscii(byte)) {
+            result += byte;
+        } else {
+            appendUtf8(result, codePage437[static_cast<unsigned char>(byte) & 0x7F]);
+        }
+    }
+    return result;
+}
+
 std::string_view memberPath(std::string_view name, std::string_view extra, NameSpelling spelling,
                             std::string& buffer) {
-    auto const isAscii = [](char byte) { return (static_cast<unsigned char>(byte) & 0x80) == 0; };
     if (std::all_of(name.begin(), name.end(), isAscii) && extra.empty()) {
         return name;
     }
@@ -61,14 +76,7 @@ std::string_view memberPath(std::string_view name, std::string_view extra, NameS
     if (spelling == NameSpelling::Kept || std::all_of(name.begin(), name.end(), isAscii)) {
         return name;
     }
-    buffer.clear();
-    for (char const byte : name) {
-        if (isAscii(byte)) {
-            buffer += byte;
-        } else {
-            appendUtf8(buffer, codePage437[static_cast<unsigned char>(byte) & 0x7F]);
-        }
-    }
+    buffer = fromCodePage437(name);
     return buffer;
 }
 

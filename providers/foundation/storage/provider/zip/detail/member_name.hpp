@@ -15,4 +15,7 @@ enum class NameSpelling { Kept, CodePage437 };
 std::string_view memberPath(std::string_view name, std::string_view extra, NameSpelling spelling,
                             std::string& buffer);
 
+/// In UTF-8.
+std::string fromCodePage437(std::string_view text);
+
 } // namespace foundation::storage::provider::zip::detail

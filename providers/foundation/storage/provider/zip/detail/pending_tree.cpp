@@ -35,15 +35,13 @@ Extent extentOf(PendingNode const& node) {
     return extent;
 }
 
-/// Whoever still holds one of them must not go up from it. The number of them.
-std::uint64_t letGo(PendingNode& node) noexcept {
-    std::uint64_t count = 1;
+/// Whoever still holds one of them must not go up from it.
+void letGo(PendingNode& node) noexcept {
     node.parent = nullptr;
     node.name = nullptr;
     for (auto const& child : node.children) {
-        count += letGo(*child.second);
+        letGo(*child.second);
     }
-    return count;
 }
 
 } // namespace
@@ -97,9 +95,10 @@ void checkWritable(PendingNode const& folder, StorageIRI const& location) {
     }
 }
 
-PendingTree::PendingTree(std::shared_ptr<ArchiveIndex const> index, ZipOptions const& options,
-                         std::shared_ptr<PendingSpace> space)
+PendingTree::PendingTree(std::shared_ptr<ArchiveIndex const> index, StorageIRI location,
+                         ZipOptions const& options, std::shared_ptr<PendingSpace> space)
     : index_(std::move(index)),
+      location_(std::move(location)),
       options_(options),
       space_(std::move(space)),
       root_(std::make_shared<PendingNode>()),
@@ -121,6 +120,7 @@ void PendingTree::build() {
         node->base = node->isImplied ? ArchiveIndex::none : number;
         node->order = number;
         nodes[number] = node.get();
+        size_ += index_->sizeOf(number);
         if (number != ArchiveIndex::root) {
             node->parent = nodes[index_->parentOf(number)];
             PendingNode::Children& siblings = node->parent->children;
@@ -129,7 +129,6 @@ void PendingTree::build() {
             node->name = &entered->first;
         }
     }
-    count_ = index_->size() - 1;
 }
 
 PendingTree::Handle PendingTree::child(Handle folder, std::string_view name) const {
@@ -224,12 +223,46 @@ void PendingTree::changed() {
     space_->countChange();
 }
 
+/// What a node adds to the directory under a name, without what is in it.
+DirectorySize PendingTree::sizeOf(PendingNode const& node, std::size_t nameSize) const {
+    bool const isLarge = node.base != ArchiveIndex::none && index_->sizeOf(node.base).large != 0;
+    return {1, node.isImplied ? 0U : 1U, nameSize, isLarge ? 1U : 0U};
+}
+
+DirectorySize PendingTree::sizeOfAll(PendingNode const& node) const {
+    DirectorySize size = sizeOf(node, node.name->size());
+    for (auto const& child : node.children) {
+        size += sizeOfAll(*child.second);
+    }
+    return size;
+}
+
+/// With the member that a folder gets when it is changed. The root gets none.
+DirectorySize PendingTree::touched(DirectorySize size, PendingNode const& folder) const noexcept {
+    if (folder.isImplied && &folder != root_.get()) {
+        ++size.headers;
+    }
+    return size;
+}
+
+/// A reader of the new archive would refuse it. What makes nothing more may be done all the same.
+void PendingTree::checkRoom(DirectorySize const& after, StorageIRI const& location) const {
+    if (!after.fits(options_) && !after.isWithin(size_)) {
+        fail(ErrorCode::NoSpaceLeft, location);
+    }
+}
+
+void PendingTree::beMember(PendingNode& node) {
+    size_ = touched(size_, node);
+    node.isImplied = false;
+}
+
 /// That something in a folder has changed. It gets a member of its own, so that it keeps its time,
 /// and stays where nothing is left in it.
 void PendingTree::touch(PendingNode& folder) {
     folder.hasNewFacts = true;
     folder.lastModified = secondsNow();
-    folder.isImplied = false;
+    beMember(folder);
     changed();
 }
 
@@ -257,9 +290,8 @@ PendingNode& PendingTree::add(Place const& place, std::shared_ptr<PendingNode> n
     PendingNode& folder = *place.folder;
     checkWritable(folder, location);
     checkPath(folder, place.name, *node, location);
-    if (count_ >= options_.maximumEntries) {
-        fail(ErrorCode::NoSpaceLeft, location);
-    }
+    DirectorySize const added = sizeOf(*node, place.name.size());
+    checkRoom(touched(size_, folder) += added, location);
     auto const entered = folder.children.emplace(place.name, std::move(node)).first;
     PendingNode& made = *entered->second;
     made.parent = &folder;
@@ -268,7 +300,7 @@ PendingNode& PendingTree::add(Place const& place, std::shared_ptr<PendingNode> n
     if (made.content) {
         made.content->beInTree();
     }
-    ++count_;
+    size_ += added;
     touch(folder);
     return made;
 }
@@ -283,6 +315,11 @@ void PendingTree::publish(Place const& place, std::shared_ptr<PendingNode> node,
     PendingNode& old = *place.entry;
     PendingNode& folder = *place.folder;
     checkWritable(folder, location);
+    DirectorySize after = size_;
+    after -= sizeOf(old, old.name->size());
+    after += sizeOf(*node, old.name->size());
+    checkRoom(touched(after, folder), location);
+    size_ = after;
     if (node->content) {
         node->content->beInTree();
     }
@@ -299,8 +336,9 @@ void PendingTree::detach(PendingNode& node) {
     PendingNode& folder = *node.parent;
     auto const place = folder.children.find(*node.name);
     std::shared_ptr<PendingNode> const kept = place->second;
+    size_ -= sizeOfAll(node);
     folder.children.erase(place);
-    count_ -= letGo(node);
+    letGo(node);
     touch(folder);
 }
 
@@ -317,9 +355,21 @@ void PendingTree::move(PendingNode& node, Place const& to, StorageIRI const& sou
     checkWritable(from, source);
     checkWritable(folder, destination);
     checkPath(folder, name, node, destination);
+    DirectorySize after = touched(size_, folder);
+    if (&from != &folder) {
+        after = touched(after, from);
+    }
+    after.nameBytes += name.size();
+    after.nameBytes -= node.name->size();
+    if (to.entry != none) {
+        after -= sizeOfAll(*to.entry);
+    }
+    checkRoom(after, destination);
     if (to.entry != none) {
         detach(*to.entry);
     }
+    size_.nameBytes += name.size();
+    size_.nameBytes -= node.name->size();
     auto moved = from.children.extract(from.children.find(*node.name));
     moved.key() = name;
     auto const entered = folder.children.insert(std::move(moved)).position;
@@ -330,23 +380,32 @@ void PendingTree::move(PendingNode& node, Place const& to, StorageIRI const& sou
     touch(folder);
 }
 
-void PendingTree::setLastModified(PendingNode& node, std::int64_t time) {
+void PendingTree::setLastModified(PendingNode& node, std::int64_t time,
+                                  StorageIRI const& location) {
+    checkRoom(touched(size_, node), location);
+    if (!node.isFolder() && !node.content && node.base != ArchiveIndex::none) {
+        Member const member = index_->memberOf(node.base);
+        if (member.isEncrypted && member.hasDescriptor) {
+            fail(ErrorCode::UnsupportedOperation, location);
+        }
+    }
     node.lastModified = storableTime(time);
     node.hasNewFacts = true;
-    node.isImplied = false;
+    beMember(node);
     if (node.content) {
         node.content->setLastModified(node.lastModified);
     }
     changed();
 }
 
-void PendingTree::setMode(PendingNode& node, std::uint16_t mode) {
+void PendingTree::setMode(PendingNode& node, std::uint16_t mode, StorageIRI const& location) {
+    checkRoom(touched(size_, node), location);
     if (!node.hasNewFacts) {
         node.lastModified = attributesOf(&node).lastModified.seconds;
         node.hasNewFacts = true;
     }
     node.mode = mode;
-    node.isImplied = false;
+    beMember(node);
     changed();
 }
 

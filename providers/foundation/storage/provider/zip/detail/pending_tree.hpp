@@ -57,13 +57,15 @@ class PendingTree {
     using Place = ArchivePlace<PendingTree>;
     static constexpr Handle none = nullptr;
 
-    PendingTree(std::shared_ptr<ArchiveIndex const> index, ZipOptions const& options,
-                std::shared_ptr<PendingSpace> space);
+    /// `location` is that of the root.
+    PendingTree(std::shared_ptr<ArchiveIndex const> index, StorageIRI location,
+                ZipOptions const& options, std::shared_ptr<PendingSpace> space);
     ~PendingTree();
     PendingTree(PendingTree const&) = delete;
     PendingTree& operator=(PendingTree const&) = delete;
 
     ArchiveIndex const& index() const noexcept { return *index_; }
+    StorageIRI const& location() const noexcept { return location_; }
     std::shared_ptr<PendingSpace> const& space() const noexcept { return space_; }
 
     Handle rootHandle() const noexcept { return root_.get(); }
@@ -80,6 +82,8 @@ class PendingTree {
     bool contains(PendingNode const& node) const noexcept {
         return node.parent != nullptr || &node == root_.get();
     }
+    /// Of the archive to come, with as many large numbers as there are in the one that is.
+    DirectorySize const& directorySize() const noexcept { return size_; }
 
     std::shared_ptr<PendingNode> makeFile() const;
     std::shared_ptr<PendingNode> makeFolder() const;
@@ -91,7 +95,7 @@ class PendingTree {
     void checkNew(Place const& place, StorageIRI const& location) const;
     /// Puts an item that is not in the tree into a free place. Throws provider::Exception naming
     /// `location`: InvalidLocation where no archive can hold such a path, NoSpaceLeft beyond
-    /// `maximumEntries`, PermissionDenied in a read-only folder.
+    /// what a reader with the same options takes, PermissionDenied in a read-only folder.
     PendingNode& add(Place const& place, std::shared_ptr<PendingNode> node,
                      StorageIRI const& location);
     /// The same over a file or link that the policy allows to be replaced; `place` may be free.
@@ -102,8 +106,10 @@ class PendingTree {
     void move(PendingNode& node, Place const& to, StorageIRI const& source,
               StorageIRI const& destination);
 
-    void setLastModified(PendingNode& node, std::int64_t time);
-    void setMode(PendingNode& node, std::uint16_t mode);
+    /// Both throw NoSpaceLeft for a folder that gets a member of its own, where that is one too
+    /// many; the first UnsupportedOperation for content that was encrypted with its time.
+    void setLastModified(PendingNode& node, std::int64_t time, StorageIRI const& location);
+    void setMode(PendingNode& node, std::uint16_t mode, StorageIRI const& location);
     /// That a file has content of its own from now on. REQUIRES: it has none.
     void setContent(PendingNode& node, std::shared_ptr<PendingContent> content);
 
@@ -112,17 +118,23 @@ class PendingTree {
   private:
     void build();
     void touch(PendingNode& folder);
+    void beMember(PendingNode& node);
     void changed();
+    void checkRoom(DirectorySize const& after, StorageIRI const& location) const;
+    DirectorySize sizeOf(PendingNode const& node, std::size_t nameSize) const;
+    DirectorySize sizeOfAll(PendingNode const& node) const;
+    DirectorySize touched(DirectorySize size, PendingNode const& folder) const noexcept;
     void checkPath(PendingNode const& folder, std::string_view name, PendingNode const& node,
                    StorageIRI const& location) const;
     void detach(PendingNode& node);
 
     std::shared_ptr<ArchiveIndex const> const index_;
+    StorageIRI const location_;
     ZipOptions const options_;
     std::shared_ptr<PendingSpace> const space_;
     std::shared_ptr<PendingNode> const root_;
     std::uint64_t nextOrder_;
-    std::uint64_t count_ = 0; ///< of the nodes but the root
+    DirectorySize size_;
 };
 
 /// Whether a folder is `ancestor` or below it.
