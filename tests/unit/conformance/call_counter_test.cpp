@@ -3,6 +3,7 @@
 #include "recording_provider.hpp"
 
 #include <foundation/storage/conformance/decorate.hpp>
+#include <foundation/storage/provider/memory/memory_factory.hpp>
 
 #include <gtest/gtest.h>
 
@@ -48,6 +49,22 @@ TEST(CallCounter, BeginsAgainAfterAReset) {
     EXPECT_EQ(counter->countOfAll(), 0U);
     counter->exists(at(u"/x"));
     EXPECT_EQ(counter->countOf(Operation::Exists), 1U);
+}
+
+TEST(CallCounter, CountsTheBytesThatStreamsReadAndWrite) {
+    auto const counter = decorate<CallCounter>(memory::buildMemoryProvider());
+    StorageIRI const file(u"mem:/file");
+    auto const writer = counter->openStream(file, {});
+    writer->write("12345", 5);
+    writer->close();
+    auto const reader = counter->openReadOnlyStream(file);
+    char buffer[8];
+    while (reader->read(buffer, 3) > 0) {
+    }
+    EXPECT_EQ(counter->bytesWritten(), 5U);
+    EXPECT_EQ(counter->bytesRead(), 5U);
+    counter->reset();
+    EXPECT_EQ(counter->bytesWritten() + counter->bytesRead(), 0U);
 }
 
 TEST(CallCounter, LosesNoCallOfManyThreads) {

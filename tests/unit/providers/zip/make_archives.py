@@ -63,8 +63,9 @@ class Member:
             "crc": zlib.crc32(data), "stored": len(self.raw), "size": len(data),
             "disk": 0, "internal": 0, "external": (mode or 0) << 16, "offset": None,
         }
-        self.fields.update(given)
         self.extra = extra
+        self.comment = given.pop("comment", b"")
+        self.fields.update(given)
         self.local = {"name": self.name, "extra": b""}
         self.local.update(local or {})
 
@@ -85,8 +86,8 @@ class Member:
         f = self.fields
         return struct.pack("<4sHHHHHHIIIHHHHHII", b"PK\1\2", f["made"], f["need"], f["flags"], f["method"],
                            f["time"], f["date"], f["crc"], f["stored"], f["size"], len(self.name),
-                           len(self.extra), 0, f["disk"], f["internal"], f["external"],
-                           offset if f["offset"] is None else f["offset"]) + self.name + self.extra
+                           len(self.extra), len(self.comment), f["disk"], f["internal"], f["external"],
+                           offset if f["offset"] is None else f["offset"]) + self.name + self.extra + self.comment
 
 
 def archive(*members, comment=b"", before=b"", **given):
@@ -155,12 +156,17 @@ def good():
         Member("a", b"1"), comment=b"see PK\5\6 in the format description" + bytes(40)), ["a=1"]
     yield "something behind", archive(Member("a", b"1")) + b"behind", ["a=1"]
     yield "something before", archive(Member("a", b"1"), before=b"#!/bin/sh\nexit 0\n"), ["a=1"]
+    yield "archive before", archive(Member("b", b"2"), before=archive(Member("a", b"1"))), ["b=2"]
+    yield "comments of members", archive(
+        Member("a", b"1", comment=b"of the first"), Member(b"\x81", b"2", comment=b"\x81ber"), Member("é", b"3", flags=UTF8,
+        comment="für".encode())), ["a=1", "ü=2", "é=3"]
     yield "large numbers", large(Member("a", TEXT, DEFLATED), Member("b", b"2")), [shown("a", TEXT), "b=2"]
     yield "large numbers behind something", large(Member("a", b"1"), before=b"before"), ["a=1"]
     yield "links", archive(Member("link", b"d/f", mode=0o120777), Member("d/f", b"1"), Member("d/up", b"../link", mode=0o120777)), [
         "link->d/f", "d/", "d/f=1", "d/up->../link"]
     yield "names with a dot", archive(Member("./"), Member("./a", b"1"), Member("./d/"), Member("d/./f/.//", b"")), [
         "a=1", "d/", "d/f/"]
+    yield "a dot before an implied folder", archive(Member("./"), Member("./d/f", b"1")), ["d/", "d/f=1"]
     yield "a dot alone", archive(Member("."), Member("a/.", b"")), ["a/"]
     yield "links to nothing", archive(
         Member("d/"), Member("to nothing", b"d/nothing", mode=0o120777), Member("to nothing in nothing", b"d/e/f", mode=0o120777),
@@ -284,6 +290,25 @@ def million():
     return count * apart, central + struct.pack("<4sHHHHIIH", b"PK\5\6", 0, 0, count & 0xFFFF, count & 0xFFFF, len(central), count * apart, 0)
 
 
+def beyond_4_gib():
+    """What lies before and behind a member that is a hole of 4.5 GiB, and the size of that."""
+    hole = 9 << 29
+    first = Member("hole", raw=b"", stored=IS32, size=IS32, crc=0)
+    first.local["extra"] = struct.pack("<HHQQ", 1, 16, hole, hole)
+    first.extra = struct.pack("<HHQQ", 1, 16, hole, hole)
+    others = [Member("stored", BIG), Member("deflated", BIG, DEFLATED), *[Member(f"{n:05}", b"%d" % n) for n in range(20_000)]]
+    body, central = bytearray(), bytearray(first.central(0))
+    for member in others:
+        member.extra = struct.pack("<HHQ", 1, 8, len(first.header()) + hole + len(body))
+        central += member.central(IS32)
+        body += member.header() + member.raw
+    begin = len(first.header()) + hole + len(body)
+    return first.header(), hole, bytes(body) + bytes(central) + struct.pack(
+        "<4sQHHIIQQQQ", b"PK\6\6", 44, 45, 45, 0, 0, len(others) + 1, len(others) + 1, len(central), begin) + struct.pack(
+        "<4sIQI", b"PK\6\7", 0, begin + len(central), 1) + struct.pack(
+        "<4sHHHHIIH", b"PK\5\6", 0, 0, IS16, IS16, len(central), IS32, 0)
+
+
 def main():
     target = Path(sys.argv[1])
     (target / "cut").mkdir(parents=True)
@@ -304,6 +329,11 @@ def main():
     hole, rest = million()
     with (target / "million.zip").open("wb") as file:
         file.seek(hole)
+        file.write(rest)
+    start, hole, rest = beyond_4_gib()
+    with (target / "beyond 4 GiB.zip").open("wb") as file:
+        file.write(start)
+        file.seek(hole, 1)
         file.write(rest)
     # Names whose hashes would meet in one slot for who knows the constants of a well known function.
     for name, tail in (("colliding", bytes.fromhex("DB28B4A0D17E03E7")), ("not colliding", b"abcdefgh")):

@@ -316,7 +316,8 @@ TEST(ZipWriting, AReadOnlyArchiveRefusesTheFirstChange) {
     fs::permissions(archive.path(), fs::perms::owner_read);
     auto const provider = archive.open();
     auto& links = dynamic_cast<extensions::ILinks&>(*provider);
-    std::array<std::function<void()>, 12> const changes{
+    auto& folders = dynamic_cast<extensions::IFolderAttributes&>(*provider);
+    std::array<std::function<void()>, 15> const changes{
         [&] { provider->createFile(archive.at("x")); },
         [&] { provider->createFolder(archive.at("x")); },
         [&] { provider->createFolderRecursive(archive.at("x")); },
@@ -326,6 +327,11 @@ TEST(ZipWriting, AReadOnlyArchiveRefusesTheFirstChange) {
         [&] { setTime(*provider, archive.at("d/f"), 0); },
         [&] { provider->setWritable(archive.at("d/f"), false); },
         [&] { provider->moveFile(archive.at("d/f"), archive.at("x"), replacing); },
+        [&] { provider->moveFolder(archive.at("d"), archive.at("x"), replacing); },
+        [&] { provider->copyFile(archive.at("d/f"), StorageItem(provider, archive.at("x")), {}); },
+        [&] {
+            folders.setFolderAttributes(archive.at("d"), {0700, {}, {}});
+        },
         [&] { provider->openStream(archive.at("d/f"), {}); },
         [&] {
             dynamic_cast<extensions::IReplacingStreams&>(*provider).openReplacement(archive.at("x"),

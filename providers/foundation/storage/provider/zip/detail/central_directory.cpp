@@ -221,16 +221,27 @@ class DirectoryReader {
         std::uint64_t const left = end - position;
         std::size_t const wanted =
             static_cast<std::size_t>(std::min<std::uint64_t>(left, mostOfHeader));
-        if (windowSize_ == 0 || position < windowBegin_ ||
-            position + wanted > windowBegin_ + windowSize_) {
-            windowSize_ = static_cast<std::size_t>(std::min<std::uint64_t>(left, windowSize));
-            window_.resize(windowSize_);
-            windowBegin_ = position;
-            readExactly(position, window_);
+        if (position < windowBegin_ || position + wanted > windowBegin_ + windowSize_) {
+            slide(position, left);
         }
         std::size_t const at = static_cast<std::size_t>(position - windowBegin_);
         return std::span(window_).subspan(
             at, static_cast<std::size_t>(std::min<std::uint64_t>(left, windowSize_ - at)));
+    }
+
+    /// The window to a place of which so many bytes are wanted; what it has of them is not read
+    /// again.
+    void slide(std::uint64_t position, std::uint64_t left) {
+        bool const isInside = position >= windowBegin_ && position < windowBegin_ + windowSize_;
+        std::size_t const kept =
+            isInside ? static_cast<std::size_t>(windowBegin_ + windowSize_ - position) : 0;
+        std::copy_n(window_.data() + (windowSize_ - kept), kept, window_.data());
+        windowBegin_ = position;
+        windowSize_ = static_cast<std::size_t>(std::min<std::uint64_t>(left, windowSize));
+        window_.resize(std::max(windowSize_, kept));
+        if (windowSize_ > kept) {
+            readExactly(position + kept, std::span(window_).first(windowSize_).subspan(kept));
+        }
     }
 
     void add(unsigned char const* header, std::uint64_t shift) {
@@ -262,12 +273,13 @@ class DirectoryReader {
         }
         member.headerOffset += shift;
         bool const isKept = (flags & utf8Flag) != 0 || isOfUnix(read16(header + 4));
-        std::string_view const path = container::withoutDots(
+        std::string_view const spelled =
             memberPath(textOf(name, nameSize), extra,
-                       isKept ? NameSpelling::Kept : NameSpelling::CodePage437, converted_),
-            withoutDots_);
+                       isKept ? NameSpelling::Kept : NameSpelling::CodePage437, converted_);
+        std::string_view const path = container::withoutDots(spelled, withoutDots_);
         facts.isLonger = path.size() > nameSize;
-        takeAttributes(header, path, facts);
+        bool const isRoot = path.empty() && !spelled.empty(); // `.` and `./`
+        takeAttributes(header, isRoot || path.ends_with('/'), facts);
         takeTime(header, extra, facts);
         switch (index_->add(path, facts)) {
         case ArchiveIndex::Added::TooMany:
@@ -308,7 +320,7 @@ class DirectoryReader {
         }
     }
 
-    static void takeAttributes(unsigned char const* header, std::string_view path,
+    static void takeAttributes(unsigned char const* header, bool isFolderByName,
                                MemberFacts& facts) {
         constexpr std::uint32_t typeBits = 0170000;
         constexpr std::uint32_t linkType = 0120000;
@@ -320,8 +332,8 @@ class DirectoryReader {
         std::uint32_t const mode = attributes >> 16;
         bool const hasMode = isOfUnix(read16(header + 4)) && mode != 0;
         std::uint32_t const type = hasMode ? mode & typeBits : 0;
-        bool const isFolder = path.ends_with('/') || type == folderType ||
-                              (!hasMode && (attributes & dosFolder) != 0);
+        bool const isFolder =
+            isFolderByName || type == folderType || (!hasMode && (attributes & dosFolder) != 0);
         // Content that came through a pipe has its mode, and is that of a file all the same.
         bool const isFile = type == 0 || type == fileType || facts.member.size != 0;
         facts.kind = isFolder           ? EntryKind::Folder
