@@ -112,9 +112,9 @@ TEST_F(WebServer, DoesNotMixTwoVersionsOfAFile) {
     ASSERT_EQ(stream->read(buffer, sizeof buffer), 100);
     std::string const other(fileSize, 'x');
     std::ofstream(fileOf(name_ + ".new"), std::ios::binary) << other;
-    std::filesystem::last_write_time(
-        fileOf(name_ + ".new"),
-        std::filesystem::last_write_time(fileOf(name_)) + std::chrono::seconds(2));
+    std::filesystem::last_write_time(fileOf(name_ + ".new"),
+                                     std::filesystem::last_write_time(fileOf(name_)) +
+                                         std::chrono::seconds(2));
     std::filesystem::rename(fileOf(name_ + ".new"), fileOf(name_));
     stream->seek(2'000'000, std::ios_base::beg);
     EXPECT_THROW(stream->read(buffer, sizeof buffer), ByteStreamFailure);

@@ -76,6 +76,60 @@ def sparse(name, size, *parts):
     return bytes(header) + padded(data)
 
 
+def xxh64(data):
+    """The check sum of zstd's frames, from its document, with the seed 0."""
+    p1, p2, p3, p4, p5 = (0x9E3779B185EBCA87, 0xC2B2AE3D27D4EB4F, 0x165667B19E3779F9, 0x85EBCA77C2B2AE63,
+                          0x27D4EB2F165667C5)
+    mask = 2**64 - 1
+
+    def turned(value, bits):
+        return (value << bits | value >> (64 - bits)) & mask
+
+    def mixed(sum, lane):
+        return turned((sum + lane * p2) & mask, 31) * p1 & mask
+
+    at, value = 0, p5
+    if len(data) >= 32:
+        sums = [p1 + p2 & mask, p2, 0, -p1 & mask]
+        while at + 32 <= len(data):
+            sums = [mixed(sum, lane) for sum, lane in zip(sums, struct.unpack_from("<4Q", data, at))]
+            at += 32
+        value = sum(turned(lane, bits) for lane, bits in zip(sums, (1, 7, 12, 18))) & mask
+        for lane in sums:
+            value = ((value ^ mixed(0, lane)) * p1 + p4) & mask
+    value = value + len(data) & mask
+    while at + 8 <= len(data):
+        value = turned(value ^ mixed(0, struct.unpack_from("<Q", data, at)[0]), 27) * p1 + p4 & mask
+        at += 8
+    if at + 4 <= len(data):
+        value = turned(value ^ struct.unpack_from("<I", data, at)[0] * p1 & mask, 23) * p2 + p3 & mask
+        at += 4
+    for byte in data[at:]:
+        value = turned(value ^ byte * p5 & mask, 11) * p1 & mask
+    value = (value ^ value >> 33) * p2 & mask
+    value = (value ^ value >> 29) * p3 & mask
+    return value ^ value >> 32
+
+
+def zstd_block(data, size=None, kind=0, last=False):
+    """Stored; of kind 1 it is a byte that stands for `size` of them."""
+    return struct.pack("<I", int(last) | kind << 1 | (len(data) if size is None else size) << 3)[:3] + data
+
+
+def zstd(data, check=None):
+    """A frame of one stored block, with its size before it and its check sum behind it."""
+    return (b"\x28\xb5\x2f\xfd\xa4" + struct.pack("<I", len(data)) + zstd_block(data, last=True) +
+            struct.pack("<I", (xxh64(data) if check is None else check) & 0xFFFFFFFF))
+
+
+def lzip(data, dictionary=20, check=None, size=None):
+    coder = dict(id=lzma.FILTER_LZMA1, dict_size=2**20, lc=3, lp=0, pb=2, preset=6)
+    packed = lzma.compress(data, lzma.FORMAT_RAW, filters=[coder])
+    return (b"LZIP\1" + bytes([dictionary]) + packed +
+            struct.pack("<IQQ", zlib.crc32(data) if check is None else check, len(data) if size is None else size,
+                        len(packed) + 26))
+
+
 def good():
     yield "empty", archive(), []
     yield "no bytes", b"", []
@@ -131,14 +185,23 @@ def good():
         "s=" + "a" * 512 + "\0" * 512 + "cd", "rest=r"]
     yield "sparse without a part", archive(sparse("s", 3), REST), ["s=\0\0\0", "rest=r"]
     yield "sparse in one part", archive(sparse("s", 2, (0, b"ab")), REST), ["s=ab", "rest=r"]
+    for title, size in (("more than there is", 2**40), ("as much as can be", 2**63 - 1)):
+        claim = pax([(b"GNU.sparse.size", b"%d" % size), (b"GNU.sparse.numblocks", b"1"), (b"GNU.sparse.map", b"0,2")])
+        yield "sparse that claims " + title, archive(claim, member("s", b"ab"), sparse("t", 3), REST), [
+            "s!5", "t=\0\0\0", "rest=r"]
     yield "same name twice", archive(member("a", b"1"), member("a", b"22")), ["a=22"]
     yield "time before 1970", archive(pax([(b"mtime", b"-1.5")]), member("a", b"1")), ["a=1"]
     tar = archive(member("a", TEXT), member("d/b", b"2"))
     listed = [shown("a", TEXT), "d/", "d/b=2"]
     for title, data in (("gzip", gzip.compress(tar)), ("bzip2", bz2.compress(tar)), ("xz", lzma.compress(tar)),
-                        ("lzma", lzma.compress(tar, lzma.FORMAT_ALONE))):
+                        ("lzma", lzma.compress(tar, lzma.FORMAT_ALONE)), ("lzip", lzip(tar)), ("zstd", zstd(tar))):
         yield f"compressed, {title}", data, listed
     yield "compressed in two pieces", gzip.compress(tar[:700]) + gzip.compress(tar[700:]), listed
+    for title, compress in (("bzip2", bz2.compress), ("xz", lzma.compress), ("lzip", lzip), ("zstd", zstd)):
+        yield f"compressed, {title} in two pieces", compress(tar[:700]) + compress(tar[700:]), listed
+    skippable = b"\x5e\x2a\x4d\x18" + struct.pack("<I", 5) + b"hello"
+    yield "compressed, zstd between frames to be skipped", (
+        skippable + zstd(tar[:700]) + skippable + zstd(tar[700:]) + skippable), listed
     yield "compressed, xz in two pieces with zeros", lzma.compress(tar[:700]) + bytes(8) + lzma.compress(tar[700:]), listed
     yield "compressed, with much behind the end", gzip.compress(tar + bytes(300_000)), listed
     yield "compressed, a block in all", gzip.compress(archive(member("a", b"1")) + bytes(128 * 1024 - 4 * BLOCK)), ["a=1"]
@@ -216,6 +279,16 @@ def refused():
     yield "xz with a damaged check sum", lzma.compress(tar)[:-30] + bytes(30), ["!9"]
     yield "bzip2 with rubbish in it", bz2.compress(tar)[:40] + b"\xff" * 40, ["!9"]
     yield "gzip header alone", gzip.compress(tar)[:10], ["!9"]
+    yield "zstd with a wrong check sum", zstd(tar, 1), ["!9"]
+    yield "zstd with a wrong check sum far behind the end", zstd(tar + bytes(100_000), 1), ["!9"]
+    yield "zstd with a wrong check sum in the second frame", zstd(tar[:700]) + zstd(tar[700:], 1), ["!9"]
+    yield "zstd with a block of no kind", zstd(tar)[:9] + zstd_block(tar, kind=3, last=True), ["!9"]
+    yield "zstd with a window of 128 MiB", b"\x28\xb5\x2f\xfd\0\x88" + zstd_block(tar, last=True), ["!5"]
+    yield "lzip with a wrong check sum", lzip(tar, check=1), ["!9"]
+    yield "lzip with a wrong size", lzip(tar, size=1), ["!9"]
+    yield "lzip with a wrong check sum in the second member", lzip(tar[:700]) + lzip(tar[700:], check=1), ["!9"]
+    yield "lzip of a later version", lzip(tar)[:4] + b"\7" + lzip(tar)[5:], ["!9"]
+    yield "lzip with a dictionary of 512 MiB", lzip(tar, 29), ["!5"]
     yield "zstd with rubbish in it", b"\x28\xb5\x2f\xfd" + b"\xff" * 60, ["!9"]
     yield "zip", b"PK\x05\x06" + bytes(18), ["!9"]
     yield "7z header alone", b"7z\xbc\xaf\x27\x1c\0\4" + bytes(24), ["!11"]
@@ -248,6 +321,9 @@ def bombs():
                               ("gzip", zlib.compressobj(9, zlib.DEFLATED, 31))):
         parts = [compressor.compress(head)] + [compressor.compress(zeros) for _ in range(size // len(zeros))]
         yield f"bomb of {title}", b"".join(parts) + compressor.flush(), ["!5"]
+    yield "bomb of zstd", b"\x28\xb5\x2f\xfd\0\x38" + zstd_block(head) + b"".join(
+        zstd_block(b"\0", 2**17, 1) for _ in range(size // 2**17)), ["!5"]
+    yield "bomb of lzip", lzip(head + zeros * 128), ["!5"]
     wanting = bytearray(lzma.compress(archive(member("a", TEXT)), lzma.FORMAT_ALONE))
     wanting[1:5] = struct.pack("<I", 2**30)  # the size of the dictionary
     yield "lzma that wants much memory", bytes(wanting), ["!5"]
@@ -256,7 +332,7 @@ def bombs():
 def cut():
     whole = archive(member("a", TEXT), pax([(b"path", b"d/b")]), member("b", b"2"))
     for title, data in (("plain", whole), ("gzip", gzip.compress(whole, mtime=0)), ("bzip2", bz2.compress(whole)),
-                        ("xz", lzma.compress(whole))):
+                        ("xz", lzma.compress(whole)), ("lzip", lzip(whole)), ("zstd", zstd(whole))):
         for size in range(0, len(data), 1 if title != "plain" else 7):
             yield f"cut/{title} {size}", data[:size], None
 

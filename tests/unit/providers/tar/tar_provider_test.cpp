@@ -236,6 +236,26 @@ TEST(TarBounds, AreThoseOfTheOptions) {
     EXPECT_EQ(codeOf([] { open("compressed, xz", {.maximumDecoderMemory = 100'000}); }), 5);
 }
 
+TEST(TarBounds, HoldForAllSparseFilesTogether) {
+    WorkFolder const folder;
+    std::string const archive = folder.path() + "/archive";
+    run("cd " + folder.path() +
+        " && truncate -s 50M a && truncate -s 40M b && echo 1 > c && "
+        "truncate -s 1M c && tar cSf archive.tar a b c");
+    auto const codes = [&](TarOptions const& options) {
+        auto const provider = open(archive, options);
+        std::vector<int> result;
+        for (char const* const name : {"a", "b", "c"}) {
+            result.push_back(codeOf([&] { provider->openReadOnlyStream(inside(archive, name)); }));
+        }
+        return result;
+    };
+
+    EXPECT_THAT(codes({}), ElementsAre(-1, 5, -1));
+    EXPECT_THAT(codes({.maximumRatio = 100'000}), ElementsAre(-1, -1, -1));
+    EXPECT_EQ(open(archive)->getFileAttributes(inside(archive, "b")).values().size, 40U << 20U);
+}
+
 TEST(TarOfDeepTrees, IsListedAsFastAsAnother) {
     auto const provider = open("deep");
     double const begin = processorTime();

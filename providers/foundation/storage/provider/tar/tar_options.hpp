@@ -21,7 +21,8 @@ struct TarOptions {
     std::uint32_t maximumDepth = 100;
     /// Bytes that a compressed archive may decode to, and for each of its own bytes, where they are
     /// more than 64 MiB: what holds more is next to nothing but zeros. gzip reaches 1,032 at most,
-    /// xz some 6,900.
+    /// xz some 6,900. The latter holds for all sparse files of an archive together, too: those that
+    /// go beyond it are listed, and refused when they are opened.
     std::uint64_t maximumDecoded = std::uint64_t{256} * 1024 * 1024 * 1024;
     std::uint64_t maximumRatio = 1'000;
     /// Bytes that the decoder of a compressed archive may take. The largest preset of xz takes 65

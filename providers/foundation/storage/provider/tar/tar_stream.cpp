@@ -158,6 +158,9 @@ void check(Member const& member, StorageIRI const& location) {
     if (member.kind == container::EntryKind::Other || member.access == Access::Encrypted) {
         throw Exception(ErrorCode::UnsupportedOperation, location);
     }
+    if (member.access == Access::TooLarge) {
+        throw Exception(ErrorCode::FileTooLarge, location);
+    }
     if (member.access == Access::Missing) {
         throw Exception(ErrorCode::IOError, location);
     }

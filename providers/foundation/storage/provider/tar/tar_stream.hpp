@@ -15,8 +15,9 @@ namespace foundation::storage::provider::tar {
 /// seeking back begins the member again, over the same bytes.
 ///
 /// Throws provider::Exception naming `location`: UnsupportedOperation for what is encrypted or no
-/// file, IOError for a hard link that leads to nothing and a member that is not where it was,
-/// ResourceInUse for an item that has changed since its headers were read.
+/// file, FileTooLarge for what has more holes than is allowed, IOError for a hard link that leads
+/// to nothing and a member that is not where it was, ResourceInUse for an item that has changed
+/// since its headers were read.
 std::unique_ptr<ByteStream> openMember(detail::ArchiveSource& source,
                                        std::shared_ptr<detail::MemberReaders> const& readers,
                                        detail::Member const& member, StorageIRI const& location);

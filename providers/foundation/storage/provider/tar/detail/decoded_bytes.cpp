@@ -1,5 +1,7 @@
 #include <foundation/storage/provider/tar/detail/decoded_bytes.hpp>
 
+#include <foundation/storage/provider/tar/detail/ratio.hpp>
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -12,8 +14,6 @@ namespace {
 
 constexpr std::size_t inputSize = std::size_t{64} * 1024;
 constexpr std::uint64_t blockSize = BlockCache::blockSize;
-/// So much a small file may decode to, whatever the ratio.
-constexpr std::uint64_t freeOfRatio = std::uint64_t{64} * 1024 * 1024;
 
 } // namespace
 
@@ -156,8 +156,7 @@ void DecodedBytes::seeSignature() {
 
 void DecodedBytes::checkBounds(std::uint64_t decoded) const {
     std::uint64_t const consumed = inputEnd_ - input_.size();
-    if (decoded > options_.maximumDecoded ||
-        (decoded > freeOfRatio && decoded / options_.maximumRatio > consumed)) {
+    if (decoded > options_.maximumDecoded || isMoreThanRatio(decoded, consumed, options_)) {
         throw DecodingFailure("the archive decodes to more than is allowed",
                               ErrorCode::FileTooLarge);
     }

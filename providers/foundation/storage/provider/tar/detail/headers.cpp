@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/container/member_path.hpp>
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/tar/detail/ratio.hpp>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -104,7 +105,7 @@ class HeaderReader {
             index_->countLeftOut();
             break;
         case TarIndex::Added::Yes:
-            if (member.access == Access::Direct) {
+            if (member.access == Access::Direct && member.kind == EntryKind::File) {
                 last_ = {reader_->headerPosition(), member.place, member.size,
                          ::archive_entry_sparse_count(&entry) != 0};
             }
@@ -168,8 +169,20 @@ class HeaderReader {
         bool const isThere = last_->place <= next && last_->size <= next - last_->place &&
                              next - last_->place - last_->size < largestPadding;
         if (last_->hasHoles || (!isThere && last_->size != 0)) {
-            index_->changeLast(Access::AtHeader, last_->header);
+            index_->changeLast(mayHave(last_->size) ? Access::AtHeader : Access::TooLarge,
+                               last_->header);
         }
+    }
+
+    /// Of all that says to have holes together: each may take no more than a header.
+    bool mayHave(std::uint64_t size) {
+        std::uint64_t together = 0;
+        if (__builtin_add_overflow(withHoles_, size, &together) ||
+            isMoreThanRatio(together, source_.size(), options_)) {
+            return false;
+        }
+        withHoles_ = together;
+        return true;
     }
 
     struct Last {
@@ -185,7 +198,8 @@ class HeaderReader {
     std::optional<ArchiveReader> reader_;
     Charset charset_ = Charset::Bytes;
     bool isInOnePiece_ = false;
-    std::optional<Last> last_; ///< where the content of the last member is expected to be
+    std::optional<Last> last_;    ///< where the content of the last member is expected to be
+    std::uint64_t withHoles_ = 0; ///< the sizes of all that have them
     std::string withoutDots_;
 };
 

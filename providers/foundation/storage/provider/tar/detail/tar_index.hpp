@@ -21,6 +21,7 @@ enum class Access : std::uint8_t {
     ByNumber,  ///< by the format's reader, as the member with the number `place`
     Missing,   ///< a hard link that leads to nothing, or the target of a link that is too long
     Encrypted, ///< not at all
+    TooLarge,  ///< not at all: with holes that are more than is allowed
 };
 
 /// What a header says of a member, apart from its name. Without gaps, since there may be a million.
