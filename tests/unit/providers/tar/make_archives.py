@@ -254,6 +254,7 @@ def refused():
     yield "of a negative size", archive(member("a", TEXT, size=b"\xff" * 12)), ["!9"]
     yield "of no size", archive(member("a", TEXT, size=b"no number..."), REST), ["!9"]
     yield "pax of a large size", archive(member("p", b"", b"x", size=2**33), member("a", TEXT)), ["!9"]
+    yield "cut short behind the content of a member", archive(a, end=b"")[:-100], ["!9"]
     yield "pax alone", archive(pax([(b"path", b"x")]), end=b""), ["!9"]
     yield "long name of a large size", archive(member("././@LongLink", b"", b"L", size=2**33), a), ["!9"]
     yield "long name alone", archive(long_name(b"n" * 300), end=b""), ["!9"]

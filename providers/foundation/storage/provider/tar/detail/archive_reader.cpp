@@ -90,10 +90,11 @@ void ArchiveReader::openArchive() {
         throw std::bad_alloc();
     }
     // No filters: the bytes are decoded before they come here, within bounds.
+    // ISO 9660 last: it reads 32 KiB to know its own, unless another one has.
     for (auto const support :
-         {&::archive_read_support_format_ar, &::archive_read_support_format_cpio,
-          &::archive_read_support_format_empty, &::archive_read_support_format_iso9660,
-          &::archive_read_support_format_tar}) {
+         {&::archive_read_support_format_tar, &::archive_read_support_format_cpio,
+          &::archive_read_support_format_ar, &::archive_read_support_format_empty,
+          &::archive_read_support_format_iso9660}) {
         if (support(reader) == ARCHIVE_FATAL) {
             throw std::bad_alloc();
         }

@@ -131,6 +131,7 @@ class HeaderReader {
     }
 
     /// libarchive takes the sign of pax's decimal seconds for that of the whole seconds alone.
+    /// Where those are 0, it is lost.
     Timestamp timeOf(archive_entry& entry) const {
         constexpr std::int32_t second = 1'000'000'000;
         Timestamp const time{::archive_entry_mtime(&entry),
