@@ -104,8 +104,12 @@ TEST_F(ZipWritingOfAnImpliedFolder, RefusesTheMemberThatItWouldGet) {
     auto& attributes = dynamic_cast<extensions::IFolderAttributes&>(*provider);
     std::array<std::function<void()>, 4> const changes{
         [&] { provider->setWritable(folder, false); },
-        [&] { provider->setLastModified(folder, toPtime({0, 0})); },
-        [&] { attributes.setFolderAttributes(folder, {0700, {}, {}}); },
+        [&] {
+            provider->setLastModified(folder, toPtime({0, 0}));
+        },
+        [&] {
+            attributes.setFolderAttributes(folder, {0700, {}, {}});
+        },
         [&] {
             provider->moveFile(archive.at("d/f"), archive.at("d/g"),
                                ReplacementPolicy::FailIfExists);

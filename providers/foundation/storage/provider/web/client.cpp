@@ -100,7 +100,8 @@ std::unique_ptr<Exchange> Client::follow(Request const& request, Deadline const&
         std::unique_ptr<Exchange> answer = sendOnce(current, deadline);
         AnswerHead const& head = answer->head(deadline);
         auto const reference = head.headers.find("Location");
-        if (!isRedirect(head.status, current.method) || !reference) {
+        bool const isFollowed = isRedirect(head.status, current.method) && options_.redirects > 0;
+        if (!isFollowed || !reference) {
             return answer;
         }
         if (step == options_.redirects) {

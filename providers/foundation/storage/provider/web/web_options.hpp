@@ -27,7 +27,7 @@ struct WebOptions {
     std::chrono::milliseconds firstPause{200};
     std::chrono::milliseconds longestPause{10'000};
 
-    /// Redirects that are followed one after the other.
+    /// Redirects that are followed one after the other; 0: a redirect is the answer.
     unsigned redirects = 10;
     /// Whether a redirect may lead from https to http.
     bool followsToPlainHttp = false;

@@ -27,10 +27,10 @@ struct ListedObject {
 };
 
 struct ListQuery {
-    std::string prefix;
-    bool isDelimited = false; ///< keys with a further slash behind the prefix become prefixes
-    std::string startAfter;   ///< for the first page
-    std::string continuation; ///< of the page before; empty for the first
+    std::string prefix = {};
+    bool isDelimited = false;      ///< keys with a further slash behind the prefix become prefixes
+    std::string startAfter = {};   ///< for the first page
+    std::string continuation = {}; ///< of the page before; empty for the first
     unsigned mostKeys = 1000;
 };
 

@@ -18,9 +18,8 @@ namespace {
 constexpr std::chrono::seconds cleaningTime{5};
 
 Question partQuestion(std::string_view key, std::string_view upload, unsigned number) {
-    return {"PUT",
-            key,
-            {{"partNumber", std::to_string(number)}, {"uploadId", std::string(upload)}}};
+    return {
+        "PUT", key, {{"partNumber", std::to_string(number)}, {"uploadId", std::string(upload)}}};
 }
 
 /// What an object has as its tag that was stored in these parts, unencrypted; empty where it
@@ -96,8 +95,8 @@ void Bucket::abortLostUploads(std::string_view key, Doubt const& doubt) const {
     if (uploads_->isBegunTwice(key)) {
         return;
     }
-    Deadline const deadline(std::min<std::chrono::milliseconds>(
-        cleaningTime, store_->options().web.operationTimeout));
+    Deadline const deadline(
+        std::min<std::chrono::milliseconds>(cleaningTime, store_->options().web.operationTimeout));
     Answer answer = askForUploads(*store_, key, deadline);
     constexpr std::int64_t slack = 2; // as whole seconds are compared
     std::int64_t const now = timeOf(answer.headers, store_->now());

@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/s3/detail/encoding.hpp>
 #include <foundation/storage/provider/s3/detail/store_failure.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <pugixml.hpp>
 
@@ -56,6 +57,10 @@ std::string_view textOf(pugi::xml_node parent, char const* child) {
 /// As the fields of an answer have it; some stores leave the quotes out of documents.
 std::string tagIn(pugi::xml_node parent) {
     std::string tag(textOf(parent, "ETag"));
+    // It is to be sent back in a field.
+    if (!std::all_of(tag.begin(), tag.end(), [](char c) { return c > ' ' && c <= '~'; })) {
+        throw wrongAnswer("a tag is malformed");
+    }
     return tag.empty() || tag.ends_with('"') ? tag : '"' + tag + '"';
 }
 

@@ -1,0 +1,753 @@
+"""An object store over HTTP, good and bad: lying_store.py LOG [CERTIFICATE KEY]
+
+Prints two ports of the loopback interface, and serves them until its standard input ends; with a
+certificate a third one, for TLS. Every request is appended to LOG before it is answered: port,
+method, target and its fields, separated by a tab each.
+
+The name of a bucket is how it behaves, up to the first dot; it comes to be when it is first named.
+Every signature is checked, but for those of buckets that are `open`."""
+import hashlib
+import hmac
+import os
+import re
+import socket
+import struct
+import sys
+import threading
+import time
+from datetime import datetime, timezone
+from email.utils import formatdate
+from urllib.parse import parse_qsl, quote_plus, unquote
+from xml.etree import ElementTree
+from xml.sax.saxutils import escape
+
+ACCESS, SECRET, TOKEN, REGION = 'CANARYACCESS', 'CANARYSECRET/+=', 'CANARYTOKEN', 'eu-test-1'
+log = open(sys.argv[1], 'a', buffering=1)
+lock = threading.RLock()
+buckets = {}
+ports = []
+XML = '<?xml version="1.0" encoding="UTF-8"?>\n'
+
+
+class Lost(Exception):
+    """The connection is to be closed."""
+
+
+class Refusal(Exception):
+    def __init__(self, status, word, more=''):
+        self.answer = error(status, word, more)
+
+
+def error(status, word, more='', *fields):
+    return (status, list(fields), f'{XML}<Error><Code>{word}</Code><Message>for {SECRET} and {TOKEN}'
+            f'</Message>{more}</Error>'.encode())
+
+
+class Object:
+    def __init__(self, data, fields=(), tag=None):
+        self.data, self.fields, self.time = data, list(fields), time.time()
+        self.tag = tag or hashlib.md5(data).hexdigest()
+
+
+class Bucket:
+    def __init__(self):
+        self.objects, self.uploads, self.asked, self.number = {}, {}, {}, 0
+
+
+def seeded(size, seed=0):
+    return bytes((i * 7 + (i >> 8) * 13 + seed) & 255 for i in range(size))
+
+
+class Connection:
+    def __init__(self, connection, port):
+        self.socket, self.port, self.file = connection, port, connection.makefile('rb')
+        self.clock_offset = 0
+
+    def serve(self):
+        try:
+            while self.take():
+                with_name = 'do_' + self.behaviour.replace('-', '_')
+                getattr(self, with_name, self.do_good)()
+        except (Lost, OSError):
+            pass
+        finally:
+            self.file.close()
+            self.socket.close()
+
+    def take(self):
+        line = self.file.readline().decode('latin-1').split()
+        if len(line) != 3:
+            return False
+        self.method, self.target = line[0], line[1]
+        self.fields = {}
+        while (field := self.file.readline().decode('latin-1').strip()):
+            name, value = field.split(':', 1)
+            self.fields[name.lower()] = value.strip()
+        with lock:
+            log.write('\t'.join([str(self.port), self.method, self.target] +
+                                [f'{k}: {v}' for k, v in self.fields.items()]) + '\n')
+        self.body = self.file.read(int(self.fields.get('content-length', 0)))
+        self.signed = dict(self.fields)
+        path, _, query = self.target.partition('?')
+        self.query = dict(parse_qsl(query, keep_blank_values=True, encoding='utf-8',
+                                    errors='surrogateescape'))
+        name, _, key = path[1:].partition('/')
+        self.key = unquote(key, errors='surrogateescape')
+        self.behaviour = name.partition('.')[0]
+        with lock:
+            self.bucket = buckets.setdefault(name, Bucket())
+            self.operation = self.name_of_operation()
+            self.count = self.bucket.asked[self.operation] = \
+                self.bucket.asked.get(self.operation, 0) + 1
+        return True
+
+    def name_of_operation(self):
+        has = self.query.__contains__
+        if not self.key:
+            if self.method == 'POST' and has('delete'):
+                return 'remove-many'
+            return 'uploads' if has('uploads') else 'list' if has('list-type') else 'bucket'
+        if self.method == 'POST':
+            return 'begin' if has('uploads') else 'complete'
+        if has('uploadId'):
+            return 'abort' if self.method == 'DELETE' else 'part'
+        if self.method == 'PUT':
+            return 'copy' if 'x-amz-copy-source' in self.fields else 'put'
+        return {'GET': 'get', 'HEAD': 'head', 'DELETE': 'remove'}[self.method]
+
+    # What answers are made of.
+
+    def send(self, answer, cut=None):
+        status, fields, body = answer
+        if not any(field.lower().startswith(('content-length', 'transfer-')) for field in fields):
+            fields = [f'Content-Length: {len(body)}', *fields]
+        date = formatdate(time.time() + self.clock_offset, usegmt=True)
+        head = '\r\n'.join([f'HTTP/1.1 {status} Status', f'Date: {date}', *fields, '', ''])
+        self.socket.sendall(head.encode('latin-1'))
+        if self.method != 'HEAD':
+            self.socket.sendall(body if cut is None else body[:cut])
+        if cut is not None:
+            raise Lost
+
+    def reset(self):
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
+        raise Lost
+
+    def document(self, root, content):
+        return 200, ['Content-Type: application/xml'], \
+            f'{XML}<{root} xmlns="http://s3.amazonaws.com/doc/2006-03-01/">{content}</{root}>'.encode(
+                'utf-8', 'surrogateescape')
+
+    # What the store does.
+
+    def good(self):
+        """The right answer; it is not sent yet."""
+        with lock:
+            try:
+                self.check_signature()
+                return getattr(self, 'on_' + self.operation.replace('-', '_'))()
+            except Refusal as refusal:
+                return refusal.answer
+
+    def check_signature(self):
+        if self.behaviour.startswith('open'):
+            if 'authorization' in self.signed:
+                raise Refusal(400, 'SomebodyAsks')
+            return
+        match = re.fullmatch(r'AWS4-HMAC-SHA256 Credential=(\w+)/(\d{8})/([\w-]+)/s3/aws4_request,'
+                             r'SignedHeaders=([\w;-]+),Signature=(\w{64})',
+                             self.signed.get('authorization', ''))
+        if not match:
+            raise Refusal(403, 'AccessDenied')
+        access, day, region, names, signature = match.groups()
+        moment = self.signed['x-amz-date']
+        asked = datetime.strptime(moment, '%Y%m%dT%H%M%SZ').replace(tzinfo=timezone.utc)
+        if abs(asked.timestamp() - time.time() - self.clock_offset) > 900:
+            raise Refusal(403, 'RequestTimeTooSkewed')
+        if access != ACCESS:
+            raise Refusal(403, 'InvalidAccessKeyId')
+        if region != REGION:
+            raise Refusal(400, 'AuthorizationHeaderMalformed', f'<Region>{REGION}</Region>')
+        digest = self.signed['x-amz-content-sha256']
+        if digest not in ('UNSIGNED-PAYLOAD', hashlib.sha256(self.body).hexdigest()):
+            raise Refusal(400, 'XAmzContentSHA256Mismatch')
+        if any(name.startswith('x-amz-') and name not in names.split(';') for name in self.signed):
+            raise Refusal(403, 'AccessDenied')
+        path, _, query = self.target.partition('?')
+        parameters = sorted(tuple((one + '=').split('=')[:2]) for one in query.split('&') if one)
+        canonical = '\n'.join([
+            self.method, path, '&'.join(f'{name}={value}' for name, value in parameters),
+            *(f'{name}:{" ".join(self.signed[name].split())}' for name in names.split(';')), '',
+            names, digest])
+        scope = f'{day}/{region}/s3/aws4_request'
+        text = '\n'.join(['AWS4-HMAC-SHA256', moment, scope,
+                          hashlib.sha256(canonical.encode('latin-1')).hexdigest()])
+        key = ('AWS4' + SECRET).encode()
+        for part in (day, region, 's3', 'aws4_request', text):
+            key = hmac.new(key, part.encode(), hashlib.sha256).digest()
+        if key.hex() != signature or self.signed.get('x-amz-security-token', TOKEN) != TOKEN:
+            raise Refusal(403, 'SignatureDoesNotMatch')
+
+    def found(self):
+        if self.key not in self.bucket.objects:
+            raise Refusal(404, 'NoSuchKey')
+        return self.bucket.objects[self.key]
+
+    def upload(self):
+        upload = self.bucket.uploads.get(self.query['uploadId'])
+        if not upload or upload[0] != self.key:
+            raise Refusal(404, 'NoSuchUpload')
+        return upload
+
+    def refuse_existing(self):
+        if self.fields.get('if-none-match') == '*' and self.key in self.bucket.objects:
+            raise Refusal(412, 'PreconditionFailed')
+
+    def metadata(self):
+        return [f'{k}: {v}' for k, v in self.fields.items() if k.startswith('x-amz-meta-')]
+
+    def on_bucket(self):
+        return 200, [], b''
+
+    def on_get(self):
+        found = self.found()
+        data, tag = found.data, f'"{found.tag}"'
+        if self.fields.get('if-match', tag) != tag:
+            raise Refusal(412, 'PreconditionFailed')
+        mark = [f'ETag: {tag}', f'Last-Modified: {formatdate(found.time, usegmt=True)}',
+                *found.fields]
+        match = re.fullmatch(r'bytes=(\d+)-(\d+)', self.fields.get('range', ''))
+        if not match:
+            return 200, mark, data
+        first, end = int(match[1]), min(int(match[2]) + 1, len(data))
+        if first >= len(data):
+            raise Refusal(416, 'InvalidRange')
+        return 206, [f'Content-Range: bytes {first}-{end - 1}/{len(data)}', *mark], data[first:end]
+
+    on_head = on_get
+
+    def on_put(self):
+        self.refuse_existing()
+        self.bucket.objects[self.key] = made = Object(self.body, self.metadata())
+        return 200, [f'ETag: "{made.tag}"'], b''
+
+    def source(self):
+        name, _, key = unquote(self.fields['x-amz-copy-source']).lstrip('/').partition('/')
+        found = buckets[name].objects.get(key) if name in buckets else None
+        if not found:
+            raise Refusal(404, 'NoSuchKey')
+        tag = f'"{found.tag}"'
+        if self.fields.get('x-amz-copy-source-if-match', tag) != tag:
+            raise Refusal(412, 'PreconditionFailed')
+        return found
+
+    def on_copy(self):
+        found = self.source()
+        isNew = self.fields.get('x-amz-metadata-directive') == 'REPLACE'
+        self.bucket.objects[self.key] = made = Object(
+            found.data, self.metadata() if isNew else found.fields, found.tag)
+        return self.document('CopyObjectResult', f'<ETag>"{made.tag}"</ETag>')
+
+    def on_remove(self):
+        self.bucket.objects.pop(self.key, None)
+        return 204, [], b''
+
+    def on_remove_many(self):
+        if 'content-md5' not in self.fields:
+            raise Refusal(400, 'InvalidRequest')
+        for element in ElementTree.fromstring(self.body).iter():
+            if element.tag.endswith('}Key'):
+                self.bucket.objects.pop(element.text or '', None)
+        return self.document('DeleteResult', '')
+
+    def on_begin(self):
+        self.bucket.number += 1
+        upload = f'upload/{self.bucket.number}+'
+        self.bucket.uploads[upload] = (self.key, time.time(), {}, self.metadata())
+        return self.document('InitiateMultipartUploadResult', f'<UploadId>{upload}</UploadId>')
+
+    def on_part(self):
+        parts = self.upload()[2]
+        number = int(self.query['partNumber'])
+        if 'x-amz-copy-source' not in self.fields:
+            parts[number] = self.body
+            return 200, [f'ETag: "{hashlib.md5(self.body).hexdigest()}"'], b''
+        match = re.fullmatch(r'bytes=(\d+)-(\d+)', self.fields['x-amz-copy-source-range'])
+        parts[number] = self.source().data[int(match[1]):int(match[2]) + 1]
+        return self.document('CopyPartResult',
+                             f'<ETag>{hashlib.md5(parts[number]).hexdigest()}</ETag>')
+
+    def on_complete(self):
+        key, _, parts, fields = self.upload()
+        self.refuse_existing()
+        data, digests = b'', b''
+        for element in ElementTree.fromstring(self.body):
+            number, tag = (child.text for child in element)
+            digest = hashlib.md5(parts[int(number)])
+            if tag.strip('"') != digest.hexdigest():
+                raise Refusal(400, 'InvalidPart')
+            data, digests = data + parts[int(number)], digests + digest.digest()
+        tag = f'{hashlib.md5(digests).hexdigest()}-{len(digests) // 16}'
+        self.bucket.objects[key] = Object(data, fields, tag)
+        del self.bucket.uploads[self.query['uploadId']]
+        return self.document('CompleteMultipartUploadResult', f'<ETag>&quot;{tag}&quot;</ETag>')
+
+    def on_abort(self):
+        self.upload()
+        del self.bucket.uploads[self.query['uploadId']]
+        return 204, [], b''
+
+    def on_uploads(self):
+        stamp = '%Y-%m-%dT%H:%M:%S.000Z'
+        return self.document('ListMultipartUploadsResult', ''.join(
+            f'<Upload><Key>{escape(key)}</Key><UploadId>{upload}</UploadId><Initiated>'
+            f'{time.strftime(stamp, time.gmtime(begun))}</Initiated></Upload>'
+            for upload, (key, begun, _, _) in self.bucket.uploads.items()
+            if key.startswith(self.query['prefix'])))
+
+    def on_list(self, keys=None, entry=None):
+        prefix, delimiter = self.query.get('prefix', ''), self.query.get('delimiter')
+        most = int(self.query.get('max-keys', 1000))
+        after = self.query.get('continuation-token') or self.query.get('start-after', '')
+        content, count, last = '', 0, None
+        for key in sorted(self.bucket.objects) if keys is None else keys:
+            shown = key
+            if delimiter and delimiter in key[len(prefix):]:
+                shown = key[:key.index(delimiter, len(prefix)) + 1]
+            if not key.startswith(prefix) or key <= after or shown == last or \
+                    (delimiter and after.endswith('/') and key.startswith(after)):
+                continue
+            if count == most:
+                token = escape(last)
+                content += f'<NextContinuationToken>{token}</NextContinuationToken>'
+                break
+            count, last = count + 1, shown
+            content += (entry or self.entry)(shown, shown != key)
+        truncated = 'true' if 'NextContinuationToken' in content else 'false'
+        return self.document('ListBucketResult', f'<EncodingType>url</EncodingType>'
+                             f'<IsTruncated>{truncated}</IsTruncated>{content}')
+
+    def entry(self, key, is_prefix):
+        name = quote_plus(key.encode('utf-8', 'surrogateescape'), safe='/')
+        if is_prefix:
+            return f'<CommonPrefixes><Prefix>{name}</Prefix></CommonPrefixes>'
+        found = self.bucket.objects.get(key) or Object(b'')
+        return (f'<Contents><Key>{name}</Key><LastModified>2024-06-01T10:00:00.250Z</LastModified>'
+                f'<ETag>&quot;{found.tag}&quot;</ETag><Size>{len(found.data)}</Size></Contents>')
+
+    # Behaviours.
+
+    def do_good(self):
+        self.send(self.good())
+
+    def distorted(self, operation, make, times=1 << 30):
+        """The right answers, but for the first ones to one kind of question."""
+        if self.operation == operation and self.count <= times:
+            make()
+        else:
+            self.send(self.good())
+
+    # Trouble with any question.
+
+    def do_busy_twice(self):
+        self.distorted(self.operation, lambda: self.send(error(503, 'SlowDown')), 2)
+
+    def do_always_busy(self):
+        self.send(error(503, 'SlowDown'))
+
+    def do_refused_twice(self):
+        """As if the bytes had come slowly: a status that passes though it does not look so."""
+        self.distorted(self.operation, lambda: self.send(error(400, 'RequestTimeout')), 2)
+
+    def do_never_answers(self):
+        time.sleep(60)
+
+    def do_resets(self):
+        self.reset()
+
+    def do_resets_once(self):
+        self.distorted(self.operation, self.reset, 1)
+
+    def do_elsewhere(self):
+        self.send(error(301, 'PermanentRedirect', '<Endpoint>x</Endpoint>',
+                        'x-amz-bucket-region: mars-north-1'))
+
+    def do_elsewhere_and_says_where(self):
+        self.send(error(307, 'TemporaryRedirect', '',
+                        f'Location: http://127.0.0.1:{ports[1]}/good/a'))
+
+    def do_elsewhere_untold(self):
+        self.send((301, [], b''))
+
+    def do_an_hour_ahead(self):
+        self.clock_offset = 3600
+        self.send(self.good())
+
+    def do_echoes(self):
+        """Sends what it knows of the secrets back wherever there is room."""
+        word = [SECRET, TOKEN, ACCESS, self.fields.get('authorization', '')][self.count % 4]
+        self.send(error(403, word, f'<Region>{word}</Region>', f'x-amz-bucket-region: {TOKEN}'))
+
+    # Reading.
+
+    def altered(self, change):
+        def make():
+            self.send(change(*self.good()))
+        self.distorted('get', make)
+
+    def do_whole(self):
+        self.fields.pop('range', None)
+        self.send(self.good())
+
+    def do_shifted_range(self):
+        self.altered(lambda s, f, b: (s, [re.sub(r'bytes (\d+)', lambda m: f'bytes {int(m[1]) + 1}',
+                                                 one) for one in f], b))
+
+    def do_longer_than_its_range(self):
+        self.altered(lambda s, f, b: (s, [f'Content-Length: {len(b) + 5}', *f], b))
+
+    def do_range_unsaid(self):
+        self.altered(lambda s, f, b: (s, [one for one in f if 'Range' not in one], b))
+
+    def do_of_unknown_size(self):
+        self.altered(lambda s, f, b: (s, [re.sub(r'/\d+$', '/*', one) for one in f], b))
+
+    def do_extra_bytes(self):
+        def change(status, fields, body):
+            body += b'extra'
+            return status, ['Transfer-Encoding: chunked', *fields], \
+                b'%x\r\n' % len(body) + body + b'\r\n0\r\n\r\n'
+        self.altered(change)
+
+    def do_an_error_for_the_object(self):
+        self.altered(lambda s, f, b: (200, [], error(500, 'InternalError')[2]))
+
+    def do_smaller_ranges(self):
+        self.fields['range'] = re.sub(r'=(\d+)-\d+', lambda m: f'={m[1]}-{int(m[1]) + 699}',
+                                      self.fields.get('range', ''))
+        self.send(self.good())
+
+    def do_short(self):
+        def make():
+            answer = self.good()
+            self.send(answer, cut=(len(answer[2]) + 1) // 2)
+        self.distorted('get', make)
+
+    def do_short_without_tags(self):
+        def make():
+            status, fields, body = self.good()
+            fields = [one for one in fields if not one.startswith('ETag')]
+            self.send((status, fields, body), cut=len(body) // 2 if self.count < 3 else None)
+        self.distorted('get', make)
+
+    def do_reset_at_every_tenth_byte(self):
+        def make():
+            try:
+                self.send(self.good(), cut=10)
+            except Lost:
+                time.sleep(0.002)  # a reset may overtake what was sent
+                self.reset()
+        self.distorted('get', make)
+
+    def do_stalls_in_the_first_body(self):
+        def make():
+            try:
+                answer = self.good()
+                self.send(answer, cut=len(answer[2]) // 2)
+            except Lost:
+                time.sleep(60)
+        self.distorted('get', make, 1)
+
+    def do_changes(self):
+        """At each time, and does not look at conditions."""
+        def make():
+            self.bucket.objects[self.key] = Object(seeded(5000, self.count))
+            self.fields.pop('if-match', None)
+            answer = self.good()
+            self.send(answer, cut=len(answer[2]) // 2)
+        self.distorted('get', make)
+
+    def do_refuses_ranges(self):
+        self.distorted('get', lambda: self.send(error(416, 'InvalidRange')))
+
+    # Listing.
+
+    def listed(self, answer, times=1 << 30):
+        self.distorted('list', lambda: self.send(answer() if callable(answer) else answer), times)
+
+    def do_token_that_stays(self):
+        def make():
+            token = self.query.get('continuation-token', 'same')
+            return self.document('ListBucketResult', '<IsTruncated>true</IsTruncated>'
+                                 f'<NextContinuationToken>{token}</NextContinuationToken>')
+        self.listed(make)
+
+    def do_token_that_lacks(self):
+        self.listed(self.document('ListBucketResult', '<IsTruncated>true</IsTruncated>'))
+
+    def do_end_unsaid(self):
+        self.listed(self.document('ListBucketResult', ''))
+
+    def do_starts_anew(self):
+        self.query.pop('start-after', '')
+        self.listed(lambda: self.on_list(['a', 'b']))
+
+    def do_lists_more(self):
+        self.query['max-keys'] = '9'
+        self.listed(lambda: self.on_list(list('abcdefghij')))
+
+    def do_lists_others(self):
+        self.query.pop('prefix', None)
+        self.listed(lambda: self.on_list(['x/a']))
+
+    def do_lists_deep(self):
+        self.query.pop('delimiter', None)
+        self.listed(lambda: self.on_list(['a/b/c']))
+
+    def do_lists_prefixes(self):
+        self.listed(self.document('ListBucketResult', '<IsTruncated>false</IsTruncated>'
+                                  '<CommonPrefixes><Prefix>a</Prefix></CommonPrefixes>'))
+
+    def do_lists_without_size(self):
+        self.listed(lambda: self.on_list(['a'], lambda *_: '<Contents><Key>a</Key></Contents>'))
+
+    def do_lists_a_malformed_time(self):
+        self.listed(lambda: self.on_list(['a'], lambda *_: self.entry('a', False).replace(
+            '2024-06-01', '2024-02-30')))
+
+    def do_lists_a_tag_of_two_lines(self):
+        self.listed(lambda: self.on_list(['a'], lambda *_: self.entry('a', False).replace(
+            '<ETag>', '<ETag>x&#13;&#10;Range: bytes=0-0')))
+
+    def do_lists_badly_encoded(self):
+        self.listed(lambda: self.on_list(['a'], lambda *_: self.entry('a', False).replace(
+            '>a<', '>%4g<')))
+
+    def do_lists_hostile_names(self):
+        self.listed(lambda: self.on_list(['../../etc/passwd', '.', '/etc/passwd', '//', 'a\0b']))
+
+    def do_lists_plain(self):
+        """Knows no encoding of names."""
+        self.listed(lambda: (200, [], self.on_list(['a+b%41'], lambda *_: self.entry(
+            'a', False).replace('>a<', '>a+b%41<'))[2].replace(b'<EncodingType>url</EncodingType>',
+                                                              b'')))
+
+    def do_bomb(self):
+        self.listed((200, [], (
+            '<?xml version="1.0"?><!DOCTYPE l [<!ENTITY a "aaaaaaaaaa">' + ''.join(
+                f'<!ENTITY {chr(98 + i)} "{f"&{chr(97 + i)};" * 10}">' for i in range(9)) +
+            ']><ListBucketResult><IsTruncated>false</IsTruncated><Contents><Key>&j;</Key><Size>1</Size>'
+            '</Contents></ListBucketResult>').encode()))
+
+    def do_deep(self):
+        self.listed((200, [], b'<ListBucketResult>' + b'<a>' * 1_000_000))
+
+    def do_endless(self):
+        def make():
+            self.send((200, ['Transfer-Encoding: chunked'], b''))
+            piece = b'<ListBucketResult>' + b'<Contents></Contents>' * 5000
+            while True:
+                self.socket.sendall(b'%x\r\n' % len(piece) + piece + b'\r\n')
+        self.distorted('list', make)
+
+    def do_no_xml(self):
+        self.listed((200, [], b'Welcome to the hotel. <a href=login>Log in'))
+
+    def do_another_document(self):
+        self.listed(self.document('ListAllMyBucketsResult', ''))
+
+    def do_empty_documents(self):
+        self.listed((200, [], b''))
+
+    def do_lists_an_error(self):
+        self.listed((200, [], error(200, 'InternalError')[2]))
+
+    def do_lists_an_error_once(self):
+        self.listed((200, [], error(200, 'InternalError')[2]), 1)
+
+    def do_breaks_off_once(self):
+        self.distorted('list', lambda: self.send(self.good(), cut=100), 1)
+
+    # Writing.
+
+    def lost(self, operation, times=1, is_done=True):
+        def make():
+            if is_done:
+                self.good()
+            raise Lost
+        self.distorted(operation, make, times)
+
+    def do_loses_the_answer_to_put(self):
+        self.lost('put')
+
+    def do_loses_put(self):
+        self.lost('put', is_done=False)
+
+    def do_loses_all_of_put(self):
+        self.lost('put', times=99)
+
+    def do_fails_behind_put(self):
+        def make():
+            self.good()
+            self.send(error(500, 'InternalError'))
+        self.distorted('put', make, 1)
+
+    def do_loses_put_to_another(self):
+        def make():
+            self.bucket.objects[self.key] = Object(self.query.get('other', b'other'))
+            raise Lost
+        self.distorted('put', make, 1)
+
+    def do_loses_put_to_an_older_one(self):
+        """The same bytes, that were there long before."""
+        def make():
+            self.bucket.objects[self.key] = older = Object(self.body)
+            older.time -= 60
+            raise Lost
+        self.distorted('put', make, 1)
+
+    def do_has_tags_of_its_own(self):
+        """As of encrypted objects; and loses the answer to a put and to the end of an upload."""
+        def make():
+            self.good()
+            self.bucket.objects[self.key].tag = '0123456789abcdef' * 2
+            raise Lost
+        if self.operation in ('put', 'complete') and self.count == 1:
+            make()
+        self.send(self.good())
+
+    def do_conflicts_once(self):
+        self.distorted('put', lambda: self.send(error(409, 'ConditionalRequestConflict')), 1)
+
+    def do_knows_no_conditions(self):
+        if 'if-none-match' in self.fields:
+            self.send(error(501, 'NotImplemented'))
+        else:
+            self.send(self.good())
+
+    def do_is_full(self):
+        self.distorted('put', lambda: self.send(error(403, 'QuotaExceeded')))
+
+    def do_takes_small_ones(self):
+        self.distorted('put', lambda: self.send(error(400, 'EntityTooLarge')))
+
+    def do_loses_the_answer_to_begin(self):
+        self.lost('begin')
+
+    def do_loses_begin(self):
+        self.lost('begin', is_done=False)
+
+    def do_loses_all_answers_to_begin(self):
+        self.lost('begin', times=99)
+
+    def do_begins_without_a_name(self):
+        def make():
+            self.good()
+            self.send(self.document('InitiateMultipartUploadResult', ''))
+        self.distorted('begin', make, 1)
+
+    def do_begins_late(self):
+        """What was asked first is done when nobody waits for it any more."""
+        if self.operation == 'begin' and self.count == 1:
+            raise Lost
+        if self.operation == 'begin' and self.count == 2:
+            self.on_begin()
+        self.send(self.good())
+
+    def do_others_begin_too(self):
+        """Somebody else writes the same key at the same moment, twice."""
+        def make():
+            for _ in range(2):
+                self.on_begin()
+            raise Lost
+        self.distorted('begin', make, 1)
+
+    def do_loses_the_answer_to_complete(self):
+        self.lost('complete')
+
+    def do_loses_complete(self):
+        self.lost('complete', is_done=False)
+
+    def do_completes_with_an_error(self):
+        def make():
+            self.send((200, [], b' \n ' + error(200, 'InternalError')[2]))
+        self.distorted('complete', make, 1)
+
+    def do_always_completes_with_an_error(self):
+        self.distorted('complete', lambda: self.send((200, [], error(200, 'InternalError')[2])))
+
+    def do_completes_late(self):
+        """The answer is lost; the object is there only when it is asked for the second time."""
+        def make():
+            self.good()
+            self.bucket.late = self.bucket.objects.pop(self.key)
+            raise Lost
+        if self.operation == 'complete' and self.count == 1:
+            make()
+        if self.operation == 'complete':
+            self.bucket.late.time = time.time()
+            self.bucket.objects[self.key] = self.bucket.late
+        self.send(self.good())
+
+    def do_loses_parts(self):
+        self.distorted('part', self.reset, 2)
+
+    def do_spoils_parts_on_the_way(self):
+        self.distorted('part', lambda: self.send(error(400, 'BadDigest')), 1)
+
+    def do_parts_without_tags(self):
+        self.distorted('part', lambda: self.send((200, [], b'')))
+
+    def do_copies_with_an_error(self):
+        self.distorted('copy', lambda: self.send((200, [], error(200, 'SlowDown')[2])), 2)
+
+    def do_always_copies_with_an_error(self):
+        self.distorted('copy', lambda: self.send((200, [], error(200, 'InternalError')[2])))
+
+    def do_copies_parts_with_an_error(self):
+        self.distorted('part', lambda: self.send((200, [], error(200, 'InternalError')[2])), 1)
+
+    def refusing(self, word, key):
+        return self.document('DeleteResult', f'<Error><Key>{key}</Key><Code>{word}</Code></Error>')
+
+    def do_keeps_b(self):
+        self.distorted('remove-many', lambda: self.send(self.refusing('AccessDenied', 'b')))
+
+    def do_keeps_b_once(self):
+        self.distorted('remove-many', lambda: self.send(self.refusing('SlowDown', 'b')), 1)
+
+    def do_keeps_another(self):
+        self.distorted('remove-many', lambda: self.send(self.refusing('AccessDenied', 'x')))
+
+    def do_misses_b(self):
+        self.distorted('remove-many', lambda: self.send(self.refusing('NoSuchKey', 'b')))
+
+
+def listen(context=None):
+    listener = socket.create_server(('127.0.0.1', 0))
+    port = listener.getsockname()[1]
+    ports.append(port)
+
+    def accept():
+        while True:
+            connection, _ = listener.accept()
+            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            if context:
+                try:
+                    connection = context.wrap_socket(connection, server_side=True)
+                except OSError:
+                    continue
+            threading.Thread(target=Connection(connection, port).serve, daemon=True).start()
+    threading.Thread(target=accept, daemon=True).start()
+
+
+listen()
+listen()
+if len(sys.argv) > 2:
+    import ssl  # takes its time
+    tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    tls.load_cert_chain(sys.argv[2], sys.argv[3])
+    listen(tls)
+print(*ports, flush=True)
+sys.stdin.read()
+os._exit(0)
