@@ -123,7 +123,8 @@ TEST_F(LyingStore, GivesUpInTime) {
 }
 
 TEST_F(LyingStore, SaysInWhichRegionABucketIs) {
-    for (std::string const behaviour : {"elsewhere", "elsewhere-and-says-where", "elsewhere-untold"}) {
+    for (std::string const behaviour :
+         {"elsewhere", "elsewhere-and-says-where", "elsewhere-untold"}) {
         Bucket const bucket = this->bucket(behaviour);
         std::string const text = behaviour == "elsewhere"
                                      ? ": the bucket is in the region mars-north-1"

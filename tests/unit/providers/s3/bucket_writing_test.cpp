@@ -29,8 +29,7 @@ std::vector<UploadedPart> twoParts(Bucket const& bucket, std::string const& uplo
 }
 
 std::string complete(Bucket const& bucket, std::string const& upload,
-                     std::vector<UploadedPart> const& parts,
-                     PutConditions const& conditions = {}) {
+                     std::vector<UploadedPart> const& parts, PutConditions const& conditions = {}) {
     return bucket.completeUpload("a", upload, parts, conditions, bucket.deadline());
 }
 
@@ -49,17 +48,20 @@ TEST_F(LyingStore, PutsWhatIsToBeThere) {
 
 TEST_F(LyingStore, SendsNoMetadataThatIsMoreThanOneField) {
     Bucket const bucket = this->bucket("good");
-    for (auto const& field : std::vector<std::pair<std::string, std::string>>{
-             {"a", "1\r\nx-amz-acl: public-read"}, {"a: 1\r\nb", "1"}, {"", "1"}, {"a", "\xc3\xa4"}}) {
+    for (auto const& field :
+         std::vector<std::pair<std::string, std::string>>{{"a", "1\r\nx-amz-acl: public-read"},
+                                                          {"a: 1\r\nb", "1"},
+                                                          {"", "1"},
+                                                          {"a", "\xc3\xa4"}}) {
         EXPECT_EQ(put(bucket, "x", {.metadata = {field}}).code, 10);
     }
     EXPECT_THAT(server_.requests(), IsEmpty());
 }
 
 TEST_F(LyingStore, PutsOnlyWhereNothingIs) {
-    for (std::string const behaviour : {"good", "loses-put", "loses-the-answer-to-put",
-                                        "fails-behind-put", "busy-twice", "conflicts-once",
-                                        "has-tags-of-its-own"}) {
+    for (std::string const behaviour :
+         {"good", "loses-put", "loses-the-answer-to-put", "fails-behind-put", "busy-twice",
+          "conflicts-once", "has-tags-of-its-own"}) {
         Bucket const bucket = this->bucket(behaviour);
         Result const result = put(bucket, "one", {.onlyIfMissing = true});
         EXPECT_EQ(result.failure, "") << behaviour;
@@ -102,7 +104,8 @@ TEST_F(LyingStore, CopiesWithinTheStore) {
         EXPECT_EQ(copy("c", {.metadata = {{"m", "2"}}}, {}).value, tag);
         EXPECT_EQ(bucket.head("c", bucket.deadline())->headers.find("x-amz-meta-m"), "2");
         EXPECT_EQ(copy("c", {.onlyIfMissing = true}, {}).code, 3);
-        EXPECT_EQ(copy("d", {}, "\"another\"").failure, "the object has changed while it was copied");
+        EXPECT_EQ(copy("d", {}, "\"another\"").failure,
+                  "the object has changed while it was copied");
         EXPECT_EQ(tagOf(bucket, "d"), "none");
     }
     Result const failed = resultOf([&] {
@@ -115,7 +118,8 @@ TEST_F(LyingStore, CopiesWithinTheStore) {
 
 TEST_F(LyingStore, RemovesOneOrMany) {
     Bucket const bucket = this->bucket("good");
-    std::vector<std::string> const keys{"a", "b<&>\"'\r\n\t", "c\x01", "d\xff", "e\xc3\xa4", "missing"};
+    std::vector<std::string> const keys{"a",     "b<&>\"'\r\n\t", "c\x01",
+                                        "d\xff", "e\xc3\xa4",     "missing"};
     for (std::string const& key : keys) {
         fill(bucket, 1, key);
     }
@@ -146,8 +150,8 @@ TEST_F(LyingStore, TellsWhichOnesAreLeft) {
 
 TEST_F(LyingStore, UploadsInParts) {
     for (std::string const behaviour :
-         {"good", "loses-parts", "spoils-parts-on-the-way", "busy-twice", "loses-the-answer-to-begin",
-          "loses-begin", "begins-late", "loses-the-answer-to-complete",
+         {"good", "loses-parts", "spoils-parts-on-the-way", "busy-twice",
+          "loses-the-answer-to-begin", "loses-begin", "begins-late", "loses-the-answer-to-complete",
           "loses-complete", "completes-with-an-error", "completes-late", "has-tags-of-its-own"}) {
         Bucket const bucket = this->bucket(behaviour);
         Result const result = resultOf([&] {
@@ -194,10 +198,9 @@ TEST_F(LyingStore, CompletesOnlyWhereNothingIs) {
         EXPECT_EQ(result.value, tagOf(bucket)) << behaviour;
         std::string const second = begin(bucket);
         std::vector<UploadedPart> const parts = twoParts(bucket, second);
-        EXPECT_EQ(resultOf([&] {
-                      return complete(bucket, second, parts, {.onlyIfMissing = true});
-                  }).code,
-                  3)
+        EXPECT_EQ(
+            resultOf([&] { return complete(bucket, second, parts, {.onlyIfMissing = true}); }).code,
+            3)
             << behaviour;
         bucket.abortUpload("a", second, bucket.deadline());
         EXPECT_EQ(uploadsIn(bucket), 0U) << behaviour;
@@ -234,8 +237,8 @@ TEST_F(LyingStore, CopiesParts) {
         std::string const upload = begin(bucket);
         auto const part = [&](unsigned number, std::string const& sourceTag, std::uint64_t offset,
                               std::uint64_t size) {
-            return bucket.copyPart("a", upload, number, behaviour + "/source", sourceTag, offset, size,
-                                   bucket.deadline());
+            return bucket.copyPart("a", upload, number, behaviour + "/source", sourceTag, offset,
+                                   size, bucket.deadline());
         };
         EXPECT_EQ(resultOf([&] { return part(1, "\"another\"", 0, 50).eTag; }).code, 9);
         std::vector<UploadedPart> const parts{part(1, tag, 0, 60), part(2, tag, 60, 40)};
@@ -248,19 +251,22 @@ TEST_F(LyingStore, CopiesParts) {
 TEST_F(LyingStore, TakesNoPartWithoutATag) {
     Bucket const bucket = this->bucket("parts-without-tags");
     std::string const upload = begin(bucket);
-    EXPECT_EQ(resultOf([&] {
-                  return bucket.uploadPart("a", upload, 1, std::string("x"), bucket.deadline()).eTag;
-              }).code,
-              9);
+    EXPECT_EQ(
+        resultOf([&] {
+            return bucket.uploadPart("a", upload, 1, std::string("x"), bucket.deadline()).eTag;
+        }).code,
+        9);
 }
 
 TEST(RemovalDocument, HoldsWhatXmlCan) {
-    for (std::string const key : {"", "a", "\t\r\n", "\x7f", "\xc3\xa4", "\xed\x9f\xbf", "\xee\x80\x80",
-                                  "\xef\xbf\xbd", "\xf0\x9f\x98\x80", "\xf4\x8f\xbf\xbf"}) {
+    for (std::string const key :
+         {"", "a", "\t\r\n", "\x7f", "\xc3\xa4", "\xed\x9f\xbf", "\xee\x80\x80", "\xef\xbf\xbd",
+          "\xf0\x9f\x98\x80", "\xf4\x8f\xbf\xbf"}) {
         EXPECT_TRUE(canBeWritten(key)) << key;
     }
-    for (std::string const key : {"\x01", "\x1f", "\x80", "\xc3", "\xc0\xaf", "\xe0\x80\xaf", "\xed\xa0\x80",
-                                  "\xef\xbf\xbe", "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80", "a\xff"}) {
+    for (std::string const key :
+         {"\x01", "\x1f", "\x80", "\xc3", "\xc0\xaf", "\xe0\x80\xaf", "\xed\xa0\x80",
+          "\xef\xbf\xbe", "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80", "a\xff"}) {
         EXPECT_FALSE(canBeWritten(key)) << key;
     }
     EXPECT_FALSE(canBeWritten(std::string(1, '\0')));
