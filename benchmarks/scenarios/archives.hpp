@@ -2,22 +2,22 @@
 
 #include "workplace.hpp"
 
-#include <cstddef>
+#include <foundation/storage/provider/i_provider.hpp>
+
 #include <cstdint>
 #include <span>
 #include <string>
-#include <vector>
-
-struct zip; // of libzip
 
 namespace bench {
 
 void holdArchiveListing(Workplace const& place);
 void holdArchiveDecoding(Workplace const& place);
 void holdMemberByName(Workplace const& place);
+void holdTarListing(Workplace const& place);
+void holdTarReading(Workplace const& place);
 
-/// What other ways to read a zip archive give, so that nobody leaves anything out: names and sizes,
-/// or bytes.
+/// What a way to read an archive gives, so that nobody leaves anything out: files and their sizes,
+/// or their bytes.
 struct Amount {
     std::uint64_t members = 0;
     std::uint64_t bytes = 0;
@@ -25,29 +25,21 @@ struct Amount {
     bool operator==(Amount const&) const = default;
 };
 
-/// Goes through the directory of an archive with plain reads, and keeps an index of its names.
-Amount scanByHand(std::string const& archive);
-Amount listWithLibzip(std::string const& archive);
-Amount listWithLibarchive(std::string const& archive);
+/// Throws std::runtime_error where they differ.
+void require(Amount const& amount, Amount const& expected, char const* who);
 
-/// Decodes each member of an archive as a whole and compares its check sum, with libdeflate or with
-/// zlib.
-enum class Codec { Libdeflate, Zlib };
-Amount decodeByHand(std::string const& archive, Codec codec);
-Amount decodeWithLibzip(std::string const& archive);
+/// 50,000 files of few bytes in folders of 500, in a new folder.
+std::string makeManyFiles(Workplace const& place);
+/// 1,000 files of 204 KB that deflate to about a third, as text does, in a new folder.
+std::string makeTexts(Workplace const& place);
+/// Runs a command of the shell. Throws std::runtime_error where it fails.
+void run(std::string const& command);
 
-/// An archive that libzip has open; reads members by name, each as a whole.
-class LibzipArchive {
-  public:
-    explicit LibzipArchive(std::string const& archive);
-    LibzipArchive(LibzipArchive const&) = delete;
-    LibzipArchive& operator=(LibzipArchive const&) = delete;
-    ~LibzipArchive();
-
-    Amount read(std::span<std::string const> names) const;
-
-  private:
-    zip* const opened_;
-};
+/// Opens an archive anew and lists all of it through the storage system.
+Amount listWithSystem(foundation::storage::provider::StorageIRI const& root);
+/// Reads some members of an archive, each to its end.
+Amount readMembers(foundation::storage::provider::IProvider const& archive,
+                   foundation::storage::provider::StorageIRI const& root,
+                   std::span<std::string const> names);
 
 } // namespace bench

@@ -1,6 +1,6 @@
-// What archives are measured beside.
+// What zip archives are measured beside.
 
-#include "archives.hpp"
+#include "archives_zip_peers.hpp"
 
 #include "contest.hpp"
 
