@@ -1,0 +1,31 @@
+#pragma once
+
+#include <foundation/storage/provider/web/url.hpp>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace foundation::storage::provider::http::detail {
+
+/// The names on the way to an item of a server, decoded. None of them is empty, `.` or `..`, or
+/// holds a slash or a NUL.
+struct DavPath {
+    std::vector<std::string> names;
+    bool endsInSlash = false; ///< as those of folders should
+
+    /// Of a request. Nothing where its names are not as above.
+    static std::optional<DavPath> of(web::Url const& url);
+    /// Of a location in an answer: a URL, an absolute path, or a path below the folder `base` (RFC
+    /// 4918, section 8.3). Whose host it names does not count: behind a proxy a server may not know
+    /// its own. Nothing where it has a query, or names that are not as above.
+    static std::optional<DavPath> of(std::string_view href, DavPath const& base);
+
+    /// Whether both name the same item.
+    bool isSameAs(DavPath const& other) const noexcept { return names == other.names; }
+    /// The name of an item in this folder; nothing where `other` is none.
+    std::optional<std::string> nameOf(DavPath const& other) const;
+};
+
+} // namespace foundation::storage::provider::http::detail
