@@ -68,6 +68,8 @@ int const httpTests = registerContractTests({
         {
             {"Attributes.ExtendedOnesAreOfFilesAndFolders", "the web knows no folders"},
             {"Attributes.OfAFolderAreNotThoseOfAFile", "the web knows no folders"},
+            {"Declarations.TheExtensionsAreThoseDeclared",
+             "whether a server can be written is not known before it is asked"},
             {"Existence.ThePlaceIsAFolder", "the web knows no folders"},
             {"Opening.AFolderIsNotRead", "the web knows no folders"},
             {"Existence.TheCanonicalLocationInAMissingFolderIsNotFound",

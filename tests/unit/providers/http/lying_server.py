@@ -334,7 +334,7 @@ class Connection:
         self.simple(503)
 
     def do_status(self, size):
-        self.simple(size)
+        self.simple(size or 404)
 
     def do_to_itself(self, size):
         self.simple(301, f'Location: {self.target}')

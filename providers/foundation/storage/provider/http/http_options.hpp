@@ -10,8 +10,9 @@
 
 namespace foundation::storage::provider::http {
 
-/// How a server of the web is read. What says who asks (user, password, token, headers) is sent to
-/// the authority of the provider's locations alone, never to where a redirect leads. A plain value.
+/// How a server of the web is read and written. What says who asks (user, password, token, headers)
+/// is sent to the authority of the provider's locations alone, never to where a redirect leads. A
+/// plain value.
 struct HttpOptions {
     web::WebOptions web;
 
@@ -35,6 +36,15 @@ struct HttpOptions {
     std::uint64_t firstRange = std::uint64_t{64} * 1024;
     /// From this size on, a request is for everything to the end of the file.
     std::uint64_t largestRange = std::uint64_t{64} * 1024 * 1024;
+
+    /// Bytes of the answer to one listing that are taken at most; an item takes 300 to 1,000. A
+    /// folder with more is refused with code FileTooLarge.
+    std::uint64_t largestListing = std::uint64_t{64} * 1024 * 1024;
+    /// Bytes of files that are being written and are kept in memory, by all streams of a provider.
+    /// What is more goes to a temporary file without a name.
+    std::size_t maximumPendingMemory = std::size_t{64} * 1024 * 1024;
+    /// Where that file is; empty for /var/tmp, and /tmp where that does not do.
+    std::string temporaryFolder = {};
 };
 
 } // namespace foundation::storage::provider::http

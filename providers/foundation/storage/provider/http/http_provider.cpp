@@ -13,10 +13,6 @@ namespace foundation::storage::provider::http {
 
 namespace {
 
-[[noreturn]] void refuse(StorageIRI const& location) {
-    throw Exception(ErrorCode::ReadOnlyProvider, location);
-}
-
 bool isSuccess(int status) noexcept {
     return status >= 200 && status < 300;
 }
@@ -64,6 +60,19 @@ web::Headers toldOf(web::Headers const& headers) {
     return told;
 }
 
+AttributeValues valuesOf(detail::Description const& description) {
+    AttributeValues values;
+    values.size = description.size;
+    if (auto const time = description.headers.find("Last-Modified")) {
+        values.lastModified.seconds = web::parseHttpDate(*time).value_or(0);
+    }
+    if (description.created) {
+        values.created = Timestamp{*description.created, 0};
+    }
+    values.writable = description.isWritable;
+    return values;
+}
+
 /// A colon would end the user, and begin a password (RFC 7617, section 2).
 bool canBeUser(std::string_view user) noexcept {
     return std::none_of(user.begin(), user.end(), [](char c) {
@@ -102,6 +111,8 @@ HttpProvider::HttpProvider(StorageIRI const& location, HttpOptions const& option
       options_(options),
       client_(std::make_shared<web::Client const>(web::Url::of(location),
                                                   identityOf(location, options), options.web)),
+      dav_(client_, options.largestListing),
+      space_(std::make_shared<spool::Space>(options.maximumPendingMemory, options.temporaryFolder)),
       known_(options.attributeLifetime) {}
 
 web::Url HttpProvider::urlOf(StorageIRI const& location) const {
@@ -112,13 +123,19 @@ web::Url HttpProvider::urlOf(StorageIRI const& location) const {
     return web::Url::of(location);
 }
 
-HttpProvider::Description HttpProvider::describe(StorageIRI const& location) const try {
+HttpProvider::Description HttpProvider::describe(StorageIRI const& location,
+                                                 Question question) const try {
     web::Url const url = urlOf(location);
-    if (auto known = known_.find(url.text())) {
+    std::optional<Description> known = known_.find(url.text());
+    if (known && (known->isKindKnown || question == Question::OfFile)) {
         return *std::move(known);
     }
     auto const asked = detail::DescriptionMemory::Clock::now();
-    Description answer = ask(url);
+    bool const isDav =
+        question == Question::OfKind ? speaksDav(location) : isKnownToSpeakDav(location);
+    std::optional<Description> told = isDav ? describeByDav(location) : std::move(known);
+    Description answer = told ? *std::move(told) : ask(url);
+    answer.isKindKnown = isDav || question == Question::OfKind;
     if (isSuccess(answer.status)) {
         known_.keep(url.text(), answer, asked);
     }
@@ -165,8 +182,9 @@ HttpProvider::Description HttpProvider::ask(web::Url const& url) const {
     return result;
 }
 
-HttpProvider::Description HttpProvider::existing(StorageIRI const& location) const {
-    Description result = describe(location);
+HttpProvider::Description HttpProvider::existing(StorageIRI const& location,
+                                                 Question question) const {
+    Description result = describe(location, question);
     if (isAbsence(result.status)) {
         throw Exception(ErrorCode::ResourceNotFound, location);
     }
@@ -174,25 +192,34 @@ HttpProvider::Description HttpProvider::existing(StorageIRI const& location) con
 }
 
 ExistsResult HttpProvider::exists(StorageIRI const& location) const {
-    return isAbsence(describe(location).status) ? ExistsResult::Nothing : ExistsResult::File;
+    Description const description = describe(location, Question::OfKind);
+    if (isAbsence(description.status)) {
+        return ExistsResult::Nothing;
+    }
+    return description.isFolder ? ExistsResult::Folder : ExistsResult::File;
 }
 
 FileAttributes HttpProvider::getFileAttributes(StorageIRI const& location) const {
-    Description const description = existing(location);
-    AttributeValues values;
-    values.size = description.size;
-    if (auto const time = description.headers.find("Last-Modified")) {
-        values.lastModified.seconds = web::parseHttpDate(*time).value_or(0);
+    Description const description = existing(location, Question::OfFile);
+    if (description.isFolder) {
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
-    return FileAttributes(values);
+    return FileAttributes(valuesOf(description));
 }
 
-FolderAttributes HttpProvider::getFolderAttributes(StorageIRI const& location) const {
-    throw Exception(ErrorCode::UnsupportedOperation, location);
+FolderAttributes HttpProvider::getFolderAttributes(StorageIRI const& location) const try {
+    requireDav(location, ErrorCode::UnsupportedOperation);
+    Description const description = existing(location, Question::OfKind);
+    if (!description.isFolder) {
+        throw Exception(ErrorCode::ResourceNotFound, location);
+    }
+    return FolderAttributes(valuesOf(description));
+} catch (web::Failure const& failure) {
+    throw Exception(failure.code(), location);
 }
 
 ExtendedAttributes HttpProvider::getExtendedAttributes(StorageIRI const& location) const {
-    Description const description = existing(location);
+    Description const description = existing(location, Question::OfFile);
     ExtendedAttributes result;
     for (auto const& [key, name] : toldFields) {
         if (auto const value = description.headers.find(name)) {
@@ -202,52 +229,39 @@ ExtendedAttributes HttpProvider::getExtendedAttributes(StorageIRI const& locatio
     return result;
 }
 
-std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& location) const {
-    return openForReading(client_, urlOf(location), location, options_);
-}
-
-CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& destination,
-                                  CopyFileOptions const& options) {
-    if (destination.getProvider().get() == this) {
-        refuse(destination.getLocation());
+std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& location) const try {
+    web::Url const url = urlOf(location);
+    if (!isKnownToSpeakDav(location)) {
+        return openForReading(client_, url, location, options_, [](web::Url const&) {});
     }
-    return IProvider::copyFile(source, destination, options);
-}
-
-void HttpProvider::setLastModified(StorageIRI const& location, boost::posix_time::ptime const&) {
-    refuse(location);
-}
-void HttpProvider::setWritable(StorageIRI const& location, bool) {
-    refuse(location);
-}
-void HttpProvider::createFile(StorageIRI const& location) {
-    refuse(location);
-}
-void HttpProvider::createFolder(StorageIRI const& location) {
-    refuse(location);
-}
-void HttpProvider::createFolderRecursive(StorageIRI const& location) {
-    refuse(location);
-}
-void HttpProvider::removeFile(StorageIRI const& location) {
-    refuse(location);
-}
-void HttpProvider::removeFolder(StorageIRI const& location) {
-    refuse(location);
-}
-void HttpProvider::removeFolderRecursively(StorageIRI const& location) {
-    refuse(location);
-}
-void HttpProvider::moveFile(StorageIRI const& source, StorageIRI const&, ReplacementPolicy const&) {
-    refuse(source);
-}
-void HttpProvider::moveFolder(StorageIRI const& source, StorageIRI const&,
-                              ReplacementPolicy const&) {
-    refuse(source);
-}
-std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
-                                                     ByteStreamOpenOptions const&) {
-    refuse(location);
+    // Where there are folders, what a server shows of one is no file.
+    auto const refuseFolder = [&] {
+        auto const there = describeByDav(location);
+        if (there && there->isFolder) {
+            throw Exception(ErrorCode::InvalidLocation, location);
+        }
+        if (there && isAbsence(there->status)) {
+            throw Exception(ErrorCode::ResourceNotFound, location);
+        }
+    };
+    try {
+        return openForReading(client_, itemUrl(location), location, options_,
+                              [&](web::Url const& place) {
+                                  auto const path = detail::DavPath::of(place);
+                                  if (path && path->endsInSlash) {
+                                      refuseFolder();
+                                  }
+                              });
+    } catch (Exception const& failure) {
+        if (failure.getErrorCode() == ErrorCode::IOError ||
+            failure.getErrorCode() == ErrorCode::PermissionDenied ||
+            failure.getErrorCode() == ErrorCode::UnsupportedOperation) {
+            refuseFolder();
+        }
+        throw;
+    }
+} catch (web::Failure const& failure) {
+    throw Exception(failure.code(), location);
 }
 
 } // namespace foundation::storage::provider::http

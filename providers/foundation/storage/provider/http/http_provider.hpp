@@ -1,26 +1,40 @@
 #pragma once
 
+#include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
+#include <foundation/storage/provider/http/detail/dav_client.hpp>
+#include <foundation/storage/provider/http/detail/dav_spaces.hpp>
 #include <foundation/storage/provider/http/detail/description_memory.hpp>
+#include <foundation/storage/provider/http/detail/names_in_work.hpp>
+#include <foundation/storage/provider/http/http_cursor.hpp>
 #include <foundation/storage/provider/http/http_options.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
+#include <foundation/storage/provider/spool/content.hpp>
 #include <foundation/storage/provider/web/client.hpp>
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <optional>
 
 namespace foundation::storage::provider::http {
 
-/// The files of one server, to be read. The web knows no folders: what the server answers for is a
-/// file, also where its location ends in a slash. What is remembered between calls are open
-/// connections, whether the server takes HEAD, and for a moment what it has told of a file.
+/// The files of one server. The web knows no folders: what the server answers for is a file, also
+/// where its location ends in a slash. Where the server says that it speaks WebDAV (RFC 4918),
+/// there are folders, listings and changes; that is asked when one of these is needed for the first
+/// time, and not for reading a file. What is remembered between calls are open connections, whether
+/// the server takes HEAD, where it speaks WebDAV, and for a moment what it has told of an item.
 ///
-/// Safe on any thread. Failures are provider::Exception; changes are refused with code
-/// ReadOnlyProvider, listings with UnsupportedOperation.
-class HttpProvider final : public IProvider {
+/// Safe on any thread. Failures are provider::Exception; without WebDAV, changes are refused with
+/// code ReadOnlyProvider, listings with UnsupportedOperation.
+class HttpProvider final : public IProvider,
+                           public extensions::IReplacingStreams,
+                           public std::enable_shared_from_this<HttpProvider> {
   public:
     HttpProvider(StorageIRI const& location, HttpOptions const& options);
 
     ExistsResult exists(StorageIRI const& location) const override;
+    bool hasFeature(StorageIRI const& location, ExtendedFeature const& feature) const override;
+    StorageIRI getCanonicalLocation(StorageIRI const& location) const override;
 
     FileAttributes getFileAttributes(StorageIRI const& location) const override;
     FolderAttributes getFolderAttributes(StorageIRI const& location) const override;
@@ -45,20 +59,92 @@ class HttpProvider final : public IProvider {
                                            ByteStreamOpenOptions const& options) override;
     std::unique_ptr<ByteStream> openReadOnlyStream(StorageIRI const& location) const override;
 
+    /// The file that is there has its old content or the new one: as far as the server puts a file
+    /// in its place as a whole.
+    std::unique_ptr<ByteStream> openReplacement(StorageIRI const& location,
+                                                ReplacementPolicy const& policy) override;
+
+    std::unique_ptr<IFolderEntryIterator> listAll(StorageIRI const& location,
+                                                  ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listFiles(StorageIRI const& location,
+                                                    ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listFolders(StorageIRI const& location,
+                                                      ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listAllNamesOnly(StorageIRI const& location,
+                                                           ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator> listFilesNamesOnly(StorageIRI const& location,
+                                                             ustring const& filter) const override;
+    std::unique_ptr<IFolderEntryIterator>
+    listFoldersNamesOnly(StorageIRI const& location, ustring const& filter) const override;
+
   private:
     using Description = detail::Description;
+    /// Whether a question is worth asking first what the server speaks.
+    enum class Question { OfKind, OfFile };
 
     web::Url urlOf(StorageIRI const& location) const;
     /// With a status of success, or of absence. Throws provider::Exception for every other.
-    Description describe(StorageIRI const& location) const;
+    Description describe(StorageIRI const& location, Question question) const;
     Description ask(web::Url const& url) const;
-    Description existing(StorageIRI const& location) const;
+    Description existing(StorageIRI const& location, Question question) const;
+
+    // What needs WebDAV. All of it throws web::Failure, and provider::Exception.
+
+    /// Without a slash at its end, or with one.
+    web::Url itemUrl(StorageIRI const& location) const;
+    web::Url folderUrl(StorageIRI const& location) const;
+    bool isKnownToSpeakDav(StorageIRI const& location) const;
+    detail::DavClient::Spoken speechAt(StorageIRI const& location) const;
+    bool speaksDav(StorageIRI const& location) const;
+    /// Refuses where WebDAV is not spoken; for changes with the code for these.
+    void requireDav(StorageIRI const& location,
+                    ErrorCode without = ErrorCode::ReadOnlyProvider) const;
+    /// What is at a location now; nothing where the server does not speak WebDAV there after all.
+    std::optional<Description> describeByDav(StorageIRI const& location) const;
+    /// The same, of a location where WebDAV is needed; a status of success or of absence.
+    Description lookAt(StorageIRI const& location) const;
+    bool isBelowFile(StorageIRI const& location) const;
+    bool isFolder(StorageIRI const& location) const;
+    void requireFolderAbove(StorageIRI const& location) const;
+    detail::DavListing membersOf(StorageIRI const& location) const;
+    std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location, ustring const& filter,
+                                               HttpSelection const& selection) const;
+
+    enum class Sending { Once, UntilDone };
+    /// Sends a change that must not be done twice. Where the answer is lost, `isDone` looks.
+    detail::DavOutcome change(Sending sending, std::function<detail::DavOutcome()> const& send,
+                              std::function<bool()> const& isDone) const;
+    /// Throws for a change that failed; `location` is what it was to make or to take away.
+    [[noreturn]] void failChange(detail::DavOutcome const& outcome,
+                                 StorageIRI const& location) const;
+    void makeFolder(StorageIRI const& location);
+    std::optional<StorageIRI> failedItem(detail::DavOutcome const& outcome,
+                                         StorageIRI const& location) const;
+    detail::DavOutcome remove(StorageIRI const& location, web::Url const& url);
+    struct Way;
+    /// Takes an item to where nothing is, or to what may be replaced.
+    void move(Way const& way, bool isReplacing);
+    void copy(Way const& way, bool isReplacing, std::optional<std::uint64_t> size);
+    void refuseFolderMove(StorageIRI const& source, StorageIRI const& destination,
+                          ReplacementPolicy policy, Description const& there) const;
+    bool wouldCopyIntoItself(StorageIRI const& source, StorageIRI const& destination) const;
+    /// Throws for a file that cannot be put at a location under a policy; else whether one is
+    /// replaced.
+    bool checkReplaceable(StorageIRI const& destination, Description const& there,
+                          ReplacementPolicy policy) const;
+    /// Throws provider::Exception alone.
+    void publish(StorageIRI const& location, spool::Content const& content,
+                 detail::DavClient::Putting putting);
 
     StorageIRI const home_;
     HttpOptions const options_;
     std::shared_ptr<web::Client const> const client_;
+    detail::DavClient const dav_;
+    std::shared_ptr<spool::Space> const space_;
     mutable std::atomic<bool> isHeadRefused_{false};
     mutable detail::DescriptionMemory known_;
+    mutable detail::DavSpaces spaces_;
+    detail::NamesInWork inWork_;
 };
 
 } // namespace foundation::storage::provider::http

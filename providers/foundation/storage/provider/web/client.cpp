@@ -100,7 +100,8 @@ std::unique_ptr<Exchange> Client::follow(Request const& request, Deadline const&
         std::unique_ptr<Exchange> answer = sendOnce(current, deadline);
         AnswerHead const& head = answer->head(deadline);
         auto const reference = head.headers.find("Location");
-        bool const isFollowed = isRedirect(head.status, current.method) && options_.redirects > 0;
+        bool const isFollowed = current.followsRedirects && options_.redirects > 0 &&
+                                isRedirect(head.status, current.method);
         if (!isFollowed || !reference) {
             return answer;
         }

@@ -38,6 +38,7 @@ struct Request {
     bool isOnNewConnection = false; ///< whether none that is open already may be used
     std::optional<Body> body = {};  ///< an empty one is sent as such: with the length 0
     bool isRepeatable = true;       ///< whether it does no harm when it is sent twice
+    bool followsRedirects = true;   ///< else a redirect is the answer
 };
 
 struct AnswerHead {

@@ -35,8 +35,7 @@ std::string_view namespaceOf(pugi::xml_node node, std::string_view prefix) {
                 continue;
             }
             name.remove_prefix(5);
-            if (prefix.empty() ? name.empty()
-                               : name.starts_with(':') && name.substr(1) == prefix) {
+            if (prefix.empty() ? name.empty() : name.starts_with(':') && name.substr(1) == prefix) {
                 return attribute.value();
             }
         }
@@ -158,8 +157,7 @@ void takeProperties(pugi::xml_node part, DavResponse& response) {
         refuse("properties without a state");
     }
     if (status >= 200 && status < 300) {
-        eachDav(part, "prop",
-                [&](pugi::xml_node found) { take(found, response.properties); });
+        eachDav(part, "prop", [&](pugi::xml_node found) { take(found, response.properties); });
     } else if (status != 404 && status != 410 && response.refusal == 0) {
         response.refusal = status;
     }
@@ -173,8 +171,8 @@ std::vector<DavResponse> parseMultistatus(std::string body, std::size_t mostTags
         throw web::Failure(ErrorCode::FileTooLarge, "the server sent more XML than is taken");
     }
     pugi::xml_document document;
-    auto const parsed = document.load_buffer_inplace(
-        body.data(), body.size(), pugi::parse_default | pugi::parse_doctype);
+    auto const parsed = document.load_buffer_inplace(body.data(), body.size(),
+                                                     pugi::parse_default | pugi::parse_doctype);
     if (!parsed) {
         refuse("no well-formed XML");
     }

@@ -25,6 +25,9 @@ void DescriptionMemory::keep(std::string const& url, Description const& descript
         return;
     }
     std::lock_guard const lock(mutex_);
+    if (asked <= forgotten_) {
+        return;
+    }
     if (entries_.size() >= mostEntries) {
         std::erase_if(entries_, [&](auto const& entry) {
             return Clock::now() - entry.second.asked >= lifetime_;
@@ -34,6 +37,12 @@ void DescriptionMemory::keep(std::string const& url, Description const& descript
         }
     }
     entries_.insert_or_assign(url, Entry{description, asked});
+}
+
+void DescriptionMemory::forget() {
+    std::lock_guard const lock(mutex_);
+    entries_.clear();
+    forgotten_ = Clock::now();
 }
 
 } // namespace foundation::storage::provider::http::detail

@@ -11,11 +11,16 @@
 
 namespace foundation::storage::provider::http::detail {
 
-/// What a server tells of a file.
+/// What a server tells of an item.
 struct Description {
     int status = 0;
-    std::optional<std::uint64_t> size;
-    web::Headers headers;
+    std::optional<std::uint64_t> size = std::nullopt;
+    web::Headers headers = {};
+    bool isKindKnown = false; ///< whether it was asked, else it counts as a file
+    // By WebDAV alone:
+    bool isFolder = false;
+    bool isWritable = false;
+    std::optional<std::int64_t> created = std::nullopt; ///< in seconds from 1970
 };
 
 /// The last descriptions, for a short time: one operation of whoever reads a file often asks for
@@ -27,8 +32,9 @@ class DescriptionMemory {
     explicit DescriptionMemory(std::chrono::milliseconds lifetime) : lifetime_(lifetime) {}
 
     std::optional<Description> find(std::string const& url) const;
-    /// `asked` is when the request was sent.
+    /// `asked` is when the request was sent; what was asked before forget() is not kept.
     void keep(std::string const& url, Description const& description, Clock::time_point asked);
+    void forget();
 
   private:
     struct Entry {
@@ -38,7 +44,9 @@ class DescriptionMemory {
 
     std::chrono::milliseconds const lifetime_;
     mutable std::mutex mutex_;
-    std::map<std::string, Entry> entries_; ///< guarded by the mutex
+    // guarded by the mutex:
+    std::map<std::string, Entry> entries_;
+    Clock::time_point forgotten_ = Clock::time_point::min();
 };
 
 } // namespace foundation::storage::provider::http::detail

@@ -49,6 +49,8 @@ class RangeReader {
     void open();
     /// Nothing where the server does not tell it.
     std::optional<std::uint64_t> size() const noexcept { return version_.size; }
+    /// Where redirects have led.
+    web::Url const& place() const noexcept { return current_; }
     /// Fills the buffer; fewer bytes only at the end of the file.
     std::size_t readAt(std::uint64_t position, std::span<char> buffer);
 

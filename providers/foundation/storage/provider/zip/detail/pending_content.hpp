@@ -1,10 +1,10 @@
 #pragma once
 
+#include <foundation/storage/provider/spool/content.hpp>
 #include <foundation/storage/provider/zip/detail/pending_space.hpp>
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
 
@@ -59,7 +59,6 @@ class PendingContent {
     bool hasWriter() const noexcept { return writers_ != 0; }
 
   private:
-    void writeLocked(std::uint64_t position, char const* data, std::size_t count);
     void changedLocked();
 
     static constexpr std::uint64_t never = ~std::uint64_t{0};
@@ -71,8 +70,7 @@ class PendingContent {
     std::atomic<bool> isInTree_ = false;
     mutable std::mutex mutex_;
     // guarded by the mutex:
-    std::map<std::uint64_t, PendingBlock> blocks_; ///< by index; what is missing is zero
-    std::uint64_t size_ = 0;
+    spool::Content bytes_;
     std::int64_t lastModified_;
 };
 

@@ -8,7 +8,6 @@
 
 namespace foundation::storage::provider::zip::detail {
 
-using PendingBlock = spool::Block;
 /// What is pending could not be kept, or not be read again.
 using PendingFailure = spool::Failure;
 

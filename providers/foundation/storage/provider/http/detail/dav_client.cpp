@@ -1,0 +1,303 @@
+#include <foundation/storage/provider/http/detail/dav_client.hpp>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <unordered_set>
+#include <utility>
+
+namespace foundation::storage::provider::http::detail {
+
+namespace {
+
+constexpr std::string_view wantedProperties =
+    R"(<?xml version="1.0" encoding="utf-8"?>)"
+    R"(<propfind xmlns="DAV:"><prop><resourcetype/><getcontentlength/><getlastmodified/>)"
+    R"(<creationdate/><getetag/><getcontenttype/></prop></propfind>)";
+
+/// A tag of any use has at least so many bytes, and takes some hundred when it is read.
+constexpr std::uint64_t shortestTag = 16;
+
+bool isSuccess(int status) noexcept {
+    return status >= 200 && status < 300;
+}
+
+[[noreturn]] void refuse(char const* what) {
+    throw web::Failure(ErrorCode::IOError,
+                       std::string("the server's answer cannot be used: ") + what);
+}
+
+/// Whether one of the classes is named, each of which holds the first one (RFC 4918, section 18).
+bool namesClass(std::string_view field) noexcept {
+    while (!field.empty()) {
+        std::size_t const end = std::min(field.find(','), field.size());
+        std::string_view item = field.substr(0, end);
+        field.remove_prefix(std::min(end + 1, field.size()));
+        while (!item.empty() && (item.front() == ' ' || item.front() == '\t')) {
+            item.remove_prefix(1);
+        }
+        while (!item.empty() && (item.back() == ' ' || item.back() == '\t')) {
+            item.remove_suffix(1);
+        }
+        if (item == "1" || item == "2" || item == "3") {
+            return true;
+        }
+    }
+    return false;
+}
+
+DavPath pathOf(web::Url const& url) {
+    auto path = DavPath::of(url);
+    if (!path) {
+        throw web::Failure(ErrorCode::InvalidLocation, "no item can have this location");
+    }
+    return *std::move(path);
+}
+
+/// The one of a folder should say so by its type; its place may end in a slash.
+bool isFolder(DavResponse const& response) noexcept {
+    return response.properties.isFolder.value_or(response.href.ends_with('/'));
+}
+
+std::string httpDate(std::int64_t seconds) {
+    std::time_t const time = seconds;
+    std::tm parts{};
+    std::array<char, 64> text{};
+    constexpr std::array days{"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    constexpr std::array months{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    if (!::gmtime_r(&time, &parts)) {
+        throw web::Failure(ErrorCode::UnsupportedOperation, "a time that cannot be sent");
+    }
+    std::snprintf(text.data(), text.size(), "%s, %02d %s %04d %02d:%02d:%02d GMT",
+                  days[static_cast<std::size_t>(parts.tm_wday)], parts.tm_mday,
+                  months[static_cast<std::size_t>(parts.tm_mon)], parts.tm_year + 1900,
+                  parts.tm_hour, parts.tm_min, parts.tm_sec);
+    return text.data();
+}
+
+web::Request requestOf(char const* method, web::Url const& url) {
+    web::Request request{method, url};
+    request.isRepeatable = false;
+    request.followsRedirects = false;
+    return request;
+}
+
+} // namespace
+
+DavClient::Spoken DavClient::speechAt(web::Url const& url, web::Deadline const& deadline) const {
+    auto const answer = client_->send({"OPTIONS", url}, deadline);
+    web::AnswerHead const& head = answer->head(deadline);
+    answer->finish();
+    for (auto const& [name, value] : head.headers.fields()) {
+        if (web::areEqualNames(name, "DAV") && namesClass(value)) {
+            // What is led to another origin is not asked of this one.
+            return {answer->url().hasSameOrigin(url) ? Speech::Dav : Speech::Web, head.status};
+        }
+    }
+    switch (head.status) {
+    case 404:
+    case 410:
+        return {Speech::Unknown, head.status};
+    case 401:
+    case 407:
+    case 408:
+    case 429:
+    case 503:
+    case 504:
+        return {Speech::Refused, head.status};
+    default:
+        return {Speech::Web, head.status};
+    }
+}
+
+std::string DavClient::bodyOf(web::Exchange& answer, web::Deadline const& deadline) const {
+    std::string body;
+    std::array<char, 16 * 1024> buffer{};
+    for (;;) {
+        std::size_t const got = answer.read(buffer, deadline);
+        if (got == 0) {
+            return body;
+        }
+        if (body.size() + got > largestAnswer_) {
+            throw web::Failure(ErrorCode::FileTooLarge, "the server sent more XML than is taken");
+        }
+        body.append(buffer.data(), got);
+    }
+}
+
+std::vector<DavResponse> DavClient::partsOf(web::Exchange& answer,
+                                            web::Deadline const& deadline) const {
+    return parseMultistatus(bodyOf(answer, deadline),
+                            static_cast<std::size_t>(largestAnswer_ / shortestTag));
+}
+
+/// `url` becomes the one that the answer is about.
+std::vector<DavResponse> DavClient::ask(web::Url& url, char const* depth, int& status,
+                                        web::Deadline const& deadline) const {
+    web::Request request{"PROPFIND", url};
+    request.headers.add("Depth", depth);
+    request.headers.add("Content-Type", "application/xml; charset=utf-8");
+    request.headers.add("Accept-Encoding", "identity");
+    request.body = web::Body::of(wantedProperties);
+    for (unsigned attempt = 1;; ++attempt) {
+        try {
+            auto const answer = client_->send(request, deadline);
+            status = answer->head(deadline).status;
+            if (!answer->url().hasSameOrigin(url)) {
+                refuse("it is another server's");
+            }
+            url = answer->url();
+            if (status == 207) {
+                return partsOf(*answer, deadline);
+            }
+            answer->finish();
+            if (isSuccess(status)) {
+                status = 405; // that is no answer to this request, and so the method is unknown
+            }
+            return {};
+        } catch (web::Failure const& failure) { // of the body: the head was tried again before
+            if (!failure.mayPass() || attempt >= client_->options().attempts) {
+                throw;
+            }
+            client_->pauseBefore(attempt + 1, std::chrono::milliseconds(0), deadline, failure);
+        }
+    }
+}
+
+DavItem DavClient::find(web::Url const& url, web::Deadline const& deadline) const {
+    web::Url asked = url;
+    DavItem item;
+    std::vector<DavResponse> const responses = ask(asked, "0", item.status, deadline);
+    if (item.status != 207) {
+        return item;
+    }
+    DavPath const place = pathOf(asked);
+    for (DavResponse const& response : responses) {
+        auto const path = DavPath::of(response.href, place);
+        if (!path || !path->isSameAs(place)) {
+            continue;
+        }
+        if (response.status != 0 && !isSuccess(response.status)) {
+            item.status = response.status;
+            return item;
+        }
+        item.status = 200;
+        item.properties = response.properties;
+        item.isFolder = isFolder(response);
+        return item;
+    }
+    refuse("it tells of something else");
+}
+
+DavListing DavClient::list(web::Url const& folder, web::Deadline const& deadline) const {
+    web::Url asked = folder;
+    DavListing listing;
+    std::vector<DavResponse> const responses = ask(asked, "1", listing.status, deadline);
+    if (listing.status != 207) {
+        return listing;
+    }
+    listing.status = 200;
+    DavPath const place = pathOf(asked);
+    std::unordered_set<std::string_view> names;
+    std::optional<bool> isItselfFolder;
+    listing.members.reserve(responses.size()); // the names stay where they are
+    for (DavResponse const& response : responses) {
+        auto const path = DavPath::of(response.href, place);
+        bool const isThere = response.status == 0 || isSuccess(response.status);
+        if (path && path->isSameAs(place)) {
+            if (!isThere) {
+                listing.status = response.status;
+                return listing;
+            }
+            isItselfFolder = isFolder(response);
+            continue;
+        }
+        auto name = path ? place.nameOf(*path) : std::nullopt;
+        if (!name) {
+            ++listing.leftOut;
+            continue;
+        }
+        if (response.status == 404 || response.status == 410) {
+            continue; // vanished meanwhile
+        }
+        if (names.contains(*name)) {
+            continue;
+        }
+        DavMember& member = listing.members.emplace_back();
+        member.name = *std::move(name);
+        member.isFolder = isFolder(response);
+        member.hasProperties = isThere && response.refusal == 0;
+        member.properties = response.properties;
+        names.insert(member.name);
+    }
+    // A server that tells nothing of the folder has listed something else.
+    if (!isItselfFolder && listing.members.empty()) {
+        refuse("it tells of something else");
+    }
+    listing.isFolder = isItselfFolder.value_or(true);
+    return listing;
+}
+
+DavOutcome DavClient::change(web::Request request, web::Deadline const& deadline) const {
+    auto const answer = client_->send(request, deadline);
+    DavOutcome outcome{answer->head(deadline).status};
+    if (outcome.status != 207) {
+        answer->finish();
+        return outcome;
+    }
+    outcome.status = 200;
+    auto const place = DavPath::of(request.url);
+    for (DavResponse const& response : partsOf(*answer, deadline)) {
+        int const status = isSuccess(response.status) ? 0 : response.status;
+        int const refusal = status != 0 ? status : response.refusal;
+        // 424: not done because of another one.
+        if (refusal >= 300 && (outcome.isSuccess() || outcome.status == 424)) {
+            outcome.status = refusal;
+            outcome.failed = place ? DavPath::of(response.href, *place) : std::nullopt;
+        }
+    }
+    return outcome;
+}
+
+DavOutcome DavClient::makeFolder(web::Url const& url, web::Deadline const& deadline) const {
+    return change(requestOf("MKCOL", url), deadline);
+}
+
+DavOutcome DavClient::remove(web::Url const& url, web::Deadline const& deadline) const {
+    return change(requestOf("DELETE", url), deadline);
+}
+
+DavOutcome DavClient::transfer(Transfer what, web::Url const& source, web::Url const& destination,
+                               Overwriting overwriting, web::Deadline const& deadline) const {
+    web::Request request = requestOf(what == Transfer::Copy ? "COPY" : "MOVE", source);
+    request.headers.add("Destination", destination.text());
+    request.headers.add("Overwrite", overwriting == Overwriting::Allowed ? "T" : "F");
+    return change(std::move(request), deadline);
+}
+
+DavOutcome DavClient::put(web::Url const& url, web::Body body, Putting putting,
+                          web::Deadline const& deadline) const {
+    web::Request request = requestOf("PUT", url);
+    request.isRepeatable = putting == Putting::Always;
+    if (putting == Putting::IfMissing) {
+        request.headers.add("If-None-Match", "*");
+    }
+    request.body = std::move(body);
+    return change(std::move(request), deadline);
+}
+
+DavOutcome DavClient::setLastModified(web::Url const& url, std::int64_t seconds,
+                                      web::Deadline const& deadline) const {
+    std::string const text = R"(<?xml version="1.0" encoding="utf-8"?>)"
+                             R"(<propertyupdate xmlns="DAV:"><set><prop><getlastmodified>)" +
+                             httpDate(seconds) +
+                             "</getlastmodified></prop></set></propertyupdate>";
+    web::Request request = requestOf("PROPPATCH", url);
+    request.isRepeatable = true;
+    request.headers.add("Content-Type", "application/xml; charset=utf-8");
+    request.body = web::Body::of(text);
+    return change(std::move(request), deadline);
+}
+
+} // namespace foundation::storage::provider::http::detail

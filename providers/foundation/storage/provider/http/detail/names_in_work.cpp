@@ -1,0 +1,23 @@
+#include <foundation/storage/provider/http/detail/names_in_work.hpp>
+
+#include <utility>
+
+namespace foundation::storage::provider::http::detail {
+
+NamesInWork::Hold::Hold(NamesInWork& names, std::string name)
+    : names_(names),
+      name_(std::move(name)) {
+    std::unique_lock lock(names_.mutex_);
+    names_.given_.wait(lock, [&] { return !names_.names_.contains(name_); });
+    names_.names_.insert(name_);
+}
+
+NamesInWork::Hold::~Hold() {
+    {
+        std::lock_guard const lock(names_.mutex_);
+        names_.names_.erase(name_);
+    }
+    names_.given_.notify_all();
+}
+
+} // namespace foundation::storage::provider::http::detail

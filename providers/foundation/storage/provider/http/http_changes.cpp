@@ -1,0 +1,398 @@
+// What changes the files and folders of a server that speaks WebDAV.
+
+#include <foundation/storage/provider/http/http_provider.hpp>
+
+#include <foundation/storage/provider/byte_stream_failure.hpp>
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/http/http_writing.hpp>
+
+#include <fl/i18n/conversion.hpp>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace foundation::storage::provider::http {
+
+using detail::DavOutcome;
+using Putting = detail::DavClient::Putting;
+
+namespace {
+
+bool isSuccess(int status) noexcept {
+    return status >= 200 && status < 300;
+}
+
+bool replaces(ReplacementPolicy policy) noexcept {
+    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
+}
+
+[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
+    throw Exception(code, location);
+}
+
+bool isRoot(StorageIRI const& location) {
+    return location.getResolvedPath().size() <= 1;
+}
+
+} // namespace
+
+DavOutcome HttpProvider::change(Sending sending, std::function<DavOutcome()> const& send,
+                                std::function<bool()> const& isDone) const {
+    for (unsigned attempt = 1;; ++attempt) {
+        std::optional<web::Failure> lost;
+        try {
+            DavOutcome const outcome = send();
+            known_.forget();
+            // Of what a server behind another one has done, the first one may know nothing.
+            return web::mayPass(outcome.status) && isDone() ? DavOutcome{200} : outcome;
+        } catch (web::Failure const& failure) {
+            known_.forget();
+            if (!failure.mayPass() || failure.cannotHaveCome()) {
+                throw;
+            }
+            lost = failure;
+        }
+        if (isDone()) {
+            return {200};
+        }
+        if (sending == Sending::Once || attempt >= client_->options().attempts) {
+            throw *lost;
+        }
+        client_->pauseBefore(attempt + 1, std::chrono::milliseconds(0), client_->deadline(), *lost);
+    }
+}
+
+/// The item below a location that a change failed for.
+std::optional<StorageIRI> HttpProvider::failedItem(DavOutcome const& outcome,
+                                                   StorageIRI const& location) const {
+    if (!outcome.failed || outcome.failed->names.empty()) {
+        return std::nullopt;
+    }
+    std::string path;
+    for (std::string const& name : outcome.failed->names) {
+        path += '/' + name;
+    }
+    StorageIRI const failed(home_, fl::i18n::storageNameToUstring(path));
+    return location.isAncestorOf(failed) ? std::optional(failed) : std::nullopt;
+}
+
+void HttpProvider::failChange(DavOutcome const& outcome, StorageIRI const& location) const {
+    int const status = outcome.status;
+    if (auto const failed = failedItem(outcome, location)) {
+        fail(web::errorCodeOfStatus(status), *failed);
+    }
+    if (status == 412) {
+        fail(ErrorCode::ResourceAlreadyExists, location);
+    }
+    // Servers have many words for a folder that is missing: 403, 404, 405, 409 and 500 among them.
+    if (status == 400 || status == 403 || status == 404 || status == 405 || status == 409 ||
+        status == 500) {
+        requireFolderAbove(location);
+    }
+    fail(web::errorCodeOfStatus(status), location);
+}
+
+void HttpProvider::createFile(StorageIRI const& location) try {
+    requireDav(location);
+    web::Url const url = itemUrl(location);
+    detail::NamesInWork::Hold const hold(inWork_, url.text());
+    // Not every server looks at the condition of the request.
+    if (isSuccess(lookAt(location).status)) {
+        fail(ErrorCode::ResourceAlreadyExists, location);
+    }
+    DavOutcome const outcome = change(
+        Sending::UntilDone,
+        [&] {
+            return dav_.put(url, web::Body::of({}), Putting::IfMissing, client_->deadline());
+        },
+        [&] {
+            Description const there = lookAt(location);
+            return isSuccess(there.status) && there.size == 0U;
+        });
+    if (!outcome.isSuccess()) {
+        failChange(outcome, location);
+    }
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+}
+
+/// REQUIRES: there was nothing.
+void HttpProvider::makeFolder(StorageIRI const& location) {
+    DavOutcome const outcome = change(
+        Sending::UntilDone,
+        [&] { return dav_.makeFolder(folderUrl(location), client_->deadline()); },
+        [&] { return isFolder(location); });
+    if (outcome.isSuccess()) {
+        return;
+    }
+    if (isSuccess(lookAt(location).status)) { // by now
+        fail(ErrorCode::ResourceAlreadyExists, location);
+    }
+    failChange(outcome, location);
+}
+
+void HttpProvider::createFolder(StorageIRI const& location) try {
+    requireDav(location);
+    if (isSuccess(lookAt(location).status)) {
+        fail(ErrorCode::ResourceAlreadyExists, location);
+    }
+    makeFolder(location);
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+}
+
+void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
+    requireDav(location);
+    std::vector<StorageIRI> missing;
+    StorageIRI at = location.withResolvedPath();
+    for (; !isRoot(at); at = at.getParent()) {
+        Description const there = lookAt(at);
+        if (isSuccess(there.status)) {
+            if (!there.isFolder) {
+                fail(missing.empty() ? ErrorCode::ResourceAlreadyExists
+                                     : ErrorCode::ResourceNotFound,
+                     location);
+            }
+            break;
+        }
+        missing.push_back(at);
+    }
+    for (; !missing.empty(); missing.pop_back()) {
+        try {
+            makeFolder(missing.back());
+        } catch (Exception const& e) {
+            // Somebody else may be making the same way.
+            if (e.getErrorCode() != ErrorCode::ResourceAlreadyExists) {
+                throw;
+            }
+            if (!isFolder(missing.back())) {
+                fail(missing.size() == 1 ? ErrorCode::ResourceAlreadyExists
+                                         : ErrorCode::ResourceNotFound,
+                     location);
+            }
+        }
+    }
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+}
+
+/// Removing is done again where its answer was lost, and there is something still.
+DavOutcome HttpProvider::remove(StorageIRI const& location, web::Url const& url) {
+    return change(
+        Sending::UntilDone, [&] { return dav_.remove(url, client_->deadline()); },
+        [&] { return !isSuccess(lookAt(location).status); });
+}
+
+void HttpProvider::removeFile(StorageIRI const& location) try {
+    requireDav(location);
+    Description const there = lookAt(location);
+    if (!isSuccess(there.status)) {
+        fail(ErrorCode::ResourceNotFound, location);
+    }
+    if (there.isFolder) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    DavOutcome const outcome = remove(location, itemUrl(location));
+    if (!outcome.isSuccess()) {
+        failChange(outcome, location);
+    }
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+}
+
+void HttpProvider::removeFolder(StorageIRI const& location) try {
+    requireDav(location);
+    // The server would remove it with all that is in it, so what comes between goes too.
+    detail::DavListing const listing = membersOf(location);
+    if (!listing.members.empty() || listing.leftOut != 0) {
+        fail(ErrorCode::FolderNotEmpty, location);
+    }
+    if (isRoot(location)) {
+        fail(ErrorCode::ResourceInUse, location);
+    }
+    DavOutcome const outcome = remove(location, folderUrl(location));
+    if (!outcome.isSuccess()) {
+        failChange(outcome, location);
+    }
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+}
+
+void HttpProvider::removeFolderRecursively(StorageIRI const& location) try {
+    requireDav(location);
+    if (!isFolder(location)) {
+        fail(ErrorCode::ResourceNotFound, location);
+    }
+    if (isRoot(location)) {
+        fail(ErrorCode::ResourceInUse, location);
+    }
+    for (unsigned attempt = 1;; ++attempt) {
+        DavOutcome const outcome = remove(location, folderUrl(location));
+        if (outcome.isSuccess()) {
+            return;
+        }
+        if (!isSuccess(lookAt(location).status)) {
+            fail(ErrorCode::ResourceNotFound, location); // somebody else has removed it
+        }
+        // What somebody else has removed from it meanwhile is no failure.
+        auto const failed = failedItem(outcome, location);
+        if (!failed || attempt >= client_->options().attempts ||
+            isSuccess(lookAt(*failed).status)) {
+            failChange(outcome, location);
+        }
+    }
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+}
+
+void HttpProvider::setLastModified(StorageIRI const& location,
+                                   boost::posix_time::ptime const& time) try {
+    Timestamp const wanted = toTimestamp(time);
+    requireDav(location);
+    Description const there = lookAt(location);
+    if (!isSuccess(there.status)) {
+        fail(ErrorCode::ResourceNotFound, location);
+    }
+    DavOutcome const outcome =
+        dav_.setLastModified(there.isFolder ? folderUrl(location) : itemUrl(location),
+                             wanted.seconds, client_->deadline());
+    known_.forget();
+    if (outcome.status == 401 || outcome.status == 423) {
+        failChange(outcome, location);
+    }
+    // The time is the server's own business (RFC 4918, section 15.7), unless it has taken it.
+    if (outcome.isSuccess()) {
+        Description const now = lookAt(location);
+        auto const told = now.headers.find("Last-Modified");
+        if (told && web::parseHttpDate(*told) == wanted.seconds) {
+            return;
+        }
+    }
+    fail(ErrorCode::UnsupportedOperation, location);
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+}
+
+void HttpProvider::setWritable(StorageIRI const& location, bool) try {
+    requireDav(location);
+    fail(ErrorCode::UnsupportedOperation, location);
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+}
+
+bool HttpProvider::checkReplaceable(StorageIRI const& destination, Description const& there,
+                                    ReplacementPolicy policy) const {
+    if (!isSuccess(there.status)) {
+        return false;
+    }
+    if (!replaces(policy)) {
+        fail(ErrorCode::ResourceAlreadyExists, destination);
+    }
+    if (there.isFolder) {
+        fail(ErrorCode::InvalidLocation, destination);
+    }
+    return true;
+}
+
+void HttpProvider::publish(StorageIRI const& location, spool::Content const& content,
+                           Putting putting) try {
+    web::Body const body{content.size(), [&](std::uint64_t offset, std::span<char> buffer) {
+                             content.read(offset, buffer.data(), buffer.size());
+                         }};
+    // At least so many bytes in a second are expected of a connection that goes on.
+    constexpr std::uint64_t slowest = std::uint64_t{1024} * 1024;
+    auto const deadline = [&] {
+        return web::Deadline(client_->options().operationTimeout +
+                             std::chrono::seconds(content.size() / slowest));
+    };
+    web::Url const url = itemUrl(location);
+    std::optional<detail::NamesInWork::Hold> hold;
+    if (putting == Putting::IfMissing) {
+        hold.emplace(inWork_, url.text());
+    }
+    DavOutcome const outcome = change(
+        Sending::UntilDone, [&] { return dav_.put(url, body, putting, deadline()); },
+        [&] {
+            if (putting == Putting::Always) {
+                return false; // which was tried again already
+            }
+            Description const there = lookAt(location);
+            return isSuccess(there.status) && there.size == content.size();
+        });
+    if (!outcome.isSuccess()) {
+        Description const there = lookAt(location);
+        if (isSuccess(there.status) && there.isFolder) {
+            fail(ErrorCode::InvalidLocation, location);
+        }
+        failChange(outcome, location);
+    }
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+} catch (spool::Failure const& failure) {
+    fail(failure.code(), location);
+}
+
+std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
+                                                     ByteStreamOpenOptions const& options) try {
+    requireDav(location);
+    Description const there = lookAt(location);
+    bool const isThere = isSuccess(there.status);
+    if (there.isFolder) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    if (!isThere) {
+        if (options.creation == ByteStreamCreation::OpenExisting) {
+            fail(ErrorCode::ResourceNotFound, location);
+        }
+        requireFolderAbove(location);
+    }
+    bool const keeps = isThere && options.withoutTruncate != 0;
+    spool::Content content(space_);
+    if (keeps) {
+        auto const old = openReadOnlyStream(location);
+        std::vector<char> buffer(std::size_t{256} * 1024);
+        for (;;) {
+            long const got = old->read(buffer.data(), static_cast<long>(buffer.size()));
+            if (got <= 0) {
+                break;
+            }
+            content.write(content.size(), buffer.data(), static_cast<std::size_t>(got));
+        }
+        old->close();
+    }
+    return std::make_unique<HttpWritingStream>(
+        std::move(content),
+        options.access == ByteStreamAccess::ReadWrite ? WritingAccess::ReadWrite
+                                                      : WritingAccess::Write,
+        options.withoutAppend == 0 ? WritingPlace::AtEnd : WritingPlace::AtPosition,
+        /*isChanged=*/!keeps,
+        [self = shared_from_this(), location](spool::Content const& whole) {
+            self->publish(location, whole, Putting::Always);
+        });
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+} catch (spool::Failure const& failure) {
+    fail(failure.code(), location);
+} catch (ByteStreamFailure const& failure) {
+    fail(failure.getErrorCode(), location);
+}
+
+std::unique_ptr<ByteStream> HttpProvider::openReplacement(StorageIRI const& location,
+                                                          ReplacementPolicy const& policy) try {
+    requireDav(location);
+    if (!checkReplaceable(location, lookAt(location), policy)) {
+        requireFolderAbove(location);
+    }
+    auto const putting = replaces(policy) ? Putting::Always : Putting::IfMissing;
+    return std::make_unique<HttpWritingStream>(
+        spool::Content(space_), WritingAccess::ReadWrite, WritingPlace::AtPosition,
+        /*isChanged=*/true,
+        [self = shared_from_this(), location, putting](spool::Content const& whole) {
+            self->publish(location, whole, putting);
+        });
+} catch (web::Failure const& failure) {
+    fail(failure.code(), location);
+}
+
+} // namespace foundation::storage::provider::http

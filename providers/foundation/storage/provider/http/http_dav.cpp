@@ -1,0 +1,267 @@
+// What there is where the server speaks WebDAV: kinds of items, and listings.
+
+#include <foundation/storage/provider/http/http_provider.hpp>
+
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/wildcard.hpp>
+
+#include <fl/i18n/conversion.hpp>
+
+#include <algorithm>
+#include <utility>
+
+namespace foundation::storage::provider::http {
+
+namespace {
+
+bool isSuccess(int status) noexcept {
+    return status >= 200 && status < 300;
+}
+bool isAbsence(int status) noexcept {
+    return status == 404 || status == 410;
+}
+/// The server does not know the method.
+bool isNoDav(int status) noexcept {
+    return status == 405 || status == 501;
+}
+
+} // namespace
+
+/// The names alone count: a slash more or less names the same item.
+web::Url HttpProvider::itemUrl(StorageIRI const& location) const {
+    ustring path = location.getResolvedPath();
+    if (!path.starts_with(u'/')) {
+        path.insert(path.begin(), u'/');
+    }
+    return web::Url::of(StorageIRI(home_, path));
+}
+
+web::Url HttpProvider::folderUrl(StorageIRI const& location) const {
+    ustring path = location.getResolvedPath();
+    if (!path.starts_with(u'/')) {
+        path.insert(path.begin(), u'/');
+    }
+    if (!path.ends_with(u'/')) {
+        path += u'/';
+    }
+    return web::Url::of(StorageIRI(home_, path));
+}
+
+bool HttpProvider::isKnownToSpeakDav(StorageIRI const& location) const {
+    return !location.hasQuery() && spaces_.find(location.getResolvedPath()).value_or(false);
+}
+
+detail::DavClient::Spoken HttpProvider::speechAt(StorageIRI const& location) const {
+    using Speech = detail::DavClient::Speech;
+    if (location.hasQuery()) {
+        return {Speech::Web, 0};
+    }
+    ustring const& path = location.getResolvedPath();
+    if (auto const known = spaces_.find(path)) {
+        return {*known ? Speech::Dav : Speech::Web, 0};
+    }
+    web::Deadline const deadline = client_->deadline();
+    auto spoken = dav_.speechAt(itemUrl(location), deadline);
+    // Some tell it of nothing that is not there.
+    ustring space(detail::DavSpaces::spaceOf(path));
+    if (spoken.speech == Speech::Unknown && space.size() < path.size()) {
+        spoken = dav_.speechAt(folderUrl(StorageIRI(home_, space)), deadline);
+    }
+    if (spoken.speech == Speech::Unknown) {
+        space = u"/";
+        if (spaces_.find(space)) { // not there
+            return {Speech::Web, spoken.status};
+        }
+        spoken = dav_.speechAt(folderUrl(StorageIRI(home_, space)), deadline);
+    }
+    if (spoken.speech != Speech::Refused) {
+        spaces_.keep(space, spoken.speech == Speech::Dav);
+    }
+    return spoken;
+}
+
+bool HttpProvider::speaksDav(StorageIRI const& location) const {
+    auto const spoken = speechAt(location);
+    if (spoken.speech == detail::DavClient::Speech::Refused && web::mayPass(spoken.status)) {
+        throw web::failureOfStatus(spoken.status);
+    }
+    return spoken.speech == detail::DavClient::Speech::Dav;
+}
+
+void HttpProvider::requireDav(StorageIRI const& location, ErrorCode without) const {
+    urlOf(location); // is one of this server
+    auto const spoken = speechAt(location);
+    if (spoken.speech == detail::DavClient::Speech::Refused) {
+        throw web::failureOfStatus(spoken.status);
+    }
+    if (spoken.speech != detail::DavClient::Speech::Dav) {
+        throw Exception(without, location);
+    }
+}
+
+std::optional<HttpProvider::Description>
+HttpProvider::describeByDav(StorageIRI const& location) const {
+    detail::DavItem const item = dav_.find(itemUrl(location), client_->deadline());
+    Description result;
+    if (isNoDav(item.status)) {
+        spaces_.keep(location.getResolvedPath(), false);
+        return std::nullopt;
+    }
+    if (isAbsence(item.status)) {
+        result.status = item.status;
+        return result;
+    }
+    if (!isSuccess(item.status)) {
+        if (item.status != 401 && item.status != 407 && isBelowFile(location)) {
+            result.status = 404;
+            return result;
+        }
+        throw web::failureOfStatus(item.status);
+    }
+    result.status = 200;
+    result.isKindKnown = true;
+    result.isFolder = item.isFolder;
+    result.isWritable = true;
+    result.created = item.properties.created;
+    auto const tell = [&](char const* name, std::string const& value) {
+        if (!value.empty()) {
+            result.headers.add(name, value);
+        }
+    };
+    tell("ETag", item.properties.etag);
+    tell("Last-Modified", item.properties.lastModified);
+    if (!item.isFolder) {
+        result.size = item.properties.size;
+        tell("Content-Type", item.properties.contentType);
+    }
+    return result;
+}
+
+HttpProvider::Description HttpProvider::lookAt(StorageIRI const& location) const {
+    if (auto found = describeByDav(location)) {
+        return *std::move(found);
+    }
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
+}
+
+/// Servers have many words for that.
+bool HttpProvider::isBelowFile(StorageIRI const& location) const {
+    for (StorageIRI above = location; above.hasParent();) {
+        above = above.getParent();
+        if (!above.hasPath()) {
+            return false;
+        }
+        detail::DavItem const item = dav_.find(itemUrl(above), client_->deadline());
+        if (isSuccess(item.status)) {
+            return !item.isFolder;
+        }
+        if (isAbsence(item.status)) {
+            return true; // nothing is below it, either
+        }
+    }
+    return false;
+}
+
+bool HttpProvider::isFolder(StorageIRI const& location) const {
+    Description const there = lookAt(location);
+    return isSuccess(there.status) && there.isFolder;
+}
+
+void HttpProvider::requireFolderAbove(StorageIRI const& location) const {
+    if (location.getResolvedPath().size() > 1 && !isFolder(location.getParent())) {
+        throw Exception(ErrorCode::ResourceNotFound, location);
+    }
+}
+
+bool HttpProvider::hasFeature(StorageIRI const& location, ExtendedFeature const& feature) const
+try {
+    switch (feature) {
+    case ExtendedFeature::RecursiveFolderRemoval:
+    case ExtendedFeature::FlatWildcardListing:
+        urlOf(location);
+        return speaksDav(location);
+    default:
+        return false;
+    }
+} catch (web::Failure const& failure) {
+    throw Exception(failure.code(), location);
+}
+
+StorageIRI HttpProvider::getCanonicalLocation(StorageIRI const& location) const try {
+    urlOf(location);
+    if (speaksDav(location) && isAbsence(lookAt(location).status)) {
+        requireFolderAbove(location);
+    }
+    return location.withResolvedPath();
+} catch (web::Failure const& failure) {
+    throw Exception(failure.code(), location);
+}
+
+detail::DavListing HttpProvider::membersOf(StorageIRI const& location) const {
+    detail::DavListing listing = dav_.list(folderUrl(location), client_->deadline());
+    if (isNoDav(listing.status)) {
+        spaces_.keep(location.getResolvedPath(), false);
+        throw Exception(ErrorCode::UnsupportedOperation, location);
+    }
+    if (isAbsence(listing.status)) {
+        throw Exception(ErrorCode::ResourceNotFound, location);
+    }
+    if (!isSuccess(listing.status)) {
+        // A file's location with a slash at its end is one below a file.
+        if (listing.status != 401 && listing.status != 407 && !isFolder(location)) {
+            throw Exception(ErrorCode::ResourceNotFound, location);
+        }
+        throw web::failureOfStatus(listing.status);
+    }
+    if (!listing.isFolder) {
+        throw Exception(ErrorCode::ResourceNotFound, location);
+    }
+    return listing;
+}
+
+std::unique_ptr<IFolderEntryIterator> HttpProvider::list(StorageIRI const& location,
+                                                         ustring const& filter,
+                                                         HttpSelection const& selection) const try {
+    requireDav(location, ErrorCode::UnsupportedOperation);
+    HttpCursor::Members members = membersOf(location).members;
+    std::erase_if(members, [&](detail::DavMember const& member) {
+        return selection.kinds == (member.isFolder ? HttpSelection::Kinds::Files
+                                                   : HttpSelection::Kinds::Folders) ||
+               (!filter.empty() &&
+                !matchesWildcard(filter, fl::i18n::storageNameToUstring(member.name)));
+    });
+    return std::make_unique<HttpCursor>(
+        std::make_shared<HttpCursor::Members const>(std::move(members)), selection.told);
+} catch (web::Failure const& failure) {
+    throw Exception(failure.code(), location);
+}
+
+using Kinds = HttpSelection::Kinds;
+using Told = HttpSelection::Told;
+
+std::unique_ptr<IFolderEntryIterator> HttpProvider::listAll(StorageIRI const& location,
+                                                            ustring const& filter) const {
+    return list(location, filter, {Kinds::All, Told::Attributes});
+}
+std::unique_ptr<IFolderEntryIterator> HttpProvider::listFiles(StorageIRI const& location,
+                                                              ustring const& filter) const {
+    return list(location, filter, {Kinds::Files, Told::Attributes});
+}
+std::unique_ptr<IFolderEntryIterator> HttpProvider::listFolders(StorageIRI const& location,
+                                                                ustring const& filter) const {
+    return list(location, filter, {Kinds::Folders, Told::Attributes});
+}
+std::unique_ptr<IFolderEntryIterator> HttpProvider::listAllNamesOnly(StorageIRI const& location,
+                                                                     ustring const& filter) const {
+    return list(location, filter, {Kinds::All, Told::Names});
+}
+std::unique_ptr<IFolderEntryIterator>
+HttpProvider::listFilesNamesOnly(StorageIRI const& location, ustring const& filter) const {
+    return list(location, filter, {Kinds::Files, Told::Names});
+}
+std::unique_ptr<IFolderEntryIterator>
+HttpProvider::listFoldersNamesOnly(StorageIRI const& location, ustring const& filter) const {
+    return list(location, filter, {Kinds::Folders, Told::Names});
+}
+
+} // namespace foundation::storage::provider::http
