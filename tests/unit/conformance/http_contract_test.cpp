@@ -59,6 +59,8 @@ Place servedPlace() {
             ServedFiles::content(), files};
 }
 
+constexpr char const* notAsked = "whether a server can be written is not known before it is asked";
+
 int const httpTests = registerContractTests({
     .name = "Http",
     .makePlace = servedPlace,
@@ -68,8 +70,8 @@ int const httpTests = registerContractTests({
         {
             {"Attributes.ExtendedOnesAreOfFilesAndFolders", "the web knows no folders"},
             {"Attributes.OfAFolderAreNotThoseOfAFile", "the web knows no folders"},
-            {"Declarations.TheExtensionsAreThoseDeclared",
-             "whether a server can be written is not known before it is asked"},
+            {"Declarations.TheExtensionsAreThoseDeclared", notAsked},
+            {"Declarations.TheFeaturesAreThoseDeclared", notAsked},
             {"Existence.ThePlaceIsAFolder", "the web knows no folders"},
             {"Opening.AFolderIsNotRead", "the web knows no folders"},
             {"Existence.TheCanonicalLocationInAMissingFolderIsNotFound",

@@ -173,18 +173,10 @@ void HttpProvider::requireFolderAbove(StorageIRI const& location) const {
     }
 }
 
-bool HttpProvider::hasFeature(StorageIRI const& location, ExtendedFeature const& feature) const
-try {
-    switch (feature) {
-    case ExtendedFeature::RecursiveFolderRemoval:
-    case ExtendedFeature::FlatWildcardListing:
-        urlOf(location);
-        return speaksDav(location);
-    default:
-        return false;
-    }
-} catch (web::Failure const& failure) {
-    throw Exception(failure.code(), location);
+/// What there is where WebDAV is spoken; elsewhere the operations refuse. Nothing is asked for it.
+bool HttpProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) const {
+    return feature == ExtendedFeature::RecursiveFolderRemoval ||
+           feature == ExtendedFeature::FlatWildcardListing;
 }
 
 StorageIRI HttpProvider::getCanonicalLocation(StorageIRI const& location) const try {
