@@ -95,7 +95,8 @@ TEST_F(LyingStore, SaysThatTheObjectIsNotTheOneNamed) {
 }
 
 TEST_F(LyingStore, AsksAgainWhatMayPass) {
-    for (std::string const behaviour : {"busy-twice", "refused-twice", "resets-once"}) {
+    for (std::string const behaviour :
+         {"busy-twice", "refused-twice", "resets-once", "cuts-heads"}) {
         Bucket const bucket = this->bucket(behaviour);
         fill(bucket, 100);
         EXPECT_EQ(read(bucket, 0, 100).value, content(100)) << behaviour;

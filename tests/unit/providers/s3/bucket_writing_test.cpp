@@ -150,7 +150,7 @@ TEST_F(LyingStore, TellsWhichOnesAreLeft) {
 
 TEST_F(LyingStore, UploadsInParts) {
     for (std::string const behaviour :
-         {"good", "loses-parts", "spoils-parts-on-the-way", "busy-twice",
+         {"good", "cuts-heads", "loses-parts", "spoils-parts-on-the-way", "busy-twice",
           "loses-the-answer-to-begin", "loses-begin", "begins-late", "loses-the-answer-to-complete",
           "loses-complete", "completes-with-an-error", "completes-late", "has-tags-of-its-own"}) {
         Bucket const bucket = this->bucket(behaviour);

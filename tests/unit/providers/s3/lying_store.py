@@ -365,6 +365,14 @@ class Connection:
     def do_resets(self):
         self.reset()
 
+    def do_cuts_heads(self):
+        """The first two to each kind of question, behind the first field."""
+        def make():
+            self.good()
+            self.socket.sendall(b'HTTP/1.1 200 Status\r\nServer: x\r\nCont')
+            raise Lost
+        self.distorted(self.operation, make, 2)
+
     def do_resets_once(self):
         self.distorted(self.operation, self.reset, 1)
 

@@ -363,7 +363,8 @@ AnswerHead const& Exchange::head(Deadline const& deadline) {
     drive([&] { return isHeadComplete_; }, deadline);
     if (!isHeadComplete_) {
         if (result_ == CURLE_OK) {
-            throw Failure(ErrorCode::IOError, "the server's answer has no end of its headers");
+            throw Failure(ErrorCode::IOError, "the server's answer has no end of its headers",
+                          Failure::Repetition::MayHelp);
         }
         failByResult();
     }
