@@ -1,0 +1,95 @@
+#pragma once
+
+#include <foundation/storage/provider/s3/detail/bucket.hpp>
+#include <foundation/storage/provider/s3/detail/request_threads.hpp>
+#include <foundation/storage/provider/storage_iri.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace foundation::storage::provider::s3::detail {
+
+enum class ShownKinds { All, Files, Folders };
+enum class ShownDetail { Attributes, NamesOnly };
+enum class Depth { Flat, Recursive };
+
+/// What a listing is to deliver.
+struct Selection {
+    ShownKinds kinds = ShownKinds::All;
+    ShownDetail detail = ShownDetail::Attributes;
+    Depth depth = Depth::Flat;
+    ustring filter = {}; ///< empty for all
+};
+
+/// What all cursors of one listing have in common.
+struct Listing {
+    std::shared_ptr<Bucket const> bucket;
+    std::string prefix;  ///< of the listed folder
+    StorageIRI location; ///< as it was asked for; failures name it
+    Selection selection;
+};
+using ListingPtr = std::shared_ptr<Listing const>;
+
+/// One key of a page. In the listing of a tree it stands for all folders on its way that were not
+/// delivered before, too.
+struct ListedItem {
+    std::string path;      ///< below the listed folder, without a slash at the end
+    std::size_t known = 0; ///< units of the path: a folder that was delivered before
+    bool isFile = true;
+    std::uint64_t size = 0;
+    std::int64_t lastModified = 0; ///< seconds since 1970; 0 where it is not told
+};
+
+/// What the next page must know of those before it.
+struct ListingState {
+    std::string continuation;
+    std::string lastKey;
+    std::string openFolder; ///< the one that the last key lies in
+    /// Files whose names the last key begins with: what lies in a folder of such a name is not
+    /// shown.
+    std::vector<std::string> files;
+};
+
+class PageFetch;
+
+/// Some keys of a listing. Immutable, shared by all cursors that stand in it; it does not keep the
+/// pages behind it.
+class ListedPage {
+  public:
+    ListedPage(std::vector<ListedItem> items, ListingState behind)
+        : items_(std::move(items)),
+          behind_(std::move(behind)) {}
+
+    std::vector<ListedItem> const& items() const noexcept { return items_; }
+    bool isLast() const noexcept { return behind_.continuation.empty(); }
+    /// Asks for the next page, unless somebody waits for it or has it. REQUIRES: not the last one.
+    std::shared_ptr<PageFetch> next(ListingPtr const& listing, RequestThreads& threads) const;
+
+  private:
+    std::vector<ListedItem> const items_;
+    ListingState const behind_;
+    mutable std::mutex mutex_;
+    mutable std::weak_ptr<PageFetch> next_; ///< guarded by the mutex
+};
+using ListedPagePtr = std::shared_ptr<ListedPage const>;
+
+/// A page that is on its way, or there.
+class PageFetch {
+  public:
+    explicit PageFetch(std::shared_future<ListedPagePtr> page) : page_(std::move(page)) {}
+    /// Throws web::Failure.
+    ListedPagePtr get() const { return page_.get(); }
+
+  private:
+    std::shared_future<ListedPagePtr> const page_;
+};
+
+/// Asks for a page. Throws web::Failure, also where keys come out of their order.
+ListedPagePtr readPage(Listing const& listing, ListingState state);
+
+} // namespace foundation::storage::provider::s3::detail

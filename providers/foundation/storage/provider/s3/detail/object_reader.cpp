@@ -1,0 +1,164 @@
+#include <foundation/storage/provider/s3/detail/object_reader.hpp>
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <utility>
+
+namespace foundation::storage::provider::s3::detail {
+
+namespace {
+
+constexpr std::uint64_t startRange = std::uint64_t{64} * 1024;
+constexpr std::uint64_t smallestPart = std::uint64_t{128} * 1024;
+/// A step forward over no more than this is still reading in one direction.
+constexpr std::uint64_t smallStep = std::uint64_t{1024} * 1024;
+
+} // namespace
+
+ObjectReader::ObjectReader(std::shared_ptr<Bucket const> bucket,
+                           std::shared_ptr<RequestThreads> threads, std::string key)
+    : bucket_(std::move(bucket)),
+      threads_(std::move(threads)),
+      key_(std::move(key)) {}
+
+ObjectReader::~ObjectReader() {
+    forget();
+}
+
+ObjectHead ObjectReader::open() {
+    auto buffer = std::make_unique_for_overwrite<char[]>(startRange);
+    ObjectHead head = bucket_->read(key_, 0, {buffer.get(), startRange}, {}, bucket_->deadline());
+    size_ = head.size;
+    eTag_ = head.eTag;
+    startSize_ = static_cast<std::size_t>(std::min(size_, startRange));
+    if (startSize_ < startRange / 2) { // many small files may be open at once
+        start_ = std::make_unique_for_overwrite<char[]>(startSize_);
+        std::memcpy(start_.get(), buffer.get(), startSize_);
+    } else {
+        start_ = std::move(buffer);
+    }
+    next_ = startSize_;
+    return head;
+}
+
+std::size_t ObjectReader::readAt(std::uint64_t position, std::span<char> buffer) {
+    if (position >= size_) {
+        return 0;
+    }
+    auto const count =
+        static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), size_ - position));
+    for (std::size_t done = 0; done < count;) {
+        std::uint64_t const at = position + done;
+        if (at < startSize_) {
+            std::size_t const piece =
+                std::min(count - done, startSize_ - static_cast<std::size_t>(at));
+            std::memcpy(buffer.data() + done, start_.get() + at, piece);
+            done += piece;
+            if (expected_ == at) {
+                run_ += piece;
+                expected_ += piece;
+            }
+            continue;
+        }
+        Part& part = partAt(at, count - done);
+        auto const offset = static_cast<std::size_t>(at - part.offset);
+        std::size_t const piece = std::min(count - done, part.size - offset);
+        std::memcpy(buffer.data() + done, part.bytes.get() + offset, piece);
+        done += piece;
+        run_ += piece;
+        expected_ = at + piece;
+    }
+    return count;
+}
+
+/// The part with the byte at a position, which it has by then.
+ObjectReader::Part& ObjectReader::partAt(std::uint64_t position, std::uint64_t wanted) {
+    while (!parts_.empty() && parts_.front()->end() <= position) {
+        parts_.front()->isTaken = true;
+        parts_.pop_front();
+    }
+    bool const isThere = !parts_.empty() && parts_.front()->offset <= position;
+    if (!isThere) {
+        bool const goesOn = position >= expected_ && position - expected_ <= smallStep;
+        if (!goesOn) {
+            run_ = 0;
+        }
+        forget();
+        next_ = position;
+    }
+    lookAhead(wanted);
+    Part& part = *parts_.front();
+    if (!part.isReady) {
+        if (!part.isTaken.exchange(true)) {
+            fetch(part);
+        } else {
+            part.done.get();
+        }
+        part.isReady = true;
+    }
+    return part;
+}
+
+/// Asks for what is to come, as far as it is worth it by what was read so far.
+void ObjectReader::lookAhead(std::uint64_t wanted) {
+    S3Options const& options = bucket_->options();
+    std::uint64_t const mostInFlight = std::max(1U, options.concurrency);
+    std::uint64_t const ahead =
+        std::max(wanted, std::min(run_, mostInFlight * options.partSize));
+    std::uint64_t const from = parts_.empty() ? next_ : parts_.front()->offset;
+    while (next_ < size_ && next_ - from < ahead && parts_.size() < mostInFlight) {
+        std::uint64_t size = std::max(run_ == 0 ? startRange : smallestPart,
+                                      std::bit_floor(std::max<std::uint64_t>(ahead / 4, 1)));
+        if (parts_.empty()) {
+            size = std::max(size, std::min(wanted, options.partSize));
+        }
+        // What is needed at once is asked for by the reader itself.
+        add(std::min(size, options.partSize), parts_.empty() ? Start::WhenNeeded : Start::Now);
+    }
+}
+
+void ObjectReader::add(std::uint64_t size, Start start) {
+    auto part = std::make_shared<Part>();
+    part->offset = next_;
+    part->size = static_cast<std::size_t>(std::min(size, size_ - next_));
+    part->bytes = std::make_unique_for_overwrite<char[]>(part->size);
+    part->done = part->promise.get_future();
+    if (start == Start::Now) {
+        threads_->run([part, bucket = bucket_, key = key_, eTag = eTag_, whole = size_] {
+            if (part->isTaken.exchange(true)) {
+                return;
+            }
+            try {
+                fetch(*bucket, key, eTag, whole, *part);
+                part->promise.set_value();
+            } catch (...) {
+                part->promise.set_exception(std::current_exception());
+            }
+        });
+    }
+    next_ = part->end();
+    parts_.push_back(std::move(part));
+}
+
+void ObjectReader::fetch(Part& part) const {
+    fetch(*bucket_, key_, eTag_, size_, part);
+}
+
+void ObjectReader::fetch(Bucket const& bucket, std::string const& key, std::string const& eTag,
+                         std::uint64_t size, Part& part) {
+    ObjectHead const head =
+        bucket.read(key, part.offset, {part.bytes.get(), part.size}, eTag, bucket.deadline());
+    if (head.size != size || head.eTag != eTag) {
+        throw web::Failure(ErrorCode::IOError, "the file has changed since it was opened");
+    }
+}
+
+void ObjectReader::forget() noexcept {
+    for (PartPtr const& part : parts_) {
+        part->isTaken = true; // what nobody has begun is not begun any more
+    }
+    parts_.clear();
+}
+
+} // namespace foundation::storage::provider::s3::detail

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <foundation/storage/provider/s3/detail/bucket.hpp>
+#include <foundation/storage/provider/s3/detail/request_threads.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <future>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace foundation::storage::provider::s3::detail {
+
+/// An object read at any position, as it was when it was opened: one that has changed meanwhile is
+/// a failure. While reading goes on in one direction, ever more is asked for ahead of it, in parts
+/// and on several connections at once; a jump begins again with little. Keeps as many parts in
+/// memory as requests may be in flight, and the start of the object.
+///
+/// For one thread at a time. Throws web::Failure.
+class ObjectReader {
+  public:
+    ObjectReader(std::shared_ptr<Bucket const> bucket, std::shared_ptr<RequestThreads> threads,
+                 std::string key);
+    ~ObjectReader();
+
+    /// Asks for the start. REQUIRES: called once, before anything else.
+    ObjectHead open();
+    std::uint64_t size() const noexcept { return size_; }
+    std::string const& eTag() const noexcept { return eTag_; }
+    /// Fills the buffer; fewer bytes only at the end of the object.
+    std::size_t readAt(std::uint64_t position, std::span<char> buffer);
+
+  private:
+    /// A range that is asked for, by whoever comes first: one of the threads, or the reader that
+    /// needs it.
+    struct Part {
+        std::uint64_t offset = 0;
+        std::size_t size = 0;
+        std::unique_ptr<char[]> bytes;
+        std::atomic<bool> isTaken{false};
+        std::promise<void> promise;
+        std::future<void> done;
+        bool isReady = false;
+
+        std::uint64_t end() const noexcept { return offset + size; }
+    };
+    using PartPtr = std::shared_ptr<Part>;
+    enum class Start { Now, WhenNeeded };
+
+    Part& partAt(std::uint64_t position, std::uint64_t wanted);
+    void lookAhead(std::uint64_t wanted);
+    void add(std::uint64_t size, Start start);
+    void fetch(Part& part) const;
+    static void fetch(Bucket const& bucket, std::string const& key, std::string const& eTag,
+                      std::uint64_t size, Part& part);
+    void forget() noexcept;
+
+    std::shared_ptr<Bucket const> const bucket_;
+    std::shared_ptr<RequestThreads> const threads_;
+    std::string const key_;
+    std::uint64_t size_ = 0;
+    std::string eTag_;
+    std::size_t startSize_ = 0;
+    std::unique_ptr<char[]> start_;
+    std::deque<PartPtr> parts_; ///< one behind the other, without gaps
+    std::uint64_t next_ = 0;    ///< where the part behind them begins
+    std::uint64_t run_ = 0;     ///< bytes read in one direction since the last jump
+    std::uint64_t expected_ = 0; ///< where reading goes on if it does not jump
+};
+
+} // namespace foundation::storage::provider::s3::detail

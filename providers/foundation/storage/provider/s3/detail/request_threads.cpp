@@ -1,0 +1,59 @@
+#include <foundation/storage/provider/s3/detail/request_threads.hpp>
+
+#include <system_error>
+
+namespace foundation::storage::provider::s3::detail {
+
+RequestThreads::~RequestThreads() {
+    std::deque<std::function<void()>> dropped; // destroyed behind the lock
+    {
+        std::lock_guard const lock(mutex_);
+        isEnding_ = true;
+        dropped.swap(jobs_);
+    }
+    changed_.notify_all();
+    for (std::thread& thread : threads_) {
+        thread.join();
+    }
+}
+
+void RequestThreads::run(std::function<void()> job) {
+    {
+        std::lock_guard const lock(mutex_);
+        jobs_.push_back(std::move(job));
+        if (idle_ < jobs_.size() && threads_.size() < most_) {
+            try {
+                threads_.emplace_back([this] { work(); });
+            } catch (std::system_error const&) {
+                if (threads_.empty()) {
+                    jobs_.pop_back();
+                    throw; // nobody would ever do it
+                }
+            }
+        }
+    }
+    changed_.notify_one();
+}
+
+void RequestThreads::work() {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        ++idle_;
+        changed_.wait(lock, [&] { return isEnding_ || !jobs_.empty(); });
+        --idle_;
+        if (isEnding_) {
+            return;
+        }
+        std::function<void()> job = std::move(jobs_.front());
+        jobs_.pop_front();
+        lock.unlock();
+        try {
+            job();
+        } catch (...) { // NOLINT(bugprone-empty-catch): as promised
+        }
+        job = nullptr;
+        lock.lock();
+    }
+}
+
+} // namespace foundation::storage::provider::s3::detail

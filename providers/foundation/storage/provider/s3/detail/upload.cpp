@@ -1,0 +1,167 @@
+#include <foundation/storage/provider/s3/detail/upload.hpp>
+
+#include <algorithm>
+#include <utility>
+
+namespace foundation::storage::provider::s3::detail {
+
+namespace {
+
+// The protocol's bounds.
+constexpr unsigned mostParts = 10'000;
+constexpr std::uint64_t largestPart = std::uint64_t{5} * 1024 * 1024 * 1024;
+
+/// Of a copy within the store, which is to answer before anybody takes it for dead.
+constexpr std::uint64_t copiedPart = std::uint64_t{256} * 1024 * 1024;
+
+/// Parts of one size; then the next ones are twice as large, so that 10,000 are enough for any
+/// object.
+constexpr unsigned partsOfOneSize = 1'000;
+
+} // namespace
+
+Upload::Upload(std::shared_ptr<Bucket const> bucket, std::shared_ptr<RequestThreads> threads,
+               std::string key)
+    : bucket_(std::move(bucket)),
+      threads_(std::move(threads)),
+      key_(std::move(key)) {}
+
+Upload::~Upload() {
+    abort();
+}
+
+std::uint64_t Upload::partSize() const {
+    return std::clamp(bucket_->options().partSize << (number_ / partsOfOneSize), smallestPart,
+                      largestPart);
+}
+
+void Upload::append(std::span<char const> bytes) {
+    while (!bytes.empty()) {
+        std::uint64_t const room = partSize();
+        if (buffer_.size() >= room) { // there is more, so it is not the last one
+            sendPart();
+            continue;
+        }
+        auto const piece = static_cast<std::size_t>(
+            std::min<std::uint64_t>(bytes.size(), room - buffer_.size()));
+        if (buffer_.capacity() - buffer_.size() < piece) {
+            // Doubled, but never beyond what a part takes.
+            buffer_.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(
+                room, std::max(buffer_.capacity() * 2, buffer_.size() + piece))));
+        }
+        buffer_.insert(buffer_.end(), bytes.begin(), bytes.begin() + static_cast<long>(piece));
+        bytes = bytes.subspan(piece);
+    }
+}
+
+void Upload::appendZeros(std::uint64_t count) {
+    static constexpr std::size_t block = std::size_t{64} * 1024;
+    static constexpr char zeros[block]{};
+    while (count > 0) {
+        auto const piece = static_cast<std::size_t>(std::min<std::uint64_t>(count, block));
+        append({zeros, piece});
+        count -= piece;
+    }
+}
+
+void Upload::overwrite(std::uint64_t position, std::span<char const> bytes) {
+    std::copy(bytes.begin(), bytes.end(), buffer_.begin() + static_cast<long>(position - sent_));
+}
+
+void Upload::begin() {
+    if (id_.empty()) {
+        id_ = bucket_->beginUpload(key_, conditions_, bucket_->deadline());
+    }
+}
+
+unsigned Upload::nextNumber() {
+    if (number_ == mostParts) {
+        throw web::Failure(ErrorCode::FileTooLarge, "the object is too large for the store");
+    }
+    return ++number_;
+}
+
+void Upload::sendPart() {
+    begin();
+    std::uint64_t const allowed =
+        std::max<std::uint64_t>(1, bucket_->options().concurrency * bucket_->options().partSize /
+                                       std::max<std::uint64_t>(1, buffer_.size()));
+    while (inFlight_.size() >= allowed) {
+        takeOldest();
+    }
+    std::size_t const size = buffer_.size();
+    inFlight_.push_back(threads_->ask([bucket = bucket_, key = key_, id = id_,
+                                       number = nextNumber(), content = std::move(buffer_)] {
+        return bucket->uploadPart(key, id, number, content, bucket->deadline());
+    }));
+    sent_ += size;
+    buffer_ = {};
+    buffer_.reserve(static_cast<std::size_t>(partSize()));
+}
+
+void Upload::takeOldest() {
+    std::future<UploadedPart> oldest = std::move(inFlight_.front());
+    inFlight_.pop_front();
+    try {
+        parts_.push_back(oldest.get());
+    } catch (web::Failure const& failure) {
+        lost_ = failure;
+        throw;
+    }
+}
+
+void Upload::startWith(std::string const& source, std::string const& eTag, std::uint64_t size) {
+    begin();
+    std::uint64_t const usual = std::max(copiedPart, size / (mostParts - partsOfOneSize));
+    for (std::uint64_t offset = 0; offset < size;) {
+        std::uint64_t piece = std::min(usual, size - offset);
+        if (size - offset > piece && size - offset - piece < smallestPart) {
+            piece -= smallestPart; // the rest is not the last part
+        }
+        while (inFlight_.size() >= std::max(1U, bucket_->options().concurrency)) {
+            takeOldest();
+        }
+        inFlight_.push_back(threads_->ask([bucket = bucket_, key = key_, id = id_, source, eTag,
+                                           number = nextNumber(), offset, piece] {
+            return bucket->copyPart(key, id, number, source, eTag, offset, piece,
+                                    bucket->deadline());
+        }));
+        offset += piece;
+        sent_ += piece;
+    }
+}
+
+void Upload::finish() {
+    if (lost_) {
+        throw web::Failure(*lost_); // there is a hole
+    }
+    if (id_.empty()) {
+        bucket_->put(key_, buffer_, conditions_, bucket_->deadline());
+        isFinished_ = true;
+        return;
+    }
+    if (!buffer_.empty()) {
+        sendPart();
+    }
+    while (!inFlight_.empty()) {
+        takeOldest();
+    }
+    bucket_->completeUpload(key_, id_, parts_, conditions_, bucket_->deadline());
+    isFinished_ = true;
+}
+
+void Upload::abort() noexcept {
+    // A part that arrives behind the end of its upload might stay.
+    for (std::future<UploadedPart> const& part : inFlight_) {
+        part.wait();
+    }
+    if (id_.empty() || isFinished_) {
+        return;
+    }
+    try {
+        bucket_->abortUpload(key_, id_, bucket_->deadline());
+    } catch (...) { // NOLINT(bugprone-empty-catch): there is nobody left to tell
+    }
+}
+
+} // namespace foundation::storage::provider::s3::detail

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <foundation/storage/provider/s3/detail/bucket.hpp>
+#include <foundation/storage/provider/s3/detail/request_threads.hpp>
+
+#include <cstdint>
+#include <deque>
+#include <future>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace foundation::storage::provider::s3::detail {
+
+/// The new content of an object, on its way to the store: in one request where it is no larger than
+/// a part, and else in parts, several at once. It is there for others when it is finished; without
+/// that nothing is left of it. Keeps as many parts in memory as requests may be in flight, and one
+/// more.
+///
+/// For one thread at a time. Throws web::Failure.
+class Upload {
+  public:
+    Upload(std::shared_ptr<Bucket const> bucket, std::shared_ptr<RequestThreads> threads,
+           std::string key);
+    Upload(Upload const&) = delete;
+    Upload& operator=(Upload const&) = delete;
+    ~Upload();
+
+    /// REQUIRES: nothing was sent yet, else they come too late.
+    void setConditions(PutConditions conditions) { conditions_ = std::move(conditions); }
+    PutConditions const& conditions() const noexcept { return conditions_; }
+
+    std::uint64_t size() const noexcept { return sent_ + buffer_.size(); }
+    /// Bytes at the start that cannot be changed any more.
+    std::uint64_t sent() const noexcept { return sent_; }
+    void append(std::span<char const> bytes);
+    void appendZeros(std::uint64_t count);
+    /// REQUIRES: the bytes are there, and none of them is sent.
+    void overwrite(std::uint64_t position, std::span<char const> bytes);
+    /// The first bytes are those that another object has, of this version. REQUIRES: nothing was
+    /// appended yet, and `size` is at least that of the smallest part.
+    void startWith(std::string const& source, std::string const& eTag, std::uint64_t size);
+    /// May be called again where it failed.
+    void finish();
+
+    /// The protocol has no part smaller than this but the last one.
+    static constexpr std::uint64_t smallestPart = std::uint64_t{5} * 1024 * 1024;
+
+  private:
+    std::uint64_t partSize() const;
+    void begin();
+    void sendPart();
+    void takeOldest();
+    unsigned nextNumber();
+    void abort() noexcept;
+
+    std::shared_ptr<Bucket const> const bucket_;
+    std::shared_ptr<RequestThreads> const threads_;
+    std::string const key_;
+    PutConditions conditions_;
+    std::vector<char> buffer_;
+    std::uint64_t sent_ = 0;
+    std::string id_; ///< empty: nothing was sent
+    unsigned number_ = 0;
+    std::deque<std::future<UploadedPart>> inFlight_;
+    std::vector<UploadedPart> parts_;
+    std::optional<web::Failure> lost_; ///< why a part did not come to the store
+    bool isFinished_ = false;
+};
+
+} // namespace foundation::storage::provider::s3::detail
