@@ -116,8 +116,7 @@ bool S3Cursor::moveOn(Position& position) const {
         if (position.page->isLast()) {
             return false;
         }
-        auto const next =
-            position.next ? position.next : position.page->next(listing_, *threads_);
+        auto const next = position.next ? position.next : position.page->next(listing_, *threads_);
         position = Position{next->get()};
     }
 }

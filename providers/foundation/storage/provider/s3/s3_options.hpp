@@ -39,6 +39,12 @@ struct S3Options {
     unsigned concurrency = 10;
     /// Keys that a page of a listing has at most; the protocol allows 1,000.
     unsigned pageSize = 1000;
+
+    /// Bytes that the provider keeps in memory of files that are changed in place, until they are
+    /// written back. What is more goes to a temporary file without a name.
+    std::size_t maximumSpoolMemory = std::size_t{64} * 1024 * 1024;
+    /// Where that file is; empty for /var/tmp, and /tmp where that does not do.
+    std::string temporaryFolder = {};
 };
 
 } // namespace foundation::storage::provider::s3

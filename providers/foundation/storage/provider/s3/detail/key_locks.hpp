@@ -1,41 +1,58 @@
 #pragma once
 
-#include <array>
-#include <functional>
+#include <condition_variable>
 #include <mutex>
-#include <string_view>
+#include <set>
+#include <string>
 #include <utility>
 
 namespace foundation::storage::provider::s3::detail {
 
 /// Keeps changes of one key apart that the store cannot keep apart by itself, as far as they come
-/// through one provider. Several keys may share a lock.
+/// through one provider. Safe on any thread.
 class KeyLocks {
   public:
-    std::unique_lock<std::mutex> lock(std::string_view key) {
-        return std::unique_lock(mutexOf(key));
-    }
-    /// Both, without a deadlock.
-    std::pair<std::unique_lock<std::mutex>, std::unique_lock<std::mutex>>
-    lock(std::string_view one, std::string_view other) {
-        std::mutex* first = &mutexOf(one);
-        std::mutex* second = &mutexOf(other);
-        if (first == second) {
-            return {std::unique_lock(*first), std::unique_lock<std::mutex>()};
+    /// While it lives nobody else has a lock on any of its keys. Does not outlive the locks.
+    class Held {
+      public:
+        Held(KeyLocks& locks, std::set<std::string> keys) : locks_(locks), keys_(std::move(keys)) {
+            std::unique_lock lock(locks_.mutex_);
+            locks_.released_.wait(lock, [&] {
+                for (std::string const& key : keys_) {
+                    if (locks_.held_.contains(key)) {
+                        return false;
+                    }
+                }
+                return true;
+            });
+            locks_.held_.insert(keys_.begin(), keys_.end());
         }
-        if (std::less<>()(second, first)) {
-            std::swap(first, second);
+        Held(Held const&) = delete;
+        Held& operator=(Held const&) = delete;
+        ~Held() {
+            {
+                std::lock_guard const lock(locks_.mutex_);
+                for (std::string const& key : keys_) {
+                    locks_.held_.erase(key);
+                }
+            }
+            locks_.released_.notify_all();
         }
-        std::unique_lock held(*first);
-        return {std::move(held), std::unique_lock(*second)};
+
+      private:
+        KeyLocks& locks_;
+        std::set<std::string> const keys_;
+    };
+
+    Held lock(std::string const& key) { return Held(*this, {key}); }
+    Held lock(std::string const& one, std::string const& other) {
+        return Held(*this, {one, other});
     }
 
   private:
-    std::mutex& mutexOf(std::string_view key) {
-        return mutexes_[std::hash<std::string_view>()(key) % mutexes_.size()];
-    }
-
-    std::array<std::mutex, 64> mutexes_;
+    std::mutex mutex_;
+    std::condition_variable released_;
+    std::set<std::string> held_; ///< guarded by the mutex
 };
 
 } // namespace foundation::storage::provider::s3::detail

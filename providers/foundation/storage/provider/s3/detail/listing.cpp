@@ -61,9 +61,9 @@ class PageMaker {
                 return;
             }
             std::size_t const slash = path.rfind('/');
-            state_.openFolder = isFolder                            ? path
+            state_.openFolder = isFolder                          ? path
                                 : slash == std::string_view::npos ? std::string_view()
-                                                                    : path.substr(0, slash);
+                                                                  : path.substr(0, slash);
         } else if (path.find('/') != std::string_view::npos) {
             throw web::Failure(ErrorCode::IOError, "the store lists more than was asked for");
         }
@@ -79,10 +79,9 @@ class PageMaker {
   private:
     /// Whether a file has the name of a folder on the way.
     bool isHidden(std::string_view path, bool isFolder) const {
-        return std::any_of(
-            state_.files.begin(), state_.files.end(), [&](std::string const& file) {
-                return path.size() == file.size() ? isFolder : path[file.size()] == '/';
-            });
+        return std::any_of(state_.files.begin(), state_.files.end(), [&](std::string const& file) {
+            return path.size() == file.size() ? isFolder : path[file.size()] == '/';
+        });
     }
 
     Listing const& listing_;

@@ -66,6 +66,8 @@ class ListedPage {
           behind_(std::move(behind)) {}
 
     std::vector<ListedItem> const& items() const noexcept { return items_; }
+    /// Whether the store had no key for it, nor for those before it.
+    bool isEmpty() const noexcept { return behind_.lastKey.empty(); }
     bool isLast() const noexcept { return behind_.continuation.empty(); }
     /// Asks for the next page, unless somebody waits for it or has it. REQUIRES: not the last one.
     std::shared_ptr<PageFetch> next(ListingPtr const& listing, RequestThreads& threads) const;

@@ -6,6 +6,41 @@
 
 namespace foundation::storage::provider::s3::detail {
 
+namespace {
+
+constexpr std::size_t pieceSize = std::size_t{1024} * 1024;
+
+/// Calls with all bytes, piece by piece.
+template<class Read, class Take>
+void pass(std::uint64_t size, Read const& read, Take const& take) {
+    std::vector<char> buffer(static_cast<std::size_t>(std::min<std::uint64_t>(pieceSize, size)));
+    for (std::uint64_t position = 0; position < size;) {
+        std::size_t const got = read(position, std::span<char>(buffer));
+        take(position, std::span<char const>(buffer.data(), got));
+        position += got;
+    }
+}
+
+void append(Spool const& spool, Upload& upload) {
+    pass(
+        spool.size(),
+        [&](std::uint64_t position, std::span<char> buffer) {
+            return spool.read(position, buffer);
+        },
+        [&](std::uint64_t, std::span<char const> bytes) { upload.append(bytes); });
+}
+
+} // namespace
+
+void load(ObjectReader& reader, Spool& spool) {
+    pass(
+        reader.size(),
+        [&](std::uint64_t position, std::span<char> buffer) {
+            return reader.readAt(position, buffer);
+        },
+        [&](std::uint64_t position, std::span<char const> bytes) { spool.write(position, bytes); });
+}
+
 NewContent::~NewContent() = default;
 
 SentContent::SentContent(std::unique_ptr<Upload> upload) : upload_(std::move(upload)) {}
@@ -32,13 +67,17 @@ void SentContent::write(std::uint64_t position, std::span<char const> bytes) {
     upload_->append(bytes.subspan(old));
 }
 
-void SentContent::publish(PutConditions const& conditions) {
-    upload_->setConditions(conditions);
+void SentContent::setLastModified(Timestamp time) {
+    upload_->setLastModified(time);
+}
+
+void SentContent::publish() {
     upload_->finish();
 }
 
-SpooledContent::SpooledContent(std::unique_ptr<Spool> spool, MakeUpload makeUpload)
+SpooledContent::SpooledContent(std::unique_ptr<Spool> spool, bool isNew, MakeUpload makeUpload)
     : spool_(std::move(spool)),
+      isChanged_(isNew),
       makeUpload_(std::move(makeUpload)) {}
 
 std::uint64_t SpooledContent::size() const {
@@ -50,21 +89,64 @@ std::size_t SpooledContent::read(std::uint64_t position, std::span<char> buffer)
 }
 
 void SpooledContent::write(std::uint64_t position, std::span<char const> bytes) {
+    isChanged_ = true;
     spool_->write(position, bytes);
 }
 
-void SpooledContent::publish(PutConditions const& conditions) {
-    constexpr std::size_t pieceSize = std::size_t{1024} * 1024;
-    auto const upload = makeUpload_();
-    upload->setConditions(conditions);
-    std::vector<char> buffer(
-        static_cast<std::size_t>(std::min<std::uint64_t>(pieceSize, spool_->size())));
-    for (std::uint64_t position = 0; position < spool_->size();) {
-        std::size_t const got = spool_->read(position, buffer);
-        upload->append({buffer.data(), got});
-        position += got;
+void SpooledContent::setLastModified(Timestamp time) {
+    lastModified_ = time;
+}
+
+void SpooledContent::publish() {
+    if (!isChanged_) {
+        return;
     }
+    auto const upload = makeUpload_();
+    if (lastModified_) {
+        upload->setLastModified(*lastModified_);
+    }
+    append(*spool_, *upload);
     upload->finish();
+}
+
+AppendedContent::AppendedContent(std::shared_ptr<Bucket const> bucket,
+                                 std::shared_ptr<RequestThreads> threads, std::string bucketName,
+                                 std::string key, std::uint64_t oldSize,
+                                 std::unique_ptr<Spool> spool)
+    : bucket_(std::move(bucket)),
+      threads_(std::move(threads)),
+      bucketName_(std::move(bucketName)),
+      key_(std::move(key)),
+      oldSize_(oldSize),
+      spool_(std::move(spool)) {}
+
+std::size_t AppendedContent::read(std::uint64_t, std::span<char>) {
+    throw web::Failure(ErrorCode::PermissionDenied, "the stream is open for writing only");
+}
+
+void AppendedContent::write(std::uint64_t, std::span<char const> bytes) {
+    spool_->write(spool_->size(), bytes);
+}
+
+void AppendedContent::setLastModified(Timestamp) {
+    // It is made by openReplacement() alone that a file gets a time of the caller's.
+}
+
+void AppendedContent::publish() {
+    if (!isChanged()) {
+        return;
+    }
+    auto const head = bucket_->head(key_, bucket_->deadline());
+    Upload upload(bucket_, threads_, key_, {});
+    if (head && head->size >= Upload::smallestPart) {
+        upload.startWith(bucketName_ + '/' + key_, head->eTag, head->size);
+    } else if (head) {
+        std::vector<char> old(static_cast<std::size_t>(head->size));
+        bucket_->read(key_, 0, old, head->eTag, bucket_->deadline());
+        upload.append(old);
+    }
+    append(*spool_, upload);
+    upload.finish();
 }
 
 } // namespace foundation::storage::provider::s3::detail

@@ -1,14 +1,21 @@
 #pragma once
 
+#include <foundation/storage/provider/s3/detail/object_reader.hpp>
 #include <foundation/storage/provider/s3/detail/spool.hpp>
 #include <foundation/storage/provider/s3/detail/upload.hpp>
+#include <foundation/storage/provider/timestamp.hpp>
 
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
+#include <string>
 
 namespace foundation::storage::provider::s3::detail {
+
+/// Writes into an empty spool all that an object has. REQUIRES: the reader is open.
+void load(ObjectReader& reader, Spool& spool);
 
 /// What an object is to hold. For one thread at a time. Throws web::Failure.
 class NewContent {
@@ -21,8 +28,12 @@ class NewContent {
     virtual std::uint64_t size() const = 0;
     virtual std::size_t read(std::uint64_t position, std::span<char> buffer) = 0;
     virtual void write(std::uint64_t position, std::span<char const> bytes) = 0;
+    /// Whether publishing does anything.
+    virtual bool isChanged() const = 0;
+    /// REQUIRES: nothing was written yet.
+    virtual void setLastModified(Timestamp time) = 0;
     /// Puts it into the store. May be called again where it failed.
-    virtual void publish(PutConditions const& conditions) = 0;
+    virtual void publish() = 0;
 };
 
 /// Content that is written from the start to the end, and sent meanwhile. What is still in memory
@@ -34,7 +45,9 @@ class SentContent final : public NewContent {
     std::uint64_t size() const override;
     std::size_t read(std::uint64_t position, std::span<char> buffer) override;
     void write(std::uint64_t position, std::span<char const> bytes) override;
-    void publish(PutConditions const& conditions) override;
+    bool isChanged() const override { return true; }
+    void setLastModified(Timestamp time) override;
+    void publish() override;
 
   private:
     std::unique_ptr<Upload> const upload_;
@@ -45,16 +58,47 @@ class SpooledContent final : public NewContent {
   public:
     using MakeUpload = std::function<std::unique_ptr<Upload>()>;
 
-    SpooledContent(std::unique_ptr<Spool> spool, MakeUpload makeUpload);
+    /// What is in the spool is what the store has, unless it `isNew`.
+    SpooledContent(std::unique_ptr<Spool> spool, bool isNew, MakeUpload makeUpload);
 
     std::uint64_t size() const override;
     std::size_t read(std::uint64_t position, std::span<char> buffer) override;
     void write(std::uint64_t position, std::span<char const> bytes) override;
-    void publish(PutConditions const& conditions) override;
+    bool isChanged() const override { return isChanged_; }
+    void setLastModified(Timestamp time) override;
+    void publish() override;
 
   private:
     std::unique_ptr<Spool> const spool_;
+    bool isChanged_;
     MakeUpload const makeUpload_;
+    std::optional<Timestamp> lastModified_;
+};
+
+/// Bytes for the end of an object, whatever it holds by the time when they come to it. Where there
+/// is enough of it, the store puts the two together.
+class AppendedContent final : public NewContent {
+  public:
+    AppendedContent(std::shared_ptr<Bucket const> bucket, std::shared_ptr<RequestThreads> threads,
+                    std::string bucketName, std::string key, std::uint64_t oldSize,
+                    std::unique_ptr<Spool> spool);
+
+    std::uint64_t size() const override { return oldSize_ + spool_->size(); }
+    std::size_t read(std::uint64_t position, std::span<char> buffer) override;
+    /// REQUIRES: at the end.
+    void write(std::uint64_t position, std::span<char const> bytes) override;
+    bool isChanged() const override { return spool_->size() != 0; }
+    void setLastModified(Timestamp time) override;
+    /// REQUIRES: nobody else of this process changes the object meanwhile.
+    void publish() override;
+
+  private:
+    std::shared_ptr<Bucket const> const bucket_;
+    std::shared_ptr<RequestThreads> const threads_;
+    std::string const bucketName_;
+    std::string const key_;
+    std::uint64_t const oldSize_; ///< when it was opened
+    std::unique_ptr<Spool> const spool_;
 };
 
 } // namespace foundation::storage::provider::s3::detail

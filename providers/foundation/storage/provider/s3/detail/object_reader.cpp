@@ -104,8 +104,7 @@ ObjectReader::Part& ObjectReader::partAt(std::uint64_t position, std::uint64_t w
 void ObjectReader::lookAhead(std::uint64_t wanted) {
     S3Options const& options = bucket_->options();
     std::uint64_t const mostInFlight = std::max(1U, options.concurrency);
-    std::uint64_t const ahead =
-        std::max(wanted, std::min(run_, mostInFlight * options.partSize));
+    std::uint64_t const ahead = std::max(wanted, std::min(run_, mostInFlight * options.partSize));
     std::uint64_t const from = parts_.empty() ? next_ : parts_.front()->offset;
     while (next_ < size_ && next_ - from < ahead && parts_.size() < mostInFlight) {
         std::uint64_t size = std::max(run_ == 0 ? startRange : smallestPart,

@@ -64,9 +64,9 @@ class ObjectReader {
     std::string eTag_;
     std::size_t startSize_ = 0;
     std::unique_ptr<char[]> start_;
-    std::deque<PartPtr> parts_; ///< one behind the other, without gaps
-    std::uint64_t next_ = 0;    ///< where the part behind them begins
-    std::uint64_t run_ = 0;     ///< bytes read in one direction since the last jump
+    std::deque<PartPtr> parts_;  ///< one behind the other, without gaps
+    std::uint64_t next_ = 0;     ///< where the part behind them begins
+    std::uint64_t run_ = 0;      ///< bytes read in one direction since the last jump
     std::uint64_t expected_ = 0; ///< where reading goes on if it does not jump
 };
 

@@ -75,4 +75,16 @@ Timestamp timeOf(ObjectHead const& head) {
     return {head.lastModified / nanosecondsInASecond, 0};
 }
 
+std::vector<std::pair<std::string, std::string>> metadataOf(ObjectHead const& head) {
+    constexpr std::string_view prefix = "x-amz-meta-";
+    std::vector<std::pair<std::string, std::string>> metadata;
+    for (auto const& [name, value] : head.headers.fields()) {
+        if (name.size() > prefix.size() &&
+            web::areEqualNames(std::string_view(name).substr(0, prefix.size()), prefix)) {
+            metadata.emplace_back(name.substr(prefix.size()), value);
+        }
+    }
+    return metadata;
+}
+
 } // namespace foundation::storage::provider::s3::detail

@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace foundation::storage::provider::s3::detail {
 
@@ -20,5 +22,8 @@ std::optional<Timestamp> parseTimeText(std::string_view text);
 /// The time in the metadata; where there is none, when the object was put there, in whole seconds
 /// as heads of answers tell it.
 Timestamp timeOf(ObjectHead const& head);
+
+/// The metadata of an object, with names as PutConditions has them.
+std::vector<std::pair<std::string, std::string>> metadataOf(ObjectHead const& head);
 
 } // namespace foundation::storage::provider::s3::detail

@@ -1,5 +1,7 @@
 #include <foundation/storage/provider/s3/detail/upload.hpp>
 
+#include <foundation/storage/provider/s3/detail/object_time.hpp>
+
 #include <algorithm>
 #include <utility>
 
@@ -21,13 +23,18 @@ constexpr unsigned partsOfOneSize = 1'000;
 } // namespace
 
 Upload::Upload(std::shared_ptr<Bucket const> bucket, std::shared_ptr<RequestThreads> threads,
-               std::string key)
+               std::string key, PutConditions conditions)
     : bucket_(std::move(bucket)),
       threads_(std::move(threads)),
-      key_(std::move(key)) {}
+      key_(std::move(key)),
+      conditions_(std::move(conditions)) {}
 
 Upload::~Upload() {
     abort();
+}
+
+void Upload::setLastModified(Timestamp time) {
+    conditions_.metadata.emplace_back(timeField, timeText(time));
 }
 
 std::uint64_t Upload::partSize() const {
@@ -42,8 +49,8 @@ void Upload::append(std::span<char const> bytes) {
             sendPart();
             continue;
         }
-        auto const piece = static_cast<std::size_t>(
-            std::min<std::uint64_t>(bytes.size(), room - buffer_.size()));
+        auto const piece =
+            static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), room - buffer_.size()));
         if (buffer_.capacity() - buffer_.size() < piece) {
             // Doubled, but never beyond what a part takes.
             buffer_.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(
@@ -110,24 +117,39 @@ void Upload::takeOldest() {
     }
 }
 
-void Upload::startWith(std::string const& source, std::string const& eTag, std::uint64_t size) {
+void Upload::startWith(std::string const& source, std::string const& eTag, std::uint64_t size,
+                       std::function<void(std::uint64_t done)> const& progress) {
     begin();
     std::uint64_t const usual = std::max(copiedPart, size / (mostParts - partsOfOneSize));
+    std::uint64_t done = 0;
+    std::deque<std::uint64_t> pieces;
+    auto const take = [&] {
+        takeOldest();
+        done += pieces.front();
+        pieces.pop_front();
+        if (progress) {
+            progress(done);
+        }
+    };
     for (std::uint64_t offset = 0; offset < size;) {
         std::uint64_t piece = std::min(usual, size - offset);
         if (size - offset > piece && size - offset - piece < smallestPart) {
             piece -= smallestPart; // the rest is not the last part
         }
-        while (inFlight_.size() >= std::max(1U, bucket_->options().concurrency)) {
-            takeOldest();
+        while (inFlight_.size() >= bucket_->options().concurrency) {
+            take();
         }
         inFlight_.push_back(threads_->ask([bucket = bucket_, key = key_, id = id_, source, eTag,
                                            number = nextNumber(), offset, piece] {
             return bucket->copyPart(key, id, number, source, eTag, offset, piece,
                                     bucket->deadline());
         }));
+        pieces.push_back(piece);
         offset += piece;
         sent_ += piece;
+    }
+    while (!pieces.empty()) {
+        take();
     }
 }
 

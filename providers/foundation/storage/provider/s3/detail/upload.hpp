@@ -2,9 +2,11 @@
 
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
 #include <foundation/storage/provider/s3/detail/request_threads.hpp>
+#include <foundation/storage/provider/timestamp.hpp>
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
@@ -23,14 +25,13 @@ namespace foundation::storage::provider::s3::detail {
 class Upload {
   public:
     Upload(std::shared_ptr<Bucket const> bucket, std::shared_ptr<RequestThreads> threads,
-           std::string key);
+           std::string key, PutConditions conditions);
     Upload(Upload const&) = delete;
     Upload& operator=(Upload const&) = delete;
     ~Upload();
 
-    /// REQUIRES: nothing was sent yet, else they come too late.
-    void setConditions(PutConditions conditions) { conditions_ = std::move(conditions); }
-    PutConditions const& conditions() const noexcept { return conditions_; }
+    /// REQUIRES: nothing was sent yet.
+    void setLastModified(Timestamp time);
 
     std::uint64_t size() const noexcept { return sent_ + buffer_.size(); }
     /// Bytes at the start that cannot be changed any more.
@@ -41,7 +42,8 @@ class Upload {
     void overwrite(std::uint64_t position, std::span<char const> bytes);
     /// The first bytes are those that another object has, of this version. REQUIRES: nothing was
     /// appended yet, and `size` is at least that of the smallest part.
-    void startWith(std::string const& source, std::string const& eTag, std::uint64_t size);
+    void startWith(std::string const& source, std::string const& eTag, std::uint64_t size,
+                   std::function<void(std::uint64_t done)> const& progress = {});
     /// May be called again where it failed.
     void finish();
 

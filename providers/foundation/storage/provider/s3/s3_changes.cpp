@@ -1,0 +1,236 @@
+// What makes and removes files and folders.
+
+#include <foundation/storage/provider/s3/detail/translation.hpp>
+#include <foundation/storage/provider/s3/s3_provider.hpp>
+
+#include <fl/i18n/conversion.hpp>
+
+#include <deque>
+#include <future>
+#include <utility>
+#include <vector>
+
+namespace foundation::storage::provider::s3 {
+
+using detail::translated;
+
+namespace {
+
+[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
+    throw Exception(code, location);
+}
+
+/// Removes keys by the thousand, several times at once, and keeps the first that could not be
+/// removed.
+class KeyRemoval {
+  public:
+    KeyRemoval(std::shared_ptr<detail::Bucket const> bucket, detail::RequestThreads& threads)
+        : bucket_(std::move(bucket)),
+          threads_(threads) {}
+
+    void remove(std::vector<std::string> keys) {
+        while (inFlight_.size() >= bucket_->options().concurrency) {
+            takeOldest();
+        }
+        inFlight_.push_back(threads_.ask([bucket = bucket_, keys = std::move(keys)] {
+            return bucket->remove(keys, bucket->deadline());
+        }));
+    }
+
+    bool hasFailed() const noexcept { return failed_ || failure_; }
+
+    /// Waits for all; the first key that is still there.
+    std::optional<detail::KeyFailure> finish() {
+        while (!inFlight_.empty()) {
+            takeOldest();
+        }
+        if (failure_) {
+            std::rethrow_exception(failure_);
+        }
+        return failed_;
+    }
+
+  private:
+    void takeOldest() {
+        auto oldest = std::move(inFlight_.front());
+        inFlight_.pop_front();
+        try {
+            auto const failures = oldest.get();
+            if (!failures.empty() && !failed_) {
+                failed_ = failures.front();
+            }
+        } catch (...) {
+            failure_ = failure_ ? failure_ : std::current_exception();
+        }
+    }
+
+    std::shared_ptr<detail::Bucket const> const bucket_;
+    detail::RequestThreads& threads_;
+    std::deque<std::future<std::vector<detail::KeyFailure>>> inFlight_;
+    std::optional<detail::KeyFailure> failed_;
+    std::exception_ptr failure_;
+};
+
+} // namespace
+
+/// Throws where there is no folder to make something in.
+void S3Provider::requireFolderOf(ItemKey const& key, StorageIRI const& location) const {
+    ItemKey const parent = key.parent();
+    // A bucket that is missing shows when something is put into it.
+    if (parent.isRoot() || folders_.has(parent.file)) {
+        return;
+    }
+    if (!isFolder(parent)) {
+        fail(ErrorCode::ResourceNotFound, location);
+    }
+    folders_.keep(parent.file);
+}
+
+S3Provider::Standing S3Provider::placeForFile(ItemKey const& key, StorageIRI const& location,
+                                              ReplacementPolicy policy) const {
+    Standing standing = lookUp(key);
+    if (standing.isNothing()) {
+        if (key.isRoot()) {
+            fail(ErrorCode::ResourceNotFound, location);
+        }
+        requireFolderOf(key, location);
+        return standing;
+    }
+    if (policy == ReplacementPolicy::FailIfExists || policy == ReplacementPolicy::KeepExisting) {
+        fail(ErrorCode::ResourceAlreadyExists, location);
+    }
+    if (!standing.file) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    return standing;
+}
+
+void S3Provider::createFile(StorageIRI const& location) {
+    ItemKey const key = keyOf(location);
+    translated(location, [&] {
+        placeForFile(key, location, ReplacementPolicy::FailIfExists);
+        bucket_->put(key.file, {}, {.onlyIfMissing = true}, bucket_->deadline());
+    });
+}
+
+void S3Provider::putMarker(ItemKey const& key, StorageIRI const& location) {
+    if (key.folder().size() > detail::longestKey) {
+        fail(ErrorCode::InvalidLocation, location);
+    }
+    bucket_->put(key.folder(), {}, {.onlyIfMissing = true}, bucket_->deadline());
+    folders_.keep(key.file);
+}
+
+void S3Provider::createFolder(StorageIRI const& location) {
+    ItemKey const key = keyOf(location);
+    translated(location, [&] {
+        placeForFile(key, location, ReplacementPolicy::FailIfExists);
+        putMarker(key, location);
+    });
+}
+
+void S3Provider::createFolderRecursive(StorageIRI const& location) {
+    ItemKey const key = keyOf(location);
+    translated(location, [&] {
+        std::vector<ItemKey> missing;
+        for (ItemKey level = key; !folders_.has(level.file); level = level.parent()) {
+            Standing const standing = lookUp(level);
+            if (standing.isFolder) {
+                break;
+            }
+            if (standing.file || level.isRoot()) {
+                fail(standing.file && level == key ? ErrorCode::ResourceAlreadyExists
+                                                   : ErrorCode::ResourceNotFound,
+                     location);
+            }
+            missing.push_back(level);
+        }
+        for (auto level = missing.rbegin(); level != missing.rend(); ++level) {
+            try {
+                putMarker(*level, location);
+            } catch (web::Failure const& failure) {
+                if (failure.code() != ErrorCode::ResourceAlreadyExists) { // somebody else made it
+                    throw;
+                }
+            }
+        }
+    });
+}
+
+void S3Provider::removeFile(StorageIRI const& location) {
+    ItemKey const key = keyOf(location);
+    translated(location, [&] {
+        auto const lock = locks_.lock(key.file);
+        headOf(key, location);
+        bucket_->remove(key.file, bucket_->deadline());
+        folders_.forget(key.parent().file);
+    });
+}
+
+void S3Provider::removeFolder(StorageIRI const& location) {
+    ItemKey const key = keyOf(location);
+    if (key.isRoot()) {
+        fail(ErrorCode::ResourceInUse, location);
+    }
+    translated(location, [&] {
+        std::string const folder = key.folder();
+        auto const lock = locks_.lock(folder);
+        detail::ListPage const page = bucket_->list({.prefix = folder,
+                                                     .isDelimited = false,
+                                                     .startAfter = {},
+                                                     .continuation = {},
+                                                     .mostKeys = 2},
+                                                    bucket_->deadline());
+        if (page.objects.empty()) {
+            fail(ErrorCode::ResourceNotFound, location);
+        }
+        if (page.objects.size() > 1 || page.objects.front().key != folder) {
+            fail(ErrorCode::FolderNotEmpty, location);
+        }
+        bucket_->remove(folder, bucket_->deadline());
+        folders_.forget(key.file);
+    });
+}
+
+void S3Provider::removeFolderRecursively(StorageIRI const& location) {
+    ItemKey const key = keyOf(location);
+    if (key.isRoot()) {
+        fail(ErrorCode::ResourceInUse, location);
+    }
+    translated(location, [&] {
+        std::string const folder = key.folder();
+        KeyRemoval removal(bucket_, *threads_);
+        detail::ListQuery query{.prefix = folder,
+                                .isDelimited = false,
+                                .startAfter = {},
+                                .continuation = {},
+                                .mostKeys = bucket_->options().pageSize};
+        bool isThere = false;
+        do {
+            detail::ListPage page = bucket_->list(query, bucket_->deadline());
+            std::vector<std::string> keys;
+            for (detail::ListedObject& object : page.objects) {
+                keys.push_back(std::move(object.key));
+            }
+            if (!keys.empty()) {
+                isThere = true;
+                removal.remove(std::move(keys));
+            }
+            query.continuation = std::move(page.continuation);
+        } while (!query.continuation.empty() && !removal.hasFailed());
+        auto const failed = removal.finish();
+        folders_.forget(key.file);
+        if (!isThere) {
+            fail(ErrorCode::ResourceNotFound, location);
+        }
+        if (failed) {
+            std::string_view path = failed->key;
+            path.remove_prefix(std::min(path.size(), folder.size()));
+            fail(failed->code, detail::isPath(path)
+                                   ? StorageIRI(location, fl::i18n::to_ustring(path))
+                                   : location);
+        }
+    });
+}
+
+} // namespace foundation::storage::provider::s3

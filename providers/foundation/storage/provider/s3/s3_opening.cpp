@@ -1,0 +1,110 @@
+// The streams that write.
+
+#include <foundation/storage/provider/s3/detail/translation.hpp>
+#include <foundation/storage/provider/s3/s3_provider.hpp>
+#include <foundation/storage/provider/s3/s3_stream.hpp>
+
+#include <utility>
+
+namespace foundation::storage::provider::s3 {
+
+using detail::NewContent;
+using detail::translated;
+using Closing = S3WriteStream::Closing;
+
+namespace {
+
+bool replaces(ReplacementPolicy policy) noexcept {
+    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
+}
+
+} // namespace
+
+std::unique_ptr<detail::Upload>
+S3Provider::makeUpload(ItemKey const& key, detail::PutConditions conditions) const {
+    return std::make_unique<detail::Upload>(bucket_, threads_, key.file, std::move(conditions));
+}
+
+std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
+                                                   ByteStreamOpenOptions const& options) {
+    ItemKey const key = keyOf(location);
+    return translated(location, [&]() -> std::unique_ptr<ByteStream> {
+        Standing standing = lookUp(key);
+        if (standing.isNothing()) {
+            if (options.creation == ByteStreamCreation::OpenExisting || key.isRoot()) {
+                throw Exception(ErrorCode::ResourceNotFound, location);
+            }
+            requireFolderOf(key, location);
+        } else if (!standing.file) {
+            throw Exception(ErrorCode::InvalidLocation, location);
+        }
+        auto const access = options.access == ByteStreamAccess::ReadWrite
+                                ? StreamAccess::ReadWrite
+                                : StreamAccess::Write;
+        auto const writing =
+            options.withoutAppend == 0 ? StreamWriting::AtEnd : StreamWriting::AtPosition;
+        bool const isNew = !standing.file || options.withoutTruncate == 0;
+        auto const self = shared_from_this();
+        if (isNew && access == StreamAccess::Write) {
+            return std::make_unique<S3WriteStream>(
+                std::make_unique<detail::SentContent>(makeUpload(key, {})), access, writing,
+                Closing::Once, [self, key](NewContent& content) {
+                    content.publish();
+                    self->folders_.keep(key.parent().file);
+                });
+        }
+        auto spool = std::make_unique<detail::Spool>(space_);
+        if (!isNew && access == StreamAccess::Write && writing == StreamWriting::AtEnd) {
+            return std::make_unique<S3WriteStream>(
+                std::make_unique<detail::AppendedContent>(
+                    bucket_, threads_, name_, key.file, standing.file->size, std::move(spool)),
+                access, writing, Closing::Once, [self, key](NewContent& content) {
+                    auto const lock = self->locks_.lock(key.file);
+                    content.publish();
+                });
+        }
+        std::optional<std::string> eTag;
+        if (!isNew) {
+            detail::ObjectReader reader(bucket_, threads_, key.file);
+            reader.open();
+            load(reader, *spool);
+            eTag = reader.eTag();
+        }
+        auto content = std::make_unique<detail::SpooledContent>(
+            std::move(spool), isNew, [self, key] { return self->makeUpload(key, {}); });
+        return std::make_unique<S3WriteStream>(
+            std::move(content), access, writing, Closing::Once,
+            [self, key, eTag](NewContent& changed) {
+                auto const lock = self->locks_.lock(key.file);
+                if (eTag && changed.isChanged()) {
+                    auto const head = self->bucket_->head(key.file, self->bucket_->deadline());
+                    if (!head || head->eTag != *eTag) {
+                        throw web::Failure(ErrorCode::ResourceInUse,
+                                           "somebody else has changed the file since it was opened");
+                    }
+                }
+                changed.publish();
+            });
+    });
+}
+
+std::unique_ptr<ByteStream> S3Provider::openReplacement(StorageIRI const& location,
+                                                        ReplacementPolicy const& policy) {
+    ItemKey const key = keyOf(location);
+    return translated(location, [&] {
+        placeForFile(key, location, policy);
+        bool const onlyIfMissing = !replaces(policy);
+        auto const self = shared_from_this();
+        return std::make_unique<S3WriteStream>(
+            std::make_unique<detail::SentContent>(
+                makeUpload(key, {.onlyIfMissing = onlyIfMissing})),
+            StreamAccess::Write, StreamWriting::AtPosition, Closing::UntilDone,
+            [self, key](NewContent& content) {
+                auto const lock = self->locks_.lock(key.file);
+                content.publish();
+                self->folders_.keep(key.parent().file);
+            });
+    });
+}
+
+} // namespace foundation::storage::provider::s3

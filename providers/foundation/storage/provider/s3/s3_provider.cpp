@@ -1,0 +1,276 @@
+#include <foundation/storage/provider/s3/s3_provider.hpp>
+
+#include <fl/i18n/conversion.hpp>
+#include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/s3/detail/object_time.hpp>
+#include <foundation/storage/provider/s3/detail/translation.hpp>
+#include <foundation/storage/provider/s3/s3_stream.hpp>
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+namespace foundation::storage::provider::s3 {
+
+using detail::translated;
+
+namespace {
+
+/// Enough for several streams that all go ahead.
+constexpr unsigned leastThreads = 64;
+
+/// Keys that begin as one does and stand before what is in a folder of its name are few.
+constexpr unsigned keysToLookAt = 10;
+
+/// The bucket that an authority names; hosts come in small letters, and so do buckets' names.
+std::string bucketNameOf(StorageIRI const& location) {
+    if (location.hasInnerIRI()) {
+        throw Exception(ErrorCode::InvalidLocation, location);
+    }
+    std::u16string_view const authority = location.getAuthorityView();
+    bool const isName =
+        authority.size() >= 3 && authority.size() <= 63 &&
+        std::all_of(authority.begin(), authority.end(), [](char16_t unit) {
+            return (unit >= u'a' && unit <= u'z') || (unit >= u'0' && unit <= u'9') ||
+                   unit == u'-' || unit == u'.' || unit == u'_';
+        });
+    if (!isName) {
+        throw Exception(ErrorCode::InvalidLocation, location);
+    }
+    return {authority.begin(), authority.end()};
+}
+
+std::shared_ptr<detail::Bucket const> bucketOf(StorageIRI const& location, std::string const& name,
+                                               S3Options const& options) {
+    try {
+        return std::make_shared<detail::Bucket const>(name, options);
+    } catch (web::Failure const& failure) {
+        throw Exception(failure.code(), location);
+    }
+}
+
+/// The fields of an object's head that are told as extended attributes; metadata beside them.
+constexpr std::array toldFields{std::pair{"s3.cache-control", "Cache-Control"},
+                                std::pair{"s3.content-disposition", "Content-Disposition"},
+                                std::pair{"s3.content-encoding", "Content-Encoding"},
+                                std::pair{"s3.content-language", "Content-Language"},
+                                std::pair{"s3.content-type", "Content-Type"},
+                                std::pair{"s3.etag", "ETag"},
+                                std::pair{"s3.last-modified", "Last-Modified"},
+                                std::pair{"s3.storage-class", "x-amz-storage-class"},
+                                std::pair{"s3.version-id", "x-amz-version-id"}};
+constexpr std::string_view metadataPrefix = "x-amz-meta-";
+
+ExtendedAttributes toldOf(web::Headers const& headers) {
+    ExtendedAttributes result;
+    for (auto const& [key, name] : toldFields) {
+        if (auto const value = headers.find(name)) {
+            result.emplace(key, *value);
+        }
+    }
+    for (auto const& [name, value] : headers.fields()) {
+        if (name.size() > metadataPrefix.size() &&
+            web::areEqualNames(std::string_view(name).substr(0, metadataPrefix.size()),
+                               metadataPrefix)) {
+            std::string key = "s3.meta." + name.substr(metadataPrefix.size());
+            std::transform(key.begin(), key.end(), key.begin(), [](char c) {
+                return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+            });
+            result.emplace(std::move(key), value);
+        }
+    }
+    return result;
+}
+
+} // namespace
+
+S3Provider::S3Provider(StorageIRI const& location, S3Options const& options)
+    : home_(location),
+      name_(bucketNameOf(location)),
+      bucket_(bucketOf(location, name_, options)),
+      threads_(std::make_shared<detail::RequestThreads>(
+          std::max(leastThreads, 4 * options.concurrency))),
+      space_(std::make_shared<spool::Space>(options.maximumSpoolMemory, options.temporaryFolder)) {
+    if (options.concurrency == 0 || options.pageSize == 0 || options.partSize == 0) {
+        throw std::invalid_argument("a provider that may ask for nothing");
+    }
+}
+
+S3Provider::~S3Provider() = default;
+
+detail::ItemKey S3Provider::keyOf(StorageIRI const& location) const {
+    if (location.getSchemeView() != home_.getSchemeView() ||
+        location.getAuthorityView() != home_.getAuthorityView()) {
+        throw Exception(ErrorCode::InvalidLocation, location);
+    }
+    return detail::itemKey(location);
+}
+
+/// Asks for what begins like the key: the file comes first, and the folder soon behind it.
+S3Provider::Standing S3Provider::lookUp(ItemKey const& key) const {
+    if (key.isRoot()) {
+        return {std::nullopt, bucket_->exists(bucket_->deadline())};
+    }
+    std::string const folder = key.folder();
+    detail::ListPage const page = bucket_->list({.prefix = key.file,
+                                                 .isDelimited = true,
+                                                 .startAfter = {},
+                                                 .continuation = {},
+                                                 .mostKeys = keysToLookAt},
+                                                bucket_->deadline());
+    Standing result;
+    bool isBehind = page.continuation.empty();
+    for (detail::ListedObject const& object : page.objects) {
+        if (object.key == key.file) {
+            result.file = object;
+        }
+        isBehind = isBehind || object.key > folder;
+    }
+    for (std::string const& prefix : page.prefixes) {
+        isBehind = isBehind || prefix >= folder;
+        result.isFolder = result.isFolder || prefix == folder;
+    }
+    if (!isBehind) {
+        result.isFolder = isFolder(key);
+    }
+    return result;
+}
+
+bool S3Provider::isFolder(ItemKey const& key) const {
+    if (key.isRoot()) {
+        return bucket_->exists(bucket_->deadline());
+    }
+    detail::ListPage const page = bucket_->list({.prefix = key.folder(),
+                                                 .isDelimited = false,
+                                                 .startAfter = {},
+                                                 .continuation = {},
+                                                 .mostKeys = 1},
+                                                bucket_->deadline());
+    return !page.objects.empty();
+}
+
+ExistsResult S3Provider::exists(StorageIRI const& location) const {
+    ItemKey const key = keyOf(location);
+    return translated(location, [&] {
+        Standing standing;
+        try {
+            standing = lookUp(key);
+        } catch (web::Failure const& failure) {
+            // Whoever may not list may read all the same.
+            if (failure.code() != ErrorCode::PermissionDenied || key.isRoot() ||
+                !bucket_->head(key.file, bucket_->deadline())) {
+                throw;
+            }
+            return ExistsResult::File;
+        }
+        return standing.file       ? ExistsResult::File
+               : standing.isFolder ? ExistsResult::Folder
+                                   : ExistsResult::Nothing;
+    });
+}
+
+bool S3Provider::fileExists(StorageIRI const& location) const {
+    ItemKey const key = keyOf(location);
+    return !key.isRoot() && translated(location, [&] {
+        return bucket_->head(key.file, bucket_->deadline()).has_value();
+    });
+}
+
+bool S3Provider::folderExists(StorageIRI const& location) const {
+    ItemKey const key = keyOf(location);
+    return translated(location, [&] { return isFolder(key); });
+}
+
+StorageIRI S3Provider::getCanonicalLocation(StorageIRI const& location) const {
+    ItemKey const key = keyOf(location);
+    translated(location, [&] {
+        if (!key.isRoot() && !isFolder(key.parent())) {
+            throw Exception(ErrorCode::ResourceNotFound, location);
+        }
+    });
+    return location.withResolvedPath();
+}
+
+void S3Provider::failWithoutFile(ItemKey const& key, StorageIRI const& location) const {
+    throw Exception(key.isRoot() || isFolder(key) ? ErrorCode::InvalidLocation
+                                                  : ErrorCode::ResourceNotFound,
+                    location);
+}
+
+detail::ObjectHead S3Provider::headOf(ItemKey const& key, StorageIRI const& location) const {
+    std::optional<detail::ObjectHead> head;
+    if (!key.isRoot()) {
+        head = bucket_->head(key.file, bucket_->deadline());
+    }
+    if (!head) {
+        failWithoutFile(key, location);
+    }
+    return *std::move(head);
+}
+
+FileAttributes S3Provider::getFileAttributes(StorageIRI const& location) const {
+    ItemKey const key = keyOf(location);
+    detail::ObjectHead const head = translated(location, [&] { return headOf(key, location); });
+    AttributeValues values;
+    values.size = head.size;
+    values.lastModified = timeOf(head);
+    values.writable = true;
+    return FileAttributes(values);
+}
+
+FolderAttributes S3Provider::getFolderAttributes(StorageIRI const& location) const {
+    ItemKey const key = keyOf(location);
+    AttributeValues values;
+    values.writable = true;
+    translated(location, [&] {
+        std::optional<detail::ObjectHead> marker;
+        if (!key.isRoot()) {
+            marker = bucket_->head(key.folder(), bucket_->deadline());
+        }
+        if (marker) {
+            values.lastModified = timeOf(*marker);
+        } else if (!isFolder(key)) {
+            throw Exception(ErrorCode::ResourceNotFound, location);
+        }
+    });
+    return FolderAttributes(values);
+}
+
+ExtendedAttributes S3Provider::getExtendedAttributes(StorageIRI const& location) const {
+    ItemKey const key = keyOf(location);
+    return translated(location, [&]() -> ExtendedAttributes {
+        if (!key.isRoot()) {
+            for (std::string const& object : {key.file, key.folder()}) {
+                if (auto const head = bucket_->head(object, bucket_->deadline())) {
+                    return toldOf(head->headers);
+                }
+            }
+        }
+        if (!isFolder(key)) {
+            throw Exception(ErrorCode::ResourceNotFound, location);
+        }
+        return {};
+    });
+}
+
+std::unique_ptr<ByteStream> S3Provider::openReadOnlyStream(StorageIRI const& location) const {
+    ItemKey const key = keyOf(location);
+    return translated(location, [&] {
+        if (key.isRoot()) {
+            failWithoutFile(key, location);
+        }
+        auto reader = std::make_unique<detail::ObjectReader>(bucket_, threads_, key.file);
+        try {
+            reader->open();
+        } catch (web::Failure const& failure) {
+            if (failure.code() == ErrorCode::ResourceNotFound) {
+                failWithoutFile(key, location);
+            }
+            throw;
+        }
+        return std::make_unique<S3ReadStream>(std::move(reader));
+    });
+}
+
+} // namespace foundation::storage::provider::s3
