@@ -20,8 +20,8 @@ bool replaces(ReplacementPolicy policy) noexcept {
 
 } // namespace
 
-std::unique_ptr<detail::Upload>
-S3Provider::makeUpload(ItemKey const& key, detail::PutConditions conditions) const {
+std::unique_ptr<detail::Upload> S3Provider::makeUpload(ItemKey const& key,
+                                                       detail::PutConditions conditions) const {
     return std::make_unique<detail::Upload>(bucket_, threads_, key.file, std::move(conditions));
 }
 
@@ -38,9 +38,8 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
         } else if (!standing.file) {
             throw Exception(ErrorCode::InvalidLocation, location);
         }
-        auto const access = options.access == ByteStreamAccess::ReadWrite
-                                ? StreamAccess::ReadWrite
-                                : StreamAccess::Write;
+        auto const access = options.access == ByteStreamAccess::ReadWrite ? StreamAccess::ReadWrite
+                                                                          : StreamAccess::Write;
         auto const writing =
             options.withoutAppend == 0 ? StreamWriting::AtEnd : StreamWriting::AtPosition;
         bool const isNew = !standing.file || options.withoutTruncate == 0;
@@ -56,8 +55,8 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
         auto spool = std::make_unique<detail::Spool>(space_);
         if (!isNew && access == StreamAccess::Write && writing == StreamWriting::AtEnd) {
             return std::make_unique<S3WriteStream>(
-                std::make_unique<detail::AppendedContent>(
-                    bucket_, threads_, name_, key.file, standing.file->size, std::move(spool)),
+                std::make_unique<detail::AppendedContent>(bucket_, threads_, name_, key.file,
+                                                          standing.file->size, std::move(spool)),
                 access, writing, Closing::Once, [self, key](NewContent& content) {
                     auto const lock = self->locks_.lock(key.file);
                     content.publish();
@@ -79,8 +78,9 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
                 if (eTag && changed.isChanged()) {
                     auto const head = self->bucket_->head(key.file, self->bucket_->deadline());
                     if (!head || head->eTag != *eTag) {
-                        throw web::Failure(ErrorCode::ResourceInUse,
-                                           "somebody else has changed the file since it was opened");
+                        throw web::Failure(
+                            ErrorCode::ResourceInUse,
+                            "somebody else has changed the file since it was opened");
                     }
                 }
                 changed.publish();
@@ -95,15 +95,15 @@ std::unique_ptr<ByteStream> S3Provider::openReplacement(StorageIRI const& locati
         placeForFile(key, location, policy);
         bool const onlyIfMissing = !replaces(policy);
         auto const self = shared_from_this();
-        return std::make_unique<S3WriteStream>(
-            std::make_unique<detail::SentContent>(
-                makeUpload(key, {.onlyIfMissing = onlyIfMissing})),
-            StreamAccess::Write, StreamWriting::AtPosition, Closing::UntilDone,
-            [self, key](NewContent& content) {
-                auto const lock = self->locks_.lock(key.file);
-                content.publish();
-                self->folders_.keep(key.parent().file);
-            });
+        return std::make_unique<S3WriteStream>(std::make_unique<detail::SentContent>(makeUpload(
+                                                   key, {.onlyIfMissing = onlyIfMissing})),
+                                               StreamAccess::Write, StreamWriting::AtPosition,
+                                               Closing::UntilDone,
+                                               [self, key](NewContent& content) {
+                                                   auto const lock = self->locks_.lock(key.file);
+                                                   content.publish();
+                                                   self->folders_.keep(key.parent().file);
+                                               });
     });
 }
 

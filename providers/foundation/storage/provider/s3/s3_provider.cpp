@@ -29,12 +29,12 @@ std::string bucketNameOf(StorageIRI const& location) {
         throw Exception(ErrorCode::InvalidLocation, location);
     }
     std::u16string_view const authority = location.getAuthorityView();
-    bool const isName =
-        authority.size() >= 3 && authority.size() <= 63 &&
-        std::all_of(authority.begin(), authority.end(), [](char16_t unit) {
-            return (unit >= u'a' && unit <= u'z') || (unit >= u'0' && unit <= u'9') ||
-                   unit == u'-' || unit == u'.' || unit == u'_';
-        });
+    bool const isName = authority.size() >= 3 && authority.size() <= 63 &&
+                        std::all_of(authority.begin(), authority.end(), [](char16_t unit) {
+                            return (unit >= u'a' && unit <= u'z') ||
+                                   (unit >= u'0' && unit <= u'9') || unit == u'-' || unit == u'.' ||
+                                   unit == u'_';
+                        });
     if (!isName) {
         throw Exception(ErrorCode::InvalidLocation, location);
     }

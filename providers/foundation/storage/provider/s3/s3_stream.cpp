@@ -83,8 +83,7 @@ long S3ReadStream::read(char* buffer, long count) {
 long S3ReadStream::write(char const*, long) {
     check<ByteStreamWriteFailure>("write");
     poison<ByteStreamWriteFailure>(
-        "write",
-        web::Failure(ErrorCode::PermissionDenied, "the stream is open for reading only"));
+        "write", web::Failure(ErrorCode::PermissionDenied, "the stream is open for reading only"));
 }
 
 void S3ReadStream::close() {
@@ -137,8 +136,7 @@ long S3WriteStream::write(char const* buffer, long count) {
             return 0; // moves nothing, at the end neither
         }
         auto const bytes = static_cast<std::size_t>(count);
-        std::uint64_t const start =
-            writing_ == StreamWriting::AtEnd ? content_->size() : position_;
+        std::uint64_t const start = writing_ == StreamWriting::AtEnd ? content_->size() : position_;
         if (start > longest - bytes) {
             throw web::Failure(ErrorCode::FileTooLarge, "the file would be too large");
         }

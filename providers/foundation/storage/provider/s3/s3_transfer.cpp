@@ -47,8 +47,7 @@ void S3Provider::copyObject(ItemKey const& source, detail::ObjectHead const& hea
         if (progress && !progress(head.size, head.size)) {
             fail(ErrorCode::IOError, target);
         }
-        bucket.copy(from, key.file, {.onlyIfMissing = onlyIfMissing}, head.eTag,
-                    bucket.deadline());
+        bucket.copy(from, key.file, {.onlyIfMissing = onlyIfMissing}, head.eTag, bucket.deadline());
         return;
     }
     auto const upload = destination.makeUpload(
@@ -85,8 +84,7 @@ CopyStatus S3Provider::copyFile(StorageIRI const& source, StorageItem const& des
         copyObject(from, head, *other, to, !replaces(options.policy), target, options.progress);
         other->folders_.keep(to.parent().file);
     });
-    return head.headers.find("x-amz-meta-mtime") ? CopyStatus::CopiedWithTimes
-                                                 : CopyStatus::Copied;
+    return head.headers.find("x-amz-meta-mtime") ? CopyStatus::CopiedWithTimes : CopyStatus::Copied;
 }
 
 void S3Provider::moveFile(StorageIRI const& source, StorageIRI const& destination,

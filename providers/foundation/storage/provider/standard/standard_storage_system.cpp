@@ -12,6 +12,9 @@
 #ifdef VFS_HAS_PROVIDER_MEMORY
 #include <foundation/storage/provider/memory/memory_factory.hpp>
 #endif
+#ifdef VFS_HAS_PROVIDER_S3
+#include <foundation/storage/provider/s3/s3_factory.hpp>
+#endif
 #ifdef VFS_HAS_PROVIDER_TAR
 #include <foundation/storage/provider/tar/tar_factory.hpp>
 #endif
@@ -70,6 +73,10 @@ constexpr Registration registrations[] = {
 #ifdef VFS_HAS_PROVIDER_MEMORY
     {{"mem", "files and folders in the memory of the process"},
      &enterPhysical<&memory::buildMemoryProvider, &StandardOptions::memory>},
+#endif
+#ifdef VFS_HAS_PROVIDER_S3
+    {{"s3", "objects of a store that speaks the S3 protocol", false, true},
+     &enterAlias<&s3::buildS3Provider, &StandardOptions::s3>},
 #endif
 #ifdef VFS_HAS_PROVIDER_TAR
     {{"tar", "the inside of tar archives, of cpio, ar and ISO 9660 ones", true},

@@ -5,6 +5,7 @@
 #include <foundation/storage/provider/http/http_options.hpp>
 #include <foundation/storage/provider/local/local_options.hpp>
 #include <foundation/storage/provider/memory/memory_options.hpp>
+#include <foundation/storage/provider/s3/s3_options.hpp>
 #include <foundation/storage/provider/tar/tar_options.hpp>
 #include <foundation/storage/provider/zip/zip_options.hpp>
 
@@ -27,6 +28,7 @@ struct StandardOptions {
     http::HttpOptions http;
     local::LocalOptions local;
     memory::MemoryOptions memory;
+    s3::S3Options s3;
     tar::TarOptions tar;
     zip::ZipOptions zip;
 };
