@@ -89,18 +89,17 @@ std::map<std::string, std::string, std::less<>> deviations() {
     };
 }
 
-int const s3Tests = isThereAStore()
-                        ? registerContractTests({
-                              .name = "S3",
-                              .makePlace = bucketPlace,
-                              .unsupported = Ability::ReadOnlyItems | Ability::ChangeEvents |
-                                             Ability::RecursiveChangeEvents | Ability::Links |
-                                             Ability::LinkCreation |
-                                             Ability::FolderAttributeChange | Ability::Flushing |
-                                             Ability::FolderMoves | Ability::Times,
-                              .deviations = deviations(),
-                          })
-                        : 0;
+int const s3Tests =
+    isThereAStore() ? registerContractTests({
+                          .name = "S3",
+                          .makePlace = bucketPlace,
+                          .unsupported = Ability::ReadOnlyItems | Ability::ChangeEvents |
+                                         Ability::RecursiveChangeEvents | Ability::Links |
+                                         Ability::LinkCreation | Ability::FolderAttributeChange |
+                                         Ability::Flushing | Ability::FolderMoves | Ability::Times,
+                          .deviations = deviations(),
+                      })
+                    : 0;
 
 TEST(S3Contract, IsKeptByABucketOfARealStore) {
     if (!isThereAStore()) {

@@ -88,7 +88,8 @@ TEST(StandardStorageSystem, SaysWhichSchemesItServes) {
                                                              : u":/");
         EXPECT_NE(system->buildProvider(StorageIRI(root)), nullptr);
     }
-    EXPECT_THAT(schemes, testing::IsSupersetOf({"file", "http", "https", "mem", "s3", "tar", "zip"}));
+    EXPECT_THAT(schemes,
+                testing::IsSupersetOf({"file", "http", "https", "mem", "s3", "tar", "zip"}));
     EXPECT_TRUE(std::is_sorted(schemes.begin(), schemes.end()));
 }
 
