@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/storage/provider/attributes.hpp>
+#include <foundation/storage/provider/container/selection.hpp>
 #include <foundation/storage/provider/i_folder_entry_iterator.hpp>
 #include <foundation/storage/provider/wildcard.hpp>
 
@@ -14,16 +15,6 @@
 #include <vector>
 
 namespace foundation::storage::provider::container {
-
-/// What a listing is to show.
-struct Selection {
-    enum class Kinds { All, Files, Folders };
-
-    Kinds kinds = Kinds::All;
-    bool hasAttributes = true;
-    bool isRecursive = false;
-    fl::i18n::ustring pattern; ///< that last components match; empty for all
-};
 
 /// A cursor over one folder of an archive, or over everything below it: depth first, each folder
 /// before its contents, siblings in the archive's order. It shows the archive as it was when the

@@ -14,7 +14,6 @@ namespace foundation::storage::provider::tar {
 
 using container::EntryKind;
 using container::LastLink;
-using Kinds = container::Selection::Kinds;
 
 namespace {
 
@@ -34,14 +33,6 @@ std::string pathOf(StorageIRI const& location) {
     } catch (std::range_error const&) {
         fail(ErrorCode::InvalidLocation, location);
     }
-}
-
-std::string octal(unsigned mode) {
-    std::string text(4, '0');
-    for (auto digit = text.rbegin(); digit != text.rend(); ++digit, mode >>= 3) {
-        *digit = static_cast<char>('0' + (mode & 7U));
-    }
-    return text;
 }
 
 } // namespace
@@ -229,7 +220,7 @@ FolderAttributes TarProvider::getFolderAttributes(StorageIRI const& location) co
 ExtendedAttributes TarProvider::getExtendedAttributes(StorageIRI const& location) const {
     Found const found = findFollowed(location);
     AttributeValues const values = found.index().attributesOf(found.entry);
-    ExtendedAttributes result{{"posix.mode", octal(values.mode.value_or(0))}};
+    ExtendedAttributes result{{"posix.mode", container::octal(values.mode.value_or(0))}};
     if (found.entry == Index::root) {
         result["tar.format"] = found.archive->headers.format;
         result["tar.compression"] = detail::nameOf(found.archive->source->compression());
@@ -310,39 +301,6 @@ std::unique_ptr<IFolderEntryIterator> TarProvider::list(StorageIRI const& locati
     Found const found = findFolder(location);
     return std::make_unique<TarCursor>(std::make_shared<TarCursor::Listing const>(
         TarCursor::Listing{found.archive->headers.index, found.entry, std::move(selection)}));
-}
-
-std::unique_ptr<IFolderEntryIterator> TarProvider::listAll(StorageIRI const& location,
-                                                           ustring const& filter) const {
-    return list(location, {Kinds::All, true, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator> TarProvider::listFiles(StorageIRI const& location,
-                                                             ustring const& filter) const {
-    return list(location, {Kinds::Files, true, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator> TarProvider::listFolders(StorageIRI const& location,
-                                                               ustring const& filter) const {
-    return list(location, {Kinds::Folders, true, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator> TarProvider::listAllNamesOnly(StorageIRI const& location,
-                                                                    ustring const& filter) const {
-    return list(location, {Kinds::All, false, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator> TarProvider::listFilesNamesOnly(StorageIRI const& location,
-                                                                      ustring const& filter) const {
-    return list(location, {Kinds::Files, false, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator>
-TarProvider::listFoldersNamesOnly(StorageIRI const& location, ustring const& filter) const {
-    return list(location, {Kinds::Folders, false, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator> TarProvider::listAllRecursive(StorageIRI const& location,
-                                                                    ustring const& filter) const {
-    return list(location, {Kinds::All, true, true, filter});
-}
-std::unique_ptr<IFolderEntryIterator>
-TarProvider::listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const {
-    return list(location, {Kinds::All, false, true, filter});
 }
 
 } // namespace foundation::storage::provider::tar

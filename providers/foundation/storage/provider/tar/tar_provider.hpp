@@ -1,8 +1,8 @@
 #pragma once
 
+#include <foundation/storage/provider/container/archive_provider.hpp>
 #include <foundation/storage/provider/container/archive_walk.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
-#include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/provider/tar/detail/archive_source.hpp>
 #include <foundation/storage/provider/tar/detail/headers.hpp>
@@ -19,7 +19,7 @@ namespace foundation::storage::provider::tar {
 /// The inside of an archive, read through the item that it is. What its headers tell is kept, and
 /// read again by the first operation that finds another size or time of the item; what is open by
 /// then goes on as it was. Safe on any thread. Failures are provider::Exception.
-class TarProvider final : public IProvider, public extensions::ILinks {
+class TarProvider final : public container::ArchiveProvider, public extensions::ILinks {
   public:
     TarProvider(StorageItem item, TarOptions const& options);
 
@@ -51,23 +51,6 @@ class TarProvider final : public IProvider, public extensions::ILinks {
     std::unique_ptr<ByteStream> openStream(StorageIRI const& location,
                                            ByteStreamOpenOptions const& options) override;
     std::unique_ptr<ByteStream> openReadOnlyStream(StorageIRI const& location) const override;
-
-    std::unique_ptr<IFolderEntryIterator> listAll(StorageIRI const& location,
-                                                  ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator> listFiles(StorageIRI const& location,
-                                                    ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator> listFolders(StorageIRI const& location,
-                                                      ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator> listAllNamesOnly(StorageIRI const& location,
-                                                           ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator> listFilesNamesOnly(StorageIRI const& location,
-                                                             ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator>
-    listFoldersNamesOnly(StorageIRI const& location, ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator> listAllRecursive(StorageIRI const& location,
-                                                           ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator>
-    listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const override;
 
     ustring readLink(StorageIRI const& location) const override;
     void createLink(StorageIRI const& location, ustring const& target) override;
@@ -103,7 +86,7 @@ class TarProvider final : public IProvider, public extensions::ILinks {
     Found findFollowed(StorageIRI const& location) const;
     Found findToOpen(StorageIRI const& location) const;
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location,
-                                               container::Selection selection) const;
+                                               container::Selection selection) const override;
 
     StorageItem const item_;
     TarOptions const options_;
