@@ -1,0 +1,58 @@
+#include "fault_line.hpp"
+
+#include "plain_request.hpp"
+
+#include <cctype>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <utility>
+
+namespace remote_faults {
+
+namespace {
+
+std::string encoded(std::string const& text) {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string result;
+    for (unsigned char const c : text) {
+        if (std::isalnum(c)) {
+            result += static_cast<char>(c);
+        } else {
+            result += {'%', digits[c >> 4], digits[c & 15]};
+        }
+    }
+    return result;
+}
+
+nlohmann::json ask(std::string const& url) {
+    PlainAnswer const answer = plainRequest("GET", url);
+    if (answer.status != 200) {
+        throw std::runtime_error("the fault proxy answers " + std::to_string(answer.status));
+    }
+    return nlohmann::json::parse(answer.body);
+}
+
+} // namespace
+
+std::string Fault::text() const {
+    return kind + " at request " + std::to_string(skip + 1) +
+           (count == 0   ? " and all others"
+            : count == 1 ? ""
+                         : " and the next") +
+           (after != 0 ? " after " + std::to_string(after) + " bytes" : "");
+}
+
+FaultLine::FaultLine(std::string endpoint) : control_(std::move(endpoint) + "/__fault") {}
+
+void FaultLine::set(Fault const& fault) const {
+    ask(control_ + "?kind=" + fault.kind + "&skip=" + std::to_string(fault.skip) +
+        "&count=" + std::to_string(fault.count) + "&after=" + std::to_string(fault.after) +
+        "&match=" + encoded(fault.match));
+}
+
+FaultCounts FaultLine::clear() const {
+    nlohmann::json const counts = ask(control_);
+    return {counts.at("requests").get<unsigned>(), counts.at("applied").get<unsigned>()};
+}
+
+} // namespace remote_faults
