@@ -11,6 +11,7 @@
 #include <foundation/storage/vfs/storage_system/exists.hpp>
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 namespace cli {
@@ -26,6 +27,12 @@ namespace {
 // Of a link, where it leads says nothing about what it is.
 ExtendedExistsResult kindToCompare(ExtendedExistsResult kind) {
     return isLink(kind) ? ExtendedExistsResult::LinkToFile : kind;
+}
+
+bool isIn(std::string_view path, std::string_view folder) {
+    return folder.empty() ? !path.empty()
+                          : path.size() > folder.size() && path.starts_with(folder) &&
+                                path[folder.size()] == '/';
 }
 
 } // namespace
@@ -56,10 +63,11 @@ void TreeComparison::TwinPath::returnTo(std::size_t length) {
 }
 
 TreeComparison::TreeComparison(Invocation& invocation, std::array<Location, 2> const& tops,
-                               CompareBy by, Found found)
+                               CompareBy by, LinksBelow links, Found found)
     : invocation_(invocation),
       tops_(tops),
       by_(by),
+      followsLinks_(links == LinksBelow::Followed),
       found_(std::move(found)),
       path_{{WalkedPath(tops[0]), WalkedPath(tops[1])}},
       hasLinks_{hasLinks(invocation.system(), tops[0].iri),
@@ -99,9 +107,12 @@ void TreeComparison::compareTopFiles() {
 std::vector<std::string> TreeComparison::compareFolder() {
     throwIfInterrupted();
     Locations const at{path_.sides[0].location(), path_.sides[1].location()};
+    if (followsLinks_ && !noteLevel(at)) {
+        return {};
+    }
     std::array<std::vector<Entry>, 2> entries;
     // Where one side cannot be read, all of the other would seem to be missing.
-    if (!list(at[0], entries[0]) || !list(at[1], entries[1])) {
+    if (!list(0, at[0], entries[0]) || !list(1, at[1], entries[1])) {
         return {};
     }
     ++done_.folders;
@@ -116,9 +127,11 @@ std::vector<std::string> TreeComparison::compareFolder() {
         } else if (first == entries[0].cend() || second->name < first->name) {
             tellOnlyIn(1, *second++);
         } else {
-            if (first->folder && second->folder) {
+            if (!first->known || !second->known) {
+                // was reported
+            } else if (first->folder && second->folder) {
                 inner.push_back(first->name);
-            } else if (first->known && second->known) {
+            } else {
                 compareItems(at, *first, *second);
             }
             ++first;
@@ -128,12 +141,36 @@ std::vector<std::string> TreeComparison::compareFolder() {
     return inner;
 }
 
-bool TreeComparison::list(Location const& location, std::vector<Entry>& entries) {
+// What leads back to one of these folders is not followed.
+bool TreeComparison::noteLevel(Locations const& at) {
+    std::string const& path = path_.sides[0].belowTop();
+    while (!levels_.empty() && !isIn(path, levels_.back().path)) {
+        levels_.pop_back();
+    }
+    Level level{path, {}};
+    for (std::size_t side = 0; side < 2; ++side) {
+        if (!hasLinks_[side]) {
+            continue;
+        }
+        try {
+            level.canonical[side] = vfs::Folder(at[side].iri, invocation_.system())
+                                        .getCanonicalLocation()
+                                        .toStorageIRI();
+        } catch (...) {
+            report(at[side]);
+            return false;
+        }
+    }
+    levels_.push_back(std::move(level));
+    return true;
+}
+
+bool TreeComparison::list(std::size_t side, Location const& location, std::vector<Entry>& entries) {
     try {
         vfs::Folder const folder(location.iri, invocation_.system());
         for (FileOrFolderEntry const& entry : folder.listAllEntries()) {
             throwIfInterrupted();
-            if (std::optional<Entry> taken = entryOf(location, entry)) {
+            if (std::optional<Entry> taken = entryOf(side, location, entry)) {
                 entries.push_back(std::move(*taken));
             }
         }
@@ -147,14 +184,18 @@ bool TreeComparison::list(Location const& location, std::vector<Entry>& entries)
 }
 
 // Empty where it is gone since it was listed.
-std::optional<TreeComparison::Entry> TreeComparison::entryOf(Location const& folder,
-                                                             FileOrFolderEntry const& entry) {
+std::optional<TreeComparison::Entry>
+TreeComparison::entryOf(std::size_t side, Location const& folder, FileOrFolderEntry const& entry) {
     Entry taken{fl::i18n::toDisplayString(nameOf(entry)), isFolder(entry), true, {}, {}};
     auto const* const file = boost::get<vfs::FileEntry>(&entry);
     if (file == nullptr) {
         return taken;
     }
     try {
+        if (followsLinks_ && hasLinks_[side]) {
+            follow(side, childLocation(folder, nameOf(entry)), taken);
+            return taken;
+        }
         // Attributes that the listing did not bring are asked for here.
         auto const& values = file->getAttributes().values();
         taken.size = values.size;
@@ -167,6 +208,28 @@ std::optional<TreeComparison::Entry> TreeComparison::entryOf(Location const& fol
         taken.known = false;
     }
     return taken;
+}
+
+void TreeComparison::follow(std::size_t side, Location const& location, Entry& entry) {
+    switch (existsExtended(location.iri, invocation_.system())) {
+    case ExtendedExistsResult::DanglingLink:
+        throw Refusal("is a link that leads nowhere");
+    case ExtendedExistsResult::LinkToFolder: {
+        auto const linked =
+            vfs::Folder(location.iri, invocation_.system()).getCanonicalLocation().toStorageIRI();
+        for (Level const& level : levels_) {
+            if (level.canonical[side] == linked) {
+                throw Refusal("is a link to a folder that it is in; it is not followed");
+            }
+        }
+        entry.folder = true;
+        return;
+    }
+    default:
+        auto const attributes = vfs::File(location.iri, invocation_.system()).getAttributes();
+        entry.size = attributes.values().size;
+        entry.modified = attributes.values().lastModified;
+    }
 }
 
 void TreeComparison::tellOnlyIn(std::size_t side, Entry const& entry) {
@@ -190,6 +253,9 @@ void TreeComparison::compareItems(Locations const& folder, Entry const& first,
                 kinds[side] = ExtendedExistsResult::Folder;
             } else if (hasLinks_[side]) {
                 kinds[side] = existsExtended(at[side].iri, invocation_.system());
+                if (followsLinks_ && kinds[side] == ExtendedExistsResult::LinkToFile) {
+                    kinds[side] = ExtendedExistsResult::File;
+                }
             }
         } catch (...) {
             report(at[side]);

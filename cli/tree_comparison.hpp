@@ -8,6 +8,7 @@
 
 #include <foundation/storage/provider/attributes.hpp>
 #include <foundation/storage/provider/exists_result.hpp>
+#include <foundation/storage/provider/storage_iri.hpp>
 #include <foundation/storage/vfs/listing/file_or_folder_entry.hpp>
 
 #include <array>
@@ -22,6 +23,7 @@
 namespace cli {
 
 enum class CompareBy { Size, Time, Content };
+enum class LinksBelow { Compared, Followed };
 
 enum class Difference { OnlyInFirst, OnlyInSecond, Kind, Size, Time, Content, Target };
 
@@ -45,8 +47,9 @@ bool isSameTime(foundation::storage::provider::Timestamp first,
 
 /// Compares two trees, or two files, and tells of each difference. In each folder that both have,
 /// in the order of the bytes of their names, first everything in it, then folder by folder what is
-/// below; what only one side has is told once, and not entered. Links are compared by where they
-/// lead, and followed at the top alone. Of folders and links no time is compared.
+/// below; what only one side has is told once, and not entered. Links below the tops are compared
+/// by where they lead, or followed; one that leads to a folder that it is in is reported. Of
+/// folders and links no time is compared.
 ///
 /// Reports what fails and goes on. Holds the entries of one folder of each side at a time, and of
 /// each folder on the way down the names of those that are still to be entered. Throws Interrupted.
@@ -56,7 +59,7 @@ class TreeComparison {
     using Kinds = std::array<foundation::storage::provider::ExtendedExistsResult, 2>;
 
     TreeComparison(Invocation& invocation, std::array<Location, 2> const& tops, CompareBy by,
-                   Found found);
+                   LinksBelow links, Found found);
 
     /// `kinds` is what is at the tops, links followed. REQUIRES: File or Folder.
     void compare(Kinds const& kinds);
@@ -82,12 +85,19 @@ class TreeComparison {
         void returnTo(std::size_t length);
     };
     using Locations = std::array<Location, 2>;
+    /// A folder on the way down.
+    struct Level {
+        std::string path;
+        std::array<std::optional<foundation::storage::provider::StorageIRI>, 2> canonical;
+    };
 
     void compareTopFiles();
     std::vector<std::string> compareFolder();
-    bool list(Location const& location, std::vector<Entry>& entries);
-    std::optional<Entry> entryOf(Location const& folder,
+    bool noteLevel(Locations const& at);
+    bool list(std::size_t side, Location const& location, std::vector<Entry>& entries);
+    std::optional<Entry> entryOf(std::size_t side, Location const& folder,
                                  foundation::storage::vfs::FileOrFolderEntry const& entry);
+    void follow(std::size_t side, Location const& location, Entry& entry);
     void tellOnlyIn(std::size_t side, Entry const& entry);
     void compareItems(Locations const& folder, Entry const& first, Entry const& second);
     void compareLinks(std::string const& path, Locations const& at);
@@ -100,8 +110,10 @@ class TreeComparison {
     Invocation& invocation_;
     std::array<Location, 2> const tops_;
     CompareBy const by_;
+    bool const followsLinks_;
     Found const found_;
     TwinPath path_;
+    std::vector<Level> levels_; ///< where links are followed
     std::array<bool, 2> hasLinks_;
     bool const oneKindOfStorage_;
     ContentComparison contents_;

@@ -168,9 +168,9 @@ class Printer {
 };
 
 void compareTrees(Invocation& invocation, std::array<Location, 2> const& tops,
-                  TreeComparison::Kinds const& kinds, CompareBy by, bool json) {
+                  TreeComparison::Kinds const& kinds, CompareBy by, LinksBelow links, bool json) {
     Printer printer(invocation.output(), tops, json);
-    TreeComparison comparison(invocation, tops, by,
+    TreeComparison comparison(invocation, tops, by, links,
                               [&](FoundDifference const& found) { printer.print(found); });
     try {
         comparison.compare(kinds);
@@ -189,26 +189,32 @@ void compareTrees(Invocation& invocation, std::array<Location, 2> const& tops,
 
 int runCheck(Host& host, Words const& words) {
     std::optional<std::string> by;
+    bool dereference = false;
     bool json = false;
     Arguments arguments(
         {"check",
          "Compares two trees, or two files, in any two storages, and prints what differs: what is "
          "in one of them alone, the kind of an item, where links lead, and of files the size and, "
          "unless told otherwise, the content, which is read from both and compared byte for byte. "
-         "Links are not followed, unless they are A or B. Ends with code 0 where nothing differs, "
+         "Links are not followed, unless they are A or B, or -L is given. Ends with code 0 where "
+         "nothing differs, "
          "otherwise with 1.",
          {"vfs check notes.txt same.txt", "vfs check docs backup",
-          "vfs check --by time docs backup", "vfs check --json docs mem:"}});
+          "vfs check --by time docs backup", "vfs check -L docs backup",
+          "vfs check --json docs mem:"}});
     arguments
         .option("--by", by, "WHAT",
                 "Compare of files the size alone (size), the size and the time of modification "
                 "(time), or the size and the content (content, or digest)")
+        .flag("-L,--dereference", dereference,
+              "Compare what links lead to; otherwise where they lead is compared")
         .flag("--json", json, "Print a JSON object for each difference and for the sum, on a line")
         .takes("A B", 2, 2);
     if (!arguments.read(words)) {
         return printHelp(host, arguments);
     }
     CompareBy const compareBy = comparisonNamed(by);
+    LinksBelow const links = dereference ? LinksBelow::Followed : LinksBelow::Compared;
     InterruptionGuard const guard;
     Invocation invocation(host, "check");
     std::vector<Location> tops;
@@ -220,7 +226,8 @@ int runCheck(Host& host, Words const& words) {
     });
     if (tops.size() == 2) {
         std::array const both{tops[0], tops[1]};
-        invocation.attempt(both, [&] { compareTrees(invocation, both, kinds, compareBy, json); });
+        invocation.attempt(both,
+                           [&] { compareTrees(invocation, both, kinds, compareBy, links, json); });
     }
     return invocation.finish();
 }

@@ -160,6 +160,51 @@ TEST_F(CommandCheck, FollowsLinksAtTheTopAlone) {
     EXPECT_EQ(outcome.err, "vfs: check: dangling: is a link that leads nowhere\n");
 }
 
+TEST_F(CommandCheck, ComparesWhatLinksLeadToWhereItIsToldTo) {
+    fs::create_symlink("notes.txt", folder_ / "a/was-file");
+    fs::create_symlink("docs", folder_ / "a/was-folder");
+    EXPECT_EQ(vfs(folder_, {"cp", "-r", "-L", "a", "copy"}).code, 0);
+    EXPECT_FALSE(fs::is_symlink(folder_ / "copy/link"));
+
+    EXPECT_EQ(check({"-L", "a", "copy"}).out,
+              "7 files and 6 folders compared (35 B), no difference\n");
+    EXPECT_EQ(check({"-L", "copy", "a"}).code, 0);
+    EXPECT_EQ(check({"a", "copy"}).code, 1);
+
+    writeFile(folder_ / "copy/was-file", "Buy silk.\n");
+    writeFile(folder_ / "copy/was-folder/old.txt", "older");
+    EXPECT_THAT(linesOf(check({"-L", "a", "copy"}).out),
+                ElementsAre("was-file: content differs",
+                            "was-folder/old.txt: size differs (3 bytes, 5 bytes)",
+                            HasSubstr("2 differences")));
+    EXPECT_THAT(linesOf(check({"-L", "--by", "size", "a", "copy"}).out),
+                ElementsAre("was-folder/old.txt: size differs (3 bytes, 5 bytes)",
+                            HasSubstr("1 difference")));
+}
+
+TEST_F(CommandCheck, FollowsNoLinkToAFolderThatItIsIn) {
+    for (char const* const side : {"a", "b"}) {
+        fs::create_symlink("..", folder_ / side / "docs/up");
+        fs::create_directory(folder_ / side / "first");
+        fs::create_directory(folder_ / side / "second");
+        fs::create_symlink("../second", folder_ / side / "first/next");
+        fs::create_symlink("../first", folder_ / side / "second/next");
+        fs::create_symlink("nowhere", folder_ / side / "dangling");
+    }
+    Outcome const outcome = check({"-L", "a", "b"});
+    EXPECT_EQ(outcome.code, 1);
+    std::string const loop = ": is a link to a folder that it is in; it is not followed";
+    EXPECT_THAT(linesOf(outcome.err),
+                ::testing::UnorderedElementsAre(
+                    "vfs: check: a/dangling: is a link that leads nowhere",
+                    "vfs: check: b/dangling: is a link that leads nowhere",
+                    "vfs: check: a/docs/up" + loop, "vfs: check: b/docs/up" + loop,
+                    "vfs: check: a/first/next/next" + loop, "vfs: check: b/first/next/next" + loop,
+                    "vfs: check: a/second/next/next" + loop,
+                    "vfs: check: b/second/next/next" + loop));
+    EXPECT_THAT(outcome.out, HasSubstr("no difference, 8 failed"));
+}
+
 TEST_F(CommandCheck, TakesLinksThatLeadToTheSameAsEqualWhatEverIsThere) {
     fs::create_symlink("target", folder_ / "a/one");
     fs::create_symlink("target", folder_ / "b/one");
