@@ -37,17 +37,18 @@ bool isRoot(StorageIRI const& location) {
 
 } // namespace
 
-DavOutcome HttpProvider::change(Sending sending, std::function<DavOutcome()> const& send,
+DavOutcome HttpProvider::change(Sending sending, Changed changed,
+                                std::function<DavOutcome()> const& send,
                                 std::function<bool()> const& isDone) const {
     for (unsigned attempt = 1;; ++attempt) {
         std::optional<web::Failure> lost;
         try {
             DavOutcome const outcome = send();
-            known_.forget();
+            forget(outcome.isSuccess() ? changed : Changed::Folders);
             // Of what a server behind another one has done, the first one may know nothing.
             return web::mayPass(outcome.status) && isDone() ? DavOutcome{200} : outcome;
         } catch (web::Failure const& failure) {
-            known_.forget();
+            forget(Changed::Folders);
             if (!failure.mayPass() || failure.cannotHaveCome()) {
                 throw;
             }
@@ -102,7 +103,7 @@ void HttpProvider::createFile(StorageIRI const& location) try {
         fail(ErrorCode::ResourceAlreadyExists, location);
     }
     DavOutcome const outcome = change(
-        Sending::UntilDone,
+        Sending::UntilDone, Changed::Files,
         [&] {
             return dav_.put(url, web::Body::of({}), Putting::IfMissing, client_->deadline());
         },
@@ -120,7 +121,7 @@ void HttpProvider::createFile(StorageIRI const& location) try {
 /// REQUIRES: there was nothing.
 void HttpProvider::makeFolder(StorageIRI const& location) {
     DavOutcome const outcome = change(
-        Sending::UntilDone,
+        Sending::UntilDone, Changed::Files,
         [&] { return dav_.makeFolder(folderUrl(location), client_->deadline()); },
         [&] { return isFolder(location); });
     if (outcome.isSuccess()) {
@@ -178,9 +179,10 @@ void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
 }
 
 /// Removing is done again where its answer was lost, and there is something still.
-DavOutcome HttpProvider::remove(StorageIRI const& location, web::Url const& url) {
+DavOutcome HttpProvider::remove(StorageIRI const& location, web::Url const& url,
+                                Changed changed) {
     return change(
-        Sending::UntilDone, [&] { return dav_.remove(url, client_->deadline()); },
+        Sending::UntilDone, changed, [&] { return dav_.remove(url, client_->deadline()); },
         [&] { return !isSuccess(lookAt(location).status); });
 }
 
@@ -193,7 +195,7 @@ void HttpProvider::removeFile(StorageIRI const& location) try {
     if (there.isFolder) {
         fail(ErrorCode::InvalidLocation, location);
     }
-    DavOutcome const outcome = remove(location, itemUrl(location));
+    DavOutcome const outcome = remove(location, itemUrl(location), Changed::Files);
     if (!outcome.isSuccess()) {
         failChange(outcome, location);
     }
@@ -211,7 +213,7 @@ void HttpProvider::removeFolder(StorageIRI const& location) try {
     if (isRoot(location)) {
         fail(ErrorCode::ResourceInUse, location);
     }
-    DavOutcome const outcome = remove(location, folderUrl(location));
+    DavOutcome const outcome = remove(location, folderUrl(location), Changed::Folders);
     if (!outcome.isSuccess()) {
         failChange(outcome, location);
     }
@@ -228,7 +230,7 @@ void HttpProvider::removeFolderRecursively(StorageIRI const& location) try {
         fail(ErrorCode::ResourceInUse, location);
     }
     for (unsigned attempt = 1;; ++attempt) {
-        DavOutcome const outcome = remove(location, folderUrl(location));
+        DavOutcome const outcome = remove(location, folderUrl(location), Changed::Folders);
         if (outcome.isSuccess()) {
             return;
         }
@@ -257,7 +259,7 @@ void HttpProvider::setLastModified(StorageIRI const& location,
     DavOutcome const outcome =
         dav_.setLastModified(there.isFolder ? folderUrl(location) : itemUrl(location),
                              wanted.seconds, client_->deadline());
-    known_.forget();
+    forget(Changed::Files);
     if (outcome.status == 401 || outcome.status == 423) {
         failChange(outcome, location);
     }
@@ -310,9 +312,13 @@ void HttpProvider::publish(StorageIRI const& location, spool::Content const& con
     std::optional<detail::NamesInWork::Hold> hold;
     if (putting == Putting::IfMissing) {
         hold.emplace(inWork_, url.text());
+        // Not every server looks at the condition of the request.
+        if (isSuccess(lookAt(location).status)) {
+            fail(ErrorCode::ResourceAlreadyExists, location);
+        }
     }
     DavOutcome const outcome = change(
-        Sending::UntilDone, [&] { return dav_.put(url, body, putting, deadline()); },
+        Sending::UntilDone, Changed::Files, [&] { return dav_.put(url, body, putting, deadline()); },
         [&] {
             if (putting == Putting::Always) {
                 return false; // which was tried again already

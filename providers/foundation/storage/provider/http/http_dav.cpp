@@ -168,8 +168,26 @@ bool HttpProvider::isFolder(StorageIRI const& location) const {
 }
 
 void HttpProvider::requireFolderAbove(StorageIRI const& location) const {
-    if (location.getResolvedPath().size() > 1 && !isFolder(location.getParent())) {
+    if (location.getResolvedPath().size() <= 1) {
+        return;
+    }
+    StorageIRI const above = location.withResolvedPath().getParent();
+    std::string const url = folderUrl(above).text();
+    if (folders_.find(url)) {
+        return;
+    }
+    auto const asked = detail::DescriptionMemory::Clock::now();
+    Description const there = lookAt(above);
+    if (!isSuccess(there.status) || !there.isFolder) {
         throw Exception(ErrorCode::ResourceNotFound, location);
+    }
+    folders_.keep(url, there, asked);
+}
+
+void HttpProvider::forget(Changed changed) const {
+    known_.forget();
+    if (changed == Changed::Folders) {
+        folders_.forget();
     }
 }
 

@@ -113,7 +113,8 @@ HttpProvider::HttpProvider(StorageIRI const& location, HttpOptions const& option
                                                   identityOf(location, options), options.web)),
       dav_(client_, options.largestListing),
       space_(std::make_shared<spool::Space>(options.maximumPendingMemory, options.temporaryFolder)),
-      known_(options.attributeLifetime) {}
+      known_(options.attributeLifetime),
+      folders_(options.attributeLifetime) {}
 
 web::Url HttpProvider::urlOf(StorageIRI const& location) const {
     if (location.hasInnerIRI() || location.getSchemeView() != home_.getSchemeView() ||

@@ -105,14 +105,19 @@ class HttpProvider final : public IProvider,
     Description lookAt(StorageIRI const& location) const;
     bool isBelowFile(StorageIRI const& location) const;
     bool isFolder(StorageIRI const& location) const;
+    /// Asks once in a while: of a folder, many files are made one after the other.
     void requireFolderAbove(StorageIRI const& location) const;
+    /// What is remembered, behind a change; of what is below, where folders are gone.
+    enum class Changed { Files, Folders };
+    void forget(Changed changed) const;
     detail::DavListing membersOf(StorageIRI const& location) const;
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location, ustring const& filter,
                                                HttpSelection const& selection) const;
 
     enum class Sending { Once, UntilDone };
     /// Sends a change that must not be done twice. Where the answer is lost, `isDone` looks.
-    detail::DavOutcome change(Sending sending, std::function<detail::DavOutcome()> const& send,
+    detail::DavOutcome change(Sending sending, Changed changed,
+                              std::function<detail::DavOutcome()> const& send,
                               std::function<bool()> const& isDone) const;
     /// Throws for a change that failed; `location` is what it was to make or to take away.
     [[noreturn]] void failChange(detail::DavOutcome const& outcome,
@@ -120,10 +125,10 @@ class HttpProvider final : public IProvider,
     void makeFolder(StorageIRI const& location);
     std::optional<StorageIRI> failedItem(detail::DavOutcome const& outcome,
                                          StorageIRI const& location) const;
-    detail::DavOutcome remove(StorageIRI const& location, web::Url const& url);
+    detail::DavOutcome remove(StorageIRI const& location, web::Url const& url, Changed changed);
     struct Way;
     /// Takes an item to where nothing is, or to what may be replaced.
-    void move(Way const& way, bool isReplacing);
+    void move(Way const& way, bool isReplacing, Changed changed);
     void copy(Way const& way, bool isReplacing, std::optional<std::uint64_t> size);
     void refuseFolderMove(StorageIRI const& source, StorageIRI const& destination,
                           ReplacementPolicy policy, Description const& there) const;
@@ -143,6 +148,7 @@ class HttpProvider final : public IProvider,
     std::shared_ptr<spool::Space> const space_;
     mutable std::atomic<bool> isHeadRefused_{false};
     mutable detail::DescriptionMemory known_;
+    mutable detail::DescriptionMemory folders_; ///< those that are there
     mutable detail::DavSpaces spaces_;
     detail::NamesInWork inWork_;
 };

@@ -65,10 +65,10 @@ struct HttpProvider::Way {
 
 /// REQUIRES: what is replaced was seen to be a file, or an empty folder. Where nothing was, nothing
 /// is replaced, so that what comes between stays.
-void HttpProvider::move(Way const& way, bool isReplacing) {
+void HttpProvider::move(Way const& way, bool isReplacing, Changed changed) {
     detail::NamesInWork::Hold const hold(inWork_, way.to.text());
     DavOutcome const outcome = change(
-        Sending::Once,
+        Sending::Once, changed,
         [&] {
             return dav_.transfer(Transfer::Move, way.from, way.to,
                                  isReplacing ? Overwriting::Allowed : Overwriting::Refused,
@@ -93,7 +93,7 @@ void HttpProvider::copy(Way const& way, bool isReplacing, std::optional<std::uin
     StorageIRI const beside(way.destination.getParent(), temporaryName());
     Way const there{beside, itemUrl(beside), way.destination, way.to};
     DavOutcome const outcome = change(
-        Sending::UntilDone,
+        Sending::UntilDone, Changed::Files,
         [&] {
             return dav_.transfer(Transfer::Copy, way.from, there.from, Overwriting::Allowed,
                                  client_->deadline());
@@ -109,10 +109,10 @@ void HttpProvider::copy(Way const& way, bool isReplacing, std::optional<std::uin
             }
             failChange(outcome, way.destination);
         }
-        move(there, isReplacing);
+        move(there, isReplacing, Changed::Files);
     } catch (...) {
         try {
-            remove(beside, there.from);
+            remove(beside, there.from, Changed::Files);
         } catch (...) {
             // The failure of the copy is on its way out, and is the one to report.
         }
@@ -141,11 +141,11 @@ CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& d
     Description const there = lookAt(target);
     bool const isReplacing = checkReplaceable(target, there, options.policy);
     std::uint64_t const size = from.size.value_or(0);
-    if (options.progress) {
-        requireFolderAbove(target); // before it is said that something is done
-        if (!options.progress(size, size)) {
-            fail(ErrorCode::IOError, target);
-        }
+    if (!isReplacing) {
+        requireFolderAbove(target);
+    }
+    if (options.progress && !options.progress(size, size)) {
+        fail(ErrorCode::IOError, target);
     }
     copy({source, itemUrl(source), target, itemUrl(target)}, isReplacing, from.size);
     return CopyStatus::Copied;
@@ -168,7 +168,11 @@ void HttpProvider::moveFile(StorageIRI const& source, StorageIRI const& destinat
         fail(ErrorCode::InvalidLocation, source);
     }
     bool const isReplacing = checkReplaceable(destination, lookAt(destination), policy);
-    move({source, itemUrl(source), destination, itemUrl(destination)}, isReplacing);
+    if (!isReplacing) {
+        requireFolderAbove(destination); // some servers make it
+    }
+    move({source, itemUrl(source), destination, itemUrl(destination)}, isReplacing,
+         Changed::Files);
 } catch (web::Failure const& failure) {
     fail(failure.code(), source);
 }
@@ -231,7 +235,7 @@ void HttpProvider::moveFolder(StorageIRI const& source, StorageIRI const& destin
         Description const there = lookAt(destination);
         refuseFolderMove(source, destination, policy, there);
         move({source, folderUrl(source), destination, folderUrl(destination)},
-             isSuccess(there.status));
+             isSuccess(there.status), Changed::Folders);
     } catch (Exception const& e) {
         if (invitesCopy(e.getErrorCode()) && wouldCopyIntoItself(source, destination)) {
             fail(ErrorCode::InvalidLocation, destination);
