@@ -6,7 +6,7 @@ appended to LOG before it is answered: port, method, target, its fields, and the
 separated by a tab each.
 
 A target is /BEHAVIOUR/SIZE, and the file has SIZE bytes that tell their positions; or /disk/PATH,
-for a file that is there."""
+for a file that is there. What speaks WebDAV is in lying_dav.py."""
 import os
 import re
 import socket
@@ -15,6 +15,10 @@ import sys
 import threading
 import time
 from urllib.parse import unquote
+
+sys.dont_write_bytecode = True  # beside the sources
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))  # which an isolated interpreter leaves out
+from lying_dav import Dav
 
 MODIFIED = 'Sat, 01 Jun 2024 10:00:00 GMT'
 log = open(sys.argv[1], 'a', buffering=1)
@@ -31,7 +35,9 @@ class Lost(Exception):
     """The connection is to be closed."""
 
 
-class Connection:
+class Connection(Dav):
+    ports = ports
+
     def __init__(self, connection, port):
         self.socket, self.port, self.file = connection, port, connection.makefile('rb')
         self.answered = 0
@@ -62,6 +68,9 @@ class Connection:
                                 [f'{k}: {v}' for k, v in self.fields.items()] +
                                 [f'on-connection: {self.number}']) + '\n')
             self.count = asked[self.target] = asked.get(self.target, 0) + 1
+        if self.is_dav():
+            self.dav()
+            return True
         path = self.target.split('?')[0].split('/')
         behaviour = path[1]
         size = int(path[2]) if len(path) > 2 and path[2].isdigit() else 0

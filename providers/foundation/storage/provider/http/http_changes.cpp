@@ -104,9 +104,7 @@ void HttpProvider::createFile(StorageIRI const& location) try {
     }
     DavOutcome const outcome = change(
         Sending::UntilDone, Changed::Files,
-        [&] {
-            return dav_.put(url, web::Body::of({}), Putting::IfMissing, client_->deadline());
-        },
+        [&] { return dav_.put(url, web::Body::of({}), Putting::IfMissing, client_->deadline()); },
         [&] {
             Description const there = lookAt(location);
             return isSuccess(there.status) && there.size == 0U;
@@ -179,8 +177,7 @@ void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
 }
 
 /// Removing is done again where its answer was lost, and there is something still.
-DavOutcome HttpProvider::remove(StorageIRI const& location, web::Url const& url,
-                                Changed changed) {
+DavOutcome HttpProvider::remove(StorageIRI const& location, web::Url const& url, Changed changed) {
     return change(
         Sending::UntilDone, changed, [&] { return dav_.remove(url, client_->deadline()); },
         [&] { return !isSuccess(lookAt(location).status); });
@@ -318,7 +315,8 @@ void HttpProvider::publish(StorageIRI const& location, spool::Content const& con
         }
     }
     DavOutcome const outcome = change(
-        Sending::UntilDone, Changed::Files, [&] { return dav_.put(url, body, putting, deadline()); },
+        Sending::UntilDone, Changed::Files,
+        [&] { return dav_.put(url, body, putting, deadline()); },
         [&] {
             if (putting == Putting::Always) {
                 return false; // which was tried again already
@@ -372,8 +370,7 @@ std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
         options.access == ByteStreamAccess::ReadWrite ? WritingAccess::ReadWrite
                                                       : WritingAccess::Write,
         options.withoutAppend == 0 ? WritingPlace::AtEnd : WritingPlace::AtPosition,
-        /*isChanged=*/!keeps,
-        [self = shared_from_this(), location](spool::Content const& whole) {
+        /*isChanged=*/!keeps, [self = shared_from_this(), location](spool::Content const& whole) {
             self->publish(location, whole, Putting::Always);
         });
 } catch (web::Failure const& failure) {

@@ -156,7 +156,7 @@ bool HttpProvider::isBelowFile(StorageIRI const& location) const {
             return !item.isFolder;
         }
         if (isAbsence(item.status)) {
-            return true; // nothing is below it, either
+            return false; // then the server would have said so
         }
     }
     return false;

@@ -171,8 +171,7 @@ void HttpProvider::moveFile(StorageIRI const& source, StorageIRI const& destinat
     if (!isReplacing) {
         requireFolderAbove(destination); // some servers make it
     }
-    move({source, itemUrl(source), destination, itemUrl(destination)}, isReplacing,
-         Changed::Files);
+    move({source, itemUrl(source), destination, itemUrl(destination)}, isReplacing, Changed::Files);
 } catch (web::Failure const& failure) {
     fail(failure.code(), source);
 }

@@ -291,8 +291,7 @@ DavOutcome DavClient::setLastModified(web::Url const& url, std::int64_t seconds,
                                       web::Deadline const& deadline) const {
     std::string const text = R"(<?xml version="1.0" encoding="utf-8"?>)"
                              R"(<propertyupdate xmlns="DAV:"><set><prop><getlastmodified>)" +
-                             httpDate(seconds) +
-                             "</getlastmodified></prop></set></propertyupdate>";
+                             httpDate(seconds) + "</getlastmodified></prop></set></propertyupdate>";
     web::Request request = requestOf("PROPPATCH", url);
     request.isRepeatable = true;
     request.headers.add("Content-Type", "application/xml; charset=utf-8");

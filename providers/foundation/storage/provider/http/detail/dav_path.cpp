@@ -90,6 +90,9 @@ std::optional<DavPath> DavPath::of(std::string_view href, DavPath const& base) {
     } else if (href.starts_with("//") || href.empty()) {
         return std::nullopt; // the first of which would be a host
     } else if (!href.starts_with('/')) {
+        if (href.substr(0, href.find('/')).find(':') != std::string_view::npos) {
+            return std::nullopt; // a URL of another scheme
+        }
         result.names = base.names;
         return append(href, result) ? std::optional(result) : std::nullopt;
     }

@@ -1,5 +1,6 @@
-// A server that speaks WebDAV keeps to the contract, where there is one: VFS_TEST_DAV_URL is a
-// folder of it, which may be written, VFS_TEST_DAV_USER and VFS_TEST_DAV_PASSWORD who asks.
+// The files of a server that speaks WebDAV keep to the contract.
+
+#include "server.hpp"
 
 #include <foundation/storage/conformance/contract_gtest.hpp>
 #include <foundation/storage/provider/exception.hpp>
@@ -9,7 +10,6 @@
 #include <fl/i18n/conversion.hpp>
 
 #include <atomic>
-#include <cstdlib>
 #include <iostream>
 #include <string>
 #include <unistd.h>
@@ -19,11 +19,7 @@ namespace {
 using namespace foundation::storage::conformance;
 namespace provider = foundation::storage::provider;
 namespace http = provider::http;
-
-std::string environment(char const* name) {
-    char const* const value = std::getenv(name);
-    return value ? value : "";
-}
+using provider::test::told;
 
 /// A folder of the server that goes with the object.
 class ServedFolder {
@@ -52,22 +48,23 @@ Place servedFolder() {
     static std::atomic<unsigned> number = 0;
     http::HttpOptions options;
     options.web.proxy = "";
-    options.user = environment("VFS_TEST_DAV_USER");
-    options.password = environment("VFS_TEST_DAV_PASSWORD");
-    provider::StorageIRI const root(fl::i18n::to_ustring(environment("VFS_TEST_DAV_URL")));
-    provider::StorageIRI const location(
-        root, fl::i18n::to_ustring("contract-" + std::to_string(::getpid()) + '-' +
-                                   std::to_string(++number)));
+    options.user = told("VFS_TEST_DAV_USER");
+    options.password = told("VFS_TEST_DAV_PASSWORD");
+    provider::StorageIRI const root(fl::i18n::to_ustring(told("VFS_TEST_DAV_URL")));
+    provider::StorageIRI const location(root, fl::i18n::to_ustring("contract-" +
+                                                                   std::to_string(::getpid()) +
+                                                                   '-' + std::to_string(++number)));
     auto const served = http::buildHttpProvider(location, options);
     return {served, location, {}, std::make_shared<ServedFolder>(served, location)};
 }
 
 // Apache's mod_dav is what these are of.
 constexpr char const* tooLong = "the server says that a name is forbidden, and not why";
-constexpr char const* wholeFiles = "the server takes files as a whole: of two writers the last wins";
+constexpr char const* wholeFiles =
+    "the server takes files as a whole: of two writers the last wins";
 
 int registerTests() {
-    if (environment("VFS_TEST_DAV_URL").empty()) {
+    if (told("VFS_TEST_DAV_URL").empty()) {
         return 0;
     }
     using enum Ability;
@@ -94,9 +91,7 @@ int registerTests() {
 int const davTests = registerTests();
 
 TEST(WebDavContract, HasCasesOfWriting) {
-    if (environment("VFS_TEST_DAV_URL").empty()) {
-        GTEST_SKIP() << "no server to try: VFS_TEST_DAV_URL is not set";
-    }
+    VFS_NEEDS_SERVER("VFS_TEST_DAV_URL");
     EXPECT_GT(davTests, 250);
 }
 

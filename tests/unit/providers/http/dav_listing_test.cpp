@@ -1,0 +1,148 @@
+// What is made of the answers of a server that speaks WebDAV, right and wrong ones.
+
+#include "dav_fixture.hpp"
+
+namespace foundation::storage::provider::http::test {
+namespace {
+
+using ::testing::ElementsAre;
+using Names = std::vector<std::string>;
+
+class DavListing : public Dav {};
+
+TEST_F(DavListing, AsksOnceWhetherThereAreFolders) {
+    EXPECT_THAT(list("/xml-plain"), ElementsAre("a file", "folder/"));
+    EXPECT_THAT(list("/xml-plain/"), ElementsAre("a file", "folder/"));
+    EXPECT_EQ(asked("OPTIONS"), 1U);
+    EXPECT_EQ(asked("PROPFIND"), 2U);
+    EXPECT_EQ(server_.countOf("depth: 1"), 2U);
+    EXPECT_EQ(server_.requests().size(), 3U);
+}
+
+TEST_F(DavListing, AsksNothingMoreToReadAFile) {
+    EXPECT_EQ(bytesOf("/good/500"), content(500));
+    EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+TEST_F(DavListing, TakesWhatHoldsTheFirstClassForWebDav) {
+    EXPECT_EQ(list("/xml-of-class-two/"), list("/xml-plain/"));
+    for (std::string const path : {"/xml-not-spoken/", "/xml-of-another-origin/", "/good/5"}) {
+        EXPECT_EQ(list(path), Names{"code 11"}) << path;
+        EXPECT_EQ(codeOf([&] { provider_->createFolder(at(path + "new")); }), 7) << path;
+    }
+    EXPECT_EQ(list("/xml-denied/"), Names{"code 2"});
+    EXPECT_EQ(codeOf([&] { provider_->createFolder(at("/xml-denied/new")); }), 2);
+}
+
+TEST_F(DavListing, BelievesAnAnswerThatTheMethodIsNotKnown) {
+    EXPECT_EQ(provider_->exists(at("/dav-knows-no-propfind/file")), ExistsResult::Nothing);
+    EXPECT_EQ(list("/dav-knows-no-propfind/"), Names{"code 11"});
+    EXPECT_EQ(list("/xml-not-of-several-parts/"), Names{"code 11"});
+    EXPECT_EQ(codeOf([&] { provider_->createFolder(at("/dav-knows-no-propfind/new")); }), 7);
+}
+
+TEST_F(DavListing, GoesByTheNamespacesAndNotByTheirPrefixes) {
+    EXPECT_THAT(list("/xml-other-prefixes/"), ElementsAre("file"));
+}
+
+TEST_F(DavListing, LeavesTheFolderItselfOutHoweverItIsWritten) {
+    EXPECT_THAT(list("/xml-itself-last-and-absolute/"), ElementsAre("a file", "folder/"));
+    EXPECT_THAT(list("/xml-itself-without-slash/"), ElementsAre("file"));
+    EXPECT_THAT(list("/xml-relative/"), ElementsAre("file", "folder/"));
+}
+
+TEST_F(DavListing, DeliversNoNameThatLeadsOutOfTheFolder) {
+    EXPECT_THAT(list("/xml-names-that-escape/"), ElementsAre("good", "%2e%2e"));
+}
+
+TEST_F(DavListing, DeliversEachNameOnce) {
+    EXPECT_THAT(list("/xml-twice/"), ElementsAre("file"));
+}
+
+TEST_F(DavListing, DeliversWithoutAttributesWhatItMayNotKnow) {
+    EXPECT_THAT(list("/xml-failing-parts/"), ElementsAre("denied", "locked/", "file"));
+    auto const entries = provider_->listAll(at("/xml-failing-parts/"), u"");
+    entries->advance();
+    EXPECT_FALSE(entries->currentEntry().getFileAttributes());
+    entries->advance();
+    EXPECT_FALSE(entries->currentEntry().getFolderAttributes());
+    entries->advance();
+    EXPECT_EQ(entries->currentEntry().getFileAttributes()->values().size, 5U);
+}
+
+TEST_F(DavListing, ReadsNumbersAndTimesAsTheyAreOrNotAtAll) {
+    auto const entries = provider_->listAll(at("/xml-numbers/"), u"");
+    std::vector<std::optional<std::uint64_t>> sizes;
+    std::vector<std::int64_t> created;
+    while (entries->hasNext()) {
+        entries->advance();
+        auto const values = entries->currentEntry().getFileAttributes()->values();
+        sizes.push_back(values.size);
+        created.push_back(values.created ? values.created->seconds : -1);
+    }
+    EXPECT_THAT(sizes, ElementsAre(18'446'744'073'709'551'615U, std::nullopt, std::nullopt, 7U, 8U));
+    EXPECT_THAT(created, ElementsAre(1, 1, -1, 1, -1));
+}
+
+TEST_F(DavListing, RefusesXmlThatIsMeantToDoHarm) {
+    EXPECT_EQ(list("/xml-bomb/"), Names{"code 9"});
+    EXPECT_EQ(list("/xml-outside-entity/"), Names{"code 9"});
+    EXPECT_EQ(list("/xml-many-attributes/"), Names{"code 9"});
+    EXPECT_EQ(list("/xml-many-tags/"), Names{"code 5"});
+    EXPECT_EQ(list("/xml-endless/"), Names{"code 5"});
+}
+
+TEST_F(DavListing, TakesNoFolderForEmptyOfWhichItWasToldNothing) {
+    for (std::string const lie :
+         {"no-xml", "broken-off", "nothing", "another-root", "another-namespace",
+          "without-namespace", "empty", "of-something-else", "without-location", "without-state",
+          "a-state-of-nonsense", "two-states"}) {
+        EXPECT_EQ(list("/xml-" + lie + '/'), Names{"code 9"}) << lie;
+        EXPECT_EQ(codeOf([&] { provider_->removeFolder(at("/xml-" + lie + '/')); }), 9) << lie;
+    }
+    EXPECT_EQ(list("/xml-a-file/"), Names{"code 4"});
+    EXPECT_EQ(list("/xml-in-an-own-status/"), Names{"code 2"});
+}
+
+TEST_F(DavListing, AsksAgainWhereAnAnswerBreaksOff) {
+    EXPECT_THAT(list("/xml-breaks-off-once/"), ElementsAre("a file", "folder/"));
+    EXPECT_EQ(asked("PROPFIND"), 2U);
+}
+
+TEST_F(DavListing, ShowsWhatTheCallerWantsToSee) {
+    auto const count = [&](auto const& entries) {
+        int number = 0;
+        for (; entries->hasNext(); ++number) {
+            entries->advance();
+        }
+        return number;
+    };
+    StorageIRI const folder = at("/xml-plain/");
+    EXPECT_EQ(count(provider_->listFiles(folder, u"")), 1);
+    EXPECT_EQ(count(provider_->listFolders(folder, u"")), 1);
+    EXPECT_EQ(count(provider_->listAllNamesOnly(folder, u"a*")), 1);
+    EXPECT_EQ(count(provider_->listFilesNamesOnly(folder, u"fo*")), 0);
+    auto const names = provider_->listAllNamesOnly(folder, u"");
+    names->advance();
+    EXPECT_FALSE(names->currentEntry().getFileAttributes());
+}
+
+TEST_F(DavListing, TellsOfAnItemWhatTheServerTells) {
+    provider_->createFolder(at("/dav-told/folder"));
+    write("/dav-told/file", "four");
+    EXPECT_EQ(provider_->exists(at("/dav-told/folder")), ExistsResult::Folder);
+    EXPECT_EQ(provider_->exists(at("/dav-told/file")), ExistsResult::File);
+    EXPECT_EQ(provider_->exists(at("/dav-told/file/below")), ExistsResult::Nothing);
+    AttributeValues const values = provider_->getFileAttributes(at("/dav-told/file")).values();
+    EXPECT_EQ(values.size, 4U);
+    EXPECT_EQ(values.lastModified.seconds, 1'717'236'000);
+    EXPECT_TRUE(values.writable);
+    EXPECT_EQ(provider_->getFolderAttributes(at("/dav-told/folder")).values().size, std::nullopt);
+    EXPECT_EQ(provider_->getExtendedAttributes(at("/dav-told/file")).at("http.etag"), "\"14\"");
+    EXPECT_EQ(codeOf([&] { provider_->getFileAttributes(at("/dav-told/folder")); }), 1);
+    EXPECT_EQ(codeOf([&] { provider_->getFolderAttributes(at("/dav-told/file")); }), 4);
+    EXPECT_EQ(codeOf([&] { provider_->openReadOnlyStream(at("/dav-told/missing")); }), 4);
+}
+
+} // namespace
+} // namespace foundation::storage::provider::http::test

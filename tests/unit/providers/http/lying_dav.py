@@ -1,0 +1,250 @@
+"""The part of lying_server.py that speaks WebDAV (RFC 4918), well and badly.
+
+/dav-BEHAVIOUR/PATH is a store of files and folders for each behaviour, empty at first. /xml-NAME/ is a folder that
+has the items and the lies of that name in the table below."""
+import threading
+from urllib.parse import quote, unquote, urlsplit
+
+MODIFIED = 'Sat, 01 Jun 2024 10:00:00 GMT'
+lock = threading.RLock()
+stores = {}  # by behaviour, and of each the files' bytes by path; None for folders
+times = {}  # that were set
+done = set()  # what was done once already
+
+
+def part(href, kind='', more='', status='HTTP/1.1 200 OK'):
+    return (f'<D:response><D:href>{href}</D:href><D:propstat><D:prop><D:resourcetype>{kind}</D:resourcetype>{more}'
+            f'</D:prop><D:status>{status}</D:status></D:propstat></D:response>')
+
+
+def whole(*parts):
+    return '<?xml version="1.0"?>\n<D:multistatus xmlns:D="DAV:">' + ''.join(parts) + '</D:multistatus>'
+
+
+def folder(href):
+    return part(href, '<D:collection/>')
+
+
+SIZE = '<D:getcontentlength>5</D:getcontentlength>'
+
+# What a listing answers, where {self} is the folder.
+LISTINGS = {
+    'plain': whole(folder('{self}'), part('{self}a%20file', more=SIZE), folder('{self}folder/')),
+    'itself-last-and-absolute': whole(part('{self}a%20file'), folder('http://somewhere.else:81{self}folder/'),
+                                      folder('HTTP://127.0.0.1{self}')),
+    'itself-without-slash': whole(folder('/xml-itself-without-sl%61sh'), part('{self}file')),
+    'relative': whole(folder('{self}'), part('file'), folder('folder/')),
+    'other-prefixes': '<multistatus xmlns="DAV:" xmlns:x="DAV:"><response xmlns:y="urn:other"><x:href>{self}</x:href>'
+                      '<propstat><prop><y:resourcetype/><resourcetype><z:collection xmlns:z="DAV:"/></resourcetype>'
+                      '</prop><status>HTTP/1.1 200 OK</status></propstat></response><response><href> {self}file\n'
+                      '</href><propstat><prop><resourcetype><y:collection xmlns:y="urn:other"/></resourcetype></prop>'
+                      '<status>HTTP/2 200</status></propstat></response></multistatus>',
+    'names-that-escape': whole(
+        folder('{self}'), *[part(name) for name in [
+            '../up', '{self}../../etc/passwd', '{self}%2e%2e', '{self}.', '{self}a%2Fb', '{self}a%00b', '{self}/',
+            '{self}deep/er', '/elsewhere/file', '/xml-names-that-escapee', '{self}%zz', '{self}%4', '{self}a?b',
+            '//host{self}file', 'mailto:a@b', '']], part('{self}good'), part('{self}%252e%252e')),
+    'twice': whole(folder('{self}'), part('{self}file'), part('{self}fil%65'), folder('{self}file/')),
+    'failing-parts': whole(
+        folder('{self}'), part('{self}denied', status='HTTP/1.1 403 Forbidden'),
+        '<D:response><D:href>{self}gone</D:href><D:status>HTTP/1.1 404 Not Found</D:status></D:response>',
+        '<D:response><D:href>{self}locked/</D:href><D:status>HTTP/1.1 423 Locked</D:status></D:response>',
+        part('{self}file', more=SIZE)),
+    'numbers': whole(folder('{self}'), *[
+        part('{self}' + str(i), more=f'<D:getcontentlength>{text}</D:getcontentlength><D:creationdate>{date}'
+                                     '</D:creationdate>')
+        for i, (text, date) in enumerate([
+            ('18446744073709551615', '1970-01-01T00:00:01Z'), ('18446744073709551616', '1970-01-01T01:00:01.5+01:00'),
+            ('-1', 'yesterday'), (' 7 ', '1969-12-31T23:00:01-01:00'), ('<![CDATA[8]]>', '')])]),
+    'bomb': '<!DOCTYPE a [<!ENTITY a "aaaaaaaaaa"><!ENTITY b "&a;&a;&a;&a;&a;&a;">]>' +
+            whole(folder('{self}'), part('{self}&b;')),
+    'outside-entity': '<!DOCTYPE a SYSTEM "file:///etc/passwd">' + whole(folder('{self}')),
+    'many-tags': whole(folder('{self}'), '<D:a/>' * 100_000),
+    'many-attributes': whole('<D:response ' + ' '.join(f'a{i}="x"' for i in range(1000)) + '><D:href>{self}</D:href>'
+                             '</D:response>'),
+    'endless': whole(folder('{self}'), ' ' * 3_000_000),
+    'no-xml': 'the folder is empty',
+    'broken-off': whole(folder('{self}'), part('{self}file'))[:-30],
+    'nothing': '',
+    'another-root': '<html/>',
+    'another-namespace': '<multistatus xmlns="urn:other"/>',
+    'without-namespace': '<multistatus/>',
+    'empty': whole(),
+    'of-something-else': whole(folder('/xml-plain/'), part('/xml-plain/file')),
+    'without-location': whole('<D:response/>'),
+    'without-state': whole('<D:response><D:href>{self}</D:href><D:propstat><D:prop/></D:propstat></D:response>'),
+    'a-state-of-nonsense': whole(part('{self}', status='fine')),
+    'two-states': whole('<D:response><D:href>{self}</D:href><D:status>HTTP/1.1 200 OK</D:status>'
+                        '<D:status>HTTP/1.1 404 Not Found</D:status></D:response>'),
+    'a-file': whole(part('{self}')),
+}
+
+
+class Dav:
+    def is_dav(self):
+        return self.target.startswith(('/dav-', '/xml-'))
+
+    def dav(self):
+        path = unquote(self.target.split('?')[0])
+        kind, _, self.flaw = path.split('/')[1].partition('-')
+        self.root = f'/{kind}-{self.flaw}'
+        self.payload = self.take() if 'content-length' in self.fields else b''
+        if self.method == 'OPTIONS':
+            self.options()
+        elif kind == 'xml':
+            self.listing_of(self.flaw)
+        else:
+            with lock:
+                self.store = stores.setdefault(self.flaw, {self.root: None})
+                self.change(path)
+
+    def options(self):
+        if self.flaw == 'of-class-two':
+            self.simple(200, 'DAV: <http://example.org/more>', 'DAV: 4, 2')
+        elif self.flaw == 'of-another-origin':
+            self.simple(307, f'Location: http://127.0.0.1:{self.ports[1]}/dav-good/')
+        elif self.flaw == 'not-spoken':
+            self.simple(200, 'DAV: 10, x1, <1>')
+        elif self.flaw == 'denied':
+            self.simple(401)
+        else:
+            self.simple(200, 'DAV: 1')
+
+    def xml(self, text, status=207):
+        data = text.encode()
+        self.head(status, 'Content-Type: application/xml', f'Content-Length: {len(data)}')
+        self.body(data)
+
+    def listing_of(self, name):
+        itself = f'/xml-{name}/'
+        if name == 'breaks-off-once' and self.first('off'):
+            self.head(207, 'Content-Length: 5000')
+            self.body(b'<D:multistatus xmlns:D="DAV:">')
+            return self.reset()
+        if name == 'not-of-several-parts':
+            return self.simple(200)
+        if name == 'in-an-own-status':
+            return self.xml(whole('<D:response><D:href>' + itself + '</D:href><D:status>HTTP/1.1 403 Forbidden'
+                                  '</D:status></D:response>'))
+        self.xml(LISTINGS.get(name, LISTINGS['plain']).replace('{self}', itself))
+
+    # The store.
+
+    def first(self, what):
+        """Whether that has not happened yet."""
+        key = (self.method, self.target, what)
+        if key in done:
+            return False
+        done.add(key)
+        return True
+
+    def describe(self, path):
+        href = quote(path) + ('/' if self.store[path] is None else '')
+        modified = times.get(path, MODIFIED)
+        more = f'<D:getlastmodified>{modified}</D:getlastmodified><D:getetag>"{len(path)}"</D:getetag>'
+        if self.store[path] is None:
+            return part(href, '<D:collection/>', more)
+        return part(href, '', more + f'<D:getcontentlength>{len(self.store[path])}</D:getcontentlength>')
+
+    def below(self, path):
+        return [other for other in self.store if other.startswith(path + '/')]
+
+    def change(self, path):
+        slash, path = path.endswith('/'), path.rstrip('/')
+        if self.method in ('GET', 'HEAD'):
+            data = self.store.get(path)
+            return self.simple(404) if data is None else self.good(len(data), data)
+        if self.method == 'PROPFIND':
+            return self.find(path, slash)
+        if self.flaw == 'locked':
+            return self.simple(423)
+        if self.flaw == 'full' and self.method == 'PUT':
+            return self.simple(507)
+        if self.flaw == 'led-to-folders' and not slash:
+            return self.simple(301, f'Location: {self.target}/')
+        if self.flaw == 'loses-requests' and self.first('lost'):
+            return self.reset()
+        status = getattr(self, 'dav_' + self.method.lower())(path)
+        if self.flaw == 'loses-answers' and self.first('lost'):
+            return self.reset()
+        if self.flaw == 'fails-behind' and self.first('failed'):
+            return self.simple(504)
+        if isinstance(status, str):
+            return self.xml(status)
+        self.simple(status) if status != 204 else self.head(204)
+
+    def find(self, path, slash):
+        if self.flaw == 'knows-no-propfind':
+            return self.simple(405)
+        if path not in self.store:
+            return self.simple(404)
+        if slash and self.store[path] is not None:
+            return self.simple(400)
+        found = [path]
+        if self.fields.get('depth') == '1':
+            found += [other for other in self.below(path) if other.rpartition('/')[0] == path]
+        self.xml(whole(*[self.describe(one) for one in found]))
+
+    def has_folder(self, path):
+        above = path.rpartition('/')[0]
+        return above in self.store and self.store[above] is None
+
+    def dav_put(self, path):
+        if not self.has_folder(path) or self.store.get(path, b'') is None:
+            return 409
+        if path in self.store and self.fields.get('if-none-match') and self.flaw != 'ignores-conditions':
+            return 412
+        is_new = path not in self.store
+        self.store[path] = self.payload
+        return 201 if is_new else 204
+
+    def dav_mkcol(self, path):
+        if path in self.store:
+            return 405
+        if not self.has_folder(path):
+            return 409
+        self.store[path] = None
+        return 201
+
+    def dav_delete(self, path):
+        if path not in self.store:
+            return 404
+        if self.flaw == 'keeps-what-is-locked':
+            locked = [other for other in self.below(path) if other.endswith('locked')]
+            if locked:
+                return whole(*['<D:response><D:href>' + quote(other) + '</D:href><D:status>HTTP/1.1 '
+                               f'{"423 Locked" if other in locked else "424 Failed"}</D:status></D:response>'
+                               for other in [path] + locked])
+        for other in self.below(path) + [path]:
+            del self.store[other]
+        return 204
+
+    def transfer(self, path, is_move):
+        destination = unquote(urlsplit(self.fields['destination']).path).rstrip('/')
+        if path not in self.store:
+            return 404
+        if not self.has_folder(destination):
+            return 409
+        is_new = destination not in self.store
+        if not is_new and self.fields.get('overwrite') == 'F':
+            return 412
+        if not is_new:
+            self.dav_delete(destination)
+        for other in [path] + self.below(path):
+            self.store[destination + other[len(path):]] = self.store[other]
+            if is_move:
+                del self.store[other]
+        return 201 if is_new else 204
+
+    def dav_copy(self, path):
+        return self.transfer(path, False)
+
+    def dav_move(self, path):
+        return self.transfer(path, True)
+
+    def dav_proppatch(self, path):
+        if self.flaw == 'sets-times':
+            times[path] = self.payload.decode().split('getlastmodified>')[1].split('<')[0]
+        status = '403 Forbidden' if self.flaw == 'keeps-times' else '200 OK'
+        return whole(f'<D:response><D:href>{quote(path)}</D:href><D:propstat><D:prop><D:getlastmodified/></D:prop>'
+                     f'<D:status>HTTP/1.1 {status}</D:status></D:propstat></D:response>')
