@@ -232,6 +232,7 @@ TEST(TarBounds, AreThoseOfTheOptions) {
     EXPECT_EQ(codeOf([] { open("same name twice", {.maximumEntries = 1}); }), 5);
     EXPECT_EQ(codeOf([] { open("many", {.maximumDirectoryMemory = 1'000'000}); }), 5);
     EXPECT_EQ(codeOf([] { open("many", {.maximumDirectoryMemory = 1'300'000}); }), -1);
+    EXPECT_EQ(codeOf([] { open("many", {.maximumEntries = 0xFFFFFFFF}); }), -1);
     EXPECT_EQ(codeOf([] { open("big gzip", {.maximumDecoded = 1'000'000}); }), 5);
     EXPECT_EQ(codeOf([] { open("compressed, xz", {.maximumDecoderMemory = 100'000}); }), 5);
 }
