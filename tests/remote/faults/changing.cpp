@@ -127,9 +127,11 @@ Scenario moveFolder() {
 Scenario copy(std::string name, Files const& before, Policy policy) {
     Files after = before;
     after["work/to"] = newBytes;
-    return change(std::move(name), before, after, [policy](Stage const& stage) {
+    Scenario result = change(std::move(name), before, after, [policy](Stage const& stage) {
         stage.provider->copyFile(stage.at("work/from"), stage.item("work/to"), {policy, 0, {}});
     });
+    result.cleansUp = true; // some servers copy to another name first
+    return result;
 }
 
 Scenario removeTree() {

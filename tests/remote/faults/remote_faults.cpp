@@ -28,6 +28,7 @@ int run(Extent extent, std::string const& wanted, std::string const& word) {
                 continue;
             }
             Tally const before = result.sum();
+            std::size_t const told = result.findings.size();
             Clock::time_point const begun = Clock::now();
             sweep(target, scenario, extent, result);
             Tally const after = result.sum();
@@ -35,6 +36,9 @@ int run(Extent extent, std::string const& wanted, std::string const& word) {
                         scenario.name.c_str(), after.injected - before.injected,
                         after.findings() - before.findings(),
                         std::chrono::duration<double>(Clock::now() - begun).count());
+            for (std::size_t i = told; i < result.findings.size(); ++i) {
+                std::printf("    %s\n", result.findings[i].c_str());
+            }
             std::fflush(stdout);
         }
     }

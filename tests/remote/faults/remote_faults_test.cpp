@@ -51,6 +51,11 @@ TEST_F(FaultsOnTheLine, FindNothingInTheReadingOfTheWeb) {
     expectNothingFound("web");
 }
 
+TEST_F(FaultsOnTheLine, FindNothingInTheUseOfWebDav) {
+    VFS_NEEDS_SERVER("VFS_TEST_DAV_FAULT_BASIC_URL");
+    expectNothingFound("dav");
+}
+
 TEST_F(FaultsOnTheLine, FindNothingInTheUseOfAStore) {
     VFS_NEEDS_SERVER("VFS_TEST_S3_FAULT_ENDPOINT");
     expectNothingFound("s3");

@@ -116,9 +116,6 @@ void print(SweepResult const& result) {
         printLine(kind, tally);
     }
     printLine("in all", result.sum());
-    for (std::string const& finding : result.findings) {
-        std::printf("    %s\n", finding.c_str());
-    }
     std::fflush(stdout);
 }
 

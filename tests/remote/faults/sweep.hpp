@@ -38,6 +38,7 @@ void prepare(Target const& target);
 /// the result.
 void sweep(Target const& target, Scenario const& scenario, Extent extent, SweepResult& result);
 
+/// The table.
 void print(SweepResult const& result);
 
 } // namespace remote_faults
