@@ -7,8 +7,10 @@
 #include <spawn.h>
 #include <sstream>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace bench {
 
@@ -30,9 +32,8 @@ class Silence {
     posix_spawn_file_actions_t actions_{};
 };
 
-} // namespace
-
-void runProgram(std::vector<std::string> arguments) {
+/// Returns what it used.
+struct rusage runToItsEnd(std::vector<std::string> arguments) {
     std::vector<char*> pointers;
     pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
@@ -48,9 +49,22 @@ void runProgram(std::vector<std::string> arguments) {
         fail(arguments.front());
     }
     int status = 0;
-    if (::waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    struct rusage usage {};
+    if (::wait4(child, &status, 0, &usage) != child || !WIFEXITED(status) ||
+        WEXITSTATUS(status) != 0) {
         throw std::runtime_error(arguments.front() + " failed");
     }
+    return usage;
+}
+
+} // namespace
+
+void runProgram(std::vector<std::string> arguments) {
+    runToItsEnd(std::move(arguments));
+}
+
+double peakMemoryOf(std::vector<std::string> arguments) {
+    return static_cast<double>(runToItsEnd(std::move(arguments)).ru_maxrss) / 1024;
 }
 
 bool isInstalled(std::string const& program) {
