@@ -72,6 +72,16 @@ TEST_F(LyingStore, PutsOnlyWhereNothingIs) {
     }
 }
 
+TEST_F(LyingStore, SendsOnceWhatIsToBeDoneOnceOnAConnectionThatIsUsedAgain) {
+    Bucket const bucket = this->bucket("loses-the-answer-to-put");
+    EXPECT_EQ(tagOf(bucket), "none");
+    EXPECT_EQ(put(bucket, "one", {.onlyIfMissing = true}).failure, "");
+    EXPECT_EQ(server_.countOf("PUT"), 1U);
+    EXPECT_EQ(server_.countOf("on-connection: 1"), 2U);
+    EXPECT_EQ(put(bucket, "two", {.onlyIfMissing = true}).code, 3);
+    EXPECT_EQ(server_.countOf("on-connection: 3"), 2U); // the second one was made, and not used
+}
+
 TEST_F(LyingStore, TakesNoObjectOfOthersForItsOwn) {
     for (std::string const behaviour : {"loses-put-to-another", "loses-put-to-an-older-one"}) {
         Bucket const bucket = this->bucket(behaviour);

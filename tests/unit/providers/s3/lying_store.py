@@ -2,7 +2,7 @@
 
 Prints two ports of the loopback interface, and serves them until its standard input ends; with a
 certificate a third one, for TLS. Every request is appended to LOG before it is answered: port,
-method, target and its fields, separated by a tab each.
+method, target, its fields, and the number of the connection, separated by a tab each.
 
 The name of a bucket is how it behaves, up to the first dot; it comes to be when it is first named.
 Every signature is checked, but for those of buckets that are `open`."""
@@ -26,6 +26,7 @@ log = open(sys.argv[1], 'a', buffering=1)
 lock = threading.RLock()
 buckets = {}
 ports = []
+connections = [0]
 XML = '<?xml version="1.0" encoding="UTF-8"?>\n'
 
 
@@ -62,6 +63,8 @@ class Connection:
     def __init__(self, connection, port):
         self.socket, self.port, self.file = connection, port, connection.makefile('rb')
         self.clock_offset = 0
+        with lock:
+            self.number = connections[0] = connections[0] + 1
 
     def serve(self):
         try:
@@ -85,7 +88,8 @@ class Connection:
             self.fields[name.lower()] = value.strip()
         with lock:
             log.write('\t'.join([str(self.port), self.method, self.target] +
-                                [f'{k}: {v}' for k, v in self.fields.items()]) + '\n')
+                                [f'{k}: {v}' for k, v in self.fields.items()] +
+                                [f'on-connection: {self.number}']) + '\n')
         self.body = self.file.read(int(self.fields.get('content-length', 0)))
         self.signed = dict(self.fields)
         path, _, query = self.target.partition('?')

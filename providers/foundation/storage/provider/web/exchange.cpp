@@ -47,6 +47,7 @@ Exchange::Exchange(ConnectionPool& pool, Request const& request, WebOptions cons
     : url_(request.url),
       stallTimeout_(options.stallTimeout),
       channel_(pool.lend()),
+      isRepeatable_(request.isRepeatable),
       body_(request.body) {
     for (auto const& [name, value] : request.headers.fields()) {
         std::string line = name;
@@ -103,8 +104,7 @@ void Exchange::set(Request const& request, WebOptions const& options) {
     // A search for an address cannot be called off; it is not waited for when time is over.
     option(CURLOPT_QUICK_EXIT, 1L);
 #endif
-    // The library sends again by itself what had no answer on a connection that was used before.
-    if (request.isOnNewConnection || !request.isRepeatable) {
+    if (request.isOnNewConnection || (!request.isRepeatable && !request.isTraceable)) {
         option(CURLOPT_FRESH_CONNECT, 1L);
     }
     if (options.proxy) {
@@ -145,6 +145,11 @@ void Exchange::set(Request const& request, WebOptions const& options) {
 
 int Exchange::noteConnection(void* exchange, char*, char*, int, int localPort) noexcept {
     auto& self = *static_cast<Exchange*>(exchange);
+    // The library sends again by itself what had no answer on a connection that was used before.
+    if (self.isConnected_ && !self.isRepeatable_) {
+        self.isHeldBack_ = true;
+        return CURL_PREREQFUNC_ABORT;
+    }
     self.isConnected_ = true;
     long made = 0;
     ::curl_easy_getinfo(self.channel_->easy, CURLINFO_NUM_CONNECTS, &made);
@@ -161,7 +166,7 @@ bool Exchange::isSpoiled() const noexcept {
     bool const isNoAnswer = isEnded_ && received_ == 0 &&
                             (result_ == CURLE_UNSUPPORTED_PROTOCOL ||
                              result_ == CURLE_WEIRD_SERVER_REPLY || result_ == CURLE_HTTP2);
-    return isConnectionSpoiled_ || (isConnectionOld_ && isNoAnswer);
+    return isConnectionSpoiled_ || (isConnectionOld_ && isNoAnswer && isRepeatable_);
 }
 
 std::size_t Exchange::giveBody(char* buffer, std::size_t, std::size_t size, void* exchange) {
@@ -324,6 +329,9 @@ void Exchange::failByResult() const {
     if (isConnectionSpoiled_) {
         throw Failure(ErrorCode::IOError, "the server sent bytes that nobody asked for",
                       IsHarmless);
+    }
+    if (isHeldBack_) {
+        throw Failure(ErrorCode::IOError, "the connection was lost", MayHelp);
     }
     if (isHeadTooLarge_) {
         throw Failure(ErrorCode::IOError, "the server sent more headers than are taken");

@@ -38,7 +38,10 @@ struct Request {
     bool isOnNewConnection = false; ///< whether none that is open already may be used
     std::optional<Body> body = {};  ///< an empty one is sent as such: with the length 0
     bool isRepeatable = true;       ///< whether it does no harm when it is sent twice
-    bool followsRedirects = true;   ///< else a redirect is the answer
+    /// Whether the sender finds out what has become of one that was lost. Otherwise one that is not
+    /// repeatable goes on a new connection, as an old one may be at its end.
+    bool isTraceable = false;
+    bool followsRedirects = true; ///< else a redirect is the answer
 };
 
 struct AnswerHead {
@@ -101,6 +104,7 @@ class Exchange {
     std::unique_ptr<curl_slist, ListDeleter> fields_;
     ConnectionPool::Lent channel_;
 
+    bool const isRepeatable_;
     std::optional<Body> const body_;
     std::uint64_t given_ = 0; ///< bytes of the body that is sent
     std::exception_ptr bodyFailure_;
@@ -113,6 +117,7 @@ class Exchange {
     bool isConnected_ = false;
     bool isConnectionOld_ = false;
     bool isConnectionSpoiled_ = false;
+    bool isHeldBack_ = false; ///< from being sent twice
     bool isPaused_ = false;
     bool isEnded_ = false;
     CURLcode result_ = CURLE_OK; ///< where it has ended

@@ -88,6 +88,7 @@ std::unique_ptr<web::Exchange> Store::send(Question const& question, web::Deadli
         request.body = web::Body::of(*question.body);
     }
     request.isRepeatable = isRepeatable;
+    request.isTraceable = true; // see Inquiry
     for (bool isMended = false;; isMended = true) {
         auto answer = client_.send(request, deadline);
         web::AnswerHead const& head = answer->head(deadline);
