@@ -10,6 +10,7 @@
 #include <iterator>
 #include <random>
 #include <stdexcept>
+#include <utility>
 
 namespace fault_sweep {
 
@@ -139,12 +140,19 @@ class FlushKilling {
 std::vector<KillResult> killFlushes(KillOptions const& options) {
     fs::create_directories(options.folder);
     std::string const archive = "zip:" + options.folder + "/archive.zip!/";
+    std::vector<std::pair<std::string, std::string>> works{
+        {"cp, into an archive", archive},
+        {"cp, into an archive in an archive", "zip:" + archive + "inner.zip!/"}};
+    std::erase_if(works, [&](auto const& work) {
+        return work.first.find(options.only) == std::string::npos;
+    });
     std::vector<KillResult> results;
-    results.push_back(
-        FlushKilling(options, "cp, into an archive", archive).run((options.kills + 1) / 2));
-    results.push_back(
-        FlushKilling(options, "cp, into an archive in an archive", "zip:" + archive + "inner.zip!/")
-            .run(options.kills / 2));
+    std::size_t left = options.kills;
+    for (std::size_t i = 0; i < works.size(); ++i) {
+        std::size_t const share = left / (works.size() - i);
+        left -= share;
+        results.push_back(FlushKilling(options, works[i].first, works[i].second).run(share));
+    }
     fs::remove_all(options.folder);
     return results;
 }
