@@ -69,6 +69,15 @@ void Invocation::sumUp(WorkTally const& done, std::string const& verb) const {
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
+void Invocation::wouldWrite(Location const& location) {
+    namespace vfs = foundation::storage::vfs;
+    if (!rehearsal_) {
+        rehearsal_ = std::make_shared<Rehearsal>(host_.system());
+        rehearsed_.emplace(std::weak_ptr<vfs::StorageSystem>(rehearsal_));
+    }
+    rehearsal_->begin(location.iri);
+}
+
 void Invocation::changed(Location const& location) {
     changed_.emplace(system().buildProvider(location.iri.toStorageIRI()).get(), location);
 }

@@ -4,6 +4,7 @@
 #include "host.hpp"
 #include "location.hpp"
 #include "new_archive.hpp"
+#include "rehearsal.hpp"
 #include "work_tally.hpp"
 
 #include <foundation/storage/provider/i_provider.hpp>
@@ -11,6 +12,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -26,7 +28,7 @@ class Invocation {
     Invocation(Host& host, std::string command);
 
     foundation::storage::vfs::StorageSystemReference const& system() const {
-        return host_.system();
+        return rehearsed_ ? *rehearsed_ : host_.system();
     }
     Output& output() { return host_.output(); }
     Host& host() { return host_; }
@@ -56,6 +58,8 @@ class Invocation {
     /// Before something is written there: begins the archive that it lies in, where that is
     /// missing. Throws what the storage throws.
     void aboutToWrite(Location const& location) { newArchives_.begin(system(), location); }
+    /// The same for a rehearsal: from now on the archive seems to be there, empty.
+    void wouldWrite(Location const& location);
     /// To be told of each change: storages that keep changes back write them out at the end.
     void changed(Location const& location);
 
@@ -69,6 +73,8 @@ class Invocation {
     FailureTally failures_;
     std::map<foundation::storage::provider::IProvider*, Location> changed_;
     NewArchives newArchives_;
+    std::shared_ptr<Rehearsal> rehearsal_;
+    std::optional<foundation::storage::vfs::StorageSystemReference> rehearsed_;
 };
 
 } // namespace cli

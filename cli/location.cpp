@@ -107,13 +107,30 @@ Location parseLocation(std::string const& typed) {
     return {typed, foundation::storage::vfs::AbsoluteIRI(std::move(iri), true)};
 }
 
+namespace {
+
+// An item below a folder as an IRI, with the plain path in its inner place where the folder was
+// typed with one.
+std::string spelledAs(Location const& folder, foundation::storage::vfs::AbsoluteIRI const& item) {
+    ustring const whole = item.toString();
+    ustring const base = folder.iri.toString();
+    ustring const typed = fl::i18n::storageNameToUstring(folder.typed);
+    ustring const expanded = folder.iri.toStorageIRI().hasInnerIRI() ? expand(typed) : typed;
+    if (expanded == typed || !base.starts_with(expanded) || !whole.starts_with(base)) {
+        return fl::i18n::toDisplayString(whole);
+    }
+    return folder.typed + fl::i18n::toDisplayString(whole.substr(expanded.size()));
+}
+
+} // namespace
+
 Location childLocation(Location const& folder, ustring const& name) {
     using foundation::storage::vfs::hasIRIPrefix;
     foundation::storage::vfs::AbsoluteIRI iri(folder.iri, name);
     bool const isPath = folder.iri.getScheme() == u"file" &&
                         !hasIRIPrefix(fl::i18n::storageNameToUstring(folder.typed));
     if (!isPath) {
-        std::string text = fl::i18n::toDisplayString(iri.toString());
+        std::string text = spelledAs(folder, iri);
         return {std::move(text), std::move(iri)};
     }
     std::string path = folder.typed + (folder.wantsFolder() ? "" : "/");

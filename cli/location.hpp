@@ -24,7 +24,7 @@ struct Location {
 Location parseLocation(std::string const& typed);
 
 /// The item `name` in `folder`, spelled as the folder was: a path behind a path, and otherwise an
-/// IRI. Throws what AbsoluteIRI throws.
+/// IRI, with the item that is looked into as it was typed. Throws what AbsoluteIRI throws.
 Location childLocation(Location const& folder, fl::i18n::ustring const& name);
 
 } // namespace cli

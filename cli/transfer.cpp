@@ -39,12 +39,7 @@ Location destinationFor(Location const& source, Location const& last, bool isFol
     if (!isFolder || endsInDots(source.typed)) {
         return last;
     }
-    std::string typed = last.typed;
-    if (!last.wantsFolder()) {
-        typed += '/';
-    }
-    fl::i18n::ustring const& name = source.iri.getName();
-    return {typed + fl::i18n::toDisplayString(name), vfs::AbsoluteIRI(last.iri, name)};
+    return childLocation(last, source.iri.getName());
 }
 
 Transfer transferOf(TransferRun const& run, Location const& source, Location const& last,
@@ -170,9 +165,7 @@ void forEachTransfer(TransferRun& run, std::vector<std::string> const& operands,
     }
     bool isFolder = false;
     bool const usable = invocation.attempt(std::span(&*last, 1), [&] {
-        if (!run.wishes().dryRun) {
-            invocation.aboutToWrite(*last);
-        }
+        run.aboutToWrite(*last);
         isFolder =
             !run.wishes().asNamed && vfs::Folder(last->iri, invocation.system()).folderExists();
         if (!isFolder && operands.size() > 2) {

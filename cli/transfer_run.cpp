@@ -135,6 +135,14 @@ TransferRun::TransferRun(Invocation& invocation, TransferWishes const& wishes, s
       wishes_(wishes),
       verb_(std::move(verb)) {}
 
+void TransferRun::aboutToWrite(Location const& destination) {
+    if (wishes_.dryRun) {
+        invocation_.wouldWrite(destination);
+    } else {
+        invocation_.aboutToWrite(destination);
+    }
+}
+
 Transferred TransferRun::copyFile(FileToCopy const& file, PlacesOf const& places) {
     Transferred result = Transferred::Failed;
     attempt(places, [&] {

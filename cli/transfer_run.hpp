@@ -101,6 +101,9 @@ class TransferRun {
     /// are copied where the destination has no links.
     Transferred copyFile(FileToCopy const& file, PlacesOf const& places);
 
+    /// Before something comes to a destination: begins the archive that it lies in, where that is
+    /// missing; but a rehearsal begins none. Throws what the storage throws.
+    void aboutToWrite(Location const& destination);
     /// How many files are worth a second thread.
     static constexpr std::size_t worthOtherThreads = 16;
     /// Whether files of this size may be copied together: where nobody is asked, and nobody waits

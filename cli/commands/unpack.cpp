@@ -78,11 +78,7 @@ int runUnpack(Host& host, Words const& words) {
         std::optional<Location> root;
         if (invocation.attempt(std::span(&*archive, 1),
                                [&] { root = insideOf(invocation, *archive); }) &&
-            invocation.attempt(std::span(&*folder, 1), [&] {
-                if (!run.wishes().dryRun) {
-                    invocation.aboutToWrite(*folder);
-                }
-            })) {
+            invocation.attempt(std::span(&*folder, 1), [&] { run.aboutToWrite(*folder); })) {
             run.foresee({root->typed, folder->typed});
             TreeCopy(run, *root, *folder, nullptr).copy();
             if (!run.wishes().dryRun) {

@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 namespace cli_test {
 namespace {
@@ -113,6 +115,54 @@ TEST(CommandsInArchives, LeaveNothingWhereNothingIsWritten) {
     EXPECT_EQ(vfs(folder, {"cp", "missing", "zip:a.zip!/"}).code, 1);
     EXPECT_EQ(vfs(folder, {"put", "-i", "missing", "zip:a.zip!/x"}).code, 1);
     EXPECT_FALSE(fs::exists(folder / "a.zip"));
+}
+
+TEST(CommandsInArchives, AreRehearsedWithoutBeginningWhatIsMissing) {
+    std::vector<std::vector<std::string>> const commands{
+        {"cp", "-r", "tree", "zip:a.zip"},
+        {"cp", "-r", "tree", "zip:a.zip!/"},
+        {"cp", "-rT", "tree", "zip:a.zip!/"},
+        {"cp", "-rL", "tree", "zip:a.zip!/"},
+        {"cp", "tree/tool", "tree/sub/text", "zip:a.zip!/"},
+        {"cp", "tree/tool", "zip:a.zip!/name"},
+        {"cp", "-r", "tree", "zip:zip:a.zip!/inner.zip!/name"},
+        {"mv", "tree", "zip:a.zip!/"},
+        {"mv", "-T", "tree", "zip:a.zip!/"},
+        {"unpack", "there.zip", "zip:a.zip!/"},
+    };
+    for (std::vector<std::string> command : commands) {
+        SCOPED_TRACE(::testing::PrintToString(command));
+        TemporaryFolder folder;
+        makeTree(folder);
+        ASSERT_EQ(vfs(folder, {"pack", "tree", "there.zip"}).code, 0);
+        std::string const before = shell(folder, "find . -printf '%p %T@\\n' | sort").out;
+        command.insert(command.begin() + 1, "--dry-run");
+        Outcome const rehearsal = vfs(folder, command);
+        EXPECT_EQ(rehearsal.err, "");
+        EXPECT_THAT(rehearsal.out, HasSubstr(" -> zip:"));
+        EXPECT_EQ(shell(folder, "find . -printf '%p %T@\\n' | sort").out, before);
+        command[1] = "-v";
+        EXPECT_EQ(vfs(folder, command).out, rehearsal.out);
+    }
+}
+
+TEST(CommandsInArchives, AreRehearsedWithWhatWouldFail) {
+    TemporaryFolder folder;
+    makeTree(folder);
+    for (std::vector<std::string> command : std::vector<std::vector<std::string>>{
+             {"cp", "-r", "tree", "zip:missing/a.zip!/"},
+             {"cp", "-r", "tree", "zip:zip:a.zip!/missing/inner.zip!/"},
+             {"cp", "tree/tool", "zip:a.zip!/missing/"},
+             {"cp", "tree/tool", "tar:a.tar!/name"},
+         }) {
+        SCOPED_TRACE(::testing::PrintToString(command));
+        command.insert(command.begin() + 1, "--dry-run");
+        Outcome const rehearsal = vfs(folder, command);
+        EXPECT_EQ(rehearsal.code, 1);
+        command.erase(command.begin() + 1);
+        EXPECT_EQ(vfs(folder, command).err, rehearsal.err);
+        EXPECT_FALSE(fs::exists(folder / "a.zip"));
+    }
 }
 
 TEST(CommandsInArchives, MoveRemoveAndCreate) {

@@ -79,7 +79,11 @@ TEST(CommandLocation, SpellsAChildAsItsFolderWasSpelled) {
              Row{"file:///tmp", "file:///tmp/a b%25"},
              Row{"file:/tmp/", "file:/tmp/a b%25"},
              Row{"mem:", "mem:/a b%25"},
-             Row{"zip:/x.zip", "zip:file:///x.zip!/a b%25"},
+             Row{"zip:/x.zip", "zip:/x.zip!/a b%25"},
+             Row{"zip:x.zip!/", "zip:x.zip!/a b%25"},
+             Row{"zip:x.zip!/d", "zip:x.zip!/d/a b%25"},
+             Row{"zip:tar:x y%.tar!/i.zip", "zip:tar:x y%.tar!/i.zip!/a b%25"},
+             Row{"zip:file:///x.zip!/d", "zip:file:///x.zip!/d/a b%25"},
          }) {
         cli::Location const folder = cli::parseLocation(row.folder);
         cli::Location const child = cli::childLocation(folder, u"a b%");

@@ -26,9 +26,8 @@ class CommandTar : public ::testing::Test {
 TEST_F(CommandTar, ListsACompressedArchive) {
     ASSERT_EQ(shell(folder_, "tar czf a.tar.gz a").code, 0);
 
-    std::string const location = "tar:file://" + (folder_ / "a.tar.gz").string();
     EXPECT_EQ(vfs(folder_, {"ls", "-R", "tar:a.tar.gz!/a"}).out,
-              "tar:a.tar.gz!/a:\nfile\nlink\nsub/\n\n" + location + "!/a/sub:\ndeep\n");
+              "tar:a.tar.gz!/a:\nfile\nlink\nsub/\n\ntar:a.tar.gz!/a/sub:\ndeep\n");
     EXPECT_EQ(vfs(folder_, {"cat", "tar:a.tar.gz!/a/sub/deep"}).out, "deep");
 }
 
