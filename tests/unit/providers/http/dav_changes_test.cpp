@@ -49,10 +49,9 @@ TEST_F(DavChanges, TakeFewRequests) {
     EXPECT_EQ(spent([&] { list(root); }), 1U);
     EXPECT_EQ(spent([&] { provider_->exists(at(root + "file")); }), 1U);
     EXPECT_EQ(spent([&] { copy(root + "written", root + "copy", FailIfExists); }), 5U);
-    EXPECT_EQ(spent([&] {
-                  provider_->moveFile(at(root + "copy"), at(root + "moved"), FailIfExists);
-              }),
-              4U);
+    EXPECT_EQ(
+        spent([&] { provider_->moveFile(at(root + "copy"), at(root + "moved"), FailIfExists); }),
+        4U);
     EXPECT_EQ(spent([&] {
                   provider_->moveFolder(at(root + "folder"), at(root + "other"), FailIfExists);
               }),
@@ -103,10 +102,9 @@ TEST_F(DavChanges, AreSentAgainWhereNothingWasDone) {
     provider_->createFolder(at(root + "folder"));
     provider_->createFile(at(root + "file"));
     write(root + "file", "bytes");
-    EXPECT_EQ(codeOf([&] {
-                  provider_->moveFile(at(root + "file"), at(root + "moved"), FailIfExists);
-              }),
-              9);
+    EXPECT_EQ(
+        codeOf([&] { provider_->moveFile(at(root + "file"), at(root + "moved"), FailIfExists); }),
+        9);
     EXPECT_EQ(server_.countOf("\tMOVE\t"), 1U);
     EXPECT_EQ(codeOf([&] { copy(root + "file", root + "copy", FailIfExists); }), 9); // its move
     EXPECT_THAT(list(root), UnorderedElementsAre("file", "folder/")); // nothing beside it
@@ -144,8 +142,9 @@ TEST_F(DavChanges, ShowAFileWhenItIsComplete) {
     provider_->openStream(at(root + "file"), {})->write("gone", 4); // and never closed
     EXPECT_EQ(bytesOf(root + "file"), "bytes");
     // Nothing is sent where nothing was changed.
-    provider_->openStream(at(root + "file"), {ByteStreamAccess::ReadWrite,
-                                              ByteStreamCreation::OpenExisting, 1, 1})
+    provider_
+        ->openStream(at(root + "file"),
+                     {ByteStreamAccess::ReadWrite, ByteStreamCreation::OpenExisting, 1, 1})
         ->close();
     EXPECT_EQ(asked("PUT"), 1U);
 }

@@ -80,7 +80,8 @@ TEST_F(DavListing, ReadsNumbersAndTimesAsTheyAreOrNotAtAll) {
         sizes.push_back(values.size);
         created.push_back(values.created ? values.created->seconds : -1);
     }
-    EXPECT_THAT(sizes, ElementsAre(18'446'744'073'709'551'615U, std::nullopt, std::nullopt, 7U, 8U));
+    EXPECT_THAT(sizes,
+                ElementsAre(18'446'744'073'709'551'615U, std::nullopt, std::nullopt, 7U, 8U));
     EXPECT_THAT(created, ElementsAre(1, 1, -1, 1, -1));
 }
 

@@ -19,7 +19,6 @@ namespace foundation::storage::provider::zip {
 using detail::ArchiveIndex;
 using detail::EntryKind;
 using detail::LastLink;
-using Kinds = ZipSelection::Kinds;
 
 namespace {
 
@@ -42,14 +41,6 @@ char const* methodName(std::uint16_t method) {
         return "xz";
     }
     return "unknown";
-}
-
-std::string octal(unsigned mode) {
-    std::string text(4, '0');
-    for (auto digit = text.rbegin(); digit != text.rend(); ++digit, mode >>= 3) {
-        *digit = static_cast<char>('0' + (mode & 7U));
-    }
-    return text;
 }
 
 } // namespace
@@ -366,7 +357,8 @@ ExtendedAttributes ZipProvider::getExtendedAttributes(StorageIRI const& location
     return ask(location, [&](auto const& tree, View const& view, auto const& walkTo) {
         auto const entry = described(walkTo, location);
         ArchiveIndex const& index = *view.archive->index;
-        ExtendedAttributes result{{"posix.mode", octal(tree.attributesOf(entry).mode.value_or(0))}};
+        ExtendedAttributes result{
+            {"posix.mode", container::octal(tree.attributesOf(entry).mode.value_or(0))}};
         if (entry == tree.rootHandle() && index.leftOut() != 0) {
             result["zip.left-out"] = std::to_string(index.leftOut());
         }
@@ -485,39 +477,6 @@ std::unique_ptr<IFolderEntryIterator> ZipProvider::list(StorageIRI const& locati
         return cursorOver(tree, view.archive->index, view.pending, folder, location,
                           std::move(selection));
     });
-}
-
-std::unique_ptr<IFolderEntryIterator> ZipProvider::listAll(StorageIRI const& location,
-                                                           ustring const& filter) const {
-    return list(location, {Kinds::All, true, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator> ZipProvider::listFiles(StorageIRI const& location,
-                                                             ustring const& filter) const {
-    return list(location, {Kinds::Files, true, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator> ZipProvider::listFolders(StorageIRI const& location,
-                                                               ustring const& filter) const {
-    return list(location, {Kinds::Folders, true, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator> ZipProvider::listAllNamesOnly(StorageIRI const& location,
-                                                                    ustring const& filter) const {
-    return list(location, {Kinds::All, false, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator> ZipProvider::listFilesNamesOnly(StorageIRI const& location,
-                                                                      ustring const& filter) const {
-    return list(location, {Kinds::Files, false, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator>
-ZipProvider::listFoldersNamesOnly(StorageIRI const& location, ustring const& filter) const {
-    return list(location, {Kinds::Folders, false, false, filter});
-}
-std::unique_ptr<IFolderEntryIterator> ZipProvider::listAllRecursive(StorageIRI const& location,
-                                                                    ustring const& filter) const {
-    return list(location, {Kinds::All, true, true, filter});
-}
-std::unique_ptr<IFolderEntryIterator>
-ZipProvider::listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const {
-    return list(location, {Kinds::All, false, true, filter});
 }
 
 } // namespace foundation::storage::provider::zip

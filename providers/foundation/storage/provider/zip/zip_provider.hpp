@@ -1,11 +1,11 @@
 #pragma once
 
+#include <foundation/storage/provider/container/archive_provider.hpp>
 #include <foundation/storage/provider/container/item_streams.hpp>
 #include <foundation/storage/provider/extensions/i_flushable_filesystem.hpp>
 #include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
-#include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/provider/zip/detail/archive_index.hpp>
 #include <foundation/storage/provider/zip/detail/archive_walk.hpp>
@@ -31,7 +31,7 @@ namespace foundation::storage::provider::zip {
 /// changes meanwhile gives code ResourceInUse. What is pending when the provider goes, goes too.
 ///
 /// Safe on any thread. Failures are provider::Exception.
-class ZipProvider final : public IProvider,
+class ZipProvider final : public container::ArchiveProvider,
                           public extensions::IFlushableFilesystem,
                           public extensions::IFolderAttributes,
                           public extensions::ILinks,
@@ -79,23 +79,6 @@ class ZipProvider final : public IProvider,
 
     std::unique_ptr<ByteStream> openReplacement(StorageIRI const& location,
                                                 ReplacementPolicy const& policy) override;
-
-    std::unique_ptr<IFolderEntryIterator> listAll(StorageIRI const& location,
-                                                  ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator> listFiles(StorageIRI const& location,
-                                                    ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator> listFolders(StorageIRI const& location,
-                                                      ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator> listAllNamesOnly(StorageIRI const& location,
-                                                           ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator> listFilesNamesOnly(StorageIRI const& location,
-                                                             ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator>
-    listFoldersNamesOnly(StorageIRI const& location, ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator> listAllRecursive(StorageIRI const& location,
-                                                           ustring const& filter) const override;
-    std::unique_ptr<IFolderEntryIterator>
-    listAllRecursiveNamesOnly(StorageIRI const& location, ustring const& filter) const override;
 
     ustring readLink(StorageIRI const& location) const override;
     void createLink(StorageIRI const& location, ustring const& target) override;
@@ -162,7 +145,7 @@ class ZipProvider final : public IProvider,
     Tree::Place walkTo(View const& view, StorageIRI const& location, detail::LastLink last,
                        Node* from, std::string_view path) const;
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location,
-                                               ZipSelection selection) const;
+                                               ZipSelection selection) const override;
 
     /// With the archive's changes kept from anybody else.
     template<class Change>
