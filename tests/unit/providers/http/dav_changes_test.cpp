@@ -188,6 +188,22 @@ TEST_F(DavChanges, NameTheItemThatKeepsAFolder) {
     EXPECT_EQ(codeOf([&] { provider_->removeFolderRecursively(at(root)); }), 6); // below it
 }
 
+// A folder that counted as a file would go with all that is in it.
+TEST_F(DavChanges, LeaveAloneWhatTheServerDoesNotTellTheKindOf) {
+    for (std::string const root : {"/dav-keeps-kinds-back/", "/dav-tells-no-kinds/"}) {
+        provider_->createFolder(at(root + "folder"));
+        EXPECT_EQ(codeOf([&] { provider_->removeFile(at(root + "folder")); }), 9) << root;
+        EXPECT_EQ(codeOf([&] { replacement(root + "folder", ReplaceExisting); }), 9) << root;
+        EXPECT_EQ(codeOf([&] { provider_->openStream(at(root + "folder"), {}); }), 9) << root;
+        EXPECT_EQ(codeOf([&] {
+                      provider_->moveFile(at(root + "folder"), at(root + "moved"), FailIfExists);
+                  }),
+                  9)
+            << root;
+        EXPECT_EQ(asked("DELETE") + asked("MOVE") + asked("PUT"), 0U) << root;
+    }
+}
+
 TEST_F(DavChanges, SetTimesWhereTheServerTakesThem) {
     auto const time = toPtime({1'000'000'000, 0});
     provider_->createFile(at("/dav-sets-times/file"));

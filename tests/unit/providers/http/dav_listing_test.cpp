@@ -55,8 +55,21 @@ TEST_F(DavListing, DeliversNoNameThatLeadsOutOfTheFolder) {
     EXPECT_THAT(list("/xml-names-that-escape/"), ElementsAre("good", "%2e%2e"));
 }
 
+// Whoever moves a tree elsewhere removes it behind that, with all that was not delivered.
+TEST_F(DavListing, IsRefusedWhereAnItemOfTheFolderCannotBeDelivered) {
+    for (int i = 0; i < 12; ++i) {
+        EXPECT_EQ(list("/xml-unreadable-" + std::to_string(i) + '/'), Names{"code 9"}) << i;
+    }
+}
+
+TEST_F(DavListing, TakesSeveralSlashesForOne) {
+    EXPECT_THAT(list("/xml-slashes/"), ElementsAre("file", "folder/", "other"));
+}
+
 TEST_F(DavListing, DeliversEachNameOnce) {
     EXPECT_THAT(list("/xml-twice/"), ElementsAre("file"));
+    EXPECT_EQ(list("/xml-of-two-kinds/"), Names{"code 9"});
+    EXPECT_EQ(list("/xml-itself-of-two-kinds/"), Names{"code 9"});
 }
 
 TEST_F(DavListing, DeliversWithoutAttributesWhatItMayNotKnow) {
@@ -90,6 +103,7 @@ TEST_F(DavListing, RefusesXmlThatIsMeantToDoHarm) {
     EXPECT_EQ(list("/xml-outside-entity/"), Names{"code 9"});
     EXPECT_EQ(list("/xml-many-attributes/"), Names{"code 9"});
     EXPECT_EQ(list("/xml-many-tags/"), Names{"code 5"});
+    EXPECT_EQ(list("/xml-attributes-of-nothing/"), Names{"code 5"});
     EXPECT_EQ(list("/xml-endless/"), Names{"code 5"});
 }
 

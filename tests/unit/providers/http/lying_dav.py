@@ -41,10 +41,13 @@ LISTINGS = {
                       '<status>HTTP/2 200</status></propstat></response></multistatus>',
     'names-that-escape': whole(
         folder('{self}'), *[part(name) for name in [
-            '../up', '{self}../../etc/passwd', '{self}%2e%2e', '{self}.', '{self}a%2Fb', '{self}a%00b', '{self}/',
-            '{self}deep/er', '/elsewhere/file', '/xml-names-that-escapee', '{self}%zz', '{self}%4', '{self}a?b',
-            '//host{self}file', 'mailto:a@b', '']], part('{self}good'), part('{self}%252e%252e')),
-    'twice': whole(folder('{self}'), part('{self}file'), part('{self}fil%65'), folder('{self}file/')),
+            '../up', '{self}../../etc/passwd', '{self}%2e%2e', '{self}.', '{self}deep/er', '/elsewhere/file',
+            '/xml-names-that-escapee', '/xml-names-that-escape?x', '//host/file', 'mailto:a@b', '']],
+        part('{self}good'), part('{self}%252e%252e')),
+    'slashes': whole(folder('/{self}'[1:] + '/'), part('{self}/file'), folder('.//folder//'), part('./other')),
+    'twice': whole(folder('{self}'), part('{self}file'), part('{self}fil%65')),
+    'of-two-kinds': whole(folder('{self}'), part('{self}file'), folder('{self}file/')),
+    'itself-of-two-kinds': whole(folder('{self}'), part('{self}')),
     'failing-parts': whole(
         folder('{self}'), part('{self}denied', status='HTTP/1.1 403 Forbidden'),
         '<D:response><D:href>{self}gone</D:href><D:status>HTTP/1.1 404 Not Found</D:status></D:response>',
@@ -62,6 +65,7 @@ LISTINGS = {
     'many-tags': whole(folder('{self}'), '<D:a/>' * 100_000),
     'many-attributes': whole('<D:response ' + ' '.join(f'a{i}="x"' for i in range(1000)) + '><D:href>{self}</D:href>'
                              '</D:response>'),
+    'attributes-of-nothing': whole(folder('{self}'), '<a' + ' a=""' * 100_000 + '/>'),
     'endless': whole(folder('{self}'), ' ' * 3_000_000),
     'no-xml': 'the folder is empty',
     'broken-off': whole(folder('{self}'), part('{self}file'))[:-30],
@@ -78,6 +82,11 @@ LISTINGS = {
                         '<D:status>HTTP/1.1 404 Not Found</D:status></D:response>'),
     'a-file': whole(part('{self}')),
 }
+# Items of the folder with names that cannot be read, or that none can have.
+UNREADABLE = ['{self}a%2Fb', '{self}a%00b', '{self}%zz', '{self}%4', '{self}a?b', '{self}a#b', '{self}?', '{self}%00/',
+              'a#b', '//host{self}file', '/{self}file', 'http://host{self}a%2fb']
+for index, href in enumerate(UNREADABLE):
+    LISTINGS[f'unreadable-{index}'] = whole(folder('{self}'), part('{self}good'), part(href))
 
 
 class Dav:
@@ -142,6 +151,11 @@ class Dav:
         href = quote(path) + ('/' if self.store[path] is None else '')
         modified = times.get(path, MODIFIED)
         more = f'<D:getlastmodified>{modified}</D:getlastmodified><D:getetag>"{len(path)}"</D:getetag>'
+        if self.flaw in ('keeps-kinds-back', 'tells-no-kinds') and path != self.root:
+            status = '500 No' if self.flaw == 'keeps-kinds-back' else '404 Not Found'
+            return (f'<D:response><D:href>{href.rstrip("/")}</D:href><D:propstat><D:prop><D:resourcetype/></D:prop>'
+                    f'<D:status>HTTP/1.1 {status}</D:status></D:propstat><D:propstat><D:prop>{more}</D:prop>'
+                    '<D:status>HTTP/1.1 200 OK</D:status></D:propstat></D:response>')
         if self.store[path] is None:
             return part(href, '<D:collection/>', more)
         return part(href, '', more + f'<D:getcontentlength>{len(self.store[path])}</D:getcontentlength>')

@@ -121,6 +121,7 @@ HttpProvider::describeByDav(StorageIRI const& location) const {
     result.status = 200;
     result.isKindKnown = true;
     result.isFolder = item.isFolder;
+    result.isKindTold = item.isKindTold;
     result.isWritable = true;
     result.created = item.properties.created;
     auto const tell = [&](char const* name, std::string const& value) {
@@ -139,6 +140,11 @@ HttpProvider::describeByDav(StorageIRI const& location) const {
 
 HttpProvider::Description HttpProvider::lookAt(StorageIRI const& location) const {
     if (auto found = describeByDav(location)) {
+        // What would be removed or replaced as a file could be a whole tree.
+        if (isSuccess(found->status) && !found->isKindTold) {
+            throw web::Failure(ErrorCode::IOError, "the server does not tell what kind of item "
+                                                   "is there");
+        }
         return *std::move(found);
     }
     throw Exception(ErrorCode::ReadOnlyProvider, location);

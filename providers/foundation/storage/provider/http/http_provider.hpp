@@ -101,7 +101,8 @@ class HttpProvider final : public IProvider,
                     ErrorCode without = ErrorCode::ReadOnlyProvider) const;
     /// What is at a location now; nothing where the server does not speak WebDAV there after all.
     std::optional<Description> describeByDav(StorageIRI const& location) const;
-    /// The same, of a location where WebDAV is needed; a status of success or of absence.
+    /// The same, of a location where WebDAV is needed; a status of success or of absence. Fails
+    /// where the server does not tell whether it is a folder.
     Description lookAt(StorageIRI const& location) const;
     bool isBelowFile(StorageIRI const& location) const;
     bool isFolder(StorageIRI const& location) const;

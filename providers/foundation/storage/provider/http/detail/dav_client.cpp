@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
-#include <unordered_set>
+#include <unordered_map>
 #include <utility>
 
 namespace foundation::storage::provider::http::detail {
@@ -15,8 +15,8 @@ constexpr std::string_view wantedProperties =
     R"(<propfind xmlns="DAV:"><prop><resourcetype/><getcontentlength/><getlastmodified/>)"
     R"(<creationdate/><getetag/><getcontenttype/></prop></propfind>)";
 
-/// A tag of any use has at least so many bytes, and takes some hundred when it is read.
-constexpr std::uint64_t shortestTag = 16;
+/// Of an answer of any use: an item takes 300 to 1,000 bytes, and has about 13 tags.
+constexpr std::uint64_t bytesOfPart = 24;
 
 bool isSuccess(int status) noexcept {
     return status >= 200 && status < 300;
@@ -129,7 +129,7 @@ std::string DavClient::bodyOf(web::Exchange& answer, web::Deadline const& deadli
 std::vector<DavResponse> DavClient::partsOf(web::Exchange& answer,
                                             web::Deadline const& deadline) const {
     return parseMultistatus(bodyOf(answer, deadline),
-                            static_cast<std::size_t>(largestAnswer_ / shortestTag));
+                            static_cast<std::size_t>(largestAnswer_ / bytesOfPart));
 }
 
 /// `url` becomes the one that the answer is about.
@@ -182,6 +182,11 @@ DavItem DavClient::find(web::Url const& url, web::Deadline const& deadline) cons
             item.status = response.status;
             return item;
         }
+        item.isKindTold = response.properties.isFolder || response.href.ends_with('/');
+        if (!response.properties.isFolder && response.refusal != 0) {
+            item.status = response.refusal;
+            return item;
+        }
         item.status = 200;
         item.properties = response.properties;
         item.isFolder = isFolder(response);
@@ -199,7 +204,7 @@ DavListing DavClient::list(web::Url const& folder, web::Deadline const& deadline
     }
     listing.status = 200;
     DavPath const place = pathOf(asked);
-    std::unordered_set<std::string_view> names;
+    std::unordered_map<std::string_view, bool> names; // and whether it is a folder
     std::optional<bool> isItselfFolder;
     listing.members.reserve(responses.size()); // the names stay where they are
     for (DavResponse const& response : responses) {
@@ -210,18 +215,28 @@ DavListing DavClient::list(web::Url const& folder, web::Deadline const& deadline
                 listing.status = response.status;
                 return listing;
             }
+            if (isItselfFolder.value_or(isFolder(response)) != isFolder(response)) {
+                refuse("two kinds of one item");
+            }
             isItselfFolder = isFolder(response);
             continue;
         }
         auto name = path ? place.nameOf(*path) : std::nullopt;
         if (!name) {
+            // Whoever copies a listing, and then removes the folder, relies on it to be complete.
+            if (!path && place.holdsUnreadable(response.href)) {
+                refuse("an item's place is not well written");
+            }
             ++listing.leftOut;
             continue;
         }
         if (response.status == 404 || response.status == 410) {
             continue; // vanished meanwhile
         }
-        if (names.contains(*name)) {
+        if (auto const before = names.find(*name); before != names.end()) {
+            if (before->second != isFolder(response)) {
+                refuse("two kinds of one item");
+            }
             continue;
         }
         DavMember& member = listing.members.emplace_back();
@@ -229,7 +244,7 @@ DavListing DavClient::list(web::Url const& folder, web::Deadline const& deadline
         member.isFolder = isFolder(response);
         member.hasProperties = isThere && response.refusal == 0;
         member.properties = response.properties;
-        names.insert(member.name);
+        names.emplace(member.name, member.isFolder);
     }
     // A server that tells nothing of the folder has listed something else.
     if (!isItselfFolder && listing.members.empty()) {

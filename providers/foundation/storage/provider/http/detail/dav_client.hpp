@@ -19,6 +19,8 @@ struct DavItem {
     int status = 0;
     DavProperties properties; ///< where the status is success
     bool isFolder = false;    ///< the same
+    /// Else it may be a folder all the same.
+    bool isKindTold = false;
 };
 
 struct DavMember {
@@ -32,7 +34,7 @@ struct DavListing {
     int status = 0;
     bool isFolder = false; ///< where the status is success
     std::vector<DavMember> members;
-    std::size_t leftOut = 0; ///< items with a name that none can have
+    std::size_t leftOut = 0; ///< items that are not in the folder, as far as their places tell
 };
 
 /// What came of a change.

@@ -36,17 +36,24 @@ bool isName(std::string_view name) noexcept {
            name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
 }
 
+/// Takes the first name off a path that begins with one, or with slashes; empty at its end. Several
+/// slashes are one, as in locations.
+std::string_view takeName(std::string_view& path) noexcept {
+    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+    std::string_view const name = path.substr(0, path.find('/'));
+    path.remove_prefix(name.size());
+    return name;
+}
+
 /// The names in a path, behind those that are there already.
 bool append(std::string_view path, DavPath& result) {
     result.endsInSlash = path.empty() || path.back() == '/';
-    while (!path.empty()) {
-        std::size_t const end = std::min(path.find('/'), path.size());
-        auto name = decoded(path.substr(0, end));
+    for (auto text = takeName(path); !text.empty(); text = takeName(path)) {
+        auto name = decoded(text);
         if (!name || !isName(*name)) {
             return false;
         }
         result.names.push_back(*std::move(name));
-        path.remove_prefix(std::min(end + 1, path.size()));
     }
     return true;
 }
@@ -67,39 +74,93 @@ bool isWebUrl(std::string_view text) noexcept {
     return startsWith("http://") || startsWith("https://");
 }
 
+/// The path in a location of an answer, which has neither query nor fragment.
+struct Place {
+    std::string_view path;
+    bool isAbsolute;
+};
+
+std::optional<Place> placeOf(std::string_view href) noexcept {
+    if (isWebUrl(href)) {
+        href = pathOf(href);
+        return href.empty() ? std::nullopt : std::optional(Place{href, true});
+    }
+    if (href.starts_with("//") || href.empty()) {
+        return std::nullopt; // the first of which would be a host
+    }
+    if (href.starts_with('/')) {
+        return Place{href, true};
+    }
+    while (href.starts_with("./")) {
+        href.remove_prefix(2);
+    }
+    if (href.substr(0, href.find('/')).find(':') != std::string_view::npos) {
+        return std::nullopt; // a URL of another scheme
+    }
+    return Place{href, false};
+}
+
 } // namespace
 
 std::optional<DavPath> DavPath::of(web::Url const& url) {
     std::string_view path = pathOf(url.text());
     path = path.substr(0, path.find('?'));
     DavPath result;
-    if (!path.starts_with('/') || !append(path.substr(1), result)) {
+    if (!path.starts_with('/') || !append(path, result)) {
         return std::nullopt;
     }
     return result;
 }
 
 std::optional<DavPath> DavPath::of(std::string_view href, DavPath const& base) {
-    href = href.substr(0, href.find('#'));
-    if (href.find('?') != std::string_view::npos) {
+    if (href.find_first_of("?#") != std::string_view::npos) {
+        return std::nullopt;
+    }
+    auto const place = placeOf(href);
+    if (!place) {
         return std::nullopt;
     }
     DavPath result;
-    if (isWebUrl(href)) {
-        href = pathOf(href);
-    } else if (href.starts_with("//") || href.empty()) {
-        return std::nullopt; // the first of which would be a host
-    } else if (!href.starts_with('/')) {
-        if (href.substr(0, href.find('/')).find(':') != std::string_view::npos) {
-            return std::nullopt; // a URL of another scheme
-        }
+    if (!place->isAbsolute) {
         result.names = base.names;
-        return append(href, result) ? std::optional(result) : std::nullopt;
     }
-    if (!href.starts_with('/') || !append(href.substr(1), result)) {
-        return std::nullopt;
+    return append(place->path, result) ? std::optional(result) : std::nullopt;
+}
+
+bool DavPath::holdsUnreadable(std::string_view href) const {
+    std::size_t const end = std::min(href.find_first_of("?#"), href.size());
+    bool const hasMore = end < href.size();
+    if (href.starts_with("//")) { // a host, or a slash too many
+        std::string_view const path = href.substr(1);
+        auto const isIn = [&](std::string_view text) {
+            auto const read = of(text, *this);
+            return read ? nameOf(*read).has_value() : holdsUnreadable(text);
+        };
+        std::size_t const behindHost = path.find('/', 1);
+        return isIn(path.substr(std::min(path.find_first_not_of('/'), path.size()) - 1)) ||
+               (behindHost != std::string_view::npos &&
+                isIn(path.substr(std::min(path.find_first_not_of('/', behindHost), path.size()) -
+                                 1)));
     }
-    return result;
+    auto place = placeOf(href.substr(0, end));
+    if (!place) {
+        return false;
+    }
+    if (place->isAbsolute) {
+        for (std::string const& name : names) {
+            if (decoded(takeName(place->path)) != name) {
+                return false;
+            }
+        }
+    }
+    std::string_view const text = takeName(place->path);
+    if (text.empty()) {
+        return hasMore && href.substr(0, end).ends_with('/');
+    }
+    auto const name = decoded(text);
+    bool const isLast = place->path.find_first_not_of('/') == std::string_view::npos;
+    bool const leadsElsewhere = name == "." || name == "..";
+    return !leadsElsewhere && (!name || !isName(*name) || (isLast && hasMore));
 }
 
 std::optional<std::string> DavPath::nameOf(DavPath const& other) const {

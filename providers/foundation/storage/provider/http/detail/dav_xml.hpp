@@ -32,7 +32,7 @@ struct DavResponse {
 /// The parts of a Multi-Status answer (RFC 4918, section 13). Takes the text apart in place.
 ///
 /// Throws web::Failure for anything else: no well-formed XML, another root, a document type, a part
-/// without a location, more tags than `mostTags`.
-std::vector<DavResponse> parseMultistatus(std::string body, std::size_t mostTags);
+/// without a location, more tags and attributes than `mostParts`.
+std::vector<DavResponse> parseMultistatus(std::string body, std::size_t mostParts);
 
 } // namespace foundation::storage::provider::http::detail

@@ -19,6 +19,7 @@ struct Description {
     bool isKindKnown = false; ///< whether it was asked, else it counts as a file
     // By WebDAV alone:
     bool isFolder = false;
+    bool isKindTold = false; ///< else it is a guess
     bool isWritable = false;
     std::optional<std::int64_t> created = std::nullopt; ///< in seconds from 1970
 };
