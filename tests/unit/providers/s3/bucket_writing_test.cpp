@@ -3,9 +3,9 @@
 
 #include "bucket_fixture.hpp"
 
-#include <foundation/storage/provider/s3/detail/s3_xml.hpp>
+#include <foundation/storage/provider/s3/detail/sent_documents.hpp>
 
-#include <chrono>
+#include <thread>
 
 namespace foundation::storage::provider::s3::detail {
 namespace {
@@ -256,6 +256,27 @@ TEST_F(LyingStore, CopiesParts) {
         complete(bucket, upload, parts);
         EXPECT_EQ(read(bucket, 0, 200).value, content(100)) << behaviour;
     }
+}
+
+TEST_F(LyingStore, ServesManyThreads) {
+    Bucket const bucket = this->bucket("busy-twice");
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&, key = std::to_string(i)] {
+            for (int round = 0; round < 5; ++round) {
+                std::string const upload = bucket.beginUpload(key, {}, bucket.deadline());
+                std::vector<UploadedPart> const parts{
+                    bucket.uploadPart(key, upload, 1, key, bucket.deadline())};
+                bucket.completeUpload(key, upload, parts, {}, bucket.deadline());
+                EXPECT_EQ(read(bucket, 0, 10, {}, key).value, key);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(list(bucket).value, "0 1 2 3 4 5 6 7 ");
+    EXPECT_EQ(uploadsIn(bucket), 0U);
 }
 
 TEST_F(LyingStore, TakesNoPartWithoutATag) {

@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/s3/detail/digest.hpp>
 #include <foundation/storage/provider/s3/detail/request_fields.hpp>
 #include <foundation/storage/provider/s3/detail/s3_xml.hpp>
+#include <foundation/storage/provider/s3/detail/sent_documents.hpp>
 #include <foundation/storage/provider/s3/detail/store.hpp>
 
 #include <algorithm>

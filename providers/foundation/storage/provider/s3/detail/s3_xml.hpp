@@ -3,14 +3,13 @@
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
 
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-/// The documents that go to a store and come from it. Those that come are held to the question;
-/// whatever does not fit throws web::Failure, code IOError. None may have a document type, so that
-/// no text is longer than it was sent.
+/// The documents that come from a store. They are held to the question; whatever does not fit
+/// throws web::Failure, code IOError. None may have a document type, so that no text is longer than
+/// it was sent.
 namespace foundation::storage::provider::s3::detail {
 
 /// What a store answers at most: twice as much as a page of a thousand of the longest names.
@@ -38,12 +37,5 @@ std::vector<ListedUpload> uploadsIn(std::string document);
 std::string uploadIn(std::string document);
 /// CopyObjectResult, CopyPartResult, CompleteMultipartUploadResult: the tag in the element.
 std::string tagIn(std::string document, char const* element);
-
-/// Delete; only failures are to be told.
-std::string removalOf(std::span<std::string const> keys);
-/// Whether a document can hold the key: UTF-8, and no control characters.
-bool canBeWritten(std::string_view key) noexcept;
-/// CompleteMultipartUpload.
-std::string completionOf(std::span<UploadedPart const> parts);
 
 } // namespace foundation::storage::provider::s3::detail
