@@ -1,5 +1,7 @@
 #include "host.hpp"
 
+#include "s3_environment.hpp"
+
 #include <foundation/msg_svc/eventmgr/event_mgr.hpp>
 #include <foundation/storage/provider/standard/standard_storage_system.hpp>
 #include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
@@ -30,6 +32,7 @@ std::shared_ptr<StorageSystem> systemThatTellsOfChanges() {
     standard::StandardOptions options;
     options.eventMgr = boost::make_shared<foundation::msg_svc::eventmgr::EventMgr>();
     options.http.netrcFile = netrcFile();
+    options.s3 = s3Options(S3Environment::ofProcess());
     return standard::makeStandardStorageSystem(options);
 }
 

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <foundation/storage/provider/s3/s3_options.hpp>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace cli {
+
+/// Where the command learns how object stores are reached, and who asks.
+struct S3Environment {
+    /// The value of a variable; nothing where it is not set.
+    std::function<std::optional<std::string>(char const*)> variable;
+    /// The content of a file; nothing where it cannot be read.
+    std::function<std::optional<std::string>(std::string const&)> file;
+
+    /// That of the process.
+    static S3Environment ofProcess();
+};
+
+/// The conventional variables (`AWS_ACCESS_KEY_ID` and its like) and the profile files; the
+/// variables come first. Without any credentials nobody asks.
+foundation::storage::provider::s3::S3Options s3Options(S3Environment const& environment);
+
+} // namespace cli

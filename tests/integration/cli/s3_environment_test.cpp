@@ -1,0 +1,178 @@
+#include <cli/profile_file.hpp>
+#include <cli/s3_environment.hpp>
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <string>
+
+namespace cli_test {
+namespace {
+
+namespace s3 = foundation::storage::provider::s3;
+using cli::parseProfiles;
+using testing::IsEmpty;
+using testing::Pair;
+using testing::UnorderedElementsAre;
+
+using Texts = std::map<std::string, std::string, std::less<>>;
+
+s3::S3Options optionsOf(Texts const& variables, Texts const& files = {}) {
+    auto const find = [](Texts const& texts, std::string_view name) -> std::optional<std::string> {
+        auto const found = texts.find(name);
+        return found == texts.end() ? std::nullopt : std::optional(found->second);
+    };
+    return cli::s3Options({[&](char const* name) { return find(variables, name); },
+                           [&](std::string const& path) { return find(files, path); }});
+}
+
+TEST(ProfileFile, HasValuesUnderHeadings) {
+    EXPECT_THAT(parseProfiles("[default]\nregion = eu-west-1\naws_access_key_id=ABC\n"
+                              "[profile  far ]\r\nregion\t=\tus-west-2\r\n"),
+                UnorderedElementsAre(
+                    Pair("default", UnorderedElementsAre(Pair("region", "eu-west-1"),
+                                                         Pair("aws_access_key_id", "ABC"))),
+                    Pair("profile far", UnorderedElementsAre(Pair("region", "us-west-2")))));
+}
+
+TEST(ProfileFile, PassesOverCommentsAndWhatItDoesNotUnderstand) {
+    EXPECT_THAT(parseProfiles("\xEF\xBB\xBF# first\nlost = value\n[a]\n; comment\nno value\n"
+                              "key = value # comment\nother = a#b;c\n[broken\nkey = lost\n"),
+                UnorderedElementsAre(
+                    Pair("a", UnorderedElementsAre(Pair("key", "value"), Pair("other", "a#b;c")))));
+}
+
+TEST(ProfileFile, HasValuesBelowKeys) {
+    EXPECT_THAT(parseProfiles("[a]\ns3 =\n  addressing_style = path\n  other = 1\nnext = 2\n"
+                              "  indented = 3\n"),
+                UnorderedElementsAre(Pair(
+                    "a", UnorderedElementsAre(Pair("s3", ""), Pair("s3.addressing_style", "path"),
+                                              Pair("s3.other", "1"), Pair("next", "2"),
+                                              Pair("indented", "3")))));
+}
+
+TEST(ProfileFile, TheLaterOfTwoValuesCounts) {
+    EXPECT_THAT(parseProfiles("[a]\nkey = 1\n[b]\nkey = 2\n[a]\nkey = 3"),
+                UnorderedElementsAre(Pair("a", UnorderedElementsAre(Pair("key", "3"))),
+                                     Pair("b", UnorderedElementsAre(Pair("key", "2")))));
+}
+
+TEST(S3Environment, WithoutAnythingNobodyAsksThePublicStore) {
+    s3::S3Options const options = optionsOf({});
+    EXPECT_THAT(options.credentials.accessKey, IsEmpty());
+    EXPECT_THAT(options.endpoint, IsEmpty());
+    EXPECT_EQ(options.region, "us-east-1");
+    EXPECT_EQ(options.addressing, s3::AddressingStyle::Automatic);
+}
+
+TEST(S3Environment, VariablesSayWhoAsksAndWhere) {
+    s3::S3Options const options = optionsOf({{"AWS_ACCESS_KEY_ID", "access"},
+                                             {"AWS_SECRET_ACCESS_KEY", "secret"},
+                                             {"AWS_SESSION_TOKEN", "token"},
+                                             {"AWS_DEFAULT_REGION", "eu-west-1"},
+                                             {"AWS_ENDPOINT_URL", "http://one"},
+                                             {"AWS_CA_BUNDLE", "/certificates"}});
+    EXPECT_EQ(options.credentials.accessKey, "access");
+    EXPECT_EQ(options.credentials.secretKey, "secret");
+    EXPECT_EQ(options.credentials.sessionToken, "token");
+    EXPECT_EQ(options.region, "eu-west-1");
+    EXPECT_EQ(options.endpoint, "http://one");
+    EXPECT_EQ(options.web.certificateFile, "/certificates");
+}
+
+TEST(S3Environment, TheNarrowerVariableCounts) {
+    s3::S3Options const options = optionsOf({{"AWS_REGION", "eu-west-1"},
+                                             {"AWS_DEFAULT_REGION", "us-west-2"},
+                                             {"AWS_ENDPOINT_URL", "http://one"},
+                                             {"AWS_ENDPOINT_URL_S3", "http://two"}});
+    EXPECT_EQ(options.region, "eu-west-1");
+    EXPECT_EQ(options.endpoint, "http://two");
+}
+
+TEST(S3Environment, AnEmptyVariableIsNone) {
+    EXPECT_EQ(optionsOf({{"AWS_REGION", ""}, {"AWS_DEFAULT_REGION", "us-west-2"}}).region,
+              "us-west-2");
+}
+
+Texts const usualFiles{
+    {"/home/ann/.aws/credentials", "[default]\naws_access_key_id = A1\naws_secret_access_key = S1\n"
+                                   "[far]\naws_access_key_id = A2\naws_secret_access_key = S2\n"
+                                   "aws_session_token = T2\n"},
+    {"/home/ann/.aws/config",
+     "[default]\nregion = eu-west-1\n"
+     "[profile far]\nregion = us-west-2\nendpoint_url = http://far\nca_bundle = /far.pem\n"
+     "s3 =\n  addressing_style = path\n"
+     "[profile served]\nservices = here\nendpoint_url = http://all\n"
+     "aws_access_key_id = A3\naws_secret_access_key = S3\n"
+     "[services here]\ns3 =\n  endpoint_url = http://s3\n"}};
+
+TEST(S3Environment, TheDefaultProfileIsReadFromTheHome) {
+    s3::S3Options const options = optionsOf({{"HOME", "/home/ann"}}, usualFiles);
+    EXPECT_EQ(options.credentials.accessKey, "A1");
+    EXPECT_EQ(options.credentials.secretKey, "S1");
+    EXPECT_EQ(options.region, "eu-west-1");
+}
+
+TEST(S3Environment, AProfileIsNamed) {
+    s3::S3Options const options =
+        optionsOf({{"HOME", "/home/ann"}, {"AWS_PROFILE", "far"}}, usualFiles);
+    EXPECT_EQ(options.credentials.accessKey, "A2");
+    EXPECT_EQ(options.credentials.sessionToken, "T2");
+    EXPECT_EQ(options.region, "us-west-2");
+    EXPECT_EQ(options.endpoint, "http://far");
+    EXPECT_EQ(options.web.certificateFile, "/far.pem");
+    EXPECT_EQ(options.addressing, s3::AddressingStyle::Path);
+}
+
+TEST(S3Environment, AProfileOfTheConfigurationAloneHasItsServices) {
+    s3::S3Options const options =
+        optionsOf({{"HOME", "/home/ann"}, {"AWS_PROFILE", "served"}}, usualFiles);
+    EXPECT_EQ(options.credentials.accessKey, "A3");
+    EXPECT_EQ(options.endpoint, "http://s3");
+}
+
+TEST(S3Environment, ConfiguredEndpointsCanBeIgnored) {
+    EXPECT_THAT(optionsOf({{"HOME", "/home/ann"},
+                           {"AWS_PROFILE", "far"},
+                           {"AWS_IGNORE_CONFIGURED_ENDPOINT_URLS", "true"}},
+                          usualFiles)
+                    .endpoint,
+                IsEmpty());
+}
+
+TEST(S3Environment, VariablesComeBeforeProfiles) {
+    s3::S3Options const options = optionsOf({{"HOME", "/home/ann"},
+                                             {"AWS_PROFILE", "far"},
+                                             {"AWS_ACCESS_KEY_ID", "access"},
+                                             {"AWS_SECRET_ACCESS_KEY", "secret"},
+                                             {"AWS_REGION", "eu-north-1"}},
+                                            usualFiles);
+    EXPECT_EQ(options.credentials.accessKey, "access");
+    EXPECT_THAT(options.credentials.sessionToken, IsEmpty()) << "another's token";
+    EXPECT_EQ(options.region, "eu-north-1");
+}
+
+TEST(S3Environment, HalfOfACredentialIsNone) {
+    EXPECT_EQ(optionsOf({{"HOME", "/home/ann"}, {"AWS_ACCESS_KEY_ID", "access"}}, usualFiles)
+                  .credentials.accessKey,
+              "A1");
+}
+
+TEST(S3Environment, AProfileThatIsNowhereGivesNothing) {
+    s3::S3Options const options =
+        optionsOf({{"HOME", "/home/ann"}, {"AWS_PROFILE", "missing"}}, usualFiles);
+    EXPECT_THAT(options.credentials.accessKey, IsEmpty());
+    EXPECT_EQ(options.region, "us-east-1");
+}
+
+TEST(S3Environment, VariablesNameOtherFiles) {
+    s3::S3Options const options =
+        optionsOf({{"AWS_SHARED_CREDENTIALS_FILE", "/c"}, {"AWS_CONFIG_FILE", "/d"}},
+                  {{"/c", "[default]\naws_access_key_id = A\naws_secret_access_key = S\n"},
+                   {"/d", "[default]\nregion = eu-west-3\n"}});
+    EXPECT_EQ(options.credentials.accessKey, "A");
+    EXPECT_EQ(options.region, "eu-west-3");
+}
+
+} // namespace
+} // namespace cli_test
