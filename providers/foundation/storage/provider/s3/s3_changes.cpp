@@ -1,12 +1,11 @@
 // What makes and removes files and folders.
 
+#include <foundation/storage/provider/s3/detail/key_removal.hpp>
 #include <foundation/storage/provider/s3/detail/translation.hpp>
 #include <foundation/storage/provider/s3/s3_provider.hpp>
 
 #include <fl/i18n/conversion.hpp>
 
-#include <deque>
-#include <future>
 #include <utility>
 #include <vector>
 
@@ -19,57 +18,6 @@ namespace {
 [[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
     throw Exception(code, location);
 }
-
-/// Removes keys by the thousand, several times at once, and keeps the first that could not be
-/// removed.
-class KeyRemoval {
-  public:
-    KeyRemoval(std::shared_ptr<detail::Bucket const> bucket, detail::RequestThreads& threads)
-        : bucket_(std::move(bucket)),
-          threads_(threads) {}
-
-    void remove(std::vector<std::string> keys) {
-        while (inFlight_.size() >= bucket_->options().concurrency) {
-            takeOldest();
-        }
-        inFlight_.push_back(threads_.ask([bucket = bucket_, keys = std::move(keys)] {
-            return bucket->remove(keys, bucket->deadline());
-        }));
-    }
-
-    bool hasFailed() const noexcept { return failed_ || failure_; }
-
-    /// Waits for all; the first key that is still there.
-    std::optional<detail::KeyFailure> finish() {
-        while (!inFlight_.empty()) {
-            takeOldest();
-        }
-        if (failure_) {
-            std::rethrow_exception(failure_);
-        }
-        return failed_;
-    }
-
-  private:
-    void takeOldest() {
-        auto oldest = std::move(inFlight_.front());
-        inFlight_.pop_front();
-        try {
-            auto const failures = oldest.get();
-            if (!failures.empty() && !failed_) {
-                failed_ = failures.front();
-            }
-        } catch (...) {
-            failure_ = failure_ ? failure_ : std::current_exception();
-        }
-    }
-
-    std::shared_ptr<detail::Bucket const> const bucket_;
-    detail::RequestThreads& threads_;
-    std::deque<std::future<std::vector<detail::KeyFailure>>> inFlight_;
-    std::optional<detail::KeyFailure> failed_;
-    std::exception_ptr failure_;
-};
 
 } // namespace
 
@@ -109,6 +57,7 @@ void S3Provider::createFile(StorageIRI const& location) {
     ItemKey const key = keyOf(location);
     translated(location, [&] {
         placeForFile(key, location, ReplacementPolicy::FailIfExists);
+        Change const change(heads_, key.file);
         bucket_->put(key.file, {}, {.onlyIfMissing = true}, bucket_->deadline());
     });
 }
@@ -117,6 +66,7 @@ void S3Provider::putMarker(ItemKey const& key, StorageIRI const& location) {
     if (key.folder().size() > detail::longestKey) {
         fail(ErrorCode::InvalidLocation, location);
     }
+    Change const change(heads_, key.folder());
     bucket_->put(key.folder(), {}, {.onlyIfMissing = true}, bucket_->deadline());
     folders_.keep(key.file);
 }
@@ -162,6 +112,7 @@ void S3Provider::removeFile(StorageIRI const& location) {
     translated(location, [&] {
         auto const lock = locks_.lock(key.file);
         headOf(key, location);
+        Change const change(heads_, key.file);
         bucket_->remove(key.file, bucket_->deadline());
         folders_.forget(key.parent().file);
     });
@@ -187,6 +138,7 @@ void S3Provider::removeFolder(StorageIRI const& location) {
         if (page.objects.size() > 1 || page.objects.front().key != folder) {
             fail(ErrorCode::FolderNotEmpty, location);
         }
+        Change const change(heads_, folder);
         bucket_->remove(folder, bucket_->deadline());
         folders_.forget(key.file);
     });
@@ -199,7 +151,8 @@ void S3Provider::removeFolderRecursively(StorageIRI const& location) {
     }
     translated(location, [&] {
         std::string const folder = key.folder();
-        KeyRemoval removal(bucket_, *threads_);
+        Change const change(heads_);
+        detail::KeyRemoval removal(bucket_, *threads_);
         detail::ListQuery query{.prefix = folder,
                                 .isDelimited = false,
                                 .startAfter = {},

@@ -48,6 +48,7 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
             return std::make_unique<S3WriteStream>(
                 std::make_unique<detail::SentContent>(makeUpload(key, {})), access, writing,
                 Closing::Once, [self, key](NewContent& content) {
+                    Change const change(self->heads_, key.file);
                     content.publish();
                     self->folders_.keep(key.parent().file);
                 });
@@ -59,6 +60,7 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
                                                           standing.file->size, std::move(spool)),
                 access, writing, Closing::Once, [self, key](NewContent& content) {
                     auto const lock = self->locks_.lock(key.file);
+                    Change const change(self->heads_, key.file);
                     content.publish();
                 });
         }
@@ -83,6 +85,7 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
                             "somebody else has changed the file since it was opened");
                     }
                 }
+                Change const change(self->heads_, key.file);
                 changed.publish();
             });
     });

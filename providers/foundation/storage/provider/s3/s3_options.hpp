@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/web/web_options.hpp>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -39,6 +40,11 @@ struct S3Options {
     unsigned concurrency = 10;
     /// Keys that a page of a listing has at most; the protocol allows 1,000.
     unsigned pageSize = 1000;
+
+    /// How long what a store has told of a file (size, time, that it is there) answers further
+    /// questions; zero to ask each time. Reading a file is not concerned, and changes that are made
+    /// through the provider are seen at once.
+    std::chrono::milliseconds attributeLifetime{1'000};
 
     /// Bytes that the provider keeps in memory of files that are changed in place, until they are
     /// written back. What is more goes to a temporary file without a name.

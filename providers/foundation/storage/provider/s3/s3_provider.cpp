@@ -91,7 +91,8 @@ S3Provider::S3Provider(StorageIRI const& location, S3Options const& options)
       bucket_(bucketOf(location, name_, options)),
       threads_(std::make_shared<detail::RequestThreads>(
           std::max(leastThreads, 4 * options.concurrency))),
-      space_(std::make_shared<spool::Space>(options.maximumSpoolMemory, options.temporaryFolder)) {
+      space_(std::make_shared<spool::Space>(options.maximumSpoolMemory, options.temporaryFolder)),
+      heads_(options.attributeLifetime) {
     if (options.concurrency == 0 || options.pageSize == 0 || options.partSize == 0) {
         throw std::invalid_argument("a provider that may ask for nothing");
     }
@@ -152,6 +153,9 @@ bool S3Provider::isFolder(ItemKey const& key) const {
 
 ExistsResult S3Provider::exists(StorageIRI const& location) const {
     ItemKey const key = keyOf(location);
+    if (!key.isRoot() && heads_.find(key.file)) {
+        return ExistsResult::File;
+    }
     return translated(location, [&] {
         Standing standing;
         try {
@@ -172,9 +176,7 @@ ExistsResult S3Provider::exists(StorageIRI const& location) const {
 
 bool S3Provider::fileExists(StorageIRI const& location) const {
     ItemKey const key = keyOf(location);
-    return !key.isRoot() && translated(location, [&] {
-        return bucket_->head(key.file, bucket_->deadline()).has_value();
-    });
+    return !key.isRoot() && translated(location, [&] { return knownHead(key.file).has_value(); });
 }
 
 bool S3Provider::folderExists(StorageIRI const& location) const {
@@ -198,6 +200,18 @@ void S3Provider::failWithoutFile(ItemKey const& key, StorageIRI const& location)
                     location);
 }
 
+std::optional<detail::ObjectHead> S3Provider::knownHead(std::string const& key) const {
+    if (auto known = heads_.find(key)) {
+        return known;
+    }
+    std::uint64_t const before = heads_.changes();
+    auto head = bucket_->head(key, bucket_->deadline());
+    if (head) { // that something is missing is not remembered
+        heads_.keep(key, *head, before);
+    }
+    return head;
+}
+
 detail::ObjectHead S3Provider::headOf(ItemKey const& key, StorageIRI const& location) const {
     std::optional<detail::ObjectHead> head;
     if (!key.isRoot()) {
@@ -211,11 +225,16 @@ detail::ObjectHead S3Provider::headOf(ItemKey const& key, StorageIRI const& loca
 
 FileAttributes S3Provider::getFileAttributes(StorageIRI const& location) const {
     ItemKey const key = keyOf(location);
-    detail::ObjectHead const head = translated(location, [&] { return headOf(key, location); });
     AttributeValues values;
-    values.size = head.size;
-    values.lastModified = timeOf(head);
     values.writable = true;
+    translated(location, [&] {
+        auto const head = key.isRoot() ? std::nullopt : knownHead(key.file);
+        if (!head) {
+            failWithoutFile(key, location);
+        }
+        values.size = head->size;
+        values.lastModified = timeOf(*head);
+    });
     return FileAttributes(values);
 }
 
@@ -242,7 +261,7 @@ ExtendedAttributes S3Provider::getExtendedAttributes(StorageIRI const& location)
     return translated(location, [&]() -> ExtendedAttributes {
         if (!key.isRoot()) {
             for (std::string const& object : {key.file, key.folder()}) {
-                if (auto const head = bucket_->head(object, bucket_->deadline())) {
+                if (auto const head = knownHead(object)) {
                     return toldOf(head->headers);
                 }
             }
@@ -261,8 +280,9 @@ std::unique_ptr<ByteStream> S3Provider::openReadOnlyStream(StorageIRI const& loc
             failWithoutFile(key, location);
         }
         auto reader = std::make_unique<detail::ObjectReader>(bucket_, threads_, key.file);
+        std::uint64_t const before = heads_.changes();
         try {
-            reader->open();
+            heads_.keep(key.file, reader->open(), before);
         } catch (web::Failure const& failure) {
             if (failure.code() == ErrorCode::ResourceNotFound) {
                 failWithoutFile(key, location);

@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
 #include <foundation/storage/provider/s3/detail/folder_memory.hpp>
+#include <foundation/storage/provider/s3/detail/head_memory.hpp>
 #include <foundation/storage/provider/s3/detail/key_locks.hpp>
 #include <foundation/storage/provider/s3/detail/keys.hpp>
 #include <foundation/storage/provider/s3/detail/listing.hpp>
@@ -40,6 +41,8 @@ class S3Provider final : public IProvider,
     FileAttributes getFileAttributes(StorageIRI const& location) const override;
     FolderAttributes getFolderAttributes(StorageIRI const& location) const override;
     ExtendedAttributes getExtendedAttributes(StorageIRI const& location) const override;
+    /// Times stand in the metadata, which means that the store copies the object onto itself.
+    void setLastModified(StorageIRI const& location, boost::posix_time::ptime const& time) override;
 
     void createFile(StorageIRI const& location) override;
     void createFolder(StorageIRI const& location) override;
@@ -53,6 +56,9 @@ class S3Provider final : public IProvider,
                         CopyFileOptions const& options) override;
     void moveFile(StorageIRI const& source, StorageIRI const& destination,
                   ReplacementPolicy const& policy) override;
+    /// Object by object, by the store.
+    void moveFolder(StorageIRI const& source, StorageIRI const& destination,
+                    ReplacementPolicy const& policy) override;
 
     std::unique_ptr<ByteStream> openStream(StorageIRI const& location,
                                            ByteStreamOpenOptions const& options) override;
@@ -88,10 +94,14 @@ class S3Provider final : public IProvider,
         bool isNothing() const noexcept { return !file && !isFolder; }
     };
 
+    using Change = detail::HeadMemory::Change;
+
     ItemKey keyOf(StorageIRI const& location) const;
     Standing lookUp(ItemKey const& key) const;
     bool isFolder(ItemKey const& key) const;
-    /// The head of a file. Throws provider::Exception where there is none.
+    /// What an object tells of itself, or told a moment ago; nothing where it is missing.
+    std::optional<detail::ObjectHead> knownHead(std::string const& key) const;
+    /// The head of a file as it is now. Throws provider::Exception where there is none.
     detail::ObjectHead headOf(ItemKey const& key, StorageIRI const& location) const;
     [[noreturn]] void failWithoutFile(ItemKey const& key, StorageIRI const& location) const;
     void requireFolderOf(ItemKey const& key, StorageIRI const& location) const;
@@ -103,9 +113,15 @@ class S3Provider final : public IProvider,
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location,
                                                detail::Selection selection) const;
     bool sharesStoreWith(S3Provider const& other) const;
+    /// Copies the object that a head is of, with the time that it has.
     void copyObject(ItemKey const& source, detail::ObjectHead const& head,
-                    S3Provider const& destination, ItemKey const& key, bool onlyIfMissing,
-                    StorageIRI const& target, CopyProgress const& progress) const;
+                    S3Provider const& destination, ItemKey const& key,
+                    detail::PutConditions const& conditions, StorageIRI const& target,
+                    CopyProgress const& progress) const;
+    void moveKeys(std::string const& from, std::string const& to);
+    /// Refuses what a folder cannot be moved to.
+    void checkFolderMove(ItemKey const& from, StorageIRI const& source, ItemKey const& to,
+                         StorageIRI const& destination, ReplacementPolicy policy) const;
     std::unique_ptr<detail::Upload> makeUpload(ItemKey const& key,
                                                detail::PutConditions conditions) const;
 
@@ -115,6 +131,7 @@ class S3Provider final : public IProvider,
     std::shared_ptr<detail::RequestThreads> const threads_;
     std::shared_ptr<spool::Space> const space_;
     mutable detail::FolderMemory folders_;
+    mutable detail::HeadMemory heads_;
     mutable detail::KeyLocks locks_;
 };
 

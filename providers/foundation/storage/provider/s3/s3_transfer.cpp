@@ -1,5 +1,6 @@
-// What takes a file from one place to another within the store.
+// What takes a file or folder from one place to another within the store, and gives it a time.
 
+#include <foundation/storage/provider/s3/detail/key_removal.hpp>
 #include <foundation/storage/provider/s3/detail/object_time.hpp>
 #include <foundation/storage/provider/s3/detail/translation.hpp>
 #include <foundation/storage/provider/s3/detail/upload.hpp>
@@ -7,7 +8,10 @@
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/provider/streaming_copy.hpp>
 
+#include <deque>
+#include <future>
 #include <utility>
+#include <vector>
 
 namespace foundation::storage::provider::s3 {
 
@@ -26,6 +30,20 @@ bool replaces(ReplacementPolicy policy) noexcept {
     return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
 }
 
+/// What a copy gets beside the bytes. Where that cannot be told, the store takes it from the
+/// source, but for a time that is told nowhere.
+detail::PutConditions conditionsFor(detail::ObjectHead const& head, bool onlyIfMissing) {
+    detail::PutConditions conditions =
+        likenessOf(head, timeOf(head)).value_or(detail::PutConditions());
+    conditions.onlyIfMissing = onlyIfMissing;
+    return conditions;
+}
+
+/// A path below a folder; empty where it is not below it.
+std::string_view pathBelow(std::string_view folder, std::string_view path) {
+    return path.starts_with(folder) ? path.substr(folder.size()) : std::string_view();
+}
+
 } // namespace
 
 /// Whether the store can copy from there to here by itself: the same one, asked by the same.
@@ -39,19 +57,20 @@ bool S3Provider::sharesStoreWith(S3Provider const& other) const {
 }
 
 void S3Provider::copyObject(ItemKey const& source, detail::ObjectHead const& head,
-                            S3Provider const& destination, ItemKey const& key, bool onlyIfMissing,
-                            StorageIRI const& target, CopyProgress const& progress) const {
+                            S3Provider const& destination, ItemKey const& key,
+                            detail::PutConditions const& conditions, StorageIRI const& target,
+                            CopyProgress const& progress) const {
+    Change const change(destination.heads_, key.file);
     detail::Bucket const& bucket = *destination.bucket_;
     std::string const from = name_ + '/' + source.file;
     if (head.size <= largestCopy) {
         if (progress && !progress(head.size, head.size)) {
             fail(ErrorCode::IOError, target);
         }
-        bucket.copy(from, key.file, {.onlyIfMissing = onlyIfMissing}, head.eTag, bucket.deadline());
+        bucket.copy(from, key.file, conditions, head.eTag, bucket.deadline());
         return;
     }
-    auto const upload = destination.makeUpload(
-        key, {.onlyIfMissing = onlyIfMissing, .metadata = detail::metadataOf(head)});
+    auto const upload = destination.makeUpload(key, conditions);
     upload->startWith(from, head.eTag, head.size, [&](std::uint64_t done) {
         if (progress && !progress(done, head.size)) {
             fail(ErrorCode::IOError, target);
@@ -78,13 +97,41 @@ CopyStatus S3Provider::copyFile(StorageIRI const& source, StorageItem const& des
     if (name_ == other->name_ && from == to) {
         fail(ErrorCode::InvalidLocation, source);
     }
+    auto const conditions = conditionsFor(head, !replaces(options.policy));
     translated(target, [&] {
         auto const lock = other->locks_.lock(to.file);
         other->placeForFile(to, target, options.policy);
-        copyObject(from, head, *other, to, !replaces(options.policy), target, options.progress);
+        copyObject(from, head, *other, to, conditions, target, options.progress);
         other->folders_.keep(to.parent().file);
     });
-    return head.headers.find("x-amz-meta-mtime") ? CopyStatus::CopiedWithTimes : CopyStatus::Copied;
+    return conditions.metadata.empty() ? CopyStatus::Copied : CopyStatus::CopiedWithTimes;
+}
+
+void S3Provider::setLastModified(StorageIRI const& location, boost::posix_time::ptime const& time) {
+    ItemKey const key = keyOf(location);
+    Timestamp const timestamp = toTimestamp(time);
+    translated(location, [&] {
+        if (key.isRoot()) {
+            fail(ErrorCode::UnsupportedOperation, location);
+        }
+        auto const lock = locks_.lock(key.file);
+        if (auto const head = bucket_->head(key.file, bucket_->deadline())) {
+            auto const likeness = likenessOf(*head, timestamp);
+            if (!likeness) {
+                fail(ErrorCode::UnsupportedOperation, location);
+            }
+            copyObject(key, *head, *this, key, *likeness, location, {});
+            return;
+        }
+        if (!isFolder(key)) {
+            fail(ErrorCode::ResourceNotFound, location);
+        }
+        Change const change(heads_, key.folder());
+        bucket_->put(key.folder(), {},
+                     {.onlyIfMissing = false,
+                      .metadata = {{std::string(detail::timeField), detail::timeText(timestamp)}}},
+                     bucket_->deadline());
+    });
 }
 
 void S3Provider::moveFile(StorageIRI const& source, StorageIRI const& destination,
@@ -102,13 +149,144 @@ void S3Provider::moveFile(StorageIRI const& source, StorageIRI const& destinatio
     }
     translated(destination, [&] {
         placeForFile(to, destination, policy);
-        copyObject(from, head, *this, to, !replaces(policy), destination, {});
+        copyObject(from, head, *this, to, conditionsFor(head, !replaces(policy)), destination, {});
         folders_.keep(to.parent().file);
     });
     translated(source, [&] {
+        Change const change(heads_, from.file);
         bucket_->remove(from.file, bucket_->deadline());
         folders_.forget(from.parent().file);
     });
+}
+
+void S3Provider::checkFolderMove(ItemKey const& from, StorageIRI const& source, ItemKey const& to,
+                                 StorageIRI const& destination, ReplacementPolicy policy) const {
+    translated(source, [&] {
+        if (!isFolder(from)) {
+            fail(bucket_->head(from.file, bucket_->deadline()) ? ErrorCode::InvalidLocation
+                                                               : ErrorCode::ResourceNotFound,
+                 source);
+        }
+    });
+    if (from == to) {
+        fail(ErrorCode::InvalidLocation, source);
+    }
+    if (to.file.starts_with(from.folder())) {
+        fail(ErrorCode::InvalidLocation, destination);
+    }
+    translated(destination, [&] {
+        // A caller who copies instead would copy the tree into itself.
+        std::string_view const way = pathBelow(to.folder(), from.file);
+        if (!way.empty() && isFolder({from.folder() + std::string(way)})) {
+            fail(ErrorCode::InvalidLocation, destination);
+        }
+        Standing const standing = lookUp(to);
+        if (standing.isNothing()) {
+            requireFolderOf(to, destination);
+            return;
+        }
+        if (!replaces(policy)) {
+            fail(ErrorCode::ResourceAlreadyExists, destination);
+        }
+        if (standing.file) {
+            fail(ErrorCode::InvalidLocation, destination);
+        }
+        detail::ListPage const page = bucket_->list({.prefix = to.folder(),
+                                                     .isDelimited = false,
+                                                     .startAfter = {},
+                                                     .continuation = {},
+                                                     .mostKeys = 2},
+                                                    bucket_->deadline());
+        if (page.objects.size() > 1 ||
+            (page.objects.size() == 1 && page.objects.front().key != to.folder())) {
+            fail(ErrorCode::FolderNotEmpty, destination);
+        }
+    });
+}
+
+void S3Provider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
+                            ReplacementPolicy const& policy) {
+    if (destination.getSchemeView() != home_.getSchemeView() ||
+        destination.getAuthorityView() != home_.getAuthorityView()) {
+        fail(ErrorCode::UnsupportedOperation, destination);
+    }
+    ItemKey const from = keyOf(source);
+    ItemKey const to = keyOf(destination);
+    if (from.isRoot()) { // the root stays
+        fail(from == to ? ErrorCode::InvalidLocation : ErrorCode::ResourceInUse, source);
+    }
+    checkFolderMove(from, source, to, destination, policy);
+    translated(destination, [&] {
+        Change const change(heads_);
+        moveKeys(from.folder(), to.folder());
+        folders_.forget(from.file);
+        folders_.forget(to.file);
+    });
+}
+
+/// A page of keys after the other: all of it is copied before any of it is removed.
+void S3Provider::moveKeys(std::string const& from, std::string const& to) {
+    detail::KeyRemoval removal(bucket_, *threads_);
+    detail::ListQuery query{.prefix = from,
+                            .isDelimited = false,
+                            .startAfter = {},
+                            .continuation = {},
+                            .mostKeys = bucket_->options().pageSize};
+    do {
+        detail::ListPage page = bucket_->list(query, bucket_->deadline());
+        std::deque<std::future<void>> inFlight;
+        std::exception_ptr failure;
+        auto const takeOldest = [&] {
+            try {
+                inFlight.front().get();
+            } catch (...) {
+                failure = failure ? failure : std::current_exception();
+            }
+            inFlight.pop_front();
+        };
+        std::vector<std::string> keys;
+        for (detail::ListedObject const& object : page.objects) {
+            std::string const target = to + object.key.substr(from.size());
+            if (failure) {
+                break;
+            }
+            if (target.size() > detail::longestKey) {
+                failure = std::make_exception_ptr(
+                    web::Failure(ErrorCode::InvalidLocation, "a key would be too long"));
+                break;
+            }
+            keys.push_back(object.key);
+            if (object.size > largestCopy) {
+                auto const head = bucket_->head(object.key, bucket_->deadline());
+                if (head && head->eTag == object.eTag) {
+                    copyObject({object.key}, *head, *this, {target}, conditionsFor(*head, false),
+                               home_, {});
+                } else {
+                    failure = std::make_exception_ptr(web::Failure(
+                        ErrorCode::IOError, "the file has changed while it was moved"));
+                }
+                continue;
+            }
+            while (inFlight.size() >= bucket_->options().concurrency) {
+                takeOldest();
+            }
+            inFlight.push_back(threads_->ask(
+                [bucket = bucket_, source = name_ + '/' + object.key, target, eTag = object.eTag] {
+                    bucket->copy(source, target, {}, eTag, bucket->deadline());
+                }));
+        }
+        while (!inFlight.empty()) {
+            takeOldest();
+        }
+        if (failure) {
+            std::rethrow_exception(failure);
+        }
+        removal.remove(std::move(keys));
+        query.continuation = std::move(page.continuation);
+    } while (!query.continuation.empty() && !removal.hasFailed());
+    if (auto const left = removal.finish()) {
+        throw web::Failure(left->code, left->text);
+    }
 }
 
 } // namespace foundation::storage::provider::s3

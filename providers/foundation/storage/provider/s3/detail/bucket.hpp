@@ -51,6 +51,8 @@ struct ObjectHead {
 struct PutConditions {
     bool onlyIfMissing = false; ///< else code ResourceAlreadyExists where there is one
     std::vector<std::pair<std::string, std::string>> metadata = {}; ///< names without x-amz-meta-
+    /// Content-Type and others that say how the bytes are to be taken.
+    std::vector<std::pair<std::string, std::string>> contentFields = {};
 };
 
 struct UploadedPart {
@@ -108,8 +110,8 @@ class Bucket {
     /// and is no older than the call.
     std::string put(std::string_view key, std::span<char const> content,
                     PutConditions const& conditions, Deadline const& deadline) const;
-    /// CopyObject within the store. `source` is BUCKET/KEY, not encoded. Returns the tag. Metadata,
-    /// where there is some, comes in place of that of the source. Stores know no copy only where
+    /// CopyObject within the store. `source` is BUCKET/KEY, not encoded. Returns the tag. Metadata
+    /// and fields, where there are some, come in place of those of the source. Stores know no copy only where
     /// nothing is: it is looked before.
     std::string copy(std::string_view source, std::string_view key, PutConditions const& conditions,
                      std::string_view sourceTag, Deadline const& deadline) const;

@@ -96,7 +96,7 @@ std::string Bucket::copy(std::string_view source, std::string_view key,
     question.body.emplace();
     addSource(question.headers, source, sourceTag);
     addMetadata(question.headers, conditions);
-    if (!conditions.metadata.empty()) {
+    if (!conditions.metadata.empty() || !conditions.contentFields.empty()) {
         question.headers.add("x-amz-metadata-directive", "REPLACE");
     }
     try {

@@ -6,8 +6,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 namespace foundation::storage::provider::s3::detail {
 
@@ -23,7 +21,8 @@ std::optional<Timestamp> parseTimeText(std::string_view text);
 /// as heads of answers tell it.
 Timestamp timeOf(ObjectHead const& head);
 
-/// The metadata of an object, with names as PutConditions has them.
-std::vector<std::pair<std::string, std::string>> metadataOf(ObjectHead const& head);
+/// What an object has beside its bytes, for a copy of it that has this time; nothing where that
+/// cannot be told in a request.
+std::optional<PutConditions> likenessOf(ObjectHead const& head, Timestamp time);
 
 } // namespace foundation::storage::provider::s3::detail

@@ -8,6 +8,9 @@
 namespace foundation::storage::provider::s3::detail {
 
 void addMetadata(web::Headers& headers, PutConditions const& conditions) {
+    for (auto const& [name, value] : conditions.contentFields) {
+        headers.add(name, value);
+    }
     for (auto const& [name, value] : conditions.metadata) {
         auto const isPlain = [](char c) { return c >= ' ' && c <= '~'; };
         bool const canBeName = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
