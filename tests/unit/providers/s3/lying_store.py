@@ -315,8 +315,8 @@ class Connection:
         after = self.query.get('continuation-token') or self.query.get('start-after', '')
         content, count, last = '', 0, None
         for key in sorted(self.bucket.objects) if keys is None else keys:
-            shown = key
-            if delimiter and delimiter in key[len(prefix):]:
+            shown, is_prefix = key, bool(delimiter) and delimiter in key[len(prefix):]
+            if is_prefix:
                 shown = key[:key.index(delimiter, len(prefix)) + 1]
             if not key.startswith(prefix) or key <= after or shown == last or \
                     (delimiter and after.endswith('/') and key.startswith(after)):
@@ -326,7 +326,7 @@ class Connection:
                 content += f'<NextContinuationToken>{token}</NextContinuationToken>'
                 break
             count, last = count + 1, shown
-            content += (entry or self.entry)(shown, shown != key)
+            content += (entry or self.entry)(shown, is_prefix)
         truncated = 'true' if 'NextContinuationToken' in content else 'false'
         return self.document('ListBucketResult', f'<EncodingType>url</EncodingType>'
                              f'<IsTruncated>{truncated}</IsTruncated>{content}')

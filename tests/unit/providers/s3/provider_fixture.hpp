@@ -3,6 +3,7 @@
 #include "bucket_fixture.hpp"
 
 #include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/s3/s3_provider.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 

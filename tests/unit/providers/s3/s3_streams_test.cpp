@@ -70,7 +70,7 @@ TEST_F(S3Streams, AFewBytesAtTheEndTakeTwoRequests) {
     EXPECT_EQ(asked([&] {
                   auto const stream = provider_->openReadOnlyStream(at(u"a"));
                   stream->seek(-22, std::ios_base::end);
-                  EXPECT_EQ(readAll(*stream), http::test::content(22, 4 * mebibyte - 22));
+                  EXPECT_EQ(readAll(*stream), http::test::content(4 * mebibyte, 4 * mebibyte - 22));
               }),
               "GET GET");
 }

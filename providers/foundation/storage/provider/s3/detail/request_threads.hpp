@@ -31,8 +31,8 @@ class RequestThreads {
     /// The same with a result, or what the job threw.
     template<class Job>
     auto ask(Job job) -> std::future<std::invoke_result_t<Job>> {
-        using Result = std::invoke_result_t<Job>;
-        auto task = std::make_shared<std::packaged_task<Result()>>(std::move(job));
+        using Returned = std::invoke_result_t<Job>;
+        auto task = std::make_shared<std::packaged_task<Returned()>>(std::move(job));
         auto future = task->get_future();
         run([task] { (*task)(); });
         return future;
