@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
-#include <unordered_map>
 #include <utility>
 
 namespace foundation::storage::provider::http::detail {
@@ -52,11 +51,6 @@ DavPath pathOf(web::Url const& url) {
         throw web::Failure(ErrorCode::InvalidLocation, "no item can have this location");
     }
     return *std::move(path);
-}
-
-/// The one of a folder should say so by its type; its place may end in a slash.
-bool isFolder(DavResponse const& response) noexcept {
-    return response.properties.isFolder.value_or(response.href.ends_with('/'));
 }
 
 std::string httpDate(std::int64_t seconds) {
@@ -202,56 +196,7 @@ DavListing DavClient::list(web::Url const& folder, web::Deadline const& deadline
     if (listing.status != 207) {
         return listing;
     }
-    listing.status = 200;
-    DavPath const place = pathOf(asked);
-    std::unordered_map<std::string_view, bool> names; // and whether it is a folder
-    std::optional<bool> isItselfFolder;
-    listing.members.reserve(responses.size()); // the names stay where they are
-    for (DavResponse const& response : responses) {
-        auto const path = DavPath::of(response.href, place);
-        bool const isThere = response.status == 0 || isSuccess(response.status);
-        if (path && path->isSameAs(place)) {
-            if (!isThere) {
-                listing.status = response.status;
-                return listing;
-            }
-            if (isItselfFolder.value_or(isFolder(response)) != isFolder(response)) {
-                refuse("two kinds of one item");
-            }
-            isItselfFolder = isFolder(response);
-            continue;
-        }
-        auto name = path ? place.nameOf(*path) : std::nullopt;
-        if (!name) {
-            // Whoever copies a listing, and then removes the folder, relies on it to be complete.
-            if (!path && place.holdsUnreadable(response.href)) {
-                refuse("an item's place is not well written");
-            }
-            ++listing.leftOut;
-            continue;
-        }
-        if (response.status == 404 || response.status == 410) {
-            continue; // vanished meanwhile
-        }
-        if (auto const before = names.find(*name); before != names.end()) {
-            if (before->second != isFolder(response)) {
-                refuse("two kinds of one item");
-            }
-            continue;
-        }
-        DavMember& member = listing.members.emplace_back();
-        member.name = *std::move(name);
-        member.isFolder = isFolder(response);
-        member.hasProperties = isThere && response.refusal == 0;
-        member.properties = response.properties;
-        names.emplace(member.name, member.isFolder);
-    }
-    // A server that tells nothing of the folder has listed something else.
-    if (!isItselfFolder && listing.members.empty()) {
-        refuse("it tells of something else");
-    }
-    listing.isFolder = isItselfFolder.value_or(true);
-    return listing;
+    return listingOf(responses, pathOf(asked));
 }
 
 DavOutcome DavClient::change(web::Request request, web::Deadline const& deadline) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/storage/provider/http/detail/dav_listing.hpp>
 #include <foundation/storage/provider/http/detail/dav_path.hpp>
 #include <foundation/storage/provider/http/detail/dav_xml.hpp>
 #include <foundation/storage/provider/web/client.hpp>
@@ -21,20 +22,6 @@ struct DavItem {
     bool isFolder = false;    ///< the same
     /// Else it may be a folder all the same.
     bool isKindTold = false;
-};
-
-struct DavMember {
-    std::string name; ///< as the storage knows it
-    bool isFolder = false;
-    bool hasProperties = false; ///< whether the server has let us have them
-    DavProperties properties;
-};
-
-struct DavListing {
-    int status = 0;
-    bool isFolder = false; ///< where the status is success
-    std::vector<DavMember> members;
-    std::size_t leftOut = 0; ///< items that are not in the folder, as far as their places tell
 };
 
 /// What came of a change.
