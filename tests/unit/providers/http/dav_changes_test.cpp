@@ -80,7 +80,8 @@ TEST_F(DavChanges, AskOfAFolderOnceInAWhile) {
 
 // The server does what is asked, and the answer is lost on the way.
 TEST_F(DavChanges, AreDoneOnceWhereTheirAnswersAreLost) {
-    for (std::string const root : {"/dav-loses-answers/", "/dav-fails-behind/"}) {
+    for (std::string const root :
+         {"/dav-loses-answers/", "/dav-fails-behind/", "/dav-is-busy-behind/"}) {
         provider_->createFolder(at(root + "folder"));
         provider_->createFile(at(root + "file"));
         write(root + "file", "bytes");
@@ -94,6 +95,75 @@ TEST_F(DavChanges, AreDoneOnceWhereTheirAnswersAreLost) {
         provider_->removeFolder(at(root + "other"));
         EXPECT_THAT(list(root), UnorderedElementsAre("file", "new")) << root;
     }
+}
+
+// The server goes on with what it was asked for, and is done when it is asked again.
+TEST_F(DavChanges, AreTheirOwnAlsoWhereTheyAreDoneLate) {
+    std::string const root = "/dav-is-late/";
+    provider_->createFolder(at(root + "folder"));
+    provider_->createFile(at(root + "file"));
+    write(root + "file", "bytes");
+    auto const stream = replacement(root + "new", FailIfExists);
+    stream->write("bytes", 5);
+    stream->close();
+    EXPECT_THAT(list(root), UnorderedElementsAre("file", "new", "folder/"));
+    provider_->removeFile(at(root + "file"));
+    provider_->removeFolderRecursively(at(root + "folder"));
+    EXPECT_THAT(list(root), ElementsAre("new"));
+    EXPECT_EQ(asked("DELETE"), 4U);
+}
+
+TEST_F(DavChanges, TakeNoCopyForCompleteByItsSize) {
+    std::string const root = "/dav-copies-by-halves/";
+    write(root + "file", "bytes");
+    copy(root + "file", root + "copy", FailIfExists);
+    EXPECT_EQ(bytesOf(root + "copy"), "bytes");
+    EXPECT_THAT(list(root), UnorderedElementsAre("file", "copy"));
+    EXPECT_EQ(asked("COPY"), 2U);
+}
+
+TEST_F(DavChanges, WaitForAServerThatHasMuchToDo) {
+    HttpOptions options = boundedOptions();
+    options.web.stallTimeout = std::chrono::milliseconds(500);
+    options.web.attempts = 1;
+    auto const patient = provider(options);
+    std::string const root = "/dav-takes-its-time/";
+    patient->createFile(at(root + "file"));
+    patient->copyFile(at(root + "file"), StorageItem(patient, at(root + "copy")),
+                      {FailIfExists, 0, {}});
+    patient->moveFile(at(root + "copy"), at(root + "moved"), FailIfExists);
+    patient->removeFile(at(root + "moved"));
+    for (char const* const method : {"PUT", "COPY", "DELETE"}) {
+        EXPECT_EQ(asked(method), 1U) << method;
+    }
+    EXPECT_THAT(list(root), ElementsAre("file"));
+}
+
+TEST_F(DavChanges, AreSentAsOftenAsTheOptionsSay) {
+    EXPECT_EQ(list("/dav-resets-questions/"), std::vector<std::string>{"code 9"});
+    EXPECT_EQ(asked("PROPFIND"), 3U + 1U); // one of them on a connection that was open
+    auto const stream = provider_->openStream(at("/dav-resets-changes/file"), {});
+    EXPECT_EQ(codeOfClose(*stream), 9);
+    EXPECT_THAT(asked("PUT"), ::testing::AllOf(::testing::Ge(3U), ::testing::Le(3U + 1U)));
+}
+
+TEST_F(DavChanges, HaveOneDeadlineForAllRequests) {
+    HttpOptions options = boundedOptions();
+    options.web.operationTimeout = std::chrono::milliseconds(300);
+    auto const hasty = provider(options);
+    EXPECT_EQ(codeOf([&] { hasty->createFolderRecursive(at("/dav-is-slow/a/b/c/d/e")); }), 9);
+    EXPECT_EQ(asked("MKCOL"), 0U);
+}
+
+// As one behind a proxy may, which knows itself by another scheme or port.
+TEST_F(DavChanges, LeaveCopiesToTheCallerWhereTheServerTakesTheDestinationForAnother) {
+    std::string const root = "/dav-is-called-otherwise/";
+    write(root + "file", "bytes");
+    EXPECT_EQ(codeOf([&] { copy(root + "file", root + "copy", FailIfExists); }), 11);
+    EXPECT_EQ(
+        codeOf([&] { provider_->moveFile(at(root + "file"), at(root + "moved"), FailIfExists); }),
+        11);
+    EXPECT_THAT(list(root), ElementsAre("file"));
 }
 
 // The requests are lost, and so nothing is done: all may be sent again but a move.

@@ -3,6 +3,7 @@
 /dav-BEHAVIOUR/PATH is a store of files and folders for each behaviour, empty at first. /xml-NAME/ is a folder that
 has the items and the lies of that name in the table below."""
 import threading
+import time
 from urllib.parse import quote, unquote, urlsplit
 
 MODIFIED = 'Sat, 01 Jun 2024 10:00:00 GMT'
@@ -176,13 +177,25 @@ class Dav:
             return self.simple(507)
         if self.flaw == 'led-to-folders' and not slash:
             return self.simple(301, f'Location: {self.target}/')
-        if self.flaw == 'loses-requests' and self.first('lost'):
+        if self.flaw == 'resets-changes' or (self.flaw in ('loses-requests', 'is-late') and self.first('lost')):
             return self.reset()
+        if self.flaw == 'is-called-otherwise' and self.method in ('COPY', 'MOVE'):
+            return self.simple(502)
+        if self.flaw == 'is-late' and self.first('done'):
+            getattr(self, 'dav_' + self.method.lower())(path)  # the first one, which went on
+        if self.flaw == 'takes-its-time':
+            time.sleep(0.8)
         status = getattr(self, 'dav_' + self.method.lower())(path)
+        if self.flaw == 'copies-by-halves' and self.method == 'COPY' and self.first('half'):
+            half = unquote(urlsplit(self.fields['destination']).path)
+            self.store[half] = bytes(len(self.store[half]))
+            return self.reset()
         if self.flaw == 'loses-answers' and self.first('lost'):
             return self.reset()
         if self.flaw == 'fails-behind' and self.first('failed'):
             return self.simple(504)
+        if self.flaw == 'is-busy-behind' and self.first('failed'):
+            return self.simple(503)
         if isinstance(status, str):
             return self.xml(status)
         self.simple(status) if status != 204 else self.head(204)
@@ -190,6 +203,10 @@ class Dav:
     def find(self, path, slash):
         if self.flaw == 'knows-no-propfind':
             return self.simple(405)
+        if self.flaw == 'resets-questions':
+            return self.reset()
+        if self.flaw == 'is-slow':
+            time.sleep(0.1)
         if path not in self.store:
             return self.simple(404)
         if slash and self.store[path] is not None:

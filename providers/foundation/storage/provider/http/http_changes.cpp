@@ -37,22 +37,39 @@ bool isRoot(StorageIRI const& location) {
 
 } // namespace
 
-DavOutcome HttpProvider::change(Sending sending, Changed changed,
+web::Deadline HttpProvider::deadlineFor(std::uint64_t size) const {
+    // At least so many bytes in a second are expected of a connection, or a disk, that goes on.
+    constexpr std::uint64_t slowest = std::uint64_t{1024} * 1024;
+    return web::Deadline(client_->options().operationTimeout +
+                         std::chrono::seconds(size / slowest));
+}
+
+DavOutcome HttpProvider::change(Sending sending, Changed changed, web::Deadline const& deadline,
                                 std::function<DavOutcome()> const& send,
                                 std::function<bool()> const& isDone) const {
+    // Whether an earlier sending may have done it, and is what a later one fails for.
+    bool mayBeDone = false;
     for (unsigned attempt = 1;; ++attempt) {
         std::optional<web::Failure> lost;
         try {
             DavOutcome const outcome = send();
             forget(outcome.isSuccess() ? changed : Changed::Folders);
+            if (outcome.isSuccess()) {
+                return outcome;
+            }
             // Of what a server behind another one has done, the first one may know nothing.
-            return web::mayPass(outcome.status) && isDone() ? DavOutcome{200} : outcome;
+            mayBeDone = mayBeDone || outcome.sendings > 1 || web::mayPass(outcome.status);
+            return mayBeDone && isDone() ? DavOutcome{200} : outcome;
         } catch (web::Failure const& failure) {
             forget(Changed::Folders);
-            if (!failure.mayPass() || failure.cannotHaveCome()) {
+            mayBeDone = mayBeDone || (failure.mayPass() && !failure.cannotHaveCome());
+            if (!failure.mayPass() || !mayBeDone) {
                 throw;
             }
             lost = failure;
+        } catch (...) {
+            forget(Changed::Folders);
+            throw;
         }
         if (isDone()) {
             return {200};
@@ -60,7 +77,7 @@ DavOutcome HttpProvider::change(Sending sending, Changed changed,
         if (sending == Sending::Once || attempt >= client_->options().attempts) {
             throw *lost;
         }
-        client_->pauseBefore(attempt + 1, std::chrono::milliseconds(0), client_->deadline(), *lost);
+        client_->pauseBefore(attempt + 1, std::chrono::milliseconds(0), deadline, *lost);
     }
 }
 
@@ -78,7 +95,8 @@ std::optional<StorageIRI> HttpProvider::failedItem(DavOutcome const& outcome,
     return location.isAncestorOf(failed) ? std::optional(failed) : std::nullopt;
 }
 
-void HttpProvider::failChange(DavOutcome const& outcome, StorageIRI const& location) const {
+void HttpProvider::failChange(DavOutcome const& outcome, StorageIRI const& location,
+                              web::Deadline const& deadline) const {
     int const status = outcome.status;
     if (auto const failed = failedItem(outcome, location)) {
         fail(web::errorCodeOfStatus(status), *failed);
@@ -89,64 +107,67 @@ void HttpProvider::failChange(DavOutcome const& outcome, StorageIRI const& locat
     // Servers have many words for a folder that is missing: 403, 404, 405, 409 and 500 among them.
     if (status == 400 || status == 403 || status == 404 || status == 405 || status == 409 ||
         status == 500) {
-        requireFolderAbove(location);
+        requireFolderAbove(location, deadline);
     }
     fail(web::errorCodeOfStatus(status), location);
 }
 
 void HttpProvider::createFile(StorageIRI const& location) try {
-    requireDav(location);
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline);
     web::Url const url = itemUrl(location);
-    detail::NamesInWork::Hold const hold(inWork_, url.text());
+    detail::NamesInWork::Hold const hold(inWork_, url.text(), deadline);
     // Not every server looks at the condition of the request.
-    if (isSuccess(lookAt(location).status)) {
+    if (isSuccess(lookAt(location, deadline).status)) {
         fail(ErrorCode::ResourceAlreadyExists, location);
     }
     DavOutcome const outcome = change(
-        Sending::UntilDone, Changed::Files,
-        [&] { return dav_.put(url, web::Body::of({}), Putting::IfMissing, client_->deadline()); },
+        Sending::UntilDone, Changed::Files, deadline,
+        [&] { return dav_.put(url, web::Body::of({}), Putting::IfMissing, deadline); },
         [&] {
-            Description const there = lookAt(location);
+            Description const there = lookAt(location, deadline);
             return isSuccess(there.status) && there.size == 0U;
         });
     if (!outcome.isSuccess()) {
-        failChange(outcome, location);
+        failChange(outcome, location, deadline);
     }
 } catch (web::Failure const& failure) {
     fail(failure.code(), location);
 }
 
 /// REQUIRES: there was nothing.
-void HttpProvider::makeFolder(StorageIRI const& location) {
+void HttpProvider::makeFolder(StorageIRI const& location, web::Deadline const& deadline) {
     DavOutcome const outcome = change(
-        Sending::UntilDone, Changed::Files,
-        [&] { return dav_.makeFolder(folderUrl(location), client_->deadline()); },
-        [&] { return isFolder(location); });
+        Sending::UntilDone, Changed::Files, deadline,
+        [&] { return dav_.makeFolder(folderUrl(location), deadline); },
+        [&] { return isFolder(location, deadline); });
     if (outcome.isSuccess()) {
         return;
     }
-    if (isSuccess(lookAt(location).status)) { // by now
+    if (isSuccess(lookAt(location, deadline).status)) { // by now
         fail(ErrorCode::ResourceAlreadyExists, location);
     }
-    failChange(outcome, location);
+    failChange(outcome, location, deadline);
 }
 
 void HttpProvider::createFolder(StorageIRI const& location) try {
-    requireDav(location);
-    if (isSuccess(lookAt(location).status)) {
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline);
+    if (isSuccess(lookAt(location, deadline).status)) {
         fail(ErrorCode::ResourceAlreadyExists, location);
     }
-    makeFolder(location);
+    makeFolder(location, deadline);
 } catch (web::Failure const& failure) {
     fail(failure.code(), location);
 }
 
 void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
-    requireDav(location);
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline);
     std::vector<StorageIRI> missing;
     StorageIRI at = location.withResolvedPath();
     for (; !isRoot(at); at = at.getParent()) {
-        Description const there = lookAt(at);
+        Description const there = lookAt(at, deadline);
         if (isSuccess(there.status)) {
             if (!there.isFolder) {
                 fail(missing.empty() ? ErrorCode::ResourceAlreadyExists
@@ -159,13 +180,13 @@ void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
     }
     for (; !missing.empty(); missing.pop_back()) {
         try {
-            makeFolder(missing.back());
+            makeFolder(missing.back(), deadline);
         } catch (Exception const& e) {
             // Somebody else may be making the same way.
             if (e.getErrorCode() != ErrorCode::ResourceAlreadyExists) {
                 throw;
             }
-            if (!isFolder(missing.back())) {
+            if (!isFolder(missing.back(), deadline)) {
                 fail(missing.size() == 1 ? ErrorCode::ResourceAlreadyExists
                                          : ErrorCode::ResourceNotFound,
                      location);
@@ -177,68 +198,73 @@ void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
 }
 
 /// Removing is done again where its answer was lost, and there is something still.
-DavOutcome HttpProvider::remove(StorageIRI const& location, web::Url const& url, Changed changed) {
+DavOutcome HttpProvider::remove(StorageIRI const& location, web::Url const& url, Changed changed,
+                                web::Deadline const& deadline) {
     return change(
-        Sending::UntilDone, changed, [&] { return dav_.remove(url, client_->deadline()); },
-        [&] { return !isSuccess(lookAt(location).status); });
+        Sending::UntilDone, changed, deadline, [&] { return dav_.remove(url, deadline); },
+        [&] { return !isSuccess(lookAt(location, deadline).status); });
 }
 
 void HttpProvider::removeFile(StorageIRI const& location) try {
-    requireDav(location);
-    Description const there = lookAt(location);
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline);
+    Description const there = lookAt(location, deadline);
     if (!isSuccess(there.status)) {
         fail(ErrorCode::ResourceNotFound, location);
     }
     if (there.isFolder) {
         fail(ErrorCode::InvalidLocation, location);
     }
-    DavOutcome const outcome = remove(location, itemUrl(location), Changed::Files);
+    DavOutcome const outcome = remove(location, itemUrl(location), Changed::Files, deadline);
     if (!outcome.isSuccess()) {
-        failChange(outcome, location);
+        failChange(outcome, location, deadline);
     }
 } catch (web::Failure const& failure) {
     fail(failure.code(), location);
 }
 
 void HttpProvider::removeFolder(StorageIRI const& location) try {
-    requireDav(location);
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline);
     // The server would remove it with all that is in it, so what comes between goes too.
-    detail::DavListing const listing = membersOf(location);
+    detail::DavListing const listing = membersOf(location, deadline);
     if (!listing.members.empty() || listing.leftOut != 0) {
         fail(ErrorCode::FolderNotEmpty, location);
     }
     if (isRoot(location)) {
         fail(ErrorCode::ResourceInUse, location);
     }
-    DavOutcome const outcome = remove(location, folderUrl(location), Changed::Folders);
+    DavOutcome const outcome = remove(location, folderUrl(location), Changed::Folders, deadline);
     if (!outcome.isSuccess()) {
-        failChange(outcome, location);
+        failChange(outcome, location, deadline);
     }
 } catch (web::Failure const& failure) {
     fail(failure.code(), location);
 }
 
 void HttpProvider::removeFolderRecursively(StorageIRI const& location) try {
-    requireDav(location);
-    if (!isFolder(location)) {
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline);
+    if (!isFolder(location, deadline)) {
         fail(ErrorCode::ResourceNotFound, location);
     }
     if (isRoot(location)) {
         fail(ErrorCode::ResourceInUse, location);
     }
     for (unsigned attempt = 1;; ++attempt) {
-        DavOutcome const outcome = remove(location, folderUrl(location), Changed::Folders);
+        DavOutcome const outcome =
+            remove(location, folderUrl(location), Changed::Folders, deadline);
         if (outcome.isSuccess()) {
             return;
         }
-        if (!isSuccess(lookAt(location).status)) {
+        if (!isSuccess(lookAt(location, deadline).status)) {
             fail(ErrorCode::ResourceNotFound, location); // somebody else has removed it
         }
         // What somebody else has removed from it meanwhile is no failure.
         auto const failed = failedItem(outcome, location);
         if (!failed || attempt >= client_->options().attempts ||
-            isSuccess(lookAt(*failed).status)) {
-            failChange(outcome, location);
+            isSuccess(lookAt(*failed, deadline).status)) {
+            failChange(outcome, location, deadline);
         }
     }
 } catch (web::Failure const& failure) {
@@ -247,22 +273,22 @@ void HttpProvider::removeFolderRecursively(StorageIRI const& location) try {
 
 void HttpProvider::setLastModified(StorageIRI const& location,
                                    boost::posix_time::ptime const& time) try {
+    web::Deadline const deadline = client_->deadline();
     Timestamp const wanted = toTimestamp(time);
-    requireDav(location);
-    Description const there = lookAt(location);
+    requireDav(location, deadline);
+    Description const there = lookAt(location, deadline);
     if (!isSuccess(there.status)) {
         fail(ErrorCode::ResourceNotFound, location);
     }
-    DavOutcome const outcome =
-        dav_.setLastModified(there.isFolder ? folderUrl(location) : itemUrl(location),
-                             wanted.seconds, client_->deadline());
+    DavOutcome const outcome = dav_.setLastModified(
+        there.isFolder ? folderUrl(location) : itemUrl(location), wanted.seconds, deadline);
     forget(Changed::Files);
     if (outcome.status == 401 || outcome.status == 423) {
-        failChange(outcome, location);
+        failChange(outcome, location, deadline);
     }
     // The time is the server's own business (RFC 4918, section 15.7), unless it has taken it.
     if (outcome.isSuccess()) {
-        Description const now = lookAt(location);
+        Description const now = lookAt(location, deadline);
         auto const told = now.headers.find("Last-Modified");
         if (told && web::parseHttpDate(*told) == wanted.seconds) {
             return;
@@ -274,7 +300,8 @@ void HttpProvider::setLastModified(StorageIRI const& location,
 }
 
 void HttpProvider::setWritable(StorageIRI const& location, bool) try {
-    requireDav(location);
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline);
     fail(ErrorCode::UnsupportedOperation, location);
 } catch (web::Failure const& failure) {
     fail(failure.code(), location);
@@ -299,37 +326,32 @@ void HttpProvider::publish(StorageIRI const& location, spool::Content const& con
     web::Body const body{content.size(), [&](std::uint64_t offset, std::span<char> buffer) {
                              content.read(offset, buffer.data(), buffer.size());
                          }};
-    // At least so many bytes in a second are expected of a connection that goes on.
-    constexpr std::uint64_t slowest = std::uint64_t{1024} * 1024;
-    auto const deadline = [&] {
-        return web::Deadline(client_->options().operationTimeout +
-                             std::chrono::seconds(content.size() / slowest));
-    };
+    web::Deadline const deadline = deadlineFor(content.size());
     web::Url const url = itemUrl(location);
     std::optional<detail::NamesInWork::Hold> hold;
     if (putting == Putting::IfMissing) {
-        hold.emplace(inWork_, url.text());
+        hold.emplace(inWork_, url.text(), deadline);
         // Not every server looks at the condition of the request.
-        if (isSuccess(lookAt(location).status)) {
+        if (isSuccess(lookAt(location, deadline).status)) {
             fail(ErrorCode::ResourceAlreadyExists, location);
         }
     }
     DavOutcome const outcome = change(
-        Sending::UntilDone, Changed::Files,
-        [&] { return dav_.put(url, body, putting, deadline()); },
+        putting == Putting::Always ? Sending::Once : Sending::UntilDone, Changed::Files, deadline,
+        [&] { return dav_.put(url, body, putting, deadline); },
         [&] {
             if (putting == Putting::Always) {
-                return false; // which was tried again already
+                return false; // it was sent again already, and nobody knows whose content it is
             }
-            Description const there = lookAt(location);
+            Description const there = lookAt(location, deadline);
             return isSuccess(there.status) && there.size == content.size();
         });
     if (!outcome.isSuccess()) {
-        Description const there = lookAt(location);
+        Description const there = lookAt(location, deadline);
         if (isSuccess(there.status) && there.isFolder) {
             fail(ErrorCode::InvalidLocation, location);
         }
-        failChange(outcome, location);
+        failChange(outcome, location, deadline);
     }
 } catch (web::Failure const& failure) {
     fail(failure.code(), location);
@@ -339,8 +361,9 @@ void HttpProvider::publish(StorageIRI const& location, spool::Content const& con
 
 std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
                                                      ByteStreamOpenOptions const& options) try {
-    requireDav(location);
-    Description const there = lookAt(location);
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline);
+    Description const there = lookAt(location, deadline);
     bool const isThere = isSuccess(there.status);
     if (there.isFolder) {
         fail(ErrorCode::InvalidLocation, location);
@@ -349,7 +372,7 @@ std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
         if (options.creation == ByteStreamCreation::OpenExisting) {
             fail(ErrorCode::ResourceNotFound, location);
         }
-        requireFolderAbove(location);
+        requireFolderAbove(location, deadline);
     }
     bool const keeps = isThere && options.withoutTruncate != 0;
     spool::Content content(space_);
@@ -383,9 +406,10 @@ std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
 
 std::unique_ptr<ByteStream> HttpProvider::openReplacement(StorageIRI const& location,
                                                           ReplacementPolicy const& policy) try {
-    requireDav(location);
-    if (!checkReplaceable(location, lookAt(location), policy)) {
-        requireFolderAbove(location);
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline);
+    if (!checkReplaceable(location, lookAt(location, deadline), policy)) {
+        requireFolderAbove(location, deadline);
     }
     auto const putting = replaces(policy) ? Putting::Always : Putting::IfMissing;
     return std::make_unique<HttpWritingStream>(

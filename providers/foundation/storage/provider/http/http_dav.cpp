@@ -51,7 +51,8 @@ bool HttpProvider::isKnownToSpeakDav(StorageIRI const& location) const {
     return !location.hasQuery() && spaces_.find(location.getResolvedPath()).value_or(false);
 }
 
-detail::DavClient::Spoken HttpProvider::speechAt(StorageIRI const& location) const {
+detail::DavClient::Spoken HttpProvider::speechAt(StorageIRI const& location,
+                                                 web::Deadline const& deadline) const {
     using Speech = detail::DavClient::Speech;
     if (location.hasQuery()) {
         return {Speech::Web, 0};
@@ -60,7 +61,6 @@ detail::DavClient::Spoken HttpProvider::speechAt(StorageIRI const& location) con
     if (auto const known = spaces_.find(path)) {
         return {*known ? Speech::Dav : Speech::Web, 0};
     }
-    web::Deadline const deadline = client_->deadline();
     auto spoken = dav_.speechAt(itemUrl(location), deadline);
     // Some tell it of nothing that is not there.
     ustring space(detail::DavSpaces::spaceOf(path));
@@ -80,17 +80,18 @@ detail::DavClient::Spoken HttpProvider::speechAt(StorageIRI const& location) con
     return spoken;
 }
 
-bool HttpProvider::speaksDav(StorageIRI const& location) const {
-    auto const spoken = speechAt(location);
+bool HttpProvider::speaksDav(StorageIRI const& location, web::Deadline const& deadline) const {
+    auto const spoken = speechAt(location, deadline);
     if (spoken.speech == detail::DavClient::Speech::Refused && web::mayPass(spoken.status)) {
         throw web::failureOfStatus(spoken.status);
     }
     return spoken.speech == detail::DavClient::Speech::Dav;
 }
 
-void HttpProvider::requireDav(StorageIRI const& location, ErrorCode without) const {
+void HttpProvider::requireDav(StorageIRI const& location, web::Deadline const& deadline,
+                              ErrorCode without) const {
     urlOf(location); // is one of this server
-    auto const spoken = speechAt(location);
+    auto const spoken = speechAt(location, deadline);
     if (spoken.speech == detail::DavClient::Speech::Refused) {
         throw web::failureOfStatus(spoken.status);
     }
@@ -100,8 +101,8 @@ void HttpProvider::requireDav(StorageIRI const& location, ErrorCode without) con
 }
 
 std::optional<HttpProvider::Description>
-HttpProvider::describeByDav(StorageIRI const& location) const {
-    detail::DavItem const item = dav_.find(itemUrl(location), client_->deadline());
+HttpProvider::describeByDav(StorageIRI const& location, web::Deadline const& deadline) const {
+    detail::DavItem const item = dav_.find(itemUrl(location), deadline);
     Description result;
     if (isNoDav(item.status)) {
         spaces_.keep(location.getResolvedPath(), false);
@@ -112,7 +113,7 @@ HttpProvider::describeByDav(StorageIRI const& location) const {
         return result;
     }
     if (!isSuccess(item.status)) {
-        if (item.status != 401 && item.status != 407 && isBelowFile(location)) {
+        if (item.status != 401 && item.status != 407 && isBelowFile(location, deadline)) {
             result.status = 404;
             return result;
         }
@@ -138,8 +139,9 @@ HttpProvider::describeByDav(StorageIRI const& location) const {
     return result;
 }
 
-HttpProvider::Description HttpProvider::lookAt(StorageIRI const& location) const {
-    if (auto found = describeByDav(location)) {
+HttpProvider::Description HttpProvider::lookAt(StorageIRI const& location,
+                                               web::Deadline const& deadline) const {
+    if (auto found = describeByDav(location, deadline)) {
         // What would be removed or replaced as a file could be a whole tree.
         if (isSuccess(found->status) && !found->isKindTold) {
             throw web::Failure(ErrorCode::IOError, "the server does not tell what kind of item "
@@ -151,13 +153,13 @@ HttpProvider::Description HttpProvider::lookAt(StorageIRI const& location) const
 }
 
 /// Servers have many words for that.
-bool HttpProvider::isBelowFile(StorageIRI const& location) const {
+bool HttpProvider::isBelowFile(StorageIRI const& location, web::Deadline const& deadline) const {
     for (StorageIRI above = location; above.hasParent();) {
         above = above.getParent();
         if (!above.hasPath()) {
             return false;
         }
-        detail::DavItem const item = dav_.find(itemUrl(above), client_->deadline());
+        detail::DavItem const item = dav_.find(itemUrl(above), deadline);
         if (isSuccess(item.status)) {
             return !item.isFolder;
         }
@@ -168,12 +170,13 @@ bool HttpProvider::isBelowFile(StorageIRI const& location) const {
     return false;
 }
 
-bool HttpProvider::isFolder(StorageIRI const& location) const {
-    Description const there = lookAt(location);
+bool HttpProvider::isFolder(StorageIRI const& location, web::Deadline const& deadline) const {
+    Description const there = lookAt(location, deadline);
     return isSuccess(there.status) && there.isFolder;
 }
 
-void HttpProvider::requireFolderAbove(StorageIRI const& location) const {
+void HttpProvider::requireFolderAbove(StorageIRI const& location,
+                                      web::Deadline const& deadline) const {
     if (location.getResolvedPath().size() <= 1) {
         return;
     }
@@ -183,7 +186,7 @@ void HttpProvider::requireFolderAbove(StorageIRI const& location) const {
         return;
     }
     auto const asked = detail::DescriptionMemory::Clock::now();
-    Description const there = lookAt(above);
+    Description const there = lookAt(above, deadline);
     if (!isSuccess(there.status) || !there.isFolder) {
         throw Exception(ErrorCode::ResourceNotFound, location);
     }
@@ -204,17 +207,19 @@ bool HttpProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature)
 }
 
 StorageIRI HttpProvider::getCanonicalLocation(StorageIRI const& location) const try {
+    web::Deadline const deadline = client_->deadline();
     urlOf(location);
-    if (speaksDav(location) && isAbsence(lookAt(location).status)) {
-        requireFolderAbove(location);
+    if (speaksDav(location, deadline) && isAbsence(lookAt(location, deadline).status)) {
+        requireFolderAbove(location, deadline);
     }
     return location.withResolvedPath();
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), location);
 }
 
-detail::DavListing HttpProvider::membersOf(StorageIRI const& location) const {
-    detail::DavListing listing = dav_.list(folderUrl(location), client_->deadline());
+detail::DavListing HttpProvider::membersOf(StorageIRI const& location,
+                                           web::Deadline const& deadline) const {
+    detail::DavListing listing = dav_.list(folderUrl(location), deadline);
     if (isNoDav(listing.status)) {
         spaces_.keep(location.getResolvedPath(), false);
         throw Exception(ErrorCode::UnsupportedOperation, location);
@@ -224,7 +229,7 @@ detail::DavListing HttpProvider::membersOf(StorageIRI const& location) const {
     }
     if (!isSuccess(listing.status)) {
         // A file's location with a slash at its end is one below a file.
-        if (listing.status != 401 && listing.status != 407 && !isFolder(location)) {
+        if (listing.status != 401 && listing.status != 407 && !isFolder(location, deadline)) {
             throw Exception(ErrorCode::ResourceNotFound, location);
         }
         throw web::failureOfStatus(listing.status);
@@ -238,8 +243,9 @@ detail::DavListing HttpProvider::membersOf(StorageIRI const& location) const {
 std::unique_ptr<IFolderEntryIterator> HttpProvider::list(StorageIRI const& location,
                                                          ustring const& filter,
                                                          HttpSelection const& selection) const try {
-    requireDav(location, ErrorCode::UnsupportedOperation);
-    HttpCursor::Members members = membersOf(location).members;
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline, ErrorCode::UnsupportedOperation);
+    HttpCursor::Members members = membersOf(location, deadline).members;
     std::erase_if(members, [&](detail::DavMember const& member) {
         return selection.kinds == (member.isFolder ? HttpSelection::Kinds::Files
                                                    : HttpSelection::Kinds::Folders) ||

@@ -124,8 +124,8 @@ web::Url HttpProvider::urlOf(StorageIRI const& location) const {
     return web::Url::of(location);
 }
 
-HttpProvider::Description HttpProvider::describe(StorageIRI const& location,
-                                                 Question question) const try {
+HttpProvider::Description HttpProvider::describe(StorageIRI const& location, Question question,
+                                                 web::Deadline const& deadline) const try {
     web::Url const url = urlOf(location);
     std::optional<Description> known = known_.find(url.text());
     if (known && (known->isKindKnown || question == Question::OfFile)) {
@@ -133,9 +133,9 @@ HttpProvider::Description HttpProvider::describe(StorageIRI const& location,
     }
     auto const asked = detail::DescriptionMemory::Clock::now();
     bool const isDav =
-        question == Question::OfKind ? speaksDav(location) : isKnownToSpeakDav(location);
-    std::optional<Description> told = isDav ? describeByDav(location) : std::move(known);
-    Description answer = told ? *std::move(told) : ask(url);
+        question == Question::OfKind ? speaksDav(location, deadline) : isKnownToSpeakDav(location);
+    std::optional<Description> told = isDav ? describeByDav(location, deadline) : std::move(known);
+    Description answer = told ? *std::move(told) : ask(url, deadline);
     answer.isKindKnown = isDav || question == Question::OfKind;
     if (isSuccess(answer.status)) {
         known_.keep(url.text(), answer, asked);
@@ -145,8 +145,8 @@ HttpProvider::Description HttpProvider::describe(StorageIRI const& location,
     throw Exception(failure.code(), location);
 }
 
-HttpProvider::Description HttpProvider::ask(web::Url const& url) const {
-    web::Deadline const deadline = client_->deadline();
+HttpProvider::Description HttpProvider::ask(web::Url const& url,
+                                            web::Deadline const& deadline) const {
     web::Headers fields;
     fields.add("Accept-Encoding", "identity");
     if (!isHeadRefused_) {
@@ -183,9 +183,9 @@ HttpProvider::Description HttpProvider::ask(web::Url const& url) const {
     return result;
 }
 
-HttpProvider::Description HttpProvider::existing(StorageIRI const& location,
-                                                 Question question) const {
-    Description result = describe(location, question);
+HttpProvider::Description HttpProvider::existing(StorageIRI const& location, Question question,
+                                                 web::Deadline const& deadline) const {
+    Description result = describe(location, question, deadline);
     if (isAbsence(result.status)) {
         throw Exception(ErrorCode::ResourceNotFound, location);
     }
@@ -193,7 +193,8 @@ HttpProvider::Description HttpProvider::existing(StorageIRI const& location,
 }
 
 ExistsResult HttpProvider::exists(StorageIRI const& location) const {
-    Description const description = describe(location, Question::OfKind);
+    web::Deadline const deadline = client_->deadline();
+    Description const description = describe(location, Question::OfKind, deadline);
     if (isAbsence(description.status)) {
         return ExistsResult::Nothing;
     }
@@ -201,7 +202,8 @@ ExistsResult HttpProvider::exists(StorageIRI const& location) const {
 }
 
 FileAttributes HttpProvider::getFileAttributes(StorageIRI const& location) const {
-    Description const description = existing(location, Question::OfFile);
+    web::Deadline const deadline = client_->deadline();
+    Description const description = existing(location, Question::OfFile, deadline);
     if (description.isFolder) {
         throw Exception(ErrorCode::InvalidLocation, location);
     }
@@ -209,8 +211,9 @@ FileAttributes HttpProvider::getFileAttributes(StorageIRI const& location) const
 }
 
 FolderAttributes HttpProvider::getFolderAttributes(StorageIRI const& location) const try {
-    requireDav(location, ErrorCode::UnsupportedOperation);
-    Description const description = existing(location, Question::OfKind);
+    web::Deadline const deadline = client_->deadline();
+    requireDav(location, deadline, ErrorCode::UnsupportedOperation);
+    Description const description = existing(location, Question::OfKind, deadline);
     if (!description.isFolder) {
         throw Exception(ErrorCode::ResourceNotFound, location);
     }
@@ -220,7 +223,8 @@ FolderAttributes HttpProvider::getFolderAttributes(StorageIRI const& location) c
 }
 
 ExtendedAttributes HttpProvider::getExtendedAttributes(StorageIRI const& location) const {
-    Description const description = existing(location, Question::OfFile);
+    web::Deadline const deadline = client_->deadline();
+    Description const description = existing(location, Question::OfFile, deadline);
     ExtendedAttributes result;
     for (auto const& [key, name] : toldFields) {
         if (auto const value = description.headers.find(name)) {
@@ -231,13 +235,14 @@ ExtendedAttributes HttpProvider::getExtendedAttributes(StorageIRI const& locatio
 }
 
 std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& location) const try {
+    web::Deadline const deadline = client_->deadline();
     web::Url const url = urlOf(location);
     if (!isKnownToSpeakDav(location)) {
         return openForReading(client_, url, location, options_, [](web::Url const&) {});
     }
     // Where there are folders, what a server shows of one is no file.
     auto const refuseFolder = [&] {
-        auto const there = describeByDav(location);
+        auto const there = describeByDav(location, deadline);
         if (there && there->isFolder) {
             throw Exception(ErrorCode::InvalidLocation, location);
         }

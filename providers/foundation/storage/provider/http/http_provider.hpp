@@ -84,9 +84,11 @@ class HttpProvider final : public IProvider,
 
     web::Url urlOf(StorageIRI const& location) const;
     /// With a status of success, or of absence. Throws provider::Exception for every other.
-    Description describe(StorageIRI const& location, Question question) const;
-    Description ask(web::Url const& url) const;
-    Description existing(StorageIRI const& location, Question question) const;
+    Description describe(StorageIRI const& location, Question question,
+                         web::Deadline const& deadline) const;
+    Description ask(web::Url const& url, web::Deadline const& deadline) const;
+    Description existing(StorageIRI const& location, Question question,
+                         web::Deadline const& deadline) const;
 
     // What needs WebDAV. All of it throws web::Failure, and provider::Exception.
 
@@ -94,46 +96,57 @@ class HttpProvider final : public IProvider,
     web::Url itemUrl(StorageIRI const& location) const;
     web::Url folderUrl(StorageIRI const& location) const;
     bool isKnownToSpeakDav(StorageIRI const& location) const;
-    detail::DavClient::Spoken speechAt(StorageIRI const& location) const;
-    bool speaksDav(StorageIRI const& location) const;
+    detail::DavClient::Spoken speechAt(StorageIRI const& location,
+                                       web::Deadline const& deadline) const;
+    bool speaksDav(StorageIRI const& location, web::Deadline const& deadline) const;
     /// Refuses where WebDAV is not spoken; for changes with the code for these.
-    void requireDav(StorageIRI const& location,
+    void requireDav(StorageIRI const& location, web::Deadline const& deadline,
                     ErrorCode without = ErrorCode::ReadOnlyProvider) const;
     /// What is at a location now; nothing where the server does not speak WebDAV there after all.
-    std::optional<Description> describeByDav(StorageIRI const& location) const;
+    std::optional<Description> describeByDav(StorageIRI const& location,
+                                             web::Deadline const& deadline) const;
     /// The same, of a location where WebDAV is needed; a status of success or of absence. Fails
     /// where the server does not tell whether it is a folder.
-    Description lookAt(StorageIRI const& location) const;
-    bool isBelowFile(StorageIRI const& location) const;
-    bool isFolder(StorageIRI const& location) const;
+    Description lookAt(StorageIRI const& location, web::Deadline const& deadline) const;
+    bool isBelowFile(StorageIRI const& location, web::Deadline const& deadline) const;
+    bool isFolder(StorageIRI const& location, web::Deadline const& deadline) const;
     /// Asks once in a while: of a folder, many files are made one after the other.
-    void requireFolderAbove(StorageIRI const& location) const;
+    void requireFolderAbove(StorageIRI const& location, web::Deadline const& deadline) const;
     /// What is remembered, behind a change; of what is below, where folders are gone.
     enum class Changed { Files, Folders };
     void forget(Changed changed) const;
-    detail::DavListing membersOf(StorageIRI const& location) const;
+    detail::DavListing membersOf(StorageIRI const& location, web::Deadline const& deadline) const;
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location, ustring const& filter,
                                                HttpSelection const& selection) const;
 
+    /// For an operation with a file of that size.
+    web::Deadline deadlineFor(std::uint64_t size) const;
     enum class Sending { Once, UntilDone };
-    /// Sends a change that must not be done twice. Where the answer is lost, `isDone` looks.
-    detail::DavOutcome change(Sending sending, Changed changed,
+    /// Sends a change that must not be done twice. Where an answer is lost, `isDone` looks; and
+    /// once more where a later sending fails, as the server may have been at work still.
+    detail::DavOutcome change(Sending sending, Changed changed, web::Deadline const& deadline,
                               std::function<detail::DavOutcome()> const& send,
                               std::function<bool()> const& isDone) const;
     /// Throws for a change that failed; `location` is what it was to make or to take away.
-    [[noreturn]] void failChange(detail::DavOutcome const& outcome,
-                                 StorageIRI const& location) const;
-    void makeFolder(StorageIRI const& location);
+    [[noreturn]] void failChange(detail::DavOutcome const& outcome, StorageIRI const& location,
+                                 web::Deadline const& deadline) const;
+    void makeFolder(StorageIRI const& location, web::Deadline const& deadline);
     std::optional<StorageIRI> failedItem(detail::DavOutcome const& outcome,
                                          StorageIRI const& location) const;
-    detail::DavOutcome remove(StorageIRI const& location, web::Url const& url, Changed changed);
+    detail::DavOutcome remove(StorageIRI const& location, web::Url const& url, Changed changed,
+                              web::Deadline const& deadline);
     struct Way;
     /// Takes an item to where nothing is, or to what may be replaced.
-    void move(Way const& way, bool isReplacing, Changed changed);
-    void copy(Way const& way, bool isReplacing, std::optional<std::uint64_t> size);
+    void move(Way const& way, bool isReplacing, Changed changed, web::Deadline const& deadline);
+    void copy(Way const& way, bool isReplacing, web::Deadline const& deadline);
+    void removeTrace(Way const& copied) noexcept;
+    [[noreturn]] void failTransfer(detail::DavOutcome const& outcome, Way const& way,
+                                   web::Deadline const& deadline) const;
     void refuseFolderMove(StorageIRI const& source, StorageIRI const& destination,
-                          ReplacementPolicy policy, Description const& there) const;
-    bool wouldCopyIntoItself(StorageIRI const& source, StorageIRI const& destination) const;
+                          ReplacementPolicy policy, Description const& there,
+                          web::Deadline const& deadline) const;
+    bool wouldCopyIntoItself(StorageIRI const& source, StorageIRI const& destination,
+                             web::Deadline const& deadline) const;
     /// Throws for a file that cannot be put at a location under a policy; else whether one is
     /// replaced.
     bool checkReplaceable(StorageIRI const& destination, Description const& there,

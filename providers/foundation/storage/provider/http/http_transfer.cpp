@@ -6,6 +6,7 @@
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/provider/streaming_copy.hpp>
 
+#include <algorithm>
 #include <random>
 #include <utility>
 
@@ -65,89 +66,123 @@ struct HttpProvider::Way {
 
 /// REQUIRES: what is replaced was seen to be a file, or an empty folder. Where nothing was, nothing
 /// is replaced, so that what comes between stays.
-void HttpProvider::move(Way const& way, bool isReplacing, Changed changed) {
-    detail::NamesInWork::Hold const hold(inWork_, way.to.text());
+void HttpProvider::move(Way const& way, bool isReplacing, Changed changed,
+                        web::Deadline const& deadline) {
+    detail::NamesInWork::Hold const hold(inWork_, way.to.text(), deadline);
     DavOutcome const outcome = change(
-        Sending::Once, changed,
+        Sending::Once, changed, deadline,
         [&] {
             return dav_.transfer(Transfer::Move, way.from, way.to,
                                  isReplacing ? Overwriting::Allowed : Overwriting::Refused,
                                  client_->deadline());
         },
         [&] {
-            return isSuccess(lookAt(way.destination).status) &&
-                   !isSuccess(lookAt(way.source).status);
+            return isSuccess(lookAt(way.destination, deadline).status) &&
+                   !isSuccess(lookAt(way.source, deadline).status);
         });
     if (outcome.isSuccess()) {
         return;
     }
-    if (outcome.status == 404 && !isSuccess(lookAt(way.source).status)) {
+    failTransfer(outcome, way, deadline);
+}
+
+void HttpProvider::failTransfer(DavOutcome const& outcome, Way const& way,
+                                web::Deadline const& deadline) const {
+    if (outcome.status == 404 && !isSuccess(lookAt(way.source, deadline).status)) {
         fail(ErrorCode::ResourceNotFound, way.source);
     }
-    failChange(outcome, way.destination);
+    // The server takes the destination for another one's (RFC 4918, sections 9.8.5 and 9.9.4), as
+    // one behind a proxy may, which does not know by what name it is called.
+    if (outcome.status == 502) {
+        fail(ErrorCode::UnsupportedOperation, way.destination);
+    }
+    failChange(outcome, way.destination, deadline);
 }
 
 /// To a name of its own, and from there to the one that was asked for: servers copy byte by byte,
-/// and what they replace they take away first.
-void HttpProvider::copy(Way const& way, bool isReplacing, std::optional<std::uint64_t> size) {
-    StorageIRI const beside(way.destination.getParent(), temporaryName());
-    Way const there{beside, itemUrl(beside), way.destination, way.to};
-    DavOutcome const outcome = change(
-        Sending::UntilDone, Changed::Files,
-        [&] {
-            return dav_.transfer(Transfer::Copy, way.from, there.from, Overwriting::Allowed,
-                                 client_->deadline());
-        },
-        [&] {
-            Description const copied = lookAt(beside);
-            return isSuccess(copied.status) && copied.size == size;
-        });
-    try {
-        if (!outcome.isSuccess()) {
-            if (outcome.status == 404 && !isSuccess(lookAt(way.source).status)) {
-                fail(ErrorCode::ResourceNotFound, way.source);
-            }
-            failChange(outcome, way.destination);
-        }
-        move(there, isReplacing, Changed::Files);
-    } catch (...) {
+/// and what they replace they take away first. Each sending has another name: one whose answer is
+/// lost may be at work still, and whatever its file looks like, nobody knows when it is complete.
+void HttpProvider::copy(Way const& way, bool isReplacing, web::Deadline const& deadline) {
+    for (unsigned attempt = 1;; ++attempt) {
+        StorageIRI const beside(way.destination.getParent(), temporaryName());
+        Way const there{beside, itemUrl(beside), way.destination, way.to};
+        std::optional<web::Failure> lost;
         try {
-            remove(beside, there.from, Changed::Files);
-        } catch (...) {
-            // The failure of the copy is on its way out, and is the one to report.
+            DavOutcome const outcome = change(
+                Sending::Once, Changed::Files, deadline,
+                [&] {
+                    return dav_.transfer(Transfer::Copy, way.from, there.from, Overwriting::Allowed,
+                                         deadline);
+                },
+                [] { return false; });
+            if (outcome.status == 504) {
+                lost = web::failureOfStatus(outcome.status);
+            } else if (!outcome.isSuccess()) {
+                removeTrace(there);
+                failTransfer(outcome, way, deadline);
+            }
+        } catch (web::Failure const& failure) {
+            if (!failure.mayPass() || failure.cannotHaveCome()) {
+                throw;
+            }
+            lost = failure;
         }
-        throw;
+        if (!lost) {
+            try {
+                move(there, isReplacing, Changed::Files, deadline);
+                return;
+            } catch (...) {
+                removeTrace(there);
+                throw;
+            }
+        }
+        removeTrace(there);
+        if (attempt >= client_->options().attempts) {
+            throw *lost;
+        }
+        client_->pauseBefore(attempt + 1, std::chrono::milliseconds(0), deadline, *lost);
+    }
+}
+
+/// What a failed copy may have left. The failure is the one to report, and does not wait long.
+void HttpProvider::removeTrace(Way const& copied) noexcept {
+    try {
+        web::Deadline const deadline(
+            std::min(client_->options().operationTimeout, std::chrono::milliseconds(10'000)));
+        remove(copied.source, copied.from, Changed::Files, deadline);
+    } catch (...) {
     }
 }
 
 CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& destination,
                                   CopyFileOptions const& options) try {
+    web::Deadline const deadline = client_->deadline();
     if (destination.getProvider().get() != this) {
         return copyFileByStreams(*this, source, destination, options);
     }
     StorageIRI const target = destination.getLocation();
-    requireDav(target);
+    requireDav(target, deadline);
     urlOf(source);
-    if (!speaksDav(source)) {
+    if (!speaksDav(source, deadline)) {
         return copyFileByStreams(*this, source, destination, options);
     }
-    Description const from = lookAt(source);
+    Description const from = lookAt(source, deadline);
     if (!isSuccess(from.status)) {
         fail(ErrorCode::ResourceNotFound, source);
     }
     if (from.isFolder || isOneItem(source, target)) {
         fail(ErrorCode::InvalidLocation, source);
     }
-    Description const there = lookAt(target);
+    Description const there = lookAt(target, deadline);
     bool const isReplacing = checkReplaceable(target, there, options.policy);
     std::uint64_t const size = from.size.value_or(0);
     if (!isReplacing) {
-        requireFolderAbove(target);
+        requireFolderAbove(target, deadline);
     }
     if (options.progress && !options.progress(size, size)) {
         fail(ErrorCode::IOError, target);
     }
-    copy({source, itemUrl(source), target, itemUrl(target)}, isReplacing, from.size);
+    copy({source, itemUrl(source), target, itemUrl(target)}, isReplacing, deadlineFor(size));
     return CopyStatus::Copied;
 } catch (web::Failure const& failure) {
     fail(failure.code(), source);
@@ -155,23 +190,25 @@ CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& d
 
 void HttpProvider::moveFile(StorageIRI const& source, StorageIRI const& destination,
                             ReplacementPolicy const& policy) try {
-    requireDav(source);
+    web::Deadline const deadline = client_->deadline();
+    requireDav(source, deadline);
     if (!isOneServer(source, destination)) {
         fail(ErrorCode::UnsupportedOperation, destination);
     }
-    requireDav(destination);
-    Description const from = lookAt(source);
+    requireDav(destination, deadline);
+    Description const from = lookAt(source, deadline);
     if (!isSuccess(from.status)) {
         fail(ErrorCode::ResourceNotFound, source);
     }
     if (from.isFolder || isOneItem(source, destination)) {
         fail(ErrorCode::InvalidLocation, source);
     }
-    bool const isReplacing = checkReplaceable(destination, lookAt(destination), policy);
+    bool const isReplacing = checkReplaceable(destination, lookAt(destination, deadline), policy);
     if (!isReplacing) {
-        requireFolderAbove(destination); // some servers make it
+        requireFolderAbove(destination, deadline); // some servers make it
     }
-    move({source, itemUrl(source), destination, itemUrl(destination)}, isReplacing, Changed::Files);
+    move({source, itemUrl(source), destination, itemUrl(destination)}, isReplacing, Changed::Files,
+         deadline);
 } catch (web::Failure const& failure) {
     fail(failure.code(), source);
 }
@@ -179,19 +216,20 @@ void HttpProvider::moveFile(StorageIRI const& source, StorageIRI const& destinat
 /// Whether one of two folders lies in the other so that a copy of the tree would write into what it
 /// copies: the destination lies in the source; or it is above the source, and there is a folder in
 /// the source that the copy would take for the source itself, like a/b/b where a/b is copied to a.
-bool HttpProvider::wouldCopyIntoItself(StorageIRI const& source,
-                                       StorageIRI const& destination) const {
+bool HttpProvider::wouldCopyIntoItself(StorageIRI const& source, StorageIRI const& destination,
+                                       web::Deadline const& deadline) const {
     if (source.isAncestorOf(destination)) {
         return true;
     }
     if (!destination.isAncestorOf(source)) {
         return false;
     }
-    return isFolder(StorageIRI(source, source.makePathRelativeTo(destination)));
+    return isFolder(StorageIRI(source, source.makePathRelativeTo(destination)), deadline);
 }
 
 void HttpProvider::refuseFolderMove(StorageIRI const& source, StorageIRI const& destination,
-                                    ReplacementPolicy policy, Description const& there) const {
+                                    ReplacementPolicy policy, Description const& there,
+                                    web::Deadline const& deadline) const {
     if (isSuccess(there.status)) {
         if (!replaces(policy)) {
             fail(ErrorCode::ResourceAlreadyExists, destination);
@@ -200,7 +238,7 @@ void HttpProvider::refuseFolderMove(StorageIRI const& source, StorageIRI const& 
             fail(ErrorCode::InvalidLocation, destination);
         }
     } else {
-        requireFolderAbove(destination);
+        requireFolderAbove(destination, deadline);
     }
     if (source.getResolvedPath().size() <= 1 || destination.getResolvedPath().size() <= 1) {
         fail(ErrorCode::ResourceInUse, destination); // the root stays
@@ -209,7 +247,7 @@ void HttpProvider::refuseFolderMove(StorageIRI const& source, StorageIRI const& 
         fail(ErrorCode::InvalidLocation, destination);
     }
     if (isSuccess(there.status)) {
-        detail::DavListing const listing = membersOf(destination);
+        detail::DavListing const listing = membersOf(destination, deadline);
         if (!listing.members.empty() || listing.leftOut != 0) {
             fail(ErrorCode::FolderNotEmpty, destination);
         }
@@ -218,12 +256,13 @@ void HttpProvider::refuseFolderMove(StorageIRI const& source, StorageIRI const& 
 
 void HttpProvider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
                               ReplacementPolicy const& policy) try {
-    requireDav(source);
+    web::Deadline const deadline = client_->deadline();
+    requireDav(source, deadline);
     if (!isOneServer(source, destination)) {
         fail(ErrorCode::UnsupportedOperation, destination);
     }
-    requireDav(destination);
-    Description const from = lookAt(source);
+    requireDav(destination, deadline);
+    Description const from = lookAt(source, deadline);
     if (!isSuccess(from.status)) {
         fail(ErrorCode::ResourceNotFound, source);
     }
@@ -231,12 +270,12 @@ void HttpProvider::moveFolder(StorageIRI const& source, StorageIRI const& destin
         fail(ErrorCode::InvalidLocation, source);
     }
     try {
-        Description const there = lookAt(destination);
-        refuseFolderMove(source, destination, policy, there);
+        Description const there = lookAt(destination, deadline);
+        refuseFolderMove(source, destination, policy, there, deadline);
         move({source, folderUrl(source), destination, folderUrl(destination)},
-             isSuccess(there.status), Changed::Folders);
+             isSuccess(there.status), Changed::Folders, deadline);
     } catch (Exception const& e) {
-        if (invitesCopy(e.getErrorCode()) && wouldCopyIntoItself(source, destination)) {
+        if (invitesCopy(e.getErrorCode()) && wouldCopyIntoItself(source, destination, deadline)) {
             fail(ErrorCode::InvalidLocation, destination);
         }
         throw;

@@ -70,22 +70,28 @@ void Client::pauseBefore(unsigned attempt, Milliseconds minimum, Deadline const&
 }
 
 std::unique_ptr<Exchange> Client::send(Request const& request, Deadline const& deadline) const {
+    bool hasCome = false; // to a server, which has said to send it again
     for (unsigned attempt = 1;; ++attempt) {
         std::optional<Failure> failure;
         Milliseconds minimum(0);
         try {
             std::unique_ptr<Exchange> answer = follow(request, deadline);
             AnswerHead const& head = answer->head(deadline);
+            answer->setSendings(hasCome ? attempt : 1);
             bool const mayGoAgain = request.isRepeatable || isUndone(head.status);
             if (!mayPass(head.status) || !mayGoAgain || attempt >= options_.attempts) {
                 return answer;
             }
             minimum = pauseAskedFor(head);
             failure = failureOfStatus(head.status);
+            hasCome = true;
             answer->finish();
         } catch (Failure const& thrown) {
             bool const mayGoAgain = request.isRepeatable || thrown.cannotHaveCome();
             if (!thrown.mayPass() || !mayGoAgain || attempt >= options_.attempts) {
+                if (hasCome && thrown.cannotHaveCome()) { // but an earlier one has
+                    throw Failure(thrown.code(), thrown.what(), Failure::Repetition::MayHelp);
+                }
                 throw;
             }
             failure = thrown;

@@ -48,6 +48,7 @@ Exchange::Exchange(ConnectionPool& pool, Request const& request, WebOptions cons
       stallTimeout_(options.stallTimeout),
       channel_(pool.lend()),
       isRepeatable_(request.isRepeatable),
+      takesTime_(request.takesTime),
       body_(request.body) {
     for (auto const& [name, value] : request.headers.fields()) {
         std::string line = name;
@@ -291,16 +292,22 @@ void Exchange::drive(Seen const& seen, Deadline const& deadline) {
             throw Failure(ErrorCode::IOError, "the server took longer than the operation may");
         }
         // Connecting has a limit of its own.
-        if (isConnected_ && stall.isOver()) {
+        bool const mayStall = isConnected_ && !isAtWork();
+        if (mayStall && stall.isOver()) {
             throw Failure(ErrorCode::IOError, "the server has sent or taken nothing for too long",
                           Failure::Repetition::MayHelp);
         }
         Milliseconds wait = std::min(deadline.left(), Milliseconds(1000));
-        if (isConnected_) {
+        if (mayStall) {
             wait = std::min(wait, stall.left());
         }
         ::curl_multi_poll(channel_->multi, nullptr, 0, static_cast<int>(wait.count()), nullptr);
     }
+}
+
+bool Exchange::isAtWork() const noexcept {
+    bool const isSent = !body_ || (given_ == body_->size && channel_->unsent() == 0);
+    return takesTime_ && !isHeadComplete_ && isSent;
 }
 
 std::uint64_t Exchange::progress() const noexcept {
@@ -377,6 +384,9 @@ AnswerHead const& Exchange::head(Deadline const& deadline) {
         failByResult();
     }
     bool const isDone = head_.status >= 200 && head_.status < 300;
+    if (isDone && bodyFailure_) {
+        std::rethrow_exception(bodyFailure_);
+    }
     if (isDone && body_ && given_ < body_->size) {
         throw Failure(ErrorCode::IOError, "the server answered before it had the whole request",
                       Failure::Repetition::MayHelp);

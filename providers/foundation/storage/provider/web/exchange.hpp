@@ -42,6 +42,9 @@ struct Request {
     /// repeatable goes on a new connection, as an old one may be at its end.
     bool isTraceable = false;
     bool followsRedirects = true; ///< else a redirect is the answer
+    /// Whether the server may work for longer than a stall before it answers: then only the
+    /// deadline counts, once it has the whole request.
+    bool takesTime = false;
 };
 
 struct AnswerHead {
@@ -66,6 +69,9 @@ class Exchange {
     ~Exchange();
 
     Url const& url() const noexcept { return url_; }
+    /// How often the request was sent for this answer, where servers have said to send it again.
+    unsigned sendings() const noexcept { return sendings_; }
+    void setSendings(unsigned count) noexcept { sendings_ = count; }
     /// Waits for it.
     AnswerHead const& head(Deadline const& deadline);
     /// REQUIRES: head() has returned. Up to as many bytes of the body as there is room for; 0 at
@@ -91,6 +97,8 @@ class Exchange {
     /// Lets the exchange go on until there is something to see.
     template<class Seen>
     void drive(Seen const& seen, Deadline const& deadline);
+    /// Whether the server has the request, and time for it.
+    bool isAtWork() const noexcept;
     /// Grows with each byte that goes to or comes from the server.
     std::uint64_t progress() const noexcept;
     void noteEnd();
@@ -105,6 +113,8 @@ class Exchange {
     ConnectionPool::Lent channel_;
 
     bool const isRepeatable_;
+    bool const takesTime_;
+    unsigned sendings_ = 1;
     std::optional<Body> const body_;
     std::uint64_t given_ = 0; ///< bytes of the body that is sent
     std::exception_ptr bodyFailure_;

@@ -74,6 +74,7 @@ web::Request requestOf(char const* method, web::Url const& url) {
     web::Request request{method, url};
     request.isRepeatable = false;
     request.followsRedirects = false;
+    request.takesTime = true; // all of a tree, or the content of a large file
     return request;
 }
 
@@ -135,8 +136,8 @@ std::vector<DavResponse> DavClient::ask(web::Url& url, char const* depth, int& s
     request.headers.add("Accept-Encoding", "identity");
     request.body = web::Body::of(wantedProperties);
     for (unsigned attempt = 1;; ++attempt) {
+        auto answer = client_->send(request, deadline); // which tries again by itself
         try {
-            auto const answer = client_->send(request, deadline);
             status = answer->head(deadline).status;
             if (!answer->url().hasSameOrigin(url)) {
                 refuse("it is another server's");
@@ -150,7 +151,8 @@ std::vector<DavResponse> DavClient::ask(web::Url& url, char const* depth, int& s
                 status = 405; // that is no answer to this request, and so the method is unknown
             }
             return {};
-        } catch (web::Failure const& failure) { // of the body: the head was tried again before
+        } catch (web::Failure const& failure) { // of the body
+            answer.reset();
             if (!failure.mayPass() || attempt >= client_->options().attempts) {
                 throw;
             }
@@ -201,7 +203,7 @@ DavListing DavClient::list(web::Url const& folder, web::Deadline const& deadline
 
 DavOutcome DavClient::change(web::Request request, web::Deadline const& deadline) const {
     auto const answer = client_->send(request, deadline);
-    DavOutcome outcome{answer->head(deadline).status};
+    DavOutcome outcome{answer->head(deadline).status, answer->sendings()};
     if (outcome.status != 207) {
         answer->finish();
         return outcome;

@@ -27,6 +27,8 @@ struct DavItem {
 /// What came of a change.
 struct DavOutcome {
     int status = 0;
+    /// How often it was sent: only the last answer is known.
+    unsigned sendings = 1;
     /// The item below for which it failed, where the server names one.
     std::optional<DavPath> failed = std::nullopt;
 

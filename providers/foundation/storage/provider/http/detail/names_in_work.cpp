@@ -1,14 +1,19 @@
 #include <foundation/storage/provider/http/detail/names_in_work.hpp>
 
+#include <foundation/storage/provider/web/failure.hpp>
+
 #include <utility>
 
 namespace foundation::storage::provider::http::detail {
 
-NamesInWork::Hold::Hold(NamesInWork& names, std::string name)
+NamesInWork::Hold::Hold(NamesInWork& names, std::string name, web::Deadline const& deadline)
     : names_(names),
       name_(std::move(name)) {
     std::unique_lock lock(names_.mutex_);
-    names_.given_.wait(lock, [&] { return !names_.names_.contains(name_); });
+    auto const isFree = [&] { return !names_.names_.contains(name_); };
+    if (!names_.given_.wait_for(lock, deadline.left(), isFree)) {
+        throw web::Failure(ErrorCode::IOError, "another change took longer than the operation may");
+    }
     names_.names_.insert(name_);
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <foundation/storage/provider/web/deadline.hpp>
+
 #include <condition_variable>
 #include <mutex>
 #include <set>
@@ -11,10 +13,11 @@ namespace foundation::storage::provider::http::detail {
 /// something is there, and only then make it. Safe on any thread.
 class NamesInWork {
   public:
-    /// Has a name for as long as it lives; waits while another one has it.
+    /// Has a name for as long as it lives; waits while another one has it. Throws web::Failure
+    /// where that takes too long.
     class Hold {
       public:
-        Hold(NamesInWork& names, std::string name);
+        Hold(NamesInWork& names, std::string name, web::Deadline const& deadline);
         Hold(Hold const&) = delete;
         Hold& operator=(Hold const&) = delete;
         ~Hold();
