@@ -41,6 +41,47 @@ TEST_F(DavListing, BelievesAnAnswerThatTheMethodIsNotKnown) {
     EXPECT_EQ(codeOf([&] { provider_->createFolder(at("/dav-knows-no-propfind/new")); }), 7);
 }
 
+// What is a file in any case needs no answer whether there are folders.
+TEST_F(DavListing, AsksAsOfTheWebWhereTheServerDoesNotTellWhatItSpeaks) {
+    for (std::string const how : {"reset", "400", "403", "500", "503"}) {
+        std::string const root = "/dav-options-" + how + '/';
+        std::size_t const before = asked("OPTIONS");
+        EXPECT_EQ(provider_->exists(at(root + "readable")), ExistsResult::File) << how;
+        EXPECT_EQ(provider_->exists(at(root + "missing")), ExistsResult::Nothing) << how;
+        EXPECT_EQ(codeOf([&] { provider_->getCanonicalLocation(at(root + "readable")); }), -1)
+            << how;
+        EXPECT_LE(asked("OPTIONS") - before, 3U + (how == "reset" ? 3U : 0U)) << how;
+        EXPECT_EQ(codeOf([&] { provider_->createFolder(at(root + "new")); }), how == "403" ? 2 : 9);
+    }
+}
+
+TEST_F(DavListing, AsksAPlainServerOncePerFolder) {
+    for (char const* const name : {"1", "2", "missing"}) {
+        provider_->exists(at(std::string("/good/") + name));
+    }
+    EXPECT_EQ(asked("OPTIONS"), 1U);
+}
+
+TEST_F(DavListing, TellsOfFilesThatCanBeReadWhereWebDavIsClosed) {
+    EXPECT_EQ(provider_->exists(at("/dav-is-closed/readable")), ExistsResult::File);
+    EXPECT_EQ(provider_->getFileAttributes(at("/dav-is-closed/readable")).values().size, 5U);
+    EXPECT_EQ(provider_->exists(at("/dav-is-closed/missing")), ExistsResult::Nothing);
+    EXPECT_EQ(codeOf([&] { provider_->removeFile(at("/dav-is-closed/readable")); }), 2);
+}
+
+TEST_F(DavListing, TakesWhatOneItemIsRefusedForThatItemAlone) {
+    for (std::string const name : {"private", "page", "cgi"}) {
+        static_cast<void>(codeOf([&] { provider_->exists(at("/dav-mixed/" + name)); }));
+        static_cast<void>(list("/dav-mixed/" + name));
+        EXPECT_EQ(list("/dav-mixed"), Names{}) << name;
+        static_cast<void>(codeOf([&] { provider_->exists(at("/dav-mixed/" + name)); }));
+        EXPECT_EQ(codeOf([&] { provider_->createFolder(at("/dav-mixed/of-" + name.substr(1))); }),
+                  -1)
+            << name;
+        provider_->removeFolder(at("/dav-mixed/of-" + name.substr(1)));
+    }
+}
+
 TEST_F(DavListing, GoesByTheNamespacesAndNotByTheirPrefixes) {
     EXPECT_THAT(list("/xml-other-prefixes/"), ElementsAre("file"));
 }

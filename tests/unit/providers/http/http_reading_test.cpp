@@ -133,10 +133,10 @@ TEST_F(Http, TellsWhatIsKnownOfAFile) {
     EXPECT_EQ(provider->exists(at("/missing")), ExistsResult::Nothing);
     EXPECT_EQ(provider->exists(at("/status/410")), ExistsResult::Nothing);
     EXPECT_EQ(codeOf([&] { provider->getFileAttributes(at("/missing")); }), 4);
-    // Whether there are folders is asked where the kind is, once for each first name of a path, and
-    // once of the root for what is missing.
-    EXPECT_EQ(server_.countOf("\tOPTIONS\t"), 5U);
-    EXPECT_EQ(server_.countOf("\tHEAD\t") + 5U, server_.requests().size());
+    // Whether there are folders is asked where the kind is, once for each folder, and then of the
+    // first name and of the root for what is missing.
+    EXPECT_EQ(server_.countOf("\tOPTIONS\t"), 6U);
+    EXPECT_EQ(server_.countOf("\tHEAD\t") + 6U, server_.requests().size());
     EXPECT_FALSE(provider->getFileAttributes(at("/whole-in-chunks/5")).values().size);
 }
 

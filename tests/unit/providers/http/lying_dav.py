@@ -100,7 +100,7 @@ class Dav:
         self.root = f'/{kind}-{self.flaw}'
         self.payload = self.take() if 'content-length' in self.fields else b''
         if self.method == 'OPTIONS':
-            self.options()
+            self.options(path)
         elif kind == 'xml':
             self.listing_of(self.flaw)
         else:
@@ -108,15 +108,19 @@ class Dav:
                 self.store = stores.setdefault(self.flaw, {self.root: None})
                 self.change(path)
 
-    def options(self):
+    def options(self, path):
         if self.flaw == 'of-class-two':
             self.simple(200, 'DAV: <http://example.org/more>', 'DAV: 4, 2')
         elif self.flaw == 'of-another-origin':
             self.simple(307, f'Location: http://127.0.0.1:{self.ports[1]}/dav-good/')
         elif self.flaw == 'not-spoken':
             self.simple(200, 'DAV: 10, x1, <1>')
-        elif self.flaw == 'denied':
-            self.simple(401)
+        elif self.flaw == 'denied' or (self.flaw == 'mixed' and 'private' in path):
+            self.simple(401 if self.flaw == 'denied' else 403)
+        elif self.flaw == 'mixed' and 'page' in path:
+            self.simple(200)
+        elif self.flaw.startswith('options-'):
+            self.simple(int(self.flaw[8:])) if self.flaw != 'options-reset' else self.reset()
         else:
             self.simple(200, 'DAV: 1')
 
@@ -167,7 +171,7 @@ class Dav:
     def change(self, path):
         slash, path = path.endswith('/'), path.rstrip('/')
         if self.method in ('GET', 'HEAD'):
-            data = self.store.get(path)
+            data = b'bytes' if 'readable' in path else self.store.get(path)
             return self.simple(404) if data is None else self.good(len(data), data)
         if self.method == 'PROPFIND':
             return self.find(path, slash)
@@ -203,6 +207,10 @@ class Dav:
     def find(self, path, slash):
         if self.flaw == 'knows-no-propfind':
             return self.simple(405)
+        if self.flaw == 'mixed' and 'cgi' in path:
+            return self.simple(405)
+        if self.flaw == 'is-closed':
+            return self.simple(403)
         if self.flaw == 'resets-questions':
             return self.reset()
         if self.flaw == 'is-slow':

@@ -48,50 +48,56 @@ web::Url HttpProvider::folderUrl(StorageIRI const& location) const {
 }
 
 bool HttpProvider::isKnownToSpeakDav(StorageIRI const& location) const {
-    return !location.hasQuery() && spaces_.find(location.getResolvedPath()).value_or(false);
+    return !location.hasQuery() && spaces_.speaksDav(location.getResolvedPath());
 }
 
-detail::DavClient::Spoken HttpProvider::speechAt(StorageIRI const& location,
-                                                 web::Deadline const& deadline) const {
+/// Throws web::Failure where there is no answer.
+detail::DavClient::Spoken HttpProvider::askSpeech(StorageIRI const& location, unsigned attempts,
+                                                  web::Deadline const& deadline) const {
     using Speech = detail::DavClient::Speech;
-    if (location.hasQuery()) {
-        return {Speech::Web, 0};
-    }
     ustring const& path = location.getResolvedPath();
-    if (auto const known = spaces_.find(path)) {
-        return {*known ? Speech::Dav : Speech::Web, 0};
-    }
-    auto spoken = dav_.speechAt(itemUrl(location), deadline);
+    auto spoken = dav_.speechAt(itemUrl(location), attempts, deadline);
     // Some tell it of nothing that is not there.
     ustring space(detail::DavSpaces::spaceOf(path));
     if (spoken.speech == Speech::Unknown && space.size() < path.size()) {
-        spoken = dav_.speechAt(folderUrl(StorageIRI(home_, space)), deadline);
+        spoken = dav_.speechAt(folderUrl(StorageIRI(home_, space)), attempts, deadline);
     }
     if (spoken.speech == Speech::Unknown) {
         space = u"/";
-        if (spaces_.find(space)) { // not there
-            return {Speech::Web, spoken.status};
-        }
-        spoken = dav_.speechAt(folderUrl(StorageIRI(home_, space)), deadline);
+        spoken = dav_.speechAt(folderUrl(StorageIRI(home_, space)), attempts, deadline);
     }
-    if (spoken.speech != Speech::Refused) {
-        spaces_.keep(space, spoken.speech == Speech::Dav);
+    if (spoken.speech == Speech::Dav) {
+        spaces_.keepDav(space);
+    } else if (spoken.speech != Speech::Refused) {
+        spaces_.keepPlain(path);
     }
     return spoken;
 }
 
-bool HttpProvider::speaksDav(StorageIRI const& location, web::Deadline const& deadline) const {
-    auto const spoken = speechAt(location, deadline);
-    if (spoken.speech == detail::DavClient::Speech::Refused && web::mayPass(spoken.status)) {
-        throw web::failureOfStatus(spoken.status);
+/// For a question, which the web answers too: asked once, and what cannot be found out is no.
+bool HttpProvider::speaksDav(StorageIRI const& location, web::Deadline const& deadline) const try {
+    if (location.hasQuery()) {
+        return false;
     }
-    return spoken.speech == detail::DavClient::Speech::Dav;
+    if (spaces_.speaksDav(location.getResolvedPath())) {
+        return true;
+    }
+    return !spaces_.isPlain(location.getResolvedPath()) &&
+           askSpeech(location, 1, deadline).speech == detail::DavClient::Speech::Dav;
+} catch (web::Failure const&) {
+    return false;
 }
 
 void HttpProvider::requireDav(StorageIRI const& location, web::Deadline const& deadline,
                               ErrorCode without) const {
     urlOf(location); // is one of this server
-    auto const spoken = speechAt(location, deadline);
+    if (location.hasQuery()) {
+        throw Exception(without, location);
+    }
+    if (spaces_.speaksDav(location.getResolvedPath())) {
+        return;
+    }
+    auto const spoken = askSpeech(location, client_->options().attempts, deadline);
     if (spoken.speech == detail::DavClient::Speech::Refused) {
         throw web::failureOfStatus(spoken.status);
     }
@@ -104,8 +110,7 @@ std::optional<HttpProvider::Description>
 HttpProvider::describeByDav(StorageIRI const& location, web::Deadline const& deadline) const {
     detail::DavItem const item = dav_.find(itemUrl(location), deadline);
     Description result;
-    if (isNoDav(item.status)) {
-        spaces_.keep(location.getResolvedPath(), false);
+    if (isNoDav(item.status)) { // which says nothing of other items
         return std::nullopt;
     }
     if (isAbsence(item.status)) {
@@ -117,7 +122,8 @@ HttpProvider::describeByDav(StorageIRI const& location, web::Deadline const& dea
             result.status = 404;
             return result;
         }
-        throw web::failureOfStatus(item.status);
+        result.status = item.status;
+        return result;
     }
     result.status = 200;
     result.isKindKnown = true;
@@ -142,6 +148,9 @@ HttpProvider::describeByDav(StorageIRI const& location, web::Deadline const& dea
 HttpProvider::Description HttpProvider::lookAt(StorageIRI const& location,
                                                web::Deadline const& deadline) const {
     if (auto found = describeByDav(location, deadline)) {
+        if (!isSuccess(found->status) && !isAbsence(found->status)) {
+            throw web::failureOfStatus(found->status);
+        }
         // What would be removed or replaced as a file could be a whole tree.
         if (isSuccess(found->status) && !found->isKindTold) {
             throw web::Failure(ErrorCode::IOError, "the server does not tell what kind of item "
@@ -209,8 +218,11 @@ bool HttpProvider::hasFeature(StorageIRI const&, ExtendedFeature const& feature)
 StorageIRI HttpProvider::getCanonicalLocation(StorageIRI const& location) const try {
     web::Deadline const deadline = client_->deadline();
     urlOf(location);
-    if (speaksDav(location, deadline) && isAbsence(lookAt(location, deadline).status)) {
-        requireFolderAbove(location, deadline);
+    if (speaksDav(location, deadline)) {
+        auto const there = describeByDav(location, deadline);
+        if (there && isAbsence(there->status)) {
+            requireFolderAbove(location, deadline);
+        }
     }
     return location.withResolvedPath();
 } catch (web::Failure const& failure) {
@@ -221,7 +233,6 @@ detail::DavListing HttpProvider::membersOf(StorageIRI const& location,
                                            web::Deadline const& deadline) const {
     detail::DavListing listing = dav_.list(folderUrl(location), deadline);
     if (isNoDav(listing.status)) {
-        spaces_.keep(location.getResolvedPath(), false);
         throw Exception(ErrorCode::UnsupportedOperation, location);
     }
     if (isAbsence(listing.status)) {

@@ -135,6 +135,15 @@ HttpProvider::Description HttpProvider::describe(StorageIRI const& location, Que
     bool const isDav =
         question == Question::OfKind ? speaksDav(location, deadline) : isKnownToSpeakDav(location);
     std::optional<Description> told = isDav ? describeByDav(location, deadline) : std::move(known);
+    if (told && !isSuccess(told->status) && !isAbsence(told->status)) {
+        // Some let us read what they do not let us ask of by the methods of WebDAV.
+        web::Failure const refusal = web::failureOfStatus(told->status);
+        try {
+            told = ask(url, deadline);
+        } catch (web::Failure const&) {
+            throw refusal;
+        }
+    }
     Description answer = told ? *std::move(told) : ask(url, deadline);
     answer.isKindKnown = isDav || question == Question::OfKind;
     if (isSuccess(answer.status)) {
@@ -248,6 +257,9 @@ std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& l
         }
         if (there && isAbsence(there->status)) {
             throw Exception(ErrorCode::ResourceNotFound, location);
+        }
+        if (there && !isSuccess(there->status)) {
+            throw web::failureOfStatus(there->status);
         }
     };
     try {

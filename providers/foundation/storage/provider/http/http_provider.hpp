@@ -96,13 +96,14 @@ class HttpProvider final : public IProvider,
     web::Url itemUrl(StorageIRI const& location) const;
     web::Url folderUrl(StorageIRI const& location) const;
     bool isKnownToSpeakDav(StorageIRI const& location) const;
-    detail::DavClient::Spoken speechAt(StorageIRI const& location,
-                                       web::Deadline const& deadline) const;
+    detail::DavClient::Spoken askSpeech(StorageIRI const& location, unsigned attempts,
+                                        web::Deadline const& deadline) const;
     bool speaksDav(StorageIRI const& location, web::Deadline const& deadline) const;
     /// Refuses where WebDAV is not spoken; for changes with the code for these.
     void requireDav(StorageIRI const& location, web::Deadline const& deadline,
                     ErrorCode without = ErrorCode::ReadOnlyProvider) const;
-    /// What is at a location now; nothing where the server does not speak WebDAV there after all.
+    /// What is at a location now, with any status; nothing where the server does not speak WebDAV
+    /// there after all.
     std::optional<Description> describeByDav(StorageIRI const& location,
                                              web::Deadline const& deadline) const;
     /// The same, of a location where WebDAV is needed; a status of success or of absence. Fails

@@ -70,6 +70,7 @@ void Client::pauseBefore(unsigned attempt, Milliseconds minimum, Deadline const&
 }
 
 std::unique_ptr<Exchange> Client::send(Request const& request, Deadline const& deadline) const {
+    unsigned const attempts = request.attempts.value_or(options_.attempts);
     bool hasCome = false; // to a server, which has said to send it again
     for (unsigned attempt = 1;; ++attempt) {
         std::optional<Failure> failure;
@@ -79,7 +80,7 @@ std::unique_ptr<Exchange> Client::send(Request const& request, Deadline const& d
             AnswerHead const& head = answer->head(deadline);
             answer->setSendings(hasCome ? attempt : 1);
             bool const mayGoAgain = request.isRepeatable || isUndone(head.status);
-            if (!mayPass(head.status) || !mayGoAgain || attempt >= options_.attempts) {
+            if (!mayPass(head.status) || !mayGoAgain || attempt >= attempts) {
                 return answer;
             }
             minimum = pauseAskedFor(head);
@@ -88,7 +89,7 @@ std::unique_ptr<Exchange> Client::send(Request const& request, Deadline const& d
             answer->finish();
         } catch (Failure const& thrown) {
             bool const mayGoAgain = request.isRepeatable || thrown.cannotHaveCome();
-            if (!thrown.mayPass() || !mayGoAgain || attempt >= options_.attempts) {
+            if (!thrown.mayPass() || !mayGoAgain || attempt >= attempts) {
                 if (hasCome && thrown.cannotHaveCome()) { // but an earlier one has
                     throw Failure(thrown.code(), thrown.what(), Failure::Repetition::MayHelp);
                 }

@@ -45,6 +45,8 @@ struct Request {
     /// Whether the server may work for longer than a stall before it answers: then only the
     /// deadline counts, once it has the whole request.
     bool takesTime = false;
+    /// How often it is sent at most; where there is no number, as often as the options say.
+    std::optional<unsigned> attempts = {};
 };
 
 struct AnswerHead {

@@ -80,8 +80,11 @@ web::Request requestOf(char const* method, web::Url const& url) {
 
 } // namespace
 
-DavClient::Spoken DavClient::speechAt(web::Url const& url, web::Deadline const& deadline) const {
-    auto const answer = client_->send({"OPTIONS", url}, deadline);
+DavClient::Spoken DavClient::speechAt(web::Url const& url, unsigned attempts,
+                                      web::Deadline const& deadline) const {
+    web::Request request{"OPTIONS", url};
+    request.attempts = attempts;
+    auto const answer = client_->send(request, deadline);
     web::AnswerHead const& head = answer->head(deadline);
     answer->finish();
     for (auto const& [name, value] : head.headers.fields()) {
@@ -94,15 +97,16 @@ DavClient::Spoken DavClient::speechAt(web::Url const& url, web::Deadline const& 
     case 404:
     case 410:
         return {Speech::Unknown, head.status};
+    case 400:
     case 401:
+    case 403:
     case 407:
     case 408:
     case 429:
-    case 503:
-    case 504:
         return {Speech::Refused, head.status};
-    default:
-        return {Speech::Web, head.status};
+    default: // 501: the method is not known
+        return {head.status >= 500 && head.status != 501 ? Speech::Refused : Speech::Web,
+                head.status};
     }
 }
 

@@ -53,7 +53,7 @@ class DavClient {
         Speech speech;
         int status;
     };
-    Spoken speechAt(web::Url const& url, web::Deadline const& deadline) const;
+    Spoken speechAt(web::Url const& url, unsigned attempts, web::Deadline const& deadline) const;
 
     DavItem find(web::Url const& url, web::Deadline const& deadline) const;
     DavListing list(web::Url const& folder, web::Deadline const& deadline) const;

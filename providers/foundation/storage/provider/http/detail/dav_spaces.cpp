@@ -5,6 +5,12 @@ namespace foundation::storage::provider::http::detail {
 namespace {
 
 constexpr std::size_t mostSpaces = 1024;
+constexpr std::chrono::minutes lifetimeOfPlain{1};
+
+std::u16string_view folderOf(std::u16string_view path) noexcept {
+    std::size_t const end = path.size() > 1 ? path.rfind(u'/', path.size() - 2) : 0;
+    return path.substr(0, end == std::u16string_view::npos ? 0 : end);
+}
 
 } // namespace
 
@@ -13,22 +19,31 @@ std::u16string_view DavSpaces::spaceOf(std::u16string_view path) noexcept {
     return path.empty() ? std::u16string_view(u"/") : path.substr(0, end);
 }
 
-std::optional<bool> DavSpaces::find(std::u16string_view path) const {
+bool DavSpaces::speaksDav(std::u16string_view path) const {
     std::lock_guard const lock(mutex_);
-    if (auto const found = known_.find(spaceOf(path)); found != known_.end()) {
-        return found->second;
-    }
-    // What is said of the root alone says nothing against a space below it.
-    auto const root = known_.find(std::u16string_view(u"/"));
-    return root != known_.end() && root->second ? std::optional(true) : std::nullopt;
+    return dav_.contains(spaceOf(path)) || dav_.contains(std::u16string_view(u"/"));
 }
 
-void DavSpaces::keep(std::u16string_view path, bool isDav) {
+bool DavSpaces::isPlain(std::u16string_view path) const {
     std::lock_guard const lock(mutex_);
-    if (known_.size() >= mostSpaces) {
-        known_.clear();
+    auto const found = plain_.find(folderOf(path));
+    return found != plain_.end() && Clock::now() - found->second < lifetimeOfPlain;
+}
+
+void DavSpaces::keepDav(std::u16string_view path) {
+    std::lock_guard const lock(mutex_);
+    if (dav_.size() >= mostSpaces) {
+        dav_.clear();
     }
-    known_.insert_or_assign(fl::i18n::ustring(spaceOf(path)), isDav);
+    dav_.emplace(spaceOf(path));
+}
+
+void DavSpaces::keepPlain(std::u16string_view path) {
+    std::lock_guard const lock(mutex_);
+    if (plain_.size() >= mostSpaces) {
+        plain_.clear();
+    }
+    plain_.insert_or_assign(fl::i18n::ustring(folderOf(path)), Clock::now());
 }
 
 } // namespace foundation::storage::provider::http::detail
