@@ -479,6 +479,14 @@ class Connection:
             self.send(answer, cut=len(answer[2]) // 2)
         self.distorted('get', make)
 
+    def do_untagged(self):
+        """Tells no versions, and reads another one each time."""
+        if self.operation == 'get':
+            size = len(self.bucket.objects[self.key].data)
+            self.bucket.objects[self.key] = Object(bytes([65 + self.count]) * size)
+        status, fields, body = self.good()
+        self.send((status, [one for one in fields if not one.startswith('ETag')], body))
+
     def do_refuses_ranges(self):
         self.distorted('get', lambda: self.send(error(416, 'InvalidRange')))
 
@@ -493,6 +501,49 @@ class Connection:
             return self.document('ListBucketResult', '<IsTruncated>true</IsTruncated>'
                                  f'<NextContinuationToken>{token}</NextContinuationToken>')
         self.listed(make)
+
+    def without_end(self, token, content=''):
+        """Behind the first page."""
+        def make():
+            if 'continuation-token' not in self.query:
+                return self.document('ListBucketResult', '<EncodingType>url</EncodingType>'
+                                     f'<IsTruncated>true</IsTruncated>{self.entry("d/x", False)}'
+                                     '<NextContinuationToken>A</NextContinuationToken>')
+            return self.document('ListBucketResult', '<EncodingType>url</EncodingType>'
+                                 f'<IsTruncated>true</IsTruncated>{content}'
+                                 f'<NextContinuationToken>{token}</NextContinuationToken>')
+        self.listed(make)
+
+    def do_empty_pages_for_ever(self):
+        self.without_end(f't{self.count}')
+
+    def do_tokens_in_a_circle(self):
+        self.without_end('A' if self.query.get('continuation-token') == 'B' else 'B')
+
+    def do_same_keys_for_ever(self):
+        self.without_end(f't{self.count}', self.entry('d/x', False))
+
+    def do_empty_pages_first(self):
+        """Three of them, as where much was removed."""
+        def make():
+            token = self.query.get('continuation-token', 'xxx')
+            if not token:
+                return self.on_list()
+            self.query['continuation-token'] = token[1:]
+            if token == 'x':
+                self.query.pop('continuation-token')
+                return self.on_list()
+            return self.document('ListBucketResult', '<IsTruncated>true</IsTruncated>'
+                                 f'<NextContinuationToken>{token[1:]}</NextContinuationToken>')
+        self.listed(make)
+
+    def do_fails_at_page_2_once(self):
+        if self.operation == 'list' and 'continuation-token' in self.query and \
+                not hasattr(self.bucket, 'has_failed'):
+            self.bucket.has_failed = True
+            self.send(error(403, 'AccessDenied'))
+        else:
+            self.send(self.good())
 
     def do_token_that_lacks(self):
         self.listed(self.document('ListBucketResult', '<IsTruncated>true</IsTruncated>'))
@@ -715,6 +766,38 @@ class Connection:
 
     def do_always_copies_with_an_error(self):
         self.distorted('copy', lambda: self.send((200, [], error(200, 'InternalError')[2])))
+
+    def do_others_write_behind_a_copied_part(self):
+        """And it does not look at the tag of what it copies."""
+        answer = None
+        if 'x-amz-copy-source' in self.fields and self.operation == 'part':
+            self.fields.pop('x-amz-copy-source-if-match', None)
+            answer = self.good()
+            key = unquote(self.fields['x-amz-copy-source']).lstrip('/').partition('/')[2]
+            self.bucket.objects[key] = Object(b'N' * (9 << 20))
+        self.send(answer or self.good())
+
+    def do_others_write_behind_a_copy(self):
+        answer = self.good()
+        if self.operation == 'copy':
+            key = unquote(self.fields['x-amz-copy-source']).lstrip('/').partition('/')[2]
+            self.bucket.objects[key] = Object(b'theirs')
+        self.send(answer)
+
+    def do_copies_slowly(self):
+        answer = self.good()
+        if self.operation == 'copy':
+            time.sleep(0.5)
+        self.send(answer)
+
+    def do_refuses_parts(self):
+        self.distorted('part', lambda: self.send(error(403, 'QuotaExceeded')))
+
+    def do_refuses_complete(self):
+        self.distorted('complete', lambda: self.send(error(403, 'AccessDenied')))
+
+    def do_refuses_complete_once(self):
+        self.distorted('complete', lambda: self.send(error(403, 'AccessDenied')), 1)
 
     def do_copies_parts_with_an_error(self):
         self.distorted('part', lambda: self.send((200, [], error(200, 'InternalError')[2])), 1)

@@ -21,9 +21,10 @@ class ProviderOfBucket : public detail::LyingStore {
   protected:
     static StorageIRI at(ustring const& path) { return StorageIRI(u"s3://good/" + path); }
 
-    void use(S3Options const& options) {
-        provider_ = std::make_shared<S3Provider>(at(u""), options);
-        bucket_ = std::make_unique<detail::Bucket>("good", options);
+    void use(S3Options const& options, std::string const& bucket = "good") {
+        provider_ = std::make_shared<S3Provider>(
+            StorageIRI(fl::i18n::to_ustring("s3://" + bucket + '/')), options);
+        bucket_ = std::make_unique<detail::Bucket>(bucket, options);
     }
     void SetUp() override { use(options()); }
 

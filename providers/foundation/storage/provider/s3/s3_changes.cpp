@@ -1,5 +1,6 @@
 // What makes and removes files and folders.
 
+#include <foundation/storage/provider/s3/detail/key_pages.hpp>
 #include <foundation/storage/provider/s3/detail/key_removal.hpp>
 #include <foundation/storage/provider/s3/detail/translation.hpp>
 #include <foundation/storage/provider/s3/s3_provider.hpp>
@@ -56,6 +57,7 @@ S3Provider::Standing S3Provider::placeForFile(ItemKey const& key, StorageIRI con
 void S3Provider::createFile(StorageIRI const& location) {
     ItemKey const key = keyOf(location);
     translated(location, [&] {
+        auto const lock = locks_.lock(key.file);
         placeForFile(key, location, ReplacementPolicy::FailIfExists);
         Change const change(heads_, key.file);
         bucket_->put(key.file, {}, {.onlyIfMissing = true}, bucket_->deadline());
@@ -126,16 +128,11 @@ void S3Provider::removeFolder(StorageIRI const& location) {
     translated(location, [&] {
         std::string const folder = key.folder();
         auto const lock = locks_.lock(folder);
-        detail::ListPage const page = bucket_->list({.prefix = folder,
-                                                     .isDelimited = false,
-                                                     .startAfter = {},
-                                                     .continuation = {},
-                                                     .mostKeys = 2},
-                                                    bucket_->deadline());
-        if (page.objects.empty()) {
+        auto const first = detail::firstKeys(*bucket_, folder, 2, bucket_->deadline());
+        if (first.empty()) {
             fail(ErrorCode::ResourceNotFound, location);
         }
-        if (page.objects.size() > 1 || page.objects.front().key != folder) {
+        if (first.size() > 1 || first.front().key != folder) {
             fail(ErrorCode::FolderNotEmpty, location);
         }
         Change const change(heads_, folder);
@@ -153,24 +150,18 @@ void S3Provider::removeFolderRecursively(StorageIRI const& location) {
         std::string const folder = key.folder();
         Change const change(heads_);
         detail::KeyRemoval removal(bucket_, *threads_);
-        detail::ListQuery query{.prefix = folder,
-                                .isDelimited = false,
-                                .startAfter = {},
-                                .continuation = {},
-                                .mostKeys = bucket_->options().pageSize};
+        detail::KeyPages pages(*bucket_, folder, bucket_->options().pageSize);
         bool isThere = false;
-        do {
-            detail::ListPage page = bucket_->list(query, bucket_->deadline());
+        while (!pages.isAtEnd() && !removal.hasFailed()) {
             std::vector<std::string> keys;
-            for (detail::ListedObject& object : page.objects) {
+            for (detail::ListedObject& object : pages.next(bucket_->deadline())) {
                 keys.push_back(std::move(object.key));
             }
             if (!keys.empty()) {
                 isThere = true;
                 removal.remove(std::move(keys));
             }
-            query.continuation = std::move(page.continuation);
-        } while (!query.continuation.empty() && !removal.hasFailed());
+        }
         auto const failed = removal.finish();
         folders_.forget(key.file);
         if (!isThere) {

@@ -48,6 +48,7 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
             return std::make_unique<S3WriteStream>(
                 std::make_unique<detail::SentContent>(makeUpload(key, {})), access, writing,
                 Closing::Once, [self, key](NewContent& content) {
+                    auto const lock = self->locks_.lock(key.file);
                     Change const change(self->heads_, key.file);
                     content.publish();
                     self->folders_.keep(key.parent().file);
@@ -64,22 +65,21 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
                     content.publish();
                 });
         }
-        std::optional<std::string> eTag;
+        std::optional<detail::ObjectHead> before;
         if (!isNew) {
             detail::ObjectReader reader(bucket_, threads_, key.file);
-            reader.open();
+            before = reader.open();
             load(reader, *spool);
-            eTag = reader.eTag();
         }
         auto content = std::make_unique<detail::SpooledContent>(
             std::move(spool), isNew, [self, key] { return self->makeUpload(key, {}); });
         return std::make_unique<S3WriteStream>(
             std::move(content), access, writing, Closing::Once,
-            [self, key, eTag](NewContent& changed) {
+            [self, key, before](NewContent& changed) {
                 auto const lock = self->locks_.lock(key.file);
-                if (eTag && changed.isChanged()) {
+                if (before && changed.isChanged()) {
                     auto const head = self->bucket_->head(key.file, self->bucket_->deadline());
-                    if (!head || head->eTag != *eTag) {
+                    if (!head || !isSameVersion(*head, *before)) {
                         throw web::Failure(
                             ErrorCode::ResourceInUse,
                             "somebody else has changed the file since it was opened");
@@ -104,6 +104,7 @@ std::unique_ptr<ByteStream> S3Provider::openReplacement(StorageIRI const& locati
                                                Closing::UntilDone,
                                                [self, key](NewContent& content) {
                                                    auto const lock = self->locks_.lock(key.file);
+                                                   Change const change(self->heads_, key.file);
                                                    content.publish();
                                                    self->folders_.keep(key.parent().file);
                                                });

@@ -36,6 +36,10 @@ struct S3Options {
     /// Bytes of a part of an upload, and the most that is asked for at once when reading; from
     /// 5 MiB to 5 GiB. Objects beyond 10,000 parts get larger ones.
     std::uint64_t partSize = std::uint64_t{8} * 1024 * 1024;
+    /// Bytes that the store copies in one request; larger objects are copied by parts. From 5 MiB
+    /// to 5 GiB. A store answers when it is done, so that this much must not take longer than
+    /// `web.stallTimeout`.
+    std::uint64_t largestCopy = std::uint64_t{1024} * 1024 * 1024;
     /// Requests in flight for one stream, one copy or one removal.
     unsigned concurrency = 10;
     /// Keys that a page of a listing has at most; the protocol allows 1,000.

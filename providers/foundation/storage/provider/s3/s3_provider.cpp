@@ -142,13 +142,7 @@ bool S3Provider::isFolder(ItemKey const& key) const {
     if (key.isRoot()) {
         return bucket_->exists(bucket_->deadline());
     }
-    detail::ListPage const page = bucket_->list({.prefix = key.folder(),
-                                                 .isDelimited = false,
-                                                 .startAfter = {},
-                                                 .continuation = {},
-                                                 .mostKeys = 1},
-                                                bucket_->deadline());
-    return !page.objects.empty();
+    return !detail::firstKeys(*bucket_, key.folder(), 1, bucket_->deadline()).empty();
 }
 
 ExistsResult S3Provider::exists(StorageIRI const& location) const {

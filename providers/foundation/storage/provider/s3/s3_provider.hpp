@@ -113,11 +113,20 @@ class S3Provider final : public IProvider,
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location,
                                                detail::Selection selection) const;
     bool sharesStoreWith(S3Provider const& other) const;
-    /// Copies the object that a head is of, with the time that it has.
+    bool isCopiedAtOnce(std::uint64_t size) const;
+    /// Copies the object that a head is of.
     void copyObject(ItemKey const& source, detail::ObjectHead const& head,
                     S3Provider const& destination, ItemKey const& key,
-                    detail::PutConditions const& conditions, StorageIRI const& target,
-                    CopyProgress const& progress) const;
+                    detail::PutConditions const& conditions) const;
+    /// The part of it that takes long; nothing where the store copies the object at once.
+    std::unique_ptr<detail::Upload>
+    startCopy(ItemKey const& source, detail::ObjectHead const& head, S3Provider const& destination,
+              ItemKey const& key, detail::PutConditions const& conditions,
+              std::function<void(std::uint64_t)> const& progress) const;
+    /// And what shows. REQUIRES: nobody else of this process changes the destination meanwhile.
+    void finishCopy(std::unique_ptr<detail::Upload> upload, ItemKey const& source,
+                    detail::ObjectHead const& head, S3Provider const& destination,
+                    ItemKey const& key, detail::PutConditions const& conditions) const;
     void moveKeys(std::string const& from, std::string const& to);
     /// Refuses what a folder cannot be moved to.
     void checkFolderMove(ItemKey const& from, StorageIRI const& source, ItemKey const& to,

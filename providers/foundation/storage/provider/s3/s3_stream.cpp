@@ -1,9 +1,9 @@
 #include <foundation/storage/provider/s3/s3_stream.hpp>
 
 #include <foundation/storage/provider/byte_stream_failure.hpp>
+#include <foundation/storage/provider/s3/detail/translation.hpp>
 
 #include <limits>
-#include <new>
 #include <string>
 #include <utility>
 
@@ -73,10 +73,8 @@ long S3ReadStream::read(char* buffer, long count) {
             reader_->readAt(position_, {buffer, static_cast<std::size_t>(count)});
         position_ += got;
         return got == 0 ? -1 : static_cast<long>(got);
-    } catch (web::Failure const& failure) {
-        poison<ByteStreamReadFailure>("read", failure);
-    } catch (std::bad_alloc const&) {
-        throw ByteStreamReadFailure("read: there is no memory for it", ErrorCode::InternalError);
+    } catch (...) {
+        poison<ByteStreamReadFailure>("read", detail::currentFailure());
     }
 }
 
@@ -121,8 +119,8 @@ long S3WriteStream::read(char* buffer, long count) {
             content_->read(position_, {buffer, static_cast<std::size_t>(count)});
         position_ += got;
         return got == 0 ? -1 : static_cast<long>(got);
-    } catch (web::Failure const& failure) {
-        fail<ByteStreamReadFailure>("read", failure);
+    } catch (...) {
+        fail<ByteStreamReadFailure>("read", detail::currentFailure());
     }
 }
 
@@ -143,11 +141,8 @@ long S3WriteStream::write(char const* buffer, long count) {
         content_->write(start, {buffer, bytes});
         position_ = start + bytes;
         return count;
-    } catch (web::Failure const& failure) {
-        poison<ByteStreamWriteFailure>("write", failure);
-    } catch (std::bad_alloc const&) {
-        poison<ByteStreamWriteFailure>(
-            "write", web::Failure(ErrorCode::InternalError, "there is no memory for it"));
+    } catch (...) { // whatever it was, there may be a hole now
+        poison<ByteStreamWriteFailure>("write", detail::currentFailure());
     }
 }
 
@@ -160,9 +155,8 @@ void S3WriteStream::close() {
             fail<ByteStreamCloseFailure>("close", failure);
         }
         poison<ByteStreamCloseFailure>("close", failure);
-    } catch (std::bad_alloc const&) {
-        poison<ByteStreamCloseFailure>(
-            "close", web::Failure(ErrorCode::InternalError, "there is no memory for it"));
+    } catch (...) {
+        poison<ByteStreamCloseFailure>("close", detail::currentFailure());
     }
     content_.reset();
     markClosed();

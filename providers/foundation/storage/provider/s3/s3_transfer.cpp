@@ -1,5 +1,7 @@
 // What takes a file or folder from one place to another within the store, and gives it a time.
 
+#include <foundation/storage/provider/s3/detail/in_flight.hpp>
+#include <foundation/storage/provider/s3/detail/key_pages.hpp>
 #include <foundation/storage/provider/s3/detail/key_removal.hpp>
 #include <foundation/storage/provider/s3/detail/object_time.hpp>
 #include <foundation/storage/provider/s3/detail/translation.hpp>
@@ -8,8 +10,8 @@
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/provider/streaming_copy.hpp>
 
-#include <deque>
-#include <future>
+#include <algorithm>
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -56,32 +58,41 @@ bool S3Provider::sharesStoreWith(S3Provider const& other) const {
            own.credentials.sessionToken == others.credentials.sessionToken;
 }
 
-void S3Provider::copyObject(ItemKey const& source, detail::ObjectHead const& head,
-                            S3Provider const& destination, ItemKey const& key,
-                            detail::PutConditions const& conditions, StorageIRI const& target,
-                            CopyProgress const& progress) const {
+std::unique_ptr<detail::Upload>
+S3Provider::startCopy(ItemKey const& source, detail::ObjectHead const& head,
+                      S3Provider const& destination, ItemKey const& key,
+                      detail::PutConditions const& conditions,
+                      std::function<void(std::uint64_t)> const& progress) const {
+    if (isCopiedAtOnce(head.size)) {
+        return nullptr;
+    }
+    auto upload = destination.makeUpload(key, conditions);
+    upload->startWith({bucket_, name_, source.file, head}, progress);
+    return upload;
+}
+
+void S3Provider::finishCopy(std::unique_ptr<detail::Upload> upload, ItemKey const& source,
+                            detail::ObjectHead const& head, S3Provider const& destination,
+                            ItemKey const& key, detail::PutConditions const& conditions) const {
     Change const change(destination.heads_, key.file);
-    detail::Bucket const& bucket = *destination.bucket_;
-    std::string const from = name_ + '/' + source.file;
-    if (head.size <= largestCopy) {
-        if (progress && !progress(head.size, head.size)) {
-            fail(ErrorCode::IOError, target);
-        }
-        bucket.copy(from, key.file, conditions, head.eTag, bucket.deadline());
+    if (upload) {
+        upload->finish();
         return;
     }
-    auto const upload = destination.makeUpload(key, conditions);
-    upload->startWith(from, head.eTag, head.size, [&](std::uint64_t done) {
-        if (progress && !progress(done, head.size)) {
-            fail(ErrorCode::IOError, target);
-        }
-    });
-    // Some stores look at the tag for whole objects alone.
-    auto const now = bucket_->head(source.file, bucket_->deadline());
-    if (!now || now->eTag != head.eTag) {
-        throw web::Failure(ErrorCode::IOError, "the file has changed while it was copied");
-    }
-    upload->finish();
+    detail::Bucket const& bucket = *destination.bucket_;
+    bucket.copy(name_ + '/' + source.file, key.file, conditions, head.eTag, bucket.deadline());
+}
+
+void S3Provider::copyObject(ItemKey const& source, detail::ObjectHead const& head,
+                            S3Provider const& destination, ItemKey const& key,
+                            detail::PutConditions const& conditions) const {
+    finishCopy(startCopy(source, head, destination, key, conditions, {}), source, head, destination,
+               key, conditions);
+}
+
+bool S3Provider::isCopiedAtOnce(std::uint64_t size) const {
+    return size <=
+           std::clamp(bucket_->options().largestCopy, detail::Upload::smallestPart, largestCopy);
 }
 
 CopyStatus S3Provider::copyFile(StorageIRI const& source, StorageItem const& destination,
@@ -98,10 +109,22 @@ CopyStatus S3Provider::copyFile(StorageIRI const& source, StorageItem const& des
         fail(ErrorCode::InvalidLocation, source);
     }
     auto const conditions = conditionsFor(head, !replaces(options.policy));
+    auto const tell = [&](std::uint64_t done) {
+        if (options.progress && !options.progress(done, head.size)) {
+            fail(ErrorCode::IOError, target);
+        }
+    };
     translated(target, [&] {
+        // All that is told and all that takes long comes before the lock.
+        if (isCopiedAtOnce(head.size)) {
+            tell(head.size);
+        } else {
+            other->placeForFile(to, target, options.policy);
+        }
+        auto upload = startCopy(from, head, *other, to, conditions, tell);
         auto const lock = other->locks_.lock(to.file);
         other->placeForFile(to, target, options.policy);
-        copyObject(from, head, *other, to, conditions, target, options.progress);
+        finishCopy(std::move(upload), from, head, *other, to, conditions);
         other->folders_.keep(to.parent().file);
     });
     return conditions.metadata.empty() ? CopyStatus::Copied : CopyStatus::CopiedWithTimes;
@@ -120,7 +143,7 @@ void S3Provider::setLastModified(StorageIRI const& location, boost::posix_time::
             if (!likeness) {
                 fail(ErrorCode::UnsupportedOperation, location);
             }
-            copyObject(key, *head, *this, key, *likeness, location, {});
+            copyObject(key, *head, *this, key, *likeness);
             return;
         }
         if (!isFolder(key)) {
@@ -149,11 +172,15 @@ void S3Provider::moveFile(StorageIRI const& source, StorageIRI const& destinatio
     }
     translated(destination, [&] {
         placeForFile(to, destination, policy);
-        copyObject(from, head, *this, to, conditionsFor(head, !replaces(policy)), destination, {});
+        copyObject(from, head, *this, to, conditionsFor(head, !replaces(policy)));
         folders_.keep(to.parent().file);
     });
     translated(source, [&] {
         Change const change(heads_, from.file);
+        auto const now = bucket_->head(from.file, bucket_->deadline());
+        if (now && !isSameVersion(*now, head)) {
+            throw web::Failure(ErrorCode::IOError, "the file has changed while it was moved");
+        }
         bucket_->remove(from.file, bucket_->deadline());
         folders_.forget(from.parent().file);
     });
@@ -191,14 +218,8 @@ void S3Provider::checkFolderMove(ItemKey const& from, StorageIRI const& source, 
         if (standing.file) {
             fail(ErrorCode::InvalidLocation, destination);
         }
-        detail::ListPage const page = bucket_->list({.prefix = to.folder(),
-                                                     .isDelimited = false,
-                                                     .startAfter = {},
-                                                     .continuation = {},
-                                                     .mostKeys = 2},
-                                                    bucket_->deadline());
-        if (page.objects.size() > 1 ||
-            (page.objects.size() == 1 && page.objects.front().key != to.folder())) {
+        auto const first = detail::firstKeys(*bucket_, to.folder(), 2, bucket_->deadline());
+        if (first.size() > 1 || (first.size() == 1 && first.front().key != to.folder())) {
             fail(ErrorCode::FolderNotEmpty, destination);
         }
     });
@@ -227,25 +248,19 @@ void S3Provider::moveFolder(StorageIRI const& source, StorageIRI const& destinat
 /// A page of keys after the other: all of it is copied before any of it is removed.
 void S3Provider::moveKeys(std::string const& from, std::string const& to) {
     detail::KeyRemoval removal(bucket_, *threads_);
-    detail::ListQuery query{.prefix = from,
-                            .isDelimited = false,
-                            .startAfter = {},
-                            .continuation = {},
-                            .mostKeys = bucket_->options().pageSize};
-    do {
-        detail::ListPage page = bucket_->list(query, bucket_->deadline());
-        std::deque<std::future<void>> inFlight;
+    detail::KeyPages pages(*bucket_, from, bucket_->options().pageSize);
+    while (!pages.isAtEnd() && !removal.hasFailed()) {
+        detail::InFlight<void> inFlight;
         std::exception_ptr failure;
         auto const takeOldest = [&] {
             try {
-                inFlight.front().get();
+                inFlight.take();
             } catch (...) {
                 failure = failure ? failure : std::current_exception();
             }
-            inFlight.pop_front();
         };
         std::vector<std::string> keys;
-        for (detail::ListedObject const& object : page.objects) {
+        for (detail::ListedObject const& object : pages.next(bucket_->deadline())) {
             std::string const target = to + object.key.substr(from.size());
             if (failure) {
                 break;
@@ -256,11 +271,10 @@ void S3Provider::moveKeys(std::string const& from, std::string const& to) {
                 break;
             }
             keys.push_back(object.key);
-            if (object.size > largestCopy) {
+            if (!isCopiedAtOnce(object.size)) {
                 auto const head = bucket_->head(object.key, bucket_->deadline());
                 if (head && head->eTag == object.eTag) {
-                    copyObject({object.key}, *head, *this, {target}, conditionsFor(*head, false),
-                               home_, {});
+                    copyObject({object.key}, *head, *this, {target}, conditionsFor(*head, false));
                 } else {
                     failure = std::make_exception_ptr(web::Failure(
                         ErrorCode::IOError, "the file has changed while it was moved"));
@@ -270,20 +284,21 @@ void S3Provider::moveKeys(std::string const& from, std::string const& to) {
             while (inFlight.size() >= bucket_->options().concurrency) {
                 takeOldest();
             }
-            inFlight.push_back(threads_->ask(
-                [bucket = bucket_, source = name_ + '/' + object.key, target, eTag = object.eTag] {
+            inFlight.add([&] {
+                return threads_->ask([bucket = bucket_, source = name_ + '/' + object.key, target,
+                                      eTag = object.eTag] {
                     bucket->copy(source, target, {}, eTag, bucket->deadline());
-                }));
+                });
+            });
         }
-        while (!inFlight.empty()) {
+        while (!inFlight.isEmpty()) {
             takeOldest();
         }
         if (failure) {
             std::rethrow_exception(failure);
         }
         removal.remove(std::move(keys));
-        query.continuation = std::move(page.continuation);
-    } while (!query.continuation.empty() && !removal.hasFailed());
+    }
     if (auto const left = removal.finish()) {
         throw web::Failure(left->code, left->text);
     }

@@ -46,7 +46,13 @@ struct ObjectHead {
     std::int64_t lastModified = 0; ///< nanoseconds since 1970
     std::string eTag;
     web::Headers headers; ///< the whole head of the answer
+
+    /// Whether a request can be made for this version alone.
+    bool hasStrongTag() const noexcept { return !eTag.empty() && !eTag.starts_with("W/"); }
 };
+
+/// Whether two heads are of one version of an object; without a tag, as far as size and time tell.
+bool isSameVersion(ObjectHead const& one, ObjectHead const& other) noexcept;
 
 struct PutConditions {
     bool onlyIfMissing = false; ///< else code ResourceAlreadyExists where there is one
@@ -111,8 +117,8 @@ class Bucket {
     std::string put(std::string_view key, std::span<char const> content,
                     PutConditions const& conditions, Deadline const& deadline) const;
     /// CopyObject within the store. `source` is BUCKET/KEY, not encoded. Returns the tag. Metadata
-    /// and fields, where there are some, come in place of those of the source. Stores know no copy only where
-    /// nothing is: it is looked before.
+    /// and fields, where there are some, come in place of those of the source. Stores know no copy
+    /// only where nothing is: it is looked before.
     std::string copy(std::string_view source, std::string_view key, PutConditions const& conditions,
                      std::string_view sourceTag, Deadline const& deadline) const;
     /// DeleteObject; a missing one is no failure.

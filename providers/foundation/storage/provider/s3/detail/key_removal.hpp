@@ -1,11 +1,10 @@
 #pragma once
 
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
+#include <foundation/storage/provider/s3/detail/in_flight.hpp>
 #include <foundation/storage/provider/s3/detail/request_threads.hpp>
 
-#include <deque>
 #include <exception>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,7 +13,7 @@
 namespace foundation::storage::provider::s3::detail {
 
 /// Removes keys by the thousand, several times at once, and keeps the first that could not be
-/// removed.
+/// removed. Whoever lets it go waits for those that are on their way.
 class KeyRemoval {
   public:
     KeyRemoval(std::shared_ptr<Bucket const> bucket, RequestThreads& threads)
@@ -25,16 +24,18 @@ class KeyRemoval {
         while (inFlight_.size() >= bucket_->options().concurrency) {
             takeOldest();
         }
-        inFlight_.push_back(threads_.ask([bucket = bucket_, keys = std::move(keys)] {
-            return bucket->remove(keys, bucket->deadline());
-        }));
+        inFlight_.add([&] {
+            return threads_.ask([bucket = bucket_, keys = std::move(keys)] {
+                return bucket->remove(keys, bucket->deadline());
+            });
+        });
     }
 
     bool hasFailed() const noexcept { return failed_ || failure_; }
 
     /// Waits for all; the first key that is still there.
     std::optional<KeyFailure> finish() {
-        while (!inFlight_.empty()) {
+        while (!inFlight_.isEmpty()) {
             takeOldest();
         }
         if (failure_) {
@@ -45,10 +46,8 @@ class KeyRemoval {
 
   private:
     void takeOldest() {
-        auto oldest = std::move(inFlight_.front());
-        inFlight_.pop_front();
         try {
-            auto const failures = oldest.get();
+            auto const failures = inFlight_.take();
             if (!failures.empty() && !failed_) {
                 failed_ = failures.front();
             }
@@ -59,7 +58,7 @@ class KeyRemoval {
 
     std::shared_ptr<Bucket const> const bucket_;
     RequestThreads& threads_;
-    std::deque<std::future<std::vector<KeyFailure>>> inFlight_;
+    InFlight<std::vector<KeyFailure>> inFlight_;
     std::optional<KeyFailure> failed_;
     std::exception_ptr failure_;
 };

@@ -33,13 +33,12 @@ class PageMaker {
           state_(std::move(state)) {}
 
     void add(std::string_view key, ListedObject const* object) {
-        if (!key.starts_with(listing_.prefix) || key < state_.lastKey) {
-            throw web::Failure(ErrorCode::IOError, "the store lists its keys out of order");
+        if (!key.starts_with(listing_.prefix)) {
+            throw web::Failure(ErrorCode::IOError, "the store lists more than was asked for");
         }
-        if (key == state_.lastKey) {
-            return; // a page may begin with the prefix that the one before ended with
+        if (!state_.course.take(key)) {
+            return;
         }
-        state_.lastKey = key;
         std::string_view path = key.substr(listing_.prefix.size());
         bool const isFolder = path.ends_with('/');
         if (isFolder) {
@@ -72,7 +71,7 @@ class PageMaker {
     }
 
     ListedPagePtr finish(std::string continuation) && {
-        state_.continuation = std::move(continuation);
+        state_.course.endPage(std::move(continuation));
         return std::make_shared<ListedPage const>(std::move(items_), std::move(state_));
     }
 
@@ -97,12 +96,9 @@ ListedPagePtr readPage(Listing const& listing, ListingState state) {
     ListPage const page = bucket.list({.prefix = listing.prefix,
                                        .isDelimited = isDelimited,
                                        .startAfter = {},
-                                       .continuation = state.continuation,
+                                       .continuation = state.course.continuation(),
                                        .mostKeys = bucket.options().pageSize},
                                       bucket.deadline());
-    if (!page.continuation.empty() && page.continuation == state.continuation) {
-        throw web::Failure(ErrorCode::IOError, "the store lists the same keys again");
-    }
     PageMaker maker(listing, std::move(state));
     auto prefix = page.prefixes.begin();
     for (ListedObject const& object : page.objects) {

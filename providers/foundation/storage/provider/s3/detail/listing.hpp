@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
+#include <foundation/storage/provider/s3/detail/key_pages.hpp>
 #include <foundation/storage/provider/s3/detail/request_threads.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
 
@@ -47,8 +48,7 @@ struct ListedItem {
 
 /// What the next page must know of those before it.
 struct ListingState {
-    std::string continuation;
-    std::string lastKey;
+    ListingCourse course;
     std::string openFolder; ///< the one that the last key lies in
     /// Files whose names the last key begins with: what lies in a folder of such a name is not
     /// shown.
@@ -67,8 +67,8 @@ class ListedPage {
 
     std::vector<ListedItem> const& items() const noexcept { return items_; }
     /// Whether the store had no key for it, nor for those before it.
-    bool isEmpty() const noexcept { return behind_.lastKey.empty(); }
-    bool isLast() const noexcept { return behind_.continuation.empty(); }
+    bool isEmpty() const noexcept { return behind_.course.isEmpty(); }
+    bool isLast() const noexcept { return behind_.course.isAtEnd(); }
     /// Asks for the next page, unless somebody waits for it or has it. REQUIRES: not the last one.
     std::shared_ptr<PageFetch> next(ListingPtr const& listing, RequestThreads& threads) const;
 

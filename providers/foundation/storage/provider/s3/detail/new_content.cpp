@@ -137,12 +137,18 @@ void AppendedContent::publish() {
         return;
     }
     auto const head = bucket_->head(key_, bucket_->deadline());
+    if (!head) {
+        throw web::Failure(ErrorCode::ResourceNotFound, "the file is gone that is appended to");
+    }
     Upload upload(bucket_, threads_, key_, {});
-    if (head && head->size >= Upload::smallestPart) {
-        upload.startWith(bucketName_ + '/' + key_, head->eTag, head->size);
-    } else if (head) {
+    if (head->size >= Upload::smallestPart) {
+        upload.startWith({bucket_, bucketName_, key_, *head});
+    } else {
         std::vector<char> old(static_cast<std::size_t>(head->size));
-        bucket_->read(key_, 0, old, head->eTag, bucket_->deadline());
+        ObjectHead const got = bucket_->read(key_, 0, old, head->eTag, bucket_->deadline());
+        if (!isSameVersion(got, *head)) {
+            throw web::Failure(ErrorCode::ResourceInUse, "the file changes while it is read");
+        }
         upload.append(old);
     }
     append(*spool_, upload);

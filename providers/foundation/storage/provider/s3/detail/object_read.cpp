@@ -29,6 +29,11 @@ ObjectHead objectHeadOf(web::Headers const& headers, std::uint64_t size) {
     return head;
 }
 
+bool isSameVersion(ObjectHead const& one, ObjectHead const& other) noexcept {
+    return one.eTag == other.eTag && one.size == other.size &&
+           (one.hasStrongTag() || one.lastModified == other.lastModified);
+}
+
 ObjectHead headOfSame(Bucket const& bucket, std::string_view key, std::string_view eTag,
                       web::Deadline const& deadline) {
     std::optional<ObjectHead> head = bucket.head(key, deadline);
@@ -126,6 +131,9 @@ ObjectRead::Outcome ObjectRead::step(std::uint64_t offset, std::span<char> buffe
         left -= got;
     }
     bool const isAll = done_ == buffer.size() || offset + done_ == head_.size;
+    if (!isAll && tag_.empty()) { // the next piece may be of another version
+        throw wrongAnswer("an object without a tag comes in pieces");
+    }
     if (head.status == 206 && exchange->finish() > 0) { // else the connection is free again
         throw wrongAnswer("more bytes than it tells of");
     }

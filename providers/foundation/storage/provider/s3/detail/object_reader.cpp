@@ -29,6 +29,10 @@ ObjectReader::~ObjectReader() {
 ObjectHead ObjectReader::open() {
     auto buffer = std::make_unique_for_overwrite<char[]>(startRange);
     ObjectHead head = bucket_->read(key_, 0, {buffer.get(), startRange}, {}, bucket_->deadline());
+    if (head.size > startRange && !head.hasStrongTag()) {
+        throw web::Failure(ErrorCode::IOError,
+                           "the store does not tell versions of a large object apart");
+    }
     size_ = head.size;
     eTag_ = head.eTag;
     startSize_ = static_cast<std::size_t>(std::min(size_, startRange));
@@ -90,10 +94,16 @@ ObjectReader::Part& ObjectReader::partAt(std::uint64_t position, std::uint64_t w
     lookAhead(wanted);
     Part& part = *parts_.front();
     if (!part.isReady) {
-        if (!part.isTaken.exchange(true)) {
-            fetch(part);
-        } else {
-            part.done.get();
+        try {
+            if (!part.isTaken.exchange(true)) {
+                fetch(part);
+            } else {
+                part.done.get();
+            }
+        } catch (...) {
+            forget(); // nobody will ever say that it is there
+            next_ = position;
+            throw;
         }
         part.isReady = true;
     }

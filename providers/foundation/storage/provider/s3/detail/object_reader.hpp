@@ -14,9 +14,10 @@
 namespace foundation::storage::provider::s3::detail {
 
 /// An object read at any position, as it was when it was opened: one that has changed meanwhile is
-/// a failure. While reading goes on in one direction, ever more is asked for ahead of it, in parts
-/// and on several connections at once; a jump begins again with little. Keeps as many parts in
-/// memory as requests may be in flight, and the start of the object.
+/// a failure, and so is one without a tag that does not come with the first answer. While reading
+/// goes on in one direction, ever more is asked for ahead of it, in parts and on several
+/// connections at once; a jump begins again with little. Keeps as many parts in memory as requests
+/// may be in flight, and the start of the object.
 ///
 /// For one thread at a time. Throws web::Failure.
 class ObjectReader {
@@ -28,7 +29,6 @@ class ObjectReader {
     /// Asks for the start. REQUIRES: called once, before anything else.
     ObjectHead open();
     std::uint64_t size() const noexcept { return size_; }
-    std::string const& eTag() const noexcept { return eTag_; }
     /// Fills the buffer; fewer bytes only at the end of the object.
     std::size_t readAt(std::uint64_t position, std::span<char> buffer);
 

@@ -18,21 +18,32 @@ RequestThreads::~RequestThreads() {
 }
 
 void RequestThreads::run(std::function<void()> job) {
+    bool isQueued = false;
     {
         std::lock_guard const lock(mutex_);
-        jobs_.push_back(std::move(job));
-        if (idle_ < jobs_.size() && threads_.size() < most_) {
+        if (threads_.size() < most_ && idle_ <= jobs_.size()) {
             try {
                 threads_.emplace_back([this] { work(); });
-            } catch (std::system_error const&) {
-                if (threads_.empty()) {
-                    jobs_.pop_back();
-                    throw; // nobody would ever do it
-                }
+            } catch (std::system_error const&) { // NOLINT(bugprone-empty-catch): see below
             }
         }
+        if (!threads_.empty()) {
+            jobs_.push_back(std::move(job));
+            isQueued = true;
+        }
     }
-    changed_.notify_one();
+    if (isQueued) {
+        changed_.notify_one();
+    } else {
+        doOne(job);
+    }
+}
+
+void RequestThreads::doOne(std::function<void()> const& job) noexcept {
+    try {
+        job();
+    } catch (...) { // NOLINT(bugprone-empty-catch): as promised
+    }
 }
 
 void RequestThreads::work() {
@@ -47,10 +58,7 @@ void RequestThreads::work() {
         std::function<void()> job = std::move(jobs_.front());
         jobs_.pop_front();
         lock.unlock();
-        try {
-            job();
-        } catch (...) { // NOLINT(bugprone-empty-catch): as promised
-        }
+        doOne(job);
         job = nullptr;
         lock.lock();
     }

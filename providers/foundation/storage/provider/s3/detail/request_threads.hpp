@@ -25,7 +25,8 @@ class RequestThreads {
     /// Waits for the jobs that have begun; the others are dropped.
     ~RequestThreads();
 
-    /// Never waits for a job. What the job throws is lost.
+    /// Waits for no job, but where not one thread can be started: then it does this one itself.
+    /// What the job throws is lost.
     void run(std::function<void()> job);
 
     /// The same with a result, or what the job threw.
@@ -40,6 +41,7 @@ class RequestThreads {
 
   private:
     void work();
+    static void doOne(std::function<void()> const& job) noexcept;
 
     unsigned const most_;
     std::mutex mutex_;

@@ -1,8 +1,11 @@
 #include <foundation/storage/provider/s3/detail/upload.hpp>
 
 #include <foundation/storage/provider/s3/detail/object_time.hpp>
+#include <foundation/storage/provider/s3/detail/request_fields.hpp>
+#include <foundation/storage/provider/s3/detail/translation.hpp>
 
 #include <algorithm>
+#include <deque>
 #include <utility>
 
 namespace foundation::storage::provider::s3::detail {
@@ -97,28 +100,41 @@ void Upload::sendPart() {
         takeOldest();
     }
     std::size_t const size = buffer_.size();
-    inFlight_.push_back(threads_->ask([bucket = bucket_, key = key_, id = id_,
-                                       number = nextNumber(), content = std::move(buffer_)] {
+    unsigned const number = nextNumber();
+    ask([bucket = bucket_, key = key_, id = id_, number, content = std::move(buffer_)] {
         return bucket->uploadPart(key, id, number, content, bucket->deadline());
-    }));
+    });
     sent_ += size;
     buffer_ = {};
     buffer_.reserve(static_cast<std::size_t>(partSize()));
 }
 
-void Upload::takeOldest() {
-    std::future<UploadedPart> oldest = std::move(inFlight_.front());
-    inFlight_.pop_front();
+/// Has a part sent. What it holds is gone if that fails.
+void Upload::ask(std::function<UploadedPart()> send) {
     try {
-        parts_.push_back(oldest.get());
-    } catch (web::Failure const& failure) {
-        lost_ = failure;
+        inFlight_.add([&] { return threads_->ask(std::move(send)); });
+    } catch (...) {
+        lost_ = currentFailure();
         throw;
     }
 }
 
-void Upload::startWith(std::string const& source, std::string const& eTag, std::uint64_t size,
-                       std::function<void(std::uint64_t done)> const& progress) {
+void Upload::takeOldest() {
+    try {
+        parts_.push_back(inFlight_.take());
+    } catch (...) {
+        lost_ = currentFailure();
+        throw;
+    }
+}
+
+void Upload::startWith(CopySource source, std::function<void(std::uint64_t done)> const& progress) {
+    if (!source.head.hasStrongTag()) {
+        throw web::Failure(ErrorCode::IOError,
+                           "the store does not tell versions of a large object apart");
+    }
+    source_ = std::move(source);
+    std::uint64_t const size = source_->head.size;
     begin();
     std::uint64_t const usual = std::max(copiedPart, size / (mostParts - partsOfOneSize));
     std::uint64_t done = 0;
@@ -139,11 +155,11 @@ void Upload::startWith(std::string const& source, std::string const& eTag, std::
         while (inFlight_.size() >= bucket_->options().concurrency) {
             take();
         }
-        inFlight_.push_back(threads_->ask([bucket = bucket_, key = key_, id = id_, source, eTag,
-                                           number = nextNumber(), offset, piece] {
-            return bucket->copyPart(key, id, number, source, eTag, offset, piece,
-                                    bucket->deadline());
-        }));
+        unsigned const number = nextNumber();
+        ask([bucket = bucket_, key = key_, id = id_, path = source_->path(),
+             eTag = source_->head.eTag, number, offset, piece] {
+            return bucket->copyPart(key, id, number, path, eTag, offset, piece, bucket->deadline());
+        });
         pieces.push_back(piece);
         offset += piece;
         sent_ += piece;
@@ -165,8 +181,17 @@ void Upload::finish() {
     if (!buffer_.empty()) {
         sendPart();
     }
-    while (!inFlight_.empty()) {
+    while (!inFlight_.isEmpty()) {
         takeOldest();
+    }
+    if (parts_.size() != number_) {
+        throw web::Failure(ErrorCode::InternalError, "not all of it is in the store");
+    }
+    if (source_) { // some stores look at the tag for whole objects alone
+        auto const now = source_->bucket->head(source_->key, source_->bucket->deadline());
+        if (!now || !isSameVersion(*now, source_->head)) {
+            throw sourceHasChanged();
+        }
     }
     bucket_->completeUpload(key_, id_, parts_, conditions_, bucket_->deadline());
     isFinished_ = true;
@@ -174,9 +199,7 @@ void Upload::finish() {
 
 void Upload::abort() noexcept {
     // A part that arrives behind the end of its upload might stay.
-    for (std::future<UploadedPart> const& part : inFlight_) {
-        part.wait();
-    }
+    inFlight_.wait();
     if (id_.empty() || isFinished_) {
         return;
     }

@@ -1,13 +1,12 @@
 #pragma once
 
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
+#include <foundation/storage/provider/s3/detail/in_flight.hpp>
 #include <foundation/storage/provider/s3/detail/request_threads.hpp>
 #include <foundation/storage/provider/timestamp.hpp>
 
 #include <cstdint>
-#include <deque>
 #include <functional>
-#include <future>
 #include <memory>
 #include <optional>
 #include <span>
@@ -15,6 +14,16 @@
 #include <vector>
 
 namespace foundation::storage::provider::s3::detail {
+
+/// A version of an object that the store itself takes bytes from.
+struct CopySource {
+    std::shared_ptr<Bucket const> bucket;
+    std::string bucketName;
+    std::string key;
+    ObjectHead head;
+
+    std::string path() const { return bucketName + '/' + key; }
+};
 
 /// The new content of an object, on its way to the store: in one request where it is no larger than
 /// a part, and else in parts, several at once. It is there for others when it is finished; without
@@ -40,10 +49,10 @@ class Upload {
     void appendZeros(std::uint64_t count);
     /// REQUIRES: the bytes are there, and none of them is sent.
     void overwrite(std::uint64_t position, std::span<char const> bytes);
-    /// The first bytes are those that another object has, of this version. REQUIRES: nothing was
-    /// appended yet, and `size` is at least that of the smallest part.
-    void startWith(std::string const& source, std::string const& eTag, std::uint64_t size,
-                   std::function<void(std::uint64_t done)> const& progress = {});
+    /// The first bytes are those of another object. What is finished has them of this version, or
+    /// finish() fails. REQUIRES: nothing was appended yet, and the source is no smaller than the
+    /// smallest part.
+    void startWith(CopySource source, std::function<void(std::uint64_t done)> const& progress = {});
     /// May be called again where it failed.
     void finish();
 
@@ -54,6 +63,7 @@ class Upload {
     std::uint64_t partSize() const;
     void begin();
     void sendPart();
+    void ask(std::function<UploadedPart()> send);
     void takeOldest();
     unsigned nextNumber();
     void abort() noexcept;
@@ -66,8 +76,9 @@ class Upload {
     std::uint64_t sent_ = 0;
     std::string id_; ///< empty: nothing was sent
     unsigned number_ = 0;
-    std::deque<std::future<UploadedPart>> inFlight_;
+    InFlight<UploadedPart> inFlight_;
     std::vector<UploadedPart> parts_;
+    std::optional<CopySource> source_;
     std::optional<web::Failure> lost_; ///< why a part did not come to the store
     bool isFinished_ = false;
 };
