@@ -796,6 +796,26 @@ class Connection:
     def do_refuses_complete(self):
         self.distorted('complete', lambda: self.send(error(403, 'AccessDenied')))
 
+    def do_completes_and_is_gone_for_a_while(self):
+        """The answer is lost, and nothing can be asked until somebody lists uploads."""
+        if self.operation == 'complete' and self.count == 1:
+            self.good()
+            self.bucket.is_gone = True
+            raise Lost
+        if self.operation == 'uploads':
+            self.bucket.is_gone = False
+        if getattr(self.bucket, 'is_gone', False):
+            self.send(error(403, 'AccessDenied'))
+        else:
+            self.send(self.good())
+
+    def do_loses_removals(self):
+        if self.operation in ('remove', 'remove-many'):
+            self.good()
+            self.send(error(403, 'AccessDenied'))
+        else:
+            self.send(self.good())
+
     def do_refuses_complete_once(self):
         self.distorted('complete', lambda: self.send(error(403, 'AccessDenied')), 1)
 

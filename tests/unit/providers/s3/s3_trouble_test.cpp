@@ -182,6 +182,80 @@ TEST_F(S3Trouble, AReplacementIsClosedAgainWhereTheFirstTimeFailed) {
     EXPECT_EQ(uploadsIn(*bucket_), 0U);
 }
 
+TEST_F(S3Trouble, AReplacementWhoseCompletionWasNotSeenIsFoundWhenItIsClosedAgain) {
+    useStore("completes_and_is_gone_for_a_while");
+    put("a", "old");
+    auto const stream = replace(u"a");
+    write(*stream, std::string(8 * mebibyte, 'x'));
+    EXPECT_NE(codeOfClose(*stream), -1);
+    EXPECT_EQ(uploadsIn(*bucket_), 0U);
+    EXPECT_EQ(codeOfClose(*stream), -1);
+    EXPECT_EQ(readIn(u"a").size(), 8 * mebibyte);
+}
+
+TEST_F(S3Trouble, AStoreWithoutConditionsIsAskedBefore) {
+    useStore("knows_no_conditions");
+    provider_->createFolder(in(u"f"));
+    provider_->createFile(in(u"f/a"));
+    EXPECT_THAT(keys(), ElementsAre("f/", "f/a"));
+    EXPECT_EQ(codeOf([&] { provider_->createFile(in(u"f/a")); }),
+              refused(ErrorCode::ResourceAlreadyExists));
+    auto const stream = provider_->openReplacement(in(u"b"), ReplacementPolicy::FailIfExists);
+    write(*stream, "mine");
+    put("b", "theirs");
+    EXPECT_EQ(codeOfClose(*stream), refused(ErrorCode::ResourceAlreadyExists));
+    EXPECT_EQ(readIn(u"b"), "theirs");
+}
+
+// Folders that are remembered.
+
+TEST_F(S3Trouble, AFolderThatOthersRemovedIsMadeAgain) {
+    provider_->createFolderRecursive(in(u"a/b"));
+    bucket_->remove("a/b/", bucket_->deadline());
+    provider_->createFolderRecursive(in(u"a/b"));
+    EXPECT_THAT(keys(), ElementsAre("a/", "a/b/"));
+}
+
+TEST_F(S3Trouble, ARemovalWithoutAnswerIsNotBelievedToBeUndone) {
+    useStore("loses_removals");
+    provider_->createFolder(in(u"a"));
+    provider_->createFile(in(u"a/b"));
+    EXPECT_EQ(codeOf([&] { provider_->removeFolderRecursively(in(u"a")); }),
+              refused(ErrorCode::PermissionDenied));
+    EXPECT_EQ(codeOf([&] { provider_->createFile(in(u"a/c")); }),
+              refused(ErrorCode::ResourceNotFound));
+    provider_->createFolder(in(u"d"));
+    EXPECT_EQ(codeOf([&] { provider_->removeFolder(in(u"d")); }),
+              refused(ErrorCode::PermissionDenied));
+    EXPECT_EQ(codeOf([&] { provider_->createFile(in(u"d/c")); }),
+              refused(ErrorCode::ResourceNotFound));
+}
+
+TEST_F(S3Trouble, TheTimeOfAFolderLeavesTheBytesOfItsMarker) {
+    put("a/", "bytes that others keep there");
+    Timestamp const time{1'000'000'000, 0};
+    provider_->setLastModified(in(u"a"), toPtime(time));
+    EXPECT_EQ(provider_->getFolderAttributes(in(u"a")).values().lastModified, time);
+    std::string bytes(28, '?');
+    bucket_->read("a/", 0, bytes, {}, bucket_->deadline());
+    EXPECT_EQ(bytes, "bytes that others keep there");
+}
+
+TEST_F(S3Trouble, AFailureInAPageComesOnceAndEndsTheListing) {
+    name_ = "fails_at_page_2_once";
+    S3Options some = options();
+    some.pageSize = 1;
+    use(some, name_);
+    put("a");
+    put("b");
+    auto const cursor = provider_->listAll(in(u""), {});
+    cursor->advance();
+    ASSERT_TRUE(cursor->hasNext());
+    EXPECT_EQ(codeOf([&] { cursor->advance(); }), refused(ErrorCode::PermissionDenied));
+    EXPECT_FALSE(cursor->hasNext());
+    EXPECT_THROW(cursor->advance(), std::logic_error);
+}
+
 // Somebody else.
 
 TEST_F(S3Trouble, AnAppendToAFileThatOthersWriteMeanwhileLeavesTheirs) {

@@ -12,6 +12,7 @@
 
 namespace foundation::storage::provider::s3 {
 
+using detail::FolderMemory;
 using detail::translated;
 
 namespace {
@@ -29,10 +30,11 @@ void S3Provider::requireFolderOf(ItemKey const& key, StorageIRI const& location)
     if (parent.isRoot() || folders_.has(parent.file)) {
         return;
     }
+    std::uint64_t const before = folders_.changes();
     if (!isFolder(parent)) {
         fail(ErrorCode::ResourceNotFound, location);
     }
-    folders_.keep(parent.file);
+    folders_.keep(parent.file, before);
 }
 
 S3Provider::Standing S3Provider::placeForFile(ItemKey const& key, StorageIRI const& location,
@@ -69,8 +71,9 @@ void S3Provider::putMarker(ItemKey const& key, StorageIRI const& location) {
         fail(ErrorCode::InvalidLocation, location);
     }
     Change const change(heads_, key.folder());
+    std::uint64_t const before = folders_.changes();
     bucket_->put(key.folder(), {}, {.onlyIfMissing = true}, bucket_->deadline());
-    folders_.keep(key.file);
+    folders_.keep(key.file, before);
 }
 
 void S3Provider::createFolder(StorageIRI const& location) {
@@ -85,7 +88,9 @@ void S3Provider::createFolderRecursive(StorageIRI const& location) {
     ItemKey const key = keyOf(location);
     translated(location, [&] {
         std::vector<ItemKey> missing;
-        for (ItemKey level = key; !folders_.has(level.file); level = level.parent()) {
+        // What is asked for itself is asked of the store.
+        for (ItemKey level = key; level == key || !folders_.has(level.file);
+             level = level.parent()) {
             Standing const standing = lookUp(level);
             if (standing.isFolder) {
                 break;
@@ -115,8 +120,8 @@ void S3Provider::removeFile(StorageIRI const& location) {
         auto const lock = locks_.lock(key.file);
         headOf(key, location);
         Change const change(heads_, key.file);
+        FolderMemory::Removal const removal(folders_, key.parent().file);
         bucket_->remove(key.file, bucket_->deadline());
-        folders_.forget(key.parent().file);
     });
 }
 
@@ -136,8 +141,8 @@ void S3Provider::removeFolder(StorageIRI const& location) {
             fail(ErrorCode::FolderNotEmpty, location);
         }
         Change const change(heads_, folder);
+        FolderMemory::Removal const removal(folders_, key.file);
         bucket_->remove(folder, bucket_->deadline());
-        folders_.forget(key.file);
     });
 }
 
@@ -149,6 +154,7 @@ void S3Provider::removeFolderRecursively(StorageIRI const& location) {
     translated(location, [&] {
         std::string const folder = key.folder();
         Change const change(heads_);
+        FolderMemory::Removal const forgetting(folders_, key.file);
         detail::KeyRemoval removal(bucket_, *threads_);
         detail::KeyPages pages(*bucket_, folder, bucket_->options().pageSize);
         bool isThere = false;
@@ -163,7 +169,6 @@ void S3Provider::removeFolderRecursively(StorageIRI const& location) {
             }
         }
         auto const failed = removal.finish();
-        folders_.forget(key.file);
         if (!isThere) {
             fail(ErrorCode::ResourceNotFound, location);
         }

@@ -50,8 +50,9 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
                 Closing::Once, [self, key](NewContent& content) {
                     auto const lock = self->locks_.lock(key.file);
                     Change const change(self->heads_, key.file);
+                    std::uint64_t const before = self->folders_.changes();
                     content.publish();
-                    self->folders_.keep(key.parent().file);
+                    self->folders_.keep(key.parent().file, before);
                 });
         }
         auto spool = std::make_unique<detail::Spool>(space_);
@@ -98,16 +99,17 @@ std::unique_ptr<ByteStream> S3Provider::openReplacement(StorageIRI const& locati
         placeForFile(key, location, policy);
         bool const onlyIfMissing = !replaces(policy);
         auto const self = shared_from_this();
-        return std::make_unique<S3WriteStream>(std::make_unique<detail::SentContent>(makeUpload(
-                                                   key, {.onlyIfMissing = onlyIfMissing})),
-                                               StreamAccess::Write, StreamWriting::AtPosition,
-                                               Closing::UntilDone,
-                                               [self, key](NewContent& content) {
-                                                   auto const lock = self->locks_.lock(key.file);
-                                                   Change const change(self->heads_, key.file);
-                                                   content.publish();
-                                                   self->folders_.keep(key.parent().file);
-                                               });
+        return std::make_unique<S3WriteStream>(
+            std::make_unique<detail::SentContent>(
+                makeUpload(key, {.onlyIfMissing = onlyIfMissing})),
+            StreamAccess::Write, StreamWriting::AtPosition, Closing::UntilDone,
+            [self, key](NewContent& content) {
+                auto const lock = self->locks_.lock(key.file);
+                Change const change(self->heads_, key.file);
+                std::uint64_t const before = self->folders_.changes();
+                content.publish();
+                self->folders_.keep(key.parent().file, before);
+            });
     });
 }
 

@@ -124,8 +124,9 @@ CopyStatus S3Provider::copyFile(StorageIRI const& source, StorageItem const& des
         auto upload = startCopy(from, head, *other, to, conditions, tell);
         auto const lock = other->locks_.lock(to.file);
         other->placeForFile(to, target, options.policy);
+        std::uint64_t const before = other->folders_.changes();
         finishCopy(std::move(upload), from, head, *other, to, conditions);
-        other->folders_.keep(to.parent().file);
+        other->folders_.keep(to.parent().file, before);
     });
     return conditions.metadata.empty() ? CopyStatus::Copied : CopyStatus::CopiedWithTimes;
 }
@@ -144,6 +145,16 @@ void S3Provider::setLastModified(StorageIRI const& location, boost::posix_time::
                 fail(ErrorCode::UnsupportedOperation, location);
             }
             copyObject(key, *head, *this, key, *likeness);
+            return;
+        }
+        auto const folderLock = locks_.lock(key.folder());
+        if (auto const marker = bucket_->head(key.folder(), bucket_->deadline());
+            marker && marker->size > 0) { // whoever keeps bytes there keeps them
+            auto const likeness = likenessOf(*marker, timestamp);
+            if (!likeness) {
+                fail(ErrorCode::UnsupportedOperation, location);
+            }
+            copyObject({key.folder()}, *marker, *this, {key.folder()}, *likeness);
             return;
         }
         if (!isFolder(key)) {
@@ -172,8 +183,9 @@ void S3Provider::moveFile(StorageIRI const& source, StorageIRI const& destinatio
     }
     translated(destination, [&] {
         placeForFile(to, destination, policy);
+        std::uint64_t const before = folders_.changes();
         copyObject(from, head, *this, to, conditionsFor(head, !replaces(policy)));
-        folders_.keep(to.parent().file);
+        folders_.keep(to.parent().file, before);
     });
     translated(source, [&] {
         Change const change(heads_, from.file);
@@ -181,8 +193,8 @@ void S3Provider::moveFile(StorageIRI const& source, StorageIRI const& destinatio
         if (now && !isSameVersion(*now, head)) {
             throw web::Failure(ErrorCode::IOError, "the file has changed while it was moved");
         }
+        detail::FolderMemory::Removal const removal(folders_, from.parent().file);
         bucket_->remove(from.file, bucket_->deadline());
-        folders_.forget(from.parent().file);
     });
 }
 
@@ -239,9 +251,9 @@ void S3Provider::moveFolder(StorageIRI const& source, StorageIRI const& destinat
     checkFolderMove(from, source, to, destination, policy);
     translated(destination, [&] {
         Change const change(heads_);
+        detail::FolderMemory::Removal const removal(folders_, from.file);
+        detail::FolderMemory::Removal const arrival(folders_, to.file);
         moveKeys(from.folder(), to.folder());
-        folders_.forget(from.file);
-        folders_.forget(to.file);
     });
 }
 

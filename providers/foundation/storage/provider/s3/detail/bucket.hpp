@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/s3/s3_options.hpp>
 #include <foundation/storage/provider/web/client.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -113,7 +114,7 @@ class Bucket {
 
     /// PutObject; returns the tag. A put only where nothing is, is sent again where its answer is
     /// lost and nothing is there yet; what is there then counts as its own where it has these bytes
-    /// and is no older than the call.
+    /// and is no older than the call. Some stores do not know the condition: it is looked before.
     std::string put(std::string_view key, std::span<char const> content,
                     PutConditions const& conditions, Deadline const& deadline) const;
     /// CopyObject within the store. `source` is BUCKET/KEY, not encoded. Returns the tag. Metadata
@@ -142,10 +143,13 @@ class Bucket {
                           std::string_view source, std::string_view sourceTag, std::uint64_t offset,
                           std::uint64_t size, Deadline const& deadline) const;
     /// CompleteMultipartUpload; also where the answer to it was lost and the object is there. Some
-    /// stores do not know the condition for it: it is looked before, too.
-    std::string completeUpload(std::string_view key, std::string_view upload,
-                               std::span<UploadedPart const> parts, PutConditions const& conditions,
-                               Deadline const& deadline) const;
+    /// stores do not know the condition for it: it is looked before, too. Whoever asks again tells
+    /// since when, and finds what was done the first time.
+    std::string
+    completeUpload(std::string_view key, std::string_view upload,
+                   std::span<UploadedPart const> parts, PutConditions const& conditions,
+                   Deadline const& deadline,
+                   std::optional<std::chrono::steady_clock::time_point> askedSince = {}) const;
     /// AbortMultipartUpload; one that is gone is no failure.
     void abortUpload(std::string_view key, std::string_view upload, Deadline const& deadline) const;
     /// ListMultipartUploads: the first thousand of keys with this prefix.

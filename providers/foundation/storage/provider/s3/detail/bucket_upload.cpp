@@ -150,11 +150,23 @@ UploadedPart Bucket::copyPart(std::string_view key, std::string_view upload, uns
     }
 }
 
-std::string Bucket::completeUpload(std::string_view key, std::string_view upload,
-                                   std::span<UploadedPart const> parts,
-                                   PutConditions const& conditions,
-                                   Deadline const& deadline) const {
+std::string
+Bucket::completeUpload(std::string_view key, std::string_view upload,
+                       std::span<UploadedPart const> parts, PutConditions const& conditions,
+                       Deadline const& deadline,
+                       std::optional<std::chrono::steady_clock::time_point> askedSince) const {
+    auto const doneBefore = [&] {
+        auto done = askedSince ? ownUpload(key, parts, Doubt{*askedSince, 1}, true, deadline)
+                               : std::nullopt;
+        if (done) {
+            uploads_->remove(upload);
+        }
+        return done;
+    };
     if (conditions.onlyIfMissing && head(key, deadline)) {
+        if (auto const done = doneBefore()) {
+            return *done;
+        }
         throw existsAlready();
     }
     std::string const document = completionOf(parts);
@@ -181,6 +193,11 @@ std::string Bucket::completeUpload(std::string_view key, std::string_view upload
         }
         tag = store_->askOnce(conditional, inquiry, deadline);
     } catch (StoreFailure const& failure) {
+        if (failure.word() == "NoSuchUpload") {
+            if (auto const done = doneBefore()) {
+                return *done;
+            }
+        }
         if (!conditions.onlyIfMissing) {
             throw;
         }

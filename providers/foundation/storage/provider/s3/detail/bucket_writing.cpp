@@ -33,7 +33,8 @@ std::string Bucket::put(std::string_view key, std::span<char const> content,
     if (!conditions.onlyIfMissing) {
         return tagOf(store_->ask(question, deadline));
     }
-    question.headers.add("If-None-Match", "*");
+    Question conditional = question;
+    conditional.headers.add("If-None-Match", "*");
     Inquiry const inquiry{
         tagOf,
         [&](Doubt const& doubt) { return ownPut(key, content, doubt, deadline); },
@@ -43,13 +44,20 @@ std::string Bucket::put(std::string_view key, std::span<char const> content,
         },
     };
     try {
-        return store_->askOnce(question, inquiry, deadline);
+        return store_->askOnce(conditional, inquiry, deadline);
     } catch (StoreFailure const& failure) {
         if (saysThatThereIsOne(failure)) {
             throw existsAlready();
         }
-        throw;
+        if (failure.word() != "NotImplemented") {
+            throw;
+        }
     }
+    // A store that knows no conditions: it is looked before.
+    if (head(key, deadline)) {
+        throw existsAlready();
+    }
+    return store_->askOnce(question, inquiry, deadline);
 }
 
 std::optional<std::string> Bucket::ownPut(std::string_view key, std::span<char const> content,

@@ -2,8 +2,16 @@
 
 namespace foundation::storage::provider::s3::detail {
 
-void FolderMemory::keep(std::string const& folder) {
+std::uint64_t FolderMemory::changes() const {
     std::lock_guard const lock(mutex_);
+    return changes_;
+}
+
+void FolderMemory::keep(std::string const& folder, std::uint64_t changesBefore) {
+    std::lock_guard const lock(mutex_);
+    if (changes_ != changesBefore) {
+        return;
+    }
     if (folders_.size() >= most) {
         folders_.clear(); // they are asked for again, once each
     }
@@ -18,6 +26,7 @@ bool FolderMemory::has(std::string const& folder) const {
 
 void FolderMemory::forget(std::string const& folder) {
     std::lock_guard const lock(mutex_);
+    ++changes_;
     std::string const below = folder + '/';
     auto const first = folders_.lower_bound(below);
     auto last = first;

@@ -193,7 +193,10 @@ void Upload::finish() {
             throw sourceHasChanged();
         }
     }
-    bucket_->completeUpload(key_, id_, parts_, conditions_, bucket_->deadline());
+    bool const isAgain = completing_.has_value();
+    completing_ = completing_.value_or(std::chrono::steady_clock::now());
+    bucket_->completeUpload(key_, id_, parts_, conditions_, bucket_->deadline(),
+                            isAgain ? completing_ : std::nullopt);
     isFinished_ = true;
 }
 

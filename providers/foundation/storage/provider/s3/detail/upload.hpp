@@ -5,6 +5,7 @@
 #include <foundation/storage/provider/s3/detail/request_threads.hpp>
 #include <foundation/storage/provider/timestamp.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -80,6 +81,8 @@ class Upload {
     std::vector<UploadedPart> parts_;
     std::optional<CopySource> source_;
     std::optional<web::Failure> lost_; ///< why a part did not come to the store
+    /// When it was first to be completed, which may have been done though the answer was lost.
+    std::optional<std::chrono::steady_clock::time_point> completing_;
     bool isFinished_ = false;
 };
 
