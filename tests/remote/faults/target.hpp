@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,6 +31,8 @@ struct Target {
     FaultLine line;
     /// What must be in no text; also as it is sent.
     std::vector<std::string> secrets;
+    /// The variables by which the command knows who asks; "netrc" is what is in that file.
+    std::function<std::map<std::string, std::string>(Who)> environment;
     bool hasFolders = true;
     bool listsTrees = false; ///< has a recursive listing of its own
     bool movesFolders = false;

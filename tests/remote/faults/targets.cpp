@@ -63,13 +63,19 @@ Target webTarget(std::string name, std::string const& url, std::string const& fo
         options.attributeLifetime = milliseconds(0);
         return provider::http::buildHttpProvider(root, options);
     };
+    auto const environment = [password](Who who) -> std::map<std::string, std::string> {
+        return {{"netrc", "default login canary password " +
+                              (who == Who::Known ? password : std::string(strangersSecret))},
+                {"no_proxy", "*"}};
+    };
     return {std::move(name),
             root,
             make,
             makeFolderSide(folder + "/faults"),
             FaultLine(authorityOf(url)),
             {password, strangersSecret, base64("canary:" + password),
-             base64("canary:" + std::string(strangersSecret))}};
+             base64("canary:" + std::string(strangersSecret))},
+            environment};
 }
 
 #ifdef WITH_S3
@@ -91,12 +97,23 @@ Target storeTarget() {
         options.partSize = std::uint64_t{5} * 1024 * 1024;
         return provider::s3::buildS3Provider(root, options);
     };
+    auto const environment = [line, secret](Who who) -> std::map<std::string, std::string> {
+        return {{"AWS_ENDPOINT_URL", line},
+                {"AWS_REGION", told("VFS_TEST_S3_REGION")},
+                {"AWS_ACCESS_KEY_ID", told("VFS_TEST_S3_ACCESS_KEY")},
+                {"AWS_SECRET_ACCESS_KEY", who == Who::Known ? secret : strangersSecret},
+                {"AWS_SESSION_TOKEN", token},
+                {"AWS_CONFIG_FILE", "/dev/null"},
+                {"AWS_SHARED_CREDENTIALS_FILE", "/dev/null"},
+                {"no_proxy", "*"}};
+    };
     Target target{"s3",
                   root,
                   make,
                   makeBucketSide(told("VFS_TEST_S3_ENDPOINT"), bucket, "faults/"),
                   FaultLine(line),
-                  {secret, strangersSecret, token}};
+                  {secret, strangersSecret, token},
+                  environment};
     target.listsTrees = true;
     return target;
 }
