@@ -83,6 +83,14 @@ std::vector<Words> commandsFor(Target const& target, std::string const& source) 
     return result;
 }
 
+/// A stranger is refused without one.
+std::vector<Fault> faultsFor(Who who) {
+    if (who == Who::Stranger) {
+        return {Fault{}};
+    }
+    return {Fault{}, Fault{"status", 0, 2}, Fault{"reset", 0, 1, 300}, Fault{"status", 0, 0}};
+}
+
 } // namespace
 
 void sweepCommands(Target const& target, std::string const& path, SweepResult& result) {
@@ -97,8 +105,7 @@ void sweepCommands(Target const& target, std::string const& path, SweepResult& r
         Variables const variables(std::move(environment));
         for (Words words : commandsFor(target, source.path())) {
             words.insert(words.begin(), {"/usr/bin/timeout", "120", path});
-            for (Fault const& fault : {Fault{}, Fault{"status", 0, 2}, Fault{"reset", 0, 1, 300},
-                                       Fault{"status", 0, 0}, Fault{"truncate", 0, 0, 100}}) {
+            for (Fault const& fault : faultsFor(who)) {
                 target.line.set(fault);
                 Run const run(words, output.path());
                 int const code = run.wait();
