@@ -19,6 +19,7 @@ std::vector<Plan> plansAt(unsigned request, Extent extent, std::string const& la
     add("answer stalled", "stall", 1, 300);
     add("503 twice", "status", 2, 0);
     add("503 from there on", "status", 0, 0);
+    add("reset from there on", "reset", 0, 0);
     if (extent == Extent::Few) {
         return result;
     }
@@ -36,7 +37,6 @@ std::vector<Plan> plansAt(unsigned request, Extent extent, std::string const& la
         add("request cut off", "upreset", 1, after);
     }
     add("dropped from there on", "drop", 0, 0);
-    add("reset from there on", "reset", 0, 0);
     add("reset from there on", "reset", 0, 300);
     add("truncated from there on", "truncate", 0, 300);
     add("stalled from there on", "stall", 0, 0);

@@ -38,7 +38,7 @@ void expectNothingFound(std::string const& name) {
     }
     EXPECT_THAT(result.findings, IsEmpty());
     EXPECT_GT(result.sum().injected, 10U);
-    EXPECT_EQ(result.kinds.size(), 7U) << "a kind of fault was not tried";
+    EXPECT_EQ(result.kinds.size(), 8U) << "a kind of fault was not tried";
 }
 
 class FaultsOnTheLine : public ::testing::Test {
