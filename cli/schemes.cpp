@@ -7,15 +7,30 @@
 
 namespace cli {
 
+namespace standard = foundation::storage::provider::standard;
+
+namespace {
+
+standard::StandardProvider const* providerOf(std::u16string_view scheme) {
+    std::string const name = fl::i18n::toDisplayString(scheme);
+    auto const all = standard::standardProviders();
+    auto const found = std::find_if(
+        all.begin(), all.end(), [&](auto const& provider) { return provider.scheme == name; });
+    return found == all.end() ? nullptr : &*found;
+}
+
+} // namespace
+
 std::optional<SchemeKind> kindOfScheme(std::u16string_view scheme) {
     if (scheme == u"tar" || scheme == u"zip") {
         return SchemeKind::Container;
     }
-    std::string const name = fl::i18n::toDisplayString(scheme);
-    auto const all = foundation::storage::provider::standard::standardProviders();
-    bool const known = std::any_of(all.begin(), all.end(),
-                                   [&](auto const& provider) { return provider.scheme == name; });
-    return known ? std::optional(SchemeKind::Storage) : std::nullopt;
+    return providerOf(scheme) != nullptr ? std::optional(SchemeKind::Storage) : std::nullopt;
+}
+
+bool namesServers(std::u16string_view scheme) {
+    auto const* const provider = providerOf(scheme);
+    return provider != nullptr && provider->namesServers;
 }
 
 bool isWrittenArchive(std::u16string_view scheme) {

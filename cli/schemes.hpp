@@ -15,6 +15,9 @@ enum class SchemeKind {
 /// Whether a provider for it is there is for the storage system to say.
 std::optional<SchemeKind> kindOfScheme(std::u16string_view scheme);
 
+/// Whether the scheme's locations name a server, for whose answers one waits.
+bool namesServers(std::u16string_view scheme);
+
 /// Whether the scheme is of archives that can be written, and not only be looked into.
 bool isWrittenArchive(std::u16string_view scheme);
 

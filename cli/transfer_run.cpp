@@ -15,9 +15,12 @@
 #include <tbb/parallel_for.h>
 #include <tbb/partitioner.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <exception>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace cli {
@@ -38,6 +41,9 @@ constexpr std::uint64_t worthReporting = 1024 * 1024;
 // To give them to another thread takes much less time than to copy so many small files, and so does
 // to open their folders.
 constexpr std::size_t takenAtOnce = 32;
+
+// As many connections are kept open.
+constexpr std::size_t askedAtOnce = 8;
 
 // Beyond these, what is denied is told at once, so that memory has a bound.
 constexpr std::size_t deferredAtMost = 1000;
@@ -211,7 +217,22 @@ bool TransferRun::copyTogether(std::vector<CopyResult>& results, FilesToCopy con
                              [&] { return places()[0].shown(); });
         }
     };
-    if (count < worthOtherThreads) {
+    if (files.waitsForServers) {
+        std::atomic<std::size_t> next = 0;
+        auto const copyFromQueue = [&] {
+            for (std::size_t i = 0; (i = next.fetch_add(1)) < count;) {
+                copySome(Range(i, i + 1));
+            }
+        };
+        std::vector<std::jthread> threads;
+        try {
+            while (threads.size() + 1 < std::min(count, askedAtOnce)) {
+                threads.emplace_back(copyFromQueue);
+            }
+        } catch (std::system_error const&) { // fewer will do
+        }
+        copyFromQueue();
+    } else if (count < worthOtherThreads) {
         copySome(Range(0, count));
     } else {
         // Each thread gets files that are next to each other, as far from the others' as can be.

@@ -60,6 +60,8 @@ struct FilesToCopy {
     /// Copies some of them as a storage does it best, those from one number up to another, and
     /// leaves others as they are; may be empty.
     std::function<void(std::size_t, std::size_t, std::vector<CopyResult>&)> copyMany{};
+    /// Whether to copy one takes little but waiting for a server.
+    bool waitsForServers = false;
 };
 
 /// What all the transfers of one run of cp or mv share: the wishes, the counts, the progress line,
@@ -109,8 +111,8 @@ class TransferRun {
     /// Whether files of this size may be copied together: where nobody is asked, and nobody waits
     /// for a single one of them.
     bool goesWithOthers(std::uint64_t size) const noexcept;
-    /// Copies files as copyFile() does, on as many threads as there are processors, and neither
-    /// counts nor reports them: that is for tell(). `files` is called on those threads. Files next
+    /// Copies files as copyFile() does, on as many threads as there are processors, or as a server
+    /// is fit to be asked by, and neither counts nor reports them: that is for tell(). `files` is called on those threads. Files next
     /// to each other are best of one folder: two threads that create files in the same folder wait
     /// for each other. May be called on any thread; a share of the work that falls to the run's own
     /// thread moves the progress line, which shows `places`. Returns whether the destination has no

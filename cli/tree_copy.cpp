@@ -2,6 +2,7 @@
 
 #include "interruption.hpp"
 #include "link_target.hpp"
+#include "schemes.hpp"
 #include "transfer.hpp"
 
 #include <fl/i18n/conversion.hpp>
@@ -63,6 +64,8 @@ void TreeCopy::copy() {
         destinationProvider_ = run_.system().buildProvider(destination);
         sourceHasLinks_ = hasLinks(run_.system(), source_.iri);
         sameScheme_ = source_.iri.getScheme() == destination_.iri.getScheme();
+        waitsForServers_ = namesServers(source_.iri.getScheme()) ||
+                           namesServers(destination_.iri.getScheme());
         folderAttributes_ = dynamic_cast<IFolderAttributes*>(destinationProvider_.get());
         if (destinationProvider_ == run_.system().buildProvider(source_.iri.toStorageIRI())) {
             smallFileCopies_ = dynamic_cast<ISmallFileCopies*>(destinationProvider_.get());
@@ -267,6 +270,7 @@ void TreeCopy::copyTogether() {
             copyMany(begin, end, results);
         };
     }
+    files.waitsForServers = waitsForServers_;
     batch_.full = run_.copyTogether(batch_.results, files, folderPlaces_);
 }
 

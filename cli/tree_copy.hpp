@@ -128,6 +128,7 @@ class TreeCopy final : private foundation::storage::vfs::FolderVisitor {
     /// Set where one provider serves both sides, and can do it.
     foundation::storage::provider::extensions::ISmallFileCopies* smallFileCopies_ = nullptr;
     bool sameScheme_ = false;
+    bool waitsForServers_ = false;
     bool sourceHasLinks_ = false;
 
     std::vector<std::unique_ptr<Level>> levels_; ///< where the walk is
