@@ -14,8 +14,8 @@ namespace {
 standard::StandardProvider const* providerOf(std::u16string_view scheme) {
     std::string const name = fl::i18n::toDisplayString(scheme);
     auto const all = standard::standardProviders();
-    auto const found = std::find_if(
-        all.begin(), all.end(), [&](auto const& provider) { return provider.scheme == name; });
+    auto const found = std::find_if(all.begin(), all.end(),
+                                    [&](auto const& provider) { return provider.scheme == name; });
     return found == all.end() ? nullptr : &*found;
 }
 

@@ -112,11 +112,11 @@ class TransferRun {
     /// for a single one of them.
     bool goesWithOthers(std::uint64_t size) const noexcept;
     /// Copies files as copyFile() does, on as many threads as there are processors, or as a server
-    /// is fit to be asked by, and neither counts nor reports them: that is for tell(). `files` is called on those threads. Files next
-    /// to each other are best of one folder: two threads that create files in the same folder wait
-    /// for each other. May be called on any thread; a share of the work that falls to the run's own
-    /// thread moves the progress line, which shows `places`. Returns whether the destination has no
-    /// space left.
+    /// is fit to be asked by, and neither counts nor reports them: that is for tell(). `files` is
+    /// called on those threads. Files next to each other are best of one folder: two threads that
+    /// create files in the same folder wait for each other. May be called on any thread; a share of
+    /// the work that falls to the run's own thread moves the progress line, which shows `places`.
+    /// Returns whether the destination has no space left.
     bool copyTogether(std::vector<CopyResult>& results, FilesToCopy const& files,
                       PlacesOf const& places);
     /// Counts and shows what came of a file, and reports why it failed.

@@ -64,8 +64,8 @@ void TreeCopy::copy() {
         destinationProvider_ = run_.system().buildProvider(destination);
         sourceHasLinks_ = hasLinks(run_.system(), source_.iri);
         sameScheme_ = source_.iri.getScheme() == destination_.iri.getScheme();
-        waitsForServers_ = namesServers(source_.iri.getScheme()) ||
-                           namesServers(destination_.iri.getScheme());
+        waitsForServers_ =
+            namesServers(source_.iri.getScheme()) || namesServers(destination_.iri.getScheme());
         folderAttributes_ = dynamic_cast<IFolderAttributes*>(destinationProvider_.get());
         if (destinationProvider_ == run_.system().buildProvider(source_.iri.toStorageIRI())) {
             smallFileCopies_ = dynamic_cast<ISmallFileCopies*>(destinationProvider_.get());

@@ -1,6 +1,6 @@
+#include <cstdlib>
 #include <foundation/storage/provider/standard/standard_storage_system.hpp>
 #include <foundation/storage/vfs/vfs.hpp>
-#include <cstdlib>
 #include <iostream>
 namespace vfs = foundation::storage::vfs;
 

@@ -1,5 +1,5 @@
-// Any bytes as the answer to a listing by WebDAV: they are refused, or every name in them is that of
-// an item in the folder, and comes once.
+// Any bytes as the answer to a listing by WebDAV: they are refused, or every name in them is that
+// of an item in the folder, and comes once.
 
 #include "require.hpp"
 
