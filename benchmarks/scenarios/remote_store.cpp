@@ -139,6 +139,9 @@ void tellPrograms() {
     set("AWS_REGION", region);
     set("AWS_CONFIG_FILE", "/dev/null");
     set("AWS_SHARED_CREDENTIALS_FILE", "/dev/null");
+    for (char const* const other : {"AWS_CA_BUNDLE", "AWS_PROFILE", "AWS_SESSION_TOKEN"}) {
+        ::unsetenv(other);
+    }
     set("RCLONE_CONFIG", "/dev/null");
     set("RCLONE_CONFIG_STORE_TYPE", "s3");
     set("RCLONE_CONFIG_STORE_PROVIDER", "Ceph");
