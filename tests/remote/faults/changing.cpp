@@ -67,6 +67,7 @@ Scenario writing(std::string name, std::string const& content, Files before, Pol
     result.before = std::move(before);
     result.after = std::move(after);
     result.cleansUp = true;
+    result.allowance = std::chrono::seconds(content.size() >> 20);
     return result;
 }
 

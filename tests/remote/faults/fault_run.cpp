@@ -178,7 +178,7 @@ RunResult runOnce(Target const& target, Scenario const& scenario, Plan const& pl
     result.counts = target.line.clear();
     result.failure = outcome.failure;
     result.wrong = outcome.wrong;
-    if (outcome.clock.longest > operationTimeout + slack) {
+    if (outcome.clock.longest > operationTimeout + scenario.allowance + slack) {
         result.hang = outcome.clock.longestCall + " takes " + secondsText(outcome.clock.longest);
     }
     if (!result.wrong && scenario.isReading && plan.passes() && outcome.failure) {

@@ -2,6 +2,7 @@
 
 #include "target.hpp"
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -36,6 +37,9 @@ struct Scenario {
     /// Whether a fault that lasts leaves the requests alone that clean up: who cannot reach a
     /// server cannot take anything back there.
     bool cleansUp = false;
+    /// How much longer than others its slowest call may take: closing what is written may have a
+    /// second for each mebibyte.
+    std::chrono::seconds allowance{0};
     /// Once the fault is over, it is done: requests may be sent again.
     bool isReading = false;
 };
