@@ -61,14 +61,22 @@ TEST(KilledCommand, IsFoundOutWhereItIsCareless) {
     std::ofstream(command) << carelessCommand;
     fs::permissions(command, fs::perms::owner_all);
 
-    KillOptions options{command.string(), testing::TempDir() + own, "/dev/shm" + own, 40, 1};
-    options.only = "over a tree";
-    std::vector<KillResult> const results = killAtRandom(options);
+    // Where it is killed is a matter of chance, and of what else the machine does.
+    auto const incomplete = Contains(HasSubstr(": is not complete after it was told of"));
+    auto const gone = Contains(HasSubstr("which was to be replaced, is gone"));
+    std::vector<std::string> findings;
+    for (std::uint64_t seed = 1;
+         seed <= 6 && !testing::Matches(testing::AllOf(incomplete, gone))(findings); ++seed) {
+        KillOptions options{command.string(), testing::TempDir() + own, "/dev/shm" + own, 40, seed};
+        options.only = "over a tree";
+        std::vector<KillResult> const results = killAtRandom(options);
+        ASSERT_THAT(results, testing::SizeIs(1));
+        findings.insert(findings.end(), results[0].findings.begin(), results[0].findings.end());
+    }
     fs::remove(command);
 
-    ASSERT_THAT(results, testing::SizeIs(1));
-    EXPECT_THAT(results[0].findings, Contains(HasSubstr(": is not complete after it was told of")));
-    EXPECT_THAT(results[0].findings, Contains(HasSubstr("which was to be replaced, is gone")));
+    EXPECT_THAT(findings, incomplete);
+    EXPECT_THAT(findings, gone);
 }
 
 } // namespace
