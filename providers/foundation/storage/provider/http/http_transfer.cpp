@@ -122,7 +122,11 @@ void HttpProvider::copy(Way const& way, bool isReplacing, web::Deadline const& d
                 failTransfer(outcome, way, deadline);
             }
         } catch (web::Failure const& failure) {
-            if (!failure.mayPass() || failure.cannotHaveCome()) {
+            if (failure.cannotHaveCome()) {
+                throw;
+            }
+            if (!failure.mayPass()) { // as where the time is over before an answer came
+                removeTrace(there);
                 throw;
             }
             lost = failure;
