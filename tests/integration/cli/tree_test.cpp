@@ -177,7 +177,7 @@ TEST(CommandTree, DrawsAChainOfTwoThousandFoldersInLittleMemory) {
 
     EXPECT_THAT(outcome.out, ::testing::EndsWith("└── leaf\n\n2000 folders, 1 file\n"));
     if (!VFS_SANITIZED) {
-        EXPECT_LT(outcome.peakKiB, shell(folder, "vfs tree -L1").peakKiB + 2048);
+        EXPECT_LT(outcome.peakKiB, shell(folder, "vfs tree -L1").peakKiB + 1024);
     }
     removeTree(folder.path());
 }
