@@ -7,7 +7,10 @@
 
 #include <filesystem>
 #include <gmock/gmock.h>
+#include <regex>
 #include <set>
+#include <string>
+#include <vector>
 
 namespace cli_test {
 namespace {
@@ -30,6 +33,24 @@ class CommandOnAStore : public ::testing::Test {
                               .run();
         EXPECT_THAT(outcome.out + outcome.err, Not(HasSubstr("CANARY")));
         return outcome;
+    }
+
+    /// The sum of the ranges that the store is asked for meanwhile; without a range it is too much.
+    template<class Call>
+    std::size_t bytesAsked(Call const& call) const {
+        std::size_t const before = store_.requests().size();
+        call();
+        std::size_t sum = 0;
+        std::vector<std::string> const requests = store_.requests();
+        for (std::size_t i = before; i < requests.size(); ++i) {
+            if (requests[i].find("\tGET\t") != std::string::npos) {
+                std::smatch range;
+                bool const isPart =
+                    std::regex_search(requests[i], range, std::regex("range: bytes=(\\d+)-(\\d+)"));
+                sum += isPart ? std::stoul(range[2]) - std::stoul(range[1]) + 1 : 1U << 30;
+            }
+        }
+        return sum;
     }
 
     TemporaryFolder folder_;
@@ -59,6 +80,23 @@ TEST_F(CommandOnAStore, TellsInTheOrderOfTheWalkWhatItCopies) {
         expected += "a/" + name + " -> s3://good/a/" + name + '\n';
     }
     EXPECT_EQ(run({"cp", "-rv", "a", "s3://good/a"}).out, expected);
+}
+
+TEST_F(CommandOnAStore, ReadsOfAnArchiveWhatItNeedsAlone) {
+    shell(folder_, "mkdir d; head -c 20000000 /dev/urandom > d/large; seq 20000 > d/x.csv; "
+                   "zip -q a.zip d d/x.csv d/large");
+    EXPECT_EQ(run({"cp", "a.zip", "s3://good/a.zip"}).err, "");
+
+    std::size_t const listed = bytesAsked([&] {
+        EXPECT_EQ(run({"find", "zip:s3://good/a.zip!/"}).out, "d\nd/x.csv\nd/large\n");
+    });
+    std::size_t const read = bytesAsked([&] {
+        EXPECT_EQ(run({"cat", "zip:s3://good/a.zip!/d/x.csv"}).out,
+                  shell(folder_, "cat d/x.csv").out);
+    });
+    EXPECT_LE(listed, 200'000U);
+    EXPECT_LE(read, 400'000U);
+    EXPECT_LE(store_.requests().size(), 20U);
 }
 
 TEST_F(CommandOnAStore, RemovesATreeAndNothingBesideIt) {
