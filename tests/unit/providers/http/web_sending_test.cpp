@@ -7,7 +7,9 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <stdexcept>
+#include <thread>
 
 namespace foundation::storage::provider::web {
 namespace {
@@ -196,6 +198,49 @@ TEST_F(WebSending, SignsEachSendingAnewAndForItsOwnOriginAlone) {
     }
     EXPECT_EQ(sent(web, put("/takes-at-another-origin/1000", bytes)), "200 1000 bytes, right");
     EXPECT_THAT(server_.requests().back(), Not(HasSubstr("canary")));
+}
+
+TEST_F(WebSending, SignsAnewAlsoWhereAnOpenConnectionIsOfNoUse) {
+    unsigned count = 0;
+    Identity identity;
+    identity.sign = [&](Request& request) {
+        request.headers.add("X-Signature", "canary-" + std::to_string(++count));
+    };
+    Client const web = client(quickOptions(), identity);
+    Request const request{"GET", at("/garbled-when-used-again/5")};
+    EXPECT_EQ(sent(web, request), "200 " + content(5));
+    EXPECT_EQ(sent(web, request), "200 " + content(5));
+    for (char const* const signature : {"canary-1", "canary-2", "canary-3"}) {
+        EXPECT_EQ(server_.countOf(signature), 1U);
+    }
+}
+
+// The body's own failure is the reason, not that the server has not waited for its end.
+TEST_F(WebSending, PassesOnWhyABodyCannotBeReadAlsoBehindAnAnswer) {
+    Client const web = client();
+    Request request{"PUT", at("/agrees-before-the-end/20000000")};
+    unsigned pieces = 0;
+    request.body = Body{20'000'000, [&](std::uint64_t, std::span<char>) {
+                            if (++pieces == 2) { // by then the answer is there
+                                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                            } else if (pieces == 3) {
+                                throw std::out_of_range("the disk is gone");
+                            }
+                        }};
+    EXPECT_THROW(web.send(request, web.deadline()), std::out_of_range);
+    EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+TEST_F(WebSending, GivesAServerTimeToWorkOnceItHasTheRequest) {
+    std::string const bytes = content(2'000'000);
+    Client const web = client();
+    Request request = put("/takes-slowly/2000000", bytes);
+    request.takesTime = true;
+    request.longestWork = std::chrono::milliseconds(300);
+    EXPECT_EQ(sent(web, request), "200 2000000 bytes");
+    request.url = at("/never-answers/0");
+    request.body = Body::of(std::span<char const>());
+    EXPECT_EQ(sent(web, request), "code 9: the server took longer than the operation may");
 }
 
 } // namespace

@@ -127,7 +127,7 @@ std::unique_ptr<Exchange> Client::follow(Request const& request, Deadline const&
     }
 }
 
-std::unique_ptr<Exchange> Client::sendOnce(Request request, Deadline const& deadline) const {
+Request Client::identified(Request request) const {
     if (request.url.hasSameOrigin(home_)) {
         for (auto const& [name, value] : identity_.fields.fields()) {
             request.headers.add(name, value);
@@ -137,7 +137,11 @@ std::unique_ptr<Exchange> Client::sendOnce(Request request, Deadline const& dead
             identity_.sign(request);
         }
     }
-    auto answer = std::make_unique<Exchange>(*pool_, request, options_);
+    return request;
+}
+
+std::unique_ptr<Exchange> Client::sendOnce(Request const& request, Deadline const& deadline) const {
+    auto answer = std::make_unique<Exchange>(*pool_, identified(request), options_);
     try {
         answer->head(deadline);
         return answer;
@@ -147,8 +151,9 @@ std::unique_ptr<Exchange> Client::sendOnce(Request request, Deadline const& dead
         }
     }
     answer.reset();
-    request.isOnNewConnection = true;
-    answer = std::make_unique<Exchange>(*pool_, request, options_);
+    Request again = identified(request);
+    again.isOnNewConnection = true;
+    answer = std::make_unique<Exchange>(*pool_, again, options_);
     answer->head(deadline);
     return answer;
 }

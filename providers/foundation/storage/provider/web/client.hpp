@@ -42,7 +42,9 @@ class Client {
 
   private:
     std::unique_ptr<Exchange> follow(Request const& request, Deadline const& deadline) const;
-    std::unique_ptr<Exchange> sendOnce(Request request, Deadline const& deadline) const;
+    std::unique_ptr<Exchange> sendOnce(Request const& request, Deadline const& deadline) const;
+    /// With what says who asks, where it goes to the server that is told it.
+    Request identified(Request request) const;
 
     Url const home_;
     Identity const identity_;

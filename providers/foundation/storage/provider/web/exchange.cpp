@@ -49,6 +49,7 @@ Exchange::Exchange(ConnectionPool& pool, Request const& request, WebOptions cons
       channel_(pool.lend()),
       isRepeatable_(request.isRepeatable),
       takesTime_(request.takesTime),
+      longestWork_(request.longestWork),
       body_(request.body) {
     for (auto const& [name, value] : request.headers.fields()) {
         std::string line = name;
@@ -288,11 +289,15 @@ void Exchange::drive(Seen const& seen, Deadline const& deadline) {
             wasConnected = isConnected_;
             stall = Deadline(stallTimeout_);
         }
-        if (deadline.isOver()) {
+        bool const isWorking = isAtWork();
+        if (isWorking && longestWork_ && !endOfWork_) {
+            endOfWork_.emplace(*longestWork_);
+        }
+        if (deadline.isOver() || (isWorking && endOfWork_ && endOfWork_->isOver())) {
             throw Failure(ErrorCode::IOError, "the server took longer than the operation may");
         }
         // Connecting has a limit of its own.
-        bool const mayStall = isConnected_ && !isAtWork();
+        bool const mayStall = isConnected_ && !isWorking;
         if (mayStall && stall.isOver()) {
             throw Failure(ErrorCode::IOError, "the server has sent or taken nothing for too long",
                           Failure::Repetition::MayHelp);
@@ -300,6 +305,9 @@ void Exchange::drive(Seen const& seen, Deadline const& deadline) {
         Milliseconds wait = std::min(deadline.left(), Milliseconds(1000));
         if (mayStall) {
             wait = std::min(wait, stall.left());
+        }
+        if (isWorking && endOfWork_) {
+            wait = std::min(wait, endOfWork_->left());
         }
         ::curl_multi_poll(channel_->multi, nullptr, 0, static_cast<int>(wait.count()), nullptr);
     }

@@ -7,6 +7,7 @@
 #include <foundation/storage/provider/web/url.hpp>
 #include <foundation/storage/provider/web/web_options.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <curl/curl.h>
 #include <exception>
@@ -45,6 +46,9 @@ struct Request {
     /// Whether the server may work for longer than a stall before it answers: then only the
     /// deadline counts, once it has the whole request.
     bool takesTime = false;
+    /// For how long, where less time than to the deadline is enough: of that most may be for the
+    /// way that the request takes.
+    std::optional<std::chrono::milliseconds> longestWork = {};
     /// How often it is sent at most; where there is no number, as often as the options say.
     std::optional<unsigned> attempts = {};
 };
@@ -116,6 +120,8 @@ class Exchange {
 
     bool const isRepeatable_;
     bool const takesTime_;
+    std::optional<std::chrono::milliseconds> const longestWork_;
+    std::optional<Deadline> endOfWork_; ///< once the server is at work
     unsigned sendings_ = 1;
     std::optional<Body> const body_;
     std::uint64_t given_ = 0; ///< bytes of the body that is sent
