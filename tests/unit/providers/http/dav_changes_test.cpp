@@ -2,9 +2,6 @@
 
 #include "dav_fixture.hpp"
 
-#include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
-#include <foundation/storage/provider/storage_item.hpp>
-
 namespace foundation::storage::provider::http::test {
 namespace {
 
@@ -12,27 +9,7 @@ using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
 using enum ReplacementPolicy;
 
-class DavChanges : public Dav {
-  protected:
-    void copy(std::string const& from, std::string const& to, ReplacementPolicy policy) const {
-        provider_->copyFile(at(from), StorageItem(provider_, at(to)), {policy, 0, {}});
-    }
-    std::unique_ptr<ByteStream> replacement(std::string const& path,
-                                            ReplacementPolicy policy) const {
-        return dynamic_cast<extensions::IReplacingStreams&>(*provider_)
-            .openReplacement(at(path), policy);
-    }
-};
-
-/// The code of what closing a stream throws; -1 where it throws nothing.
-int codeOfClose(ByteStream& stream) {
-    try {
-        stream.close();
-    } catch (ByteStreamCloseFailure const& failure) {
-        return static_cast<int>(failure.getErrorCode());
-    }
-    return -1;
-}
+class DavChanges : public Dav {};
 
 TEST_F(DavChanges, TakeFewRequests) {
     std::string const root = "/dav-counted/";
@@ -42,8 +19,8 @@ TEST_F(DavChanges, TakeFewRequests) {
         return server_.requests().size() - before;
     };
     list(root);
-    EXPECT_EQ(spent([&] { provider_->createFolder(at(root + "folder")); }), 2U);
-    EXPECT_EQ(spent([&] { provider_->createFile(at(root + "file")); }), 2U);
+    EXPECT_EQ(spent([&] { provider_->createFolder(at(root + "folder")); }), 3U);
+    EXPECT_EQ(spent([&] { provider_->createFile(at(root + "file")); }), 3U);
     EXPECT_EQ(spent([&] { write(root + "written", "bytes"); }), 3U);
     EXPECT_EQ(spent([&] { write(root + "written", "other bytes"); }), 2U);
     EXPECT_EQ(spent([&] { list(root); }), 1U);
@@ -64,6 +41,17 @@ TEST_F(DavChanges, TakeFewRequests) {
     EXPECT_EQ(asked("OPTIONS"), 1U);
 }
 
+TEST_F(DavChanges, UseTheConnectionsThatAreThere) {
+    std::string const root = "/dav-connected/";
+    provider_->createFolder(at(root + "folder"));
+    provider_->createFile(at(root + "file"));
+    write(root + "file", "bytes");
+    provider_->removeFile(at(root + "file"));
+    provider_->removeFolderRecursively(at(root + "folder"));
+    EXPECT_EQ(server_.countOf("on-connection: 1"), server_.requests().size());
+    EXPECT_GT(asked("PUT") + asked("MKCOL") + asked("DELETE"), 4U);
+}
+
 TEST_F(DavChanges, AskOfAFolderOnceInAWhile) {
     HttpOptions options = boundedOptions();
     options.attributeLifetime = std::chrono::hours(1);
@@ -76,6 +64,10 @@ TEST_F(DavChanges, AskOfAFolderOnceInAWhile) {
     EXPECT_EQ(asked("PUT"), 3U);
     provider->removeFolderRecursively(at("/dav-remembered/"));
     EXPECT_EQ(codeOf([&] { provider->openStream(at("/dav-remembered/d"), {}); }), 4);
+    provider->createFolder(at("/dav-made/folder"));
+    std::size_t const before = asked("PROPFIND");
+    provider->createFile(at("/dav-made/folder/file"));
+    EXPECT_EQ(asked("PROPFIND") - before, 1U); // of the file alone
 }
 
 // The server does what is asked, and the answer is lost on the way.

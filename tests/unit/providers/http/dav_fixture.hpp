@@ -2,7 +2,9 @@
 
 #include "http_fixture.hpp"
 
+#include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/i_folder_entry_iterator.hpp>
+#include <foundation/storage/provider/storage_item.hpp>
 
 #include <memory>
 #include <string>
@@ -16,6 +18,16 @@ inline HttpOptions boundedOptions() {
     options.largestListing = std::uint64_t{1024} * 1024;
     options.web.attempts = 3;
     return options;
+}
+
+/// The code of what closing a stream throws; -1 where it throws nothing.
+inline int codeOfClose(ByteStream& stream) {
+    try {
+        stream.close();
+    } catch (ByteStreamCloseFailure const& failure) {
+        return static_cast<int>(failure.getErrorCode());
+    }
+    return -1;
 }
 
 class Dav : public Http {
@@ -44,6 +56,14 @@ class Dav : public Http {
         auto const stream = provider_->openStream(at(path), options);
         stream->write(bytes.data(), static_cast<long>(bytes.size()));
         stream->close();
+    }
+    std::unique_ptr<ByteStream> replacement(std::string const& path,
+                                            ReplacementPolicy policy) const {
+        return dynamic_cast<extensions::IReplacingStreams&>(*provider_)
+            .openReplacement(at(path), policy);
+    }
+    void copy(std::string const& from, std::string const& to, ReplacementPolicy policy) const {
+        provider_->copyFile(at(from), StorageItem(provider_, at(to)), {policy, 0, {}});
     }
     std::string bytesOf(std::string const& path) const {
         auto const stream = provider_->openReadOnlyStream(at(path));

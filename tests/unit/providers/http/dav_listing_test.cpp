@@ -86,10 +86,34 @@ TEST_F(DavListing, GoesByTheNamespacesAndNotByTheirPrefixes) {
     EXPECT_THAT(list("/xml-other-prefixes/"), ElementsAre("file"));
 }
 
+TEST_F(DavListing, ReadsXmlAsItComesAndPieceByPiece) {
+    EXPECT_THAT(list("/xml-with-what-is-no-markup/"), ElementsAre("file"));
+    Names const names = list("/xml-long/");
+    ASSERT_EQ(names.size(), 2000U);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        EXPECT_EQ(names[i], std::to_string(i));
+    }
+}
+
 TEST_F(DavListing, LeavesTheFolderItselfOutHoweverItIsWritten) {
     EXPECT_THAT(list("/xml-itself-last-and-absolute/"), ElementsAre("a file", "folder/"));
     EXPECT_THAT(list("/xml-itself-without-slash/"), ElementsAre("file"));
+    EXPECT_THAT(list("/xml-itself-in-another-case/"), ElementsAre("file"));
     EXPECT_THAT(list("/xml-relative/"), ElementsAre("file", "folder/"));
+}
+
+TEST_F(DavListing, TellsOfAnItemThatTheServerNamesAsItIsKept) {
+    write("/dav-knows-no-case/File", "four");
+    write("/dav-knows-no-case/\xc3\x89", "five!");
+    EXPECT_EQ(provider_->exists(at("/dav-knows-no-case/File")), ExistsResult::File);
+    EXPECT_EQ(provider_->getFileAttributes(at("/dav-knows-no-case/FILE")).values().size, 4U);
+    EXPECT_EQ(provider_->getFileAttributes(at("/dav-knows-no-case/\xc3\x89")).values().size, 5U);
+    EXPECT_EQ(codeOf([&] { provider_->exists(at("/xml-of-something-else/file")); }), 9);
+}
+
+TEST_F(DavListing, OpensNoPageThatAServerShowsOfAFolder) {
+    provider_->createFolder(at("/dav-shows-folders/folder"));
+    EXPECT_EQ(codeOf([&] { provider_->openReadOnlyStream(at("/dav-shows-folders/folder")); }), 1);
 }
 
 TEST_F(DavListing, DeliversNoNameThatLeadsOutOfTheFolder) {
@@ -145,14 +169,16 @@ TEST_F(DavListing, RefusesXmlThatIsMeantToDoHarm) {
     EXPECT_EQ(list("/xml-many-attributes/"), Names{"code 9"});
     EXPECT_EQ(list("/xml-many-tags/"), Names{"code 5"});
     EXPECT_EQ(list("/xml-attributes-of-nothing/"), Names{"code 5"});
+    EXPECT_EQ(list("/xml-tiny-items/"), Names{"code 5"});
     EXPECT_EQ(list("/xml-endless/"), Names{"code 5"});
 }
 
 TEST_F(DavListing, TakesNoFolderForEmptyOfWhichItWasToldNothing) {
     for (std::string const lie :
          {"no-xml", "broken-off", "nothing", "another-root", "another-namespace",
-          "without-namespace", "empty", "of-something-else", "without-location", "without-state",
-          "a-state-of-nonsense", "two-states"}) {
+          "without-namespace", "two-roots", "another-end", "more-behind", "empty",
+          "of-something-else", "without-location", "without-state", "a-state-of-nonsense",
+          "two-states"}) {
         EXPECT_EQ(list("/xml-" + lie + '/'), Names{"code 9"}) << lie;
         EXPECT_EQ(codeOf([&] { provider_->removeFolder(at("/xml-" + lie + '/')); }), 9) << lie;
     }

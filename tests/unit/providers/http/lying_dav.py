@@ -2,6 +2,8 @@
 
 /dav-BEHAVIOUR/PATH is a store of files and folders for each behaviour, empty at first. /xml-NAME/ is a folder that
 has the items and the lies of that name in the table below."""
+import copy
+import socket
 import threading
 import time
 from urllib.parse import quote, unquote, urlsplit
@@ -10,6 +12,7 @@ MODIFIED = 'Sat, 01 Jun 2024 10:00:00 GMT'
 lock = threading.RLock()
 stores = {}  # by behaviour, and of each the files' bytes by path; None for folders
 times = {}  # that were set
+versions = {}  # of files, by path
 done = set()  # what was done once already
 
 
@@ -33,6 +36,15 @@ LISTINGS = {
     'plain': whole(folder('{self}'), part('{self}a%20file', more=SIZE), folder('{self}folder/')),
     'itself-last-and-absolute': whole(part('{self}a%20file'), folder('http://somewhere.else:81{self}folder/'),
                                       folder('HTTP://127.0.0.1{self}')),
+    'long': whole(folder('{self}'), *[part('{self}' + str(i), more=SIZE) for i in range(2000)]),
+    'with-what-is-no-markup': '\ufeff<?xml version="1.0" encoding="utf-8"?><!-- <a> --><?go on?>\n' + whole(
+        '<!-- <D:response> -->', folder('{self}'), '<![CDATA[</D:multistatus>]]>', '<?x </D:multistatus>?>',
+        part('{self}file', more='<x y=">" z=\'"/>\'/><!-- </D:response> --><![CDATA[</D:response>]]>'),
+        '<D:responsedescription>fine</D:responsedescription>') + '\n<!-- end -->\n',
+    'two-roots': whole(folder('{self}')) + whole(part('{self}file')),
+    'another-end': whole(folder('{self}')).replace('</D:multistatus>', '</D:other>'),
+    'more-behind': whole(folder('{self}')) + 'text',
+    'itself-in-another-case': whole(folder('/XML-itself-in-ANOTHER-case/'), part('/XML-itself-in-ANOTHER-case/file')),
     'itself-without-slash': whole(folder('/xml-itself-without-sl%61sh'), part('{self}file')),
     'relative': whole(folder('{self}'), part('file'), folder('folder/')),
     'other-prefixes': '<multistatus xmlns="DAV:" xmlns:x="DAV:"><response xmlns:y="urn:other"><x:href>{self}</x:href>'
@@ -64,6 +76,8 @@ LISTINGS = {
             whole(folder('{self}'), part('{self}&b;')),
     'outside-entity': '<!DOCTYPE a SYSTEM "file:///etc/passwd">' + whole(folder('{self}')),
     'many-tags': whole(folder('{self}'), '<D:a/>' * 100_000),
+    'tiny-items': whole(*['<D:response><D:href>{self}</D:href><D:status>HTTP/1.1 200 OK</D:status></D:response>']
+                        * 9_000),
     'many-attributes': whole('<D:response ' + ' '.join(f'a{i}="x"' for i in range(1000)) + '><D:href>{self}</D:href>'
                              '</D:response>'),
     'attributes-of-nothing': whole(folder('{self}'), '<a' + ' a=""' * 100_000 + '/>'),
@@ -98,7 +112,11 @@ class Dav:
         path = unquote(self.target.split('?')[0])
         kind, _, self.flaw = path.split('/')[1].partition('-')
         self.root = f'/{kind}-{self.flaw}'
-        self.payload = self.take() if 'content-length' in self.fields else b''
+        if self.flaw == 'takes-slowly':
+            self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
+        self.payload = self.take(0.06 if self.flaw == 'takes-slowly' else 0) if 'content-length' in self.fields else b''
+        if self.flaw == 'never-answers' and self.method == 'PUT':
+            time.sleep(60)
         if self.method == 'OPTIONS':
             self.options(path)
         elif kind == 'xml':
@@ -155,7 +173,7 @@ class Dav:
     def describe(self, path):
         href = quote(path) + ('/' if self.store[path] is None else '')
         modified = times.get(path, MODIFIED)
-        more = f'<D:getlastmodified>{modified}</D:getlastmodified><D:getetag>"{len(path)}"</D:getetag>'
+        more = f'<D:getlastmodified>{modified}</D:getlastmodified><D:getetag>{self.tag(path)}</D:getetag>'
         if self.flaw in ('keeps-kinds-back', 'tells-no-kinds') and path != self.root:
             status = '500 No' if self.flaw == 'keeps-kinds-back' else '404 Not Found'
             return (f'<D:response><D:href>{href.rstrip("/")}</D:href><D:propstat><D:prop><D:resourcetype/></D:prop>'
@@ -165,14 +183,38 @@ class Dav:
             return part(href, '<D:collection/>', more)
         return part(href, '', more + f'<D:getcontentlength>{len(self.store[path])}</D:getcontentlength>')
 
+    def tag(self, path):
+        version = versions.get(path, 0)
+        if self.flaw == 'breaks-tags':
+            return '"a&#13;&#10;X-Injected: b"' if self.method == 'PROPFIND' else '"a"'
+        if self.flaw == 'has-weak-tags':
+            return f'W/"{version}"'
+        return f'"{len(path)}-{version}"' if version else f'"{len(path)}"'
+
+    def set(self, path, data):
+        self.store[path] = data
+        versions[path] = versions.get(path, -1) + 1
+
+    def is_refused(self, path):
+        """By a condition of the request."""
+        wanted = self.fields.get('if-match')
+        if self.flaw == 'ignores-conditions' or not wanted:
+            return False
+        return path not in self.store or wanted != self.tag(path) or self.flaw == 'confuses-tags'
+
     def below(self, path):
         return [other for other in self.store if other.startswith(path + '/')]
 
     def change(self, path):
         slash, path = path.endswith('/'), path.rstrip('/')
+        if self.flaw == 'knows-no-case':
+            path = path.lower()
         if self.method in ('GET', 'HEAD'):
             data = b'bytes' if 'readable' in path else self.store.get(path)
-            return self.simple(404) if data is None else self.good(len(data), data)
+            if data is None and self.flaw == 'shows-folders' and path in self.store:
+                return self.simple(200, 'Content-Type: text/html; charset=utf-8')
+            tag = self.tag(path) if self.flaw != 'has-other-tags-to-read' else '"other"'
+            return self.simple(404) if data is None else self.good(len(data), data, etag=tag)
         if self.method == 'PROPFIND':
             return self.find(path, slash)
         if self.flaw == 'locked':
@@ -185,6 +227,14 @@ class Dav:
             return self.reset()
         if self.flaw == 'is-called-otherwise' and self.method in ('COPY', 'MOVE'):
             return self.simple(502)
+        if self.flaw == 'gives-names-away' and self.method == 'PUT' and self.first('given'):
+            self.set(path, b'X' * len(self.payload))
+            return self.reset()
+        if self.flaw == 'accepts-for-nothing':
+            return self.simple(202)
+        if self.flaw == 'accepts':
+            threading.Timer(0.05, getattr(copy.copy(self), 'dav_' + self.method.lower()), [path]).start()
+            return self.simple(202)
         if self.flaw == 'is-late' and self.first('done'):
             getattr(self, 'dav_' + self.method.lower())(path)  # the first one, which went on
         if self.flaw == 'takes-its-time':
@@ -194,7 +244,7 @@ class Dav:
             half = unquote(urlsplit(self.fields['destination']).path)
             self.store[half] = bytes(len(self.store[half]))
             return self.reset()
-        if self.flaw == 'loses-answers' and self.first('lost'):
+        if self.flaw == 'loses-answers' and self.first('lost ' + self.fields.get('if-match', '')):
             return self.reset()
         if self.flaw == 'fails-behind' and self.first('failed'):
             return self.simple(504)
@@ -223,21 +273,33 @@ class Dav:
         if self.fields.get('depth') == '1':
             found += [other for other in self.below(path) if other.rpartition('/')[0] == path]
         self.xml(whole(*[self.describe(one) for one in found]))
+        if 'changing' in path and self.first('changed'):
+            self.set(path, None if self.flaw == 'makes-folders-of-files' else b'theirs')
 
     def has_folder(self, path):
         above = path.rpartition('/')[0]
         return above in self.store and self.store[above] is None
 
+    def make_above(self, path):
+        above = path.rpartition('/')[0]
+        if self.flaw == 'makes-what-is-missing' and above and above not in self.store:
+            self.make_above(above)
+            self.store[above] = None
+
     def dav_put(self, path):
+        self.make_above(path)
+        if self.is_refused(path):
+            return 412
         if not self.has_folder(path) or self.store.get(path, b'') is None:
             return 409
         if path in self.store and self.fields.get('if-none-match') and self.flaw != 'ignores-conditions':
             return 412
         is_new = path not in self.store
-        self.store[path] = self.payload
+        self.set(path, self.payload)
         return 201 if is_new else 204
 
     def dav_mkcol(self, path):
+        self.make_above(path)
         if path in self.store:
             return 405
         if not self.has_folder(path):
@@ -246,6 +308,8 @@ class Dav:
         return 201
 
     def dav_delete(self, path):
+        if self.is_refused(path):
+            return 412
         if path not in self.store:
             return 404
         if self.flaw == 'keeps-what-is-locked':
@@ -260,6 +324,8 @@ class Dav:
 
     def transfer(self, path, is_move):
         destination = unquote(urlsplit(self.fields['destination']).path).rstrip('/')
+        if self.flaw == 'knows-no-case':
+            destination = destination.lower()
         if path not in self.store:
             return 404
         if not self.has_folder(destination):

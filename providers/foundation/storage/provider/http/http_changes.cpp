@@ -2,9 +2,7 @@
 
 #include <foundation/storage/provider/http/http_provider.hpp>
 
-#include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/exception.hpp>
-#include <foundation/storage/provider/http/http_writing.hpp>
 
 #include <fl/i18n/conversion.hpp>
 
@@ -14,8 +12,8 @@
 
 namespace foundation::storage::provider::http {
 
+using detail::DavExpected;
 using detail::DavOutcome;
-using Putting = detail::DavClient::Putting;
 
 namespace {
 
@@ -37,13 +35,6 @@ bool isRoot(StorageIRI const& location) {
 
 } // namespace
 
-web::Deadline HttpProvider::deadlineFor(std::uint64_t size) const {
-    // At least so many bytes in a second are expected of a connection, or a disk, that goes on.
-    constexpr std::uint64_t slowest = std::uint64_t{1024} * 1024;
-    return web::Deadline(client_->options().operationTimeout +
-                         std::chrono::seconds(size / slowest));
-}
-
 DavOutcome HttpProvider::change(Sending sending, Changed changed, web::Deadline const& deadline,
                                 std::function<DavOutcome()> const& send,
                                 std::function<bool()> const& isDone) const {
@@ -56,6 +47,11 @@ DavOutcome HttpProvider::change(Sending sending, Changed changed, web::Deadline 
             forget(outcome.isSuccess() ? changed : Changed::Folders);
             if (outcome.isSuccess()) {
                 return outcome;
+            }
+            if (outcome.status == DavOutcome::accepted) {
+                awaitDone(isDone, deadline);
+                forget(changed);
+                return {200};
             }
             // Of what a server behind another one has done, the first one may know nothing.
             mayBeDone = mayBeDone || outcome.sendings > 1 || web::mayPass(outcome.status);
@@ -78,6 +74,15 @@ DavOutcome HttpProvider::change(Sending sending, Changed changed, web::Deadline 
             throw *lost;
         }
         client_->pauseBefore(attempt + 1, std::chrono::milliseconds(0), deadline, *lost);
+    }
+}
+
+/// For a change of which the server has taken note, and which it does later.
+void HttpProvider::awaitDone(std::function<bool()> const& isDone,
+                             web::Deadline const& deadline) const {
+    web::Failure const late(ErrorCode::IOError, "the server has not done yet what it accepted");
+    for (unsigned attempt = 2; !isDone(); ++attempt) {
+        client_->pauseBefore(attempt, std::chrono::milliseconds(0), deadline, late);
     }
 }
 
@@ -121,9 +126,13 @@ void HttpProvider::createFile(StorageIRI const& location) try {
     if (isSuccess(lookAt(location, deadline).status)) {
         fail(ErrorCode::ResourceAlreadyExists, location);
     }
+    requireFolderAbove(location, deadline); // some servers make it
     DavOutcome const outcome = change(
         Sending::UntilDone, Changed::Files, deadline,
-        [&] { return dav_.put(url, web::Body::of({}), Putting::IfMissing, deadline); },
+        [&] {
+            return dav_.put(url, web::Body::of({}), {DavExpected::State::Nothing},
+                            client_->options().operationTimeout, deadline);
+        },
         [&] {
             Description const there = lookAt(location, deadline);
             return isSuccess(there.status) && there.size == 0U;
@@ -137,11 +146,14 @@ void HttpProvider::createFile(StorageIRI const& location) try {
 
 /// REQUIRES: there was nothing.
 void HttpProvider::makeFolder(StorageIRI const& location, web::Deadline const& deadline) {
+    auto const begun = detail::DescriptionMemory::Clock::now();
     DavOutcome const outcome = change(
         Sending::UntilDone, Changed::Files, deadline,
         [&] { return dav_.makeFolder(folderUrl(location), deadline); },
         [&] { return isFolder(location, deadline); });
-    if (outcome.isSuccess()) {
+    if (outcome.isSuccess()) { // and what it is made for mostly follows
+        folders_.keep(folderUrl(location).text(), {.status = outcome.status, .isFolder = true},
+                      begun);
         return;
     }
     if (isSuccess(lookAt(location, deadline).status)) { // by now
@@ -156,6 +168,7 @@ void HttpProvider::createFolder(StorageIRI const& location) try {
     if (isSuccess(lookAt(location, deadline).status)) {
         fail(ErrorCode::ResourceAlreadyExists, location);
     }
+    requireFolderAbove(location, deadline); // some servers make it
     makeFolder(location, deadline);
 } catch (web::Failure const& failure) {
     fail(failure.code(), location);
@@ -198,26 +211,43 @@ void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
 }
 
 /// Removing is done again where its answer was lost, and there is something still.
-DavOutcome HttpProvider::remove(StorageIRI const& location, web::Url const& url, Changed changed,
+DavOutcome HttpProvider::remove(StorageIRI const& location, web::Url const& url,
+                                std::string const& tag, Changed changed,
                                 web::Deadline const& deadline) {
     return change(
-        Sending::UntilDone, changed, deadline, [&] { return dav_.remove(url, deadline); },
+        Sending::UntilDone, changed, deadline, [&] { return dav_.remove(url, tag, deadline); },
         [&] { return !isSuccess(lookAt(location, deadline).status); });
 }
 
 void HttpProvider::removeFile(StorageIRI const& location) try {
     web::Deadline const deadline = client_->deadline();
     requireDav(location, deadline);
-    Description const there = lookAt(location, deadline);
-    if (!isSuccess(there.status)) {
-        fail(ErrorCode::ResourceNotFound, location);
-    }
-    if (there.isFolder) {
-        fail(ErrorCode::InvalidLocation, location);
-    }
-    DavOutcome const outcome = remove(location, itemUrl(location), Changed::Files, deadline);
-    if (!outcome.isSuccess()) {
-        failChange(outcome, location, deadline);
+    std::string refused;
+    for (unsigned attempt = 1;; ++attempt) {
+        Description const there = lookAt(location, deadline);
+        if (!isSuccess(there.status)) {
+            fail(ErrorCode::ResourceNotFound, location);
+        }
+        if (there.isFolder) {
+            fail(ErrorCode::InvalidLocation, location);
+        }
+        // A folder that has come in its place would go with all that is in it.
+        std::string tag = tagOf(there);
+        if (tag == refused) {
+            tag.clear(); // the server's conditions are not about the tags that it tells
+        }
+        DavOutcome const outcome =
+            remove(location, itemUrl(location), tag, Changed::Files, deadline);
+        if (outcome.isSuccess()) {
+            return;
+        }
+        if (outcome.status != 412) {
+            failChange(outcome, location, deadline);
+        }
+        if (tag.empty() || attempt >= client_->options().attempts) {
+            fail(ErrorCode::ResourceInUse, location);
+        }
+        refused = tag;
     }
 } catch (web::Failure const& failure) {
     fail(failure.code(), location);
@@ -234,7 +264,8 @@ void HttpProvider::removeFolder(StorageIRI const& location) try {
     if (isRoot(location)) {
         fail(ErrorCode::ResourceInUse, location);
     }
-    DavOutcome const outcome = remove(location, folderUrl(location), Changed::Folders, deadline);
+    DavOutcome const outcome =
+        remove(location, folderUrl(location), {}, Changed::Folders, deadline);
     if (!outcome.isSuccess()) {
         failChange(outcome, location, deadline);
     }
@@ -253,7 +284,7 @@ void HttpProvider::removeFolderRecursively(StorageIRI const& location) try {
     }
     for (unsigned attempt = 1;; ++attempt) {
         DavOutcome const outcome =
-            remove(location, folderUrl(location), Changed::Folders, deadline);
+            remove(location, folderUrl(location), {}, Changed::Folders, deadline);
         if (outcome.isSuccess()) {
             return;
         }
@@ -319,107 +350,6 @@ bool HttpProvider::checkReplaceable(StorageIRI const& destination, Description c
         fail(ErrorCode::InvalidLocation, destination);
     }
     return true;
-}
-
-void HttpProvider::publish(StorageIRI const& location, spool::Content const& content,
-                           Putting putting) try {
-    web::Body const body{content.size(), [&](std::uint64_t offset, std::span<char> buffer) {
-                             content.read(offset, buffer.data(), buffer.size());
-                         }};
-    web::Deadline const deadline = deadlineFor(content.size());
-    web::Url const url = itemUrl(location);
-    std::optional<detail::NamesInWork::Hold> hold;
-    if (putting == Putting::IfMissing) {
-        hold.emplace(inWork_, url.text(), deadline);
-        // Not every server looks at the condition of the request.
-        if (isSuccess(lookAt(location, deadline).status)) {
-            fail(ErrorCode::ResourceAlreadyExists, location);
-        }
-    }
-    DavOutcome const outcome = change(
-        putting == Putting::Always ? Sending::Once : Sending::UntilDone, Changed::Files, deadline,
-        [&] { return dav_.put(url, body, putting, deadline); },
-        [&] {
-            if (putting == Putting::Always) {
-                return false; // it was sent again already, and nobody knows whose content it is
-            }
-            Description const there = lookAt(location, deadline);
-            return isSuccess(there.status) && there.size == content.size();
-        });
-    if (!outcome.isSuccess()) {
-        Description const there = lookAt(location, deadline);
-        if (isSuccess(there.status) && there.isFolder) {
-            fail(ErrorCode::InvalidLocation, location);
-        }
-        failChange(outcome, location, deadline);
-    }
-} catch (web::Failure const& failure) {
-    fail(failure.code(), location);
-} catch (spool::Failure const& failure) {
-    fail(failure.code(), location);
-}
-
-std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
-                                                     ByteStreamOpenOptions const& options) try {
-    web::Deadline const deadline = client_->deadline();
-    requireDav(location, deadline);
-    Description const there = lookAt(location, deadline);
-    bool const isThere = isSuccess(there.status);
-    if (there.isFolder) {
-        fail(ErrorCode::InvalidLocation, location);
-    }
-    if (!isThere) {
-        if (options.creation == ByteStreamCreation::OpenExisting) {
-            fail(ErrorCode::ResourceNotFound, location);
-        }
-        requireFolderAbove(location, deadline);
-    }
-    bool const keeps = isThere && options.withoutTruncate != 0;
-    spool::Content content(space_);
-    if (keeps) {
-        auto const old = openReadOnlyStream(location);
-        std::vector<char> buffer(std::size_t{256} * 1024);
-        for (;;) {
-            long const got = old->read(buffer.data(), static_cast<long>(buffer.size()));
-            if (got <= 0) {
-                break;
-            }
-            content.write(content.size(), buffer.data(), static_cast<std::size_t>(got));
-        }
-        old->close();
-    }
-    return std::make_unique<HttpWritingStream>(
-        std::move(content),
-        options.access == ByteStreamAccess::ReadWrite ? WritingAccess::ReadWrite
-                                                      : WritingAccess::Write,
-        options.withoutAppend == 0 ? WritingPlace::AtEnd : WritingPlace::AtPosition,
-        /*isChanged=*/!keeps, [self = shared_from_this(), location](spool::Content const& whole) {
-            self->publish(location, whole, Putting::Always);
-        });
-} catch (web::Failure const& failure) {
-    fail(failure.code(), location);
-} catch (spool::Failure const& failure) {
-    fail(failure.code(), location);
-} catch (ByteStreamFailure const& failure) {
-    fail(failure.getErrorCode(), location);
-}
-
-std::unique_ptr<ByteStream> HttpProvider::openReplacement(StorageIRI const& location,
-                                                          ReplacementPolicy const& policy) try {
-    web::Deadline const deadline = client_->deadline();
-    requireDav(location, deadline);
-    if (!checkReplaceable(location, lookAt(location, deadline), policy)) {
-        requireFolderAbove(location, deadline);
-    }
-    auto const putting = replaces(policy) ? Putting::Always : Putting::IfMissing;
-    return std::make_unique<HttpWritingStream>(
-        spool::Content(space_), WritingAccess::ReadWrite, WritingPlace::AtPosition,
-        /*isChanged=*/true,
-        [self = shared_from_this(), location, putting](spool::Content const& whole) {
-            self->publish(location, whole, putting);
-        });
-} catch (web::Failure const& failure) {
-    fail(failure.code(), location);
 }
 
 } // namespace foundation::storage::provider::http

@@ -38,8 +38,8 @@ struct HttpOptions {
     std::uint64_t largestRange = std::uint64_t{64} * 1024 * 1024;
 
     /// Bytes of the answer to one listing that are taken at most; an item takes 300 to 1,000. A
-    /// folder with more is refused with code FileTooLarge. While it is read, it takes up to eight
-    /// times as much memory.
+    /// folder with more is refused with code FileTooLarge. While it is read, it takes somewhat more
+    /// memory than that, and up to four times as much where a server means harm.
     std::uint64_t largestListing = std::uint64_t{64} * 1024 * 1024;
     /// Bytes of files that are being written and are kept in memory, by all streams of a provider.
     /// What is more goes to a temporary file without a name.

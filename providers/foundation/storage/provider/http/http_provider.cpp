@@ -1,6 +1,7 @@
 #include <foundation/storage/provider/http/http_provider.hpp>
 
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/http/detail/range_reader.hpp>
 #include <foundation/storage/provider/http/http_stream.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 
@@ -247,7 +248,7 @@ std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& l
     web::Deadline const deadline = client_->deadline();
     web::Url const url = urlOf(location);
     if (!isKnownToSpeakDav(location)) {
-        return openForReading(client_, url, location, options_, [](web::Url const&) {});
+        return openForReading(client_, url, location, options_, [](detail::RangeReader const&) {});
     }
     // Where there are folders, what a server shows of one is no file.
     auto const refuseFolder = [&] {
@@ -262,12 +263,21 @@ std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& l
             throw web::failureOfStatus(there->status);
         }
     };
+    // Whatever else it is, it can be read.
+    auto const refusePageOfFolder = [&] {
+        auto const there = describeByDav(location, deadline);
+        if (there && isSuccess(there->status) && there->isFolder) {
+            throw Exception(ErrorCode::InvalidLocation, location);
+        }
+    };
     try {
         return openForReading(client_, itemUrl(location), location, options_,
-                              [&](web::Url const& place) {
-                                  auto const path = detail::DavPath::of(place);
+                              [&](detail::RangeReader const& reader) {
+                                  auto const path = detail::DavPath::of(reader.place());
                                   if (path && path->endsInSlash) {
                                       refuseFolder();
+                                  } else if (reader.isUnmarkedPage()) {
+                                      refusePageOfFolder();
                                   }
                               });
     } catch (Exception const& failure) {

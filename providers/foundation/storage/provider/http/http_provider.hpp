@@ -12,9 +12,11 @@
 #include <foundation/storage/provider/web/client.hpp>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace foundation::storage::provider::http {
 
@@ -120,23 +122,28 @@ class HttpProvider final : public IProvider,
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location, ustring const& filter,
                                                HttpSelection const& selection) const;
 
-    /// For an operation with a file of that size.
-    web::Deadline deadlineFor(std::uint64_t size) const;
+    /// For an operation with a file of that size, on the server's own disk and on the way to it.
+    std::chrono::milliseconds timeToStore(std::uint64_t size) const;
+    std::chrono::milliseconds timeToSend(std::uint64_t size) const;
     enum class Sending { Once, UntilDone };
     /// Sends a change that must not be done twice. Where an answer is lost, `isDone` looks; and
     /// once more where a later sending fails, as the server may have been at work still.
     detail::DavOutcome change(Sending sending, Changed changed, web::Deadline const& deadline,
                               std::function<detail::DavOutcome()> const& send,
                               std::function<bool()> const& isDone) const;
+    void awaitDone(std::function<bool()> const& isDone, web::Deadline const& deadline) const;
     /// Throws for a change that failed; `location` is what it was to make or to take away.
     [[noreturn]] void failChange(detail::DavOutcome const& outcome, StorageIRI const& location,
                                  web::Deadline const& deadline) const;
     void makeFolder(StorageIRI const& location, web::Deadline const& deadline);
     std::optional<StorageIRI> failedItem(detail::DavOutcome const& outcome,
                                          StorageIRI const& location) const;
-    detail::DavOutcome remove(StorageIRI const& location, web::Url const& url, Changed changed,
+    detail::DavOutcome remove(StorageIRI const& location, web::Url const& url,
+                              std::string const& tag, Changed changed,
                               web::Deadline const& deadline);
     struct Way;
+    /// Throws where both ends seem to be one item.
+    void refuseOneItem(Way const& way, Description const& from, Description const& there) const;
     /// Takes an item to where nothing is, or to what may be replaced.
     void move(Way const& way, bool isReplacing, Changed changed, web::Deadline const& deadline);
     void copy(Way const& way, bool isReplacing, web::Deadline const& deadline);
@@ -152,9 +159,21 @@ class HttpProvider final : public IProvider,
     /// replaced.
     bool checkReplaceable(StorageIRI const& destination, Description const& there,
                           ReplacementPolicy policy) const;
+    /// What changes of an item are held to; empty where there is no strong one.
+    static std::string tagOf(Description const& there);
+    /// Reads what a file has now; the result is its strong tag, where that is the one that `there`
+    /// has, too.
+    std::string takeOld(StorageIRI const& location, Description const& there,
+                        spool::Content& content, web::Deadline const& deadline) const;
+    /// Whether a file has this content, by reading it.
+    bool holds(StorageIRI const& location, spool::Content const& content,
+               web::Deadline const& deadline) const;
+    detail::DavOutcome put(StorageIRI const& location, spool::Content const& content,
+                           detail::DavExpected const& expected,
+                           web::Deadline const& deadline) const;
     /// Throws provider::Exception alone.
     void publish(StorageIRI const& location, spool::Content const& content,
-                 detail::DavClient::Putting putting);
+                 detail::DavExpected const& expected);
 
     StorageIRI const home_;
     HttpOptions const options_;

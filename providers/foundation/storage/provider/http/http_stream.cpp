@@ -89,7 +89,7 @@ class HttpStream final : public ByteStream {
 
 std::unique_ptr<ByteStream> openForReading(std::shared_ptr<web::Client const> client,
                                            web::Url const& url, StorageIRI const& location,
-                                           HttpOptions const& options, LedTo const& ledTo) {
+                                           HttpOptions const& options, Opened const& opened) {
     auto reader = std::make_unique<detail::RangeReader>(
         std::move(client), url, detail::RangeSizes{options.firstRange, options.largestRange});
     try {
@@ -97,7 +97,7 @@ std::unique_ptr<ByteStream> openForReading(std::shared_ptr<web::Client const> cl
     } catch (web::Failure const& failure) {
         throw Exception(failure.code(), location);
     }
-    ledTo(reader->place());
+    opened(*reader);
     return std::make_unique<HttpStream>(std::move(reader));
 }
 

@@ -10,15 +10,19 @@
 
 namespace foundation::storage::provider::http {
 
-/// Where redirects have led the one who opened a file.
-using LedTo = std::function<void(web::Url const& place)>;
+namespace detail {
+class RangeReader;
+} // namespace detail
+
+/// What whoever opens a file makes of the first answer.
+using Opened = std::function<void(detail::RangeReader const& reader)>;
 
 /// Opens a file for reading: its first bytes are asked for. A file that changes while it is open
 /// gives a failing read, never bytes of both.
 ///
-/// Throws provider::Exception naming `location`, and what `ledTo` throws.
+/// Throws provider::Exception naming `location`, and what `opened` throws.
 std::unique_ptr<ByteStream> openForReading(std::shared_ptr<web::Client const> client,
                                            web::Url const& url, StorageIRI const& location,
-                                           HttpOptions const& options, LedTo const& ledTo);
+                                           HttpOptions const& options, Opened const& opened);
 
 } // namespace foundation::storage::provider::http

@@ -64,6 +64,21 @@ struct HttpProvider::Way {
     web::Url to;
 };
 
+/// A server that knows no case has one item by two names, and what is replaced it takes away first.
+void HttpProvider::refuseOneItem(Way const& way, Description const& from,
+                                 Description const& there) const {
+    auto const source = detail::DavPath::of(way.from);
+    auto const destination = detail::DavPath::of(way.to);
+    if (!source || !destination || !source->isLike(*destination)) {
+        return;
+    }
+    auto const tag = from.headers.find("ETag");
+    if (tag && there.headers.find("ETag") == tag && there.size == from.size &&
+        there.headers.find("Last-Modified") == from.headers.find("Last-Modified")) {
+        fail(ErrorCode::InvalidLocation, way.source);
+    }
+}
+
 /// REQUIRES: what is replaced was seen to be a file, or an empty folder. Where nothing was, nothing
 /// is replaced, so that what comes between stays.
 void HttpProvider::move(Way const& way, bool isReplacing, Changed changed,
@@ -111,8 +126,12 @@ void HttpProvider::copy(Way const& way, bool isReplacing, web::Deadline const& d
             DavOutcome const outcome = change(
                 Sending::Once, Changed::Files, deadline,
                 [&] {
-                    return dav_.transfer(Transfer::Copy, way.from, there.from, Overwriting::Allowed,
-                                         deadline);
+                    DavOutcome copied = dav_.transfer(Transfer::Copy, way.from, there.from,
+                                                      Overwriting::Allowed, deadline);
+                    if (copied.status == DavOutcome::accepted) {
+                        copied.status = 501; // nobody would know when it is complete
+                    }
+                    return copied;
                 },
                 [] { return false; });
             if (outcome.status == 504) {
@@ -153,7 +172,7 @@ void HttpProvider::removeTrace(Way const& copied) noexcept {
     try {
         web::Deadline const deadline(
             std::min(client_->options().operationTimeout, std::chrono::milliseconds(10'000)));
-        remove(copied.source, copied.from, Changed::Files, deadline);
+        remove(copied.source, copied.from, {}, Changed::Files, deadline);
     } catch (...) {
     }
 }
@@ -179,6 +198,7 @@ CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& d
     }
     Description const there = lookAt(target, deadline);
     bool const isReplacing = checkReplaceable(target, there, options.policy);
+    refuseOneItem({source, itemUrl(source), target, itemUrl(target)}, from, there);
     std::uint64_t const size = from.size.value_or(0);
     if (!isReplacing) {
         requireFolderAbove(target, deadline);
@@ -186,7 +206,8 @@ CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& d
     if (options.progress && !options.progress(size, size)) {
         fail(ErrorCode::IOError, target);
     }
-    copy({source, itemUrl(source), target, itemUrl(target)}, isReplacing, deadlineFor(size));
+    copy({source, itemUrl(source), target, itemUrl(target)}, isReplacing,
+         web::Deadline(timeToStore(size)));
     return CopyStatus::Copied;
 } catch (web::Failure const& failure) {
     fail(failure.code(), source);
@@ -207,12 +228,14 @@ void HttpProvider::moveFile(StorageIRI const& source, StorageIRI const& destinat
     if (from.isFolder || isOneItem(source, destination)) {
         fail(ErrorCode::InvalidLocation, source);
     }
-    bool const isReplacing = checkReplaceable(destination, lookAt(destination, deadline), policy);
+    Description const there = lookAt(destination, deadline);
+    bool const isReplacing = checkReplaceable(destination, there, policy);
+    Way const way{source, itemUrl(source), destination, itemUrl(destination)};
+    refuseOneItem(way, from, there);
     if (!isReplacing) {
         requireFolderAbove(destination, deadline); // some servers make it
     }
-    move({source, itemUrl(source), destination, itemUrl(destination)}, isReplacing, Changed::Files,
-         deadline);
+    move(way, isReplacing, Changed::Files, deadline);
 } catch (web::Failure const& failure) {
     fail(failure.code(), source);
 }
@@ -276,8 +299,9 @@ void HttpProvider::moveFolder(StorageIRI const& source, StorageIRI const& destin
     try {
         Description const there = lookAt(destination, deadline);
         refuseFolderMove(source, destination, policy, there, deadline);
-        move({source, folderUrl(source), destination, folderUrl(destination)},
-             isSuccess(there.status), Changed::Folders, deadline);
+        Way const way{source, folderUrl(source), destination, folderUrl(destination)};
+        refuseOneItem(way, from, there);
+        move(way, isSuccess(there.status), Changed::Folders, deadline);
     } catch (Exception const& e) {
         if (invitesCopy(e.getErrorCode()) && wouldCopyIntoItself(source, destination, deadline)) {
             fail(ErrorCode::InvalidLocation, destination);

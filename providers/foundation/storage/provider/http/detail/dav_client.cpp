@@ -1,5 +1,7 @@
 #include <foundation/storage/provider/http/detail/dav_client.hpp>
 
+#include <foundation/storage/provider/http/detail/dav_multistatus.hpp>
+
 #include <algorithm>
 #include <array>
 #include <ctime>
@@ -73,6 +75,8 @@ std::string httpDate(std::int64_t seconds) {
 web::Request requestOf(char const* method, web::Url const& url) {
     web::Request request{method, url};
     request.isRepeatable = false;
+    // Whoever sends a change looks after it. A move is not sent again, and so not lost lightly.
+    request.isTraceable = request.method != "MOVE";
     request.followsRedirects = false;
     request.takesTime = true; // all of a tree, or the content of a large file
     return request;
@@ -110,25 +114,21 @@ DavClient::Spoken DavClient::speechAt(web::Url const& url, unsigned attempts,
     }
 }
 
-std::string DavClient::bodyOf(web::Exchange& answer, web::Deadline const& deadline) const {
-    std::string body;
-    std::array<char, 16 * 1024> buffer{};
-    for (;;) {
-        std::size_t const got = answer.read(buffer, deadline);
-        if (got == 0) {
-            return body;
-        }
-        if (body.size() + got > largestAnswer_) {
-            throw web::Failure(ErrorCode::FileTooLarge, "the server sent more XML than is taken");
-        }
-        body.append(buffer.data(), got);
-    }
-}
-
 std::vector<DavResponse> DavClient::partsOf(web::Exchange& answer,
                                             web::Deadline const& deadline) const {
-    return parseMultistatus(bodyOf(answer, deadline),
-                            static_cast<std::size_t>(largestAnswer_ / bytesOfPart));
+    MultistatusReader reader(static_cast<std::size_t>(largestAnswer_ / bytesOfPart));
+    std::vector<char> buffer(std::size_t{64} * 1024);
+    for (std::uint64_t total = 0;;) {
+        std::size_t const got = answer.read(buffer, deadline);
+        if (got == 0) {
+            return reader.finish();
+        }
+        total += got;
+        if (total > largestAnswer_) {
+            throw web::Failure(ErrorCode::FileTooLarge, "the server sent more XML than is taken");
+        }
+        reader.take({buffer.data(), got});
+    }
 }
 
 /// `url` becomes the one that the answer is about.
@@ -172,7 +172,8 @@ DavItem DavClient::find(web::Url const& url, web::Deadline const& deadline) cons
     if (item.status != 207) {
         return item;
     }
-    DavPath const place = pathOf(asked);
+    // Some write its name as it is kept there, and not as it was asked for.
+    DavPath const place = asWritten(responses, pathOf(asked));
     for (DavResponse const& response : responses) {
         auto const path = DavPath::of(response.href, place);
         if (!path || !path->isSameAs(place)) {
@@ -230,8 +231,13 @@ DavOutcome DavClient::makeFolder(web::Url const& url, web::Deadline const& deadl
     return change(requestOf("MKCOL", url), deadline);
 }
 
-DavOutcome DavClient::remove(web::Url const& url, web::Deadline const& deadline) const {
-    return change(requestOf("DELETE", url), deadline);
+DavOutcome DavClient::remove(web::Url const& url, std::string const& tag,
+                             web::Deadline const& deadline) const {
+    web::Request request = requestOf("DELETE", url);
+    if (!tag.empty()) {
+        request.headers.add("If-Match", tag);
+    }
+    return change(std::move(request), deadline);
 }
 
 DavOutcome DavClient::transfer(Transfer what, web::Url const& source, web::Url const& destination,
@@ -242,12 +248,16 @@ DavOutcome DavClient::transfer(Transfer what, web::Url const& source, web::Url c
     return change(std::move(request), deadline);
 }
 
-DavOutcome DavClient::put(web::Url const& url, web::Body body, Putting putting,
+DavOutcome DavClient::put(web::Url const& url, web::Body body, DavExpected const& expected,
+                          std::chrono::milliseconds longestWork,
                           web::Deadline const& deadline) const {
     web::Request request = requestOf("PUT", url);
-    request.isRepeatable = putting == Putting::Always;
-    if (putting == Putting::IfMissing) {
+    request.isRepeatable = expected.state == DavExpected::State::Anything;
+    request.longestWork = longestWork;
+    if (expected.state == DavExpected::State::Nothing) {
         request.headers.add("If-None-Match", "*");
+    } else if (expected.state == DavExpected::State::Tagged) {
+        request.headers.add("If-Match", expected.tag);
     }
     request.body = std::move(body);
     return change(std::move(request), deadline);

@@ -5,6 +5,7 @@
 #include <foundation/storage/provider/http/detail/dav_xml.hpp>
 #include <foundation/storage/provider/web/client.hpp>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -32,7 +33,18 @@ struct DavOutcome {
     /// The item below for which it failed, where the server names one.
     std::optional<DavPath> failed = std::nullopt;
 
-    bool isSuccess() const noexcept { return status >= 200 && status < 300; }
+    /// That a change was taken note of, and is done later, is none (RFC 9110, section 15.3.3).
+    bool isSuccess() const noexcept { return status >= 200 && status < 300 && status != accepted; }
+
+    static constexpr int accepted = 202;
+};
+
+/// What must be at a place where a file is put.
+struct DavExpected {
+    enum class State { Anything, Nothing, Tagged };
+
+    State state = State::Anything;
+    std::string tag = {}; ///< where it is tagged; a strong one
 };
 
 /// The requests of WebDAV (RFC 4918) to one server. Safe on any thread. Everything throws
@@ -59,16 +71,18 @@ class DavClient {
     DavListing list(web::Url const& folder, web::Deadline const& deadline) const;
 
     DavOutcome makeFolder(web::Url const& url, web::Deadline const& deadline) const;
-    DavOutcome remove(web::Url const& url, web::Deadline const& deadline) const;
+    /// With a strong tag, only where the item has it.
+    DavOutcome remove(web::Url const& url, std::string const& tag,
+                      web::Deadline const& deadline) const;
 
     enum class Transfer { Copy, Move };
     enum class Overwriting { Allowed, Refused };
     DavOutcome transfer(Transfer what, web::Url const& source, web::Url const& destination,
                         Overwriting overwriting, web::Deadline const& deadline) const;
 
-    enum class Putting { IfMissing, Always };
-    DavOutcome put(web::Url const& url, web::Body body, Putting putting,
-                   web::Deadline const& deadline) const;
+    /// The server may take so long once it has the whole body.
+    DavOutcome put(web::Url const& url, web::Body body, DavExpected const& expected,
+                   std::chrono::milliseconds longestWork, web::Deadline const& deadline) const;
 
     /// Sets the time of the last change. A success says that the server has taken note of it.
     DavOutcome setLastModified(web::Url const& url, std::int64_t seconds,
@@ -78,7 +92,6 @@ class DavClient {
     std::vector<DavResponse> ask(web::Url& url, char const* depth, int& status,
                                  web::Deadline const& deadline) const;
     DavOutcome change(web::Request request, web::Deadline const& deadline) const;
-    std::string bodyOf(web::Exchange& answer, web::Deadline const& deadline) const;
     std::vector<DavResponse> partsOf(web::Exchange& answer, web::Deadline const& deadline) const;
 
     std::shared_ptr<web::Client const> const client_;

@@ -22,7 +22,23 @@ bool isFolder(DavResponse const& response) noexcept {
     return response.properties.isFolder.value_or(response.href.ends_with('/'));
 }
 
-DavListing listingOf(std::vector<DavResponse> const& responses, DavPath const& folder) {
+DavPath asWritten(std::vector<DavResponse> const& responses, DavPath const& asked) {
+    std::optional<DavPath> alike;
+    for (DavResponse const& response : responses) {
+        auto path = DavPath::of(response.href, asked);
+        if (!path || !path->isLike(asked)) {
+            continue;
+        }
+        if (path->isSameAs(asked) || (alike && !alike->isSameAs(*path))) {
+            return asked;
+        }
+        alike = std::move(path);
+    }
+    return alike ? *std::move(alike) : asked;
+}
+
+DavListing listingOf(std::vector<DavResponse> const& responses, DavPath const& asked) {
+    DavPath const folder = asWritten(responses, asked);
     DavListing listing;
     listing.status = 200;
     std::unordered_map<std::string_view, bool> names; // and whether it is a folder

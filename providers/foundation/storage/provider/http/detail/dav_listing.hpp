@@ -26,7 +26,11 @@ struct DavListing {
 /// What an answer says of a folder, and of what is in it: each name once, and none that leads out
 /// of the folder. Throws web::Failure where it tells nothing of it,
 /// or of an item in it that cannot be told, or two things of one.
-DavListing listingOf(std::vector<DavResponse> const& responses, DavPath const& folder);
+DavListing listingOf(std::vector<DavResponse> const& responses, DavPath const& asked);
+
+/// The place that was asked for, as the server writes it in an answer: where it does not tell of
+/// the names that were sent, those of its own that it may take for the same.
+DavPath asWritten(std::vector<DavResponse> const& responses, DavPath const& asked);
 
 /// Of a folder. It should say so by its type; its location may end in a slash.
 bool isFolder(DavResponse const& response) noexcept;

@@ -1,5 +1,7 @@
 #include <foundation/storage/provider/http/detail/dav_path.hpp>
 
+#include <foundation/storage/provider/web/headers.hpp>
+
 #include <algorithm>
 
 namespace foundation::storage::provider::http::detail {
@@ -34,6 +36,13 @@ std::optional<std::string> decoded(std::string_view text) {
 bool isName(std::string_view name) noexcept {
     return !name.empty() && name != "." && name != ".." &&
            name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
+}
+
+/// There are too many forms of characters beyond ASCII to know what servers make of them.
+bool areAlike(std::string_view a, std::string_view b) noexcept {
+    auto const isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    return web::areEqualNames(a, b) || !std::all_of(a.begin(), a.end(), isAscii) ||
+           !std::all_of(b.begin(), b.end(), isAscii);
 }
 
 /// Takes the first name off a path that begins with one, or with slashes; empty at its end. Several
@@ -161,6 +170,10 @@ bool DavPath::holdsUnreadable(std::string_view href) const {
     bool const isLast = place->path.find_first_not_of('/') == std::string_view::npos;
     bool const leadsElsewhere = name == "." || name == "..";
     return !leadsElsewhere && (!name || !isName(*name) || (isLast && hasMore));
+}
+
+bool DavPath::isLike(DavPath const& other) const noexcept {
+    return std::equal(names.begin(), names.end(), other.names.begin(), other.names.end(), areAlike);
 }
 
 std::optional<std::string> DavPath::nameOf(DavPath const& other) const {

@@ -24,6 +24,8 @@ struct DavPath {
 
     /// Whether both name the same item.
     bool isSameAs(DavPath const& other) const noexcept { return names == other.names; }
+    /// Whether a server that knows no case, or another form of Unicode, may take both for the same.
+    bool isLike(DavPath const& other) const noexcept;
     /// The name of an item in this folder; nothing where `other` is none.
     std::optional<std::string> nameOf(DavPath const& other) const;
     /// Whether a location that is none for of() seems to be an item in this folder all the same,

@@ -163,26 +163,11 @@ void takeProperties(pugi::xml_node part, DavResponse& response) {
     }
 }
 
-/// The tags that begin something, and the attributes; at least.
-std::size_t countParts(std::string_view text) noexcept {
-    std::size_t count = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        bool const begins = text[i] == '<' && (i + 1 == text.size() || text[i + 1] != '/');
-        count += begins || text[i] == '=' ? 1U : 0U;
-    }
-    return count;
-}
-
 } // namespace
 
-std::vector<DavResponse> parseMultistatus(std::string body, std::size_t mostParts) {
-    // Before there is a tree of them: a tag of four bytes takes up to two hundred there, with the
-    // text in it and behind it, and an attribute of five takes forty.
-    if (countParts(body) > mostParts) {
-        throw web::Failure(ErrorCode::FileTooLarge, "the server sent more XML than is taken");
-    }
+void parseMultistatus(std::string text, std::vector<DavResponse>& responses) {
     pugi::xml_document document;
-    auto const parsed = document.load_buffer_inplace(body.data(), body.size(),
+    auto const parsed = document.load_buffer_inplace(text.data(), text.size(),
                                                      pugi::parse_default | pugi::parse_doctype);
     if (!parsed) {
         refuse("no well-formed XML");
@@ -197,7 +182,6 @@ std::vector<DavResponse> parseMultistatus(std::string body, std::size_t mostPart
     if (!isDav(root, "multistatus")) {
         refuse("XML that is no multistatus");
     }
-    std::vector<DavResponse> responses;
     eachDav(root, "response", [&](pugi::xml_node part) {
         DavResponse response;
         response.status = statusOf(part);
@@ -219,7 +203,6 @@ std::vector<DavResponse> parseMultistatus(std::string body, std::size_t mostPart
             refuse("properties of several items at once");
         }
     });
-    return responses;
 }
 
 } // namespace foundation::storage::provider::http::detail

@@ -26,11 +26,14 @@ Failure broken() {
     return {ErrorCode::IOError, "the file broke off before its end", Failure::Repetition::MayHelp};
 }
 
+bool hasType(web::AnswerHead const& head, std::string_view wanted) {
+    auto const type = head.headers.find("Content-Type").value_or("");
+    return web::areEqualNames(type.substr(0, wanted.size()), wanted);
+}
+
 /// Of the media type that holds several ranges, which is sent where several are asked for.
 bool isInSeveralParts(web::AnswerHead const& head) {
-    constexpr std::string_view several = "multipart/byteranges";
-    auto const type = head.headers.find("Content-Type").value_or("");
-    return web::areEqualNames(type.substr(0, several.size()), several);
+    return hasType(head, "multipart/byteranges");
 }
 
 Version versionOf(web::AnswerHead const& head) {
@@ -223,6 +226,7 @@ bool RangeReader::request(std::uint64_t position, std::uint64_t wanted, Deadline
         throw Failure(web::errorCodeOfStatus(head.status),
                       web::failureOfStatus(head.status).what());
     }
+    isPage_ = isOpen_ ? isPage_ : hasType(head, "text/html");
     isOpen_ = true;
     nextRange_ = range <= sizes_.largest / 4 ? range * 4 : sizes_.largest;
     return true;

@@ -49,6 +49,11 @@ class RangeReader {
     void open();
     /// Nothing where the server does not tell it.
     std::optional<std::uint64_t> size() const noexcept { return version_.size; }
+    /// As the first answer told it, or empty.
+    std::string const& etag() const noexcept { return version_.etag; }
+    /// Whether the first answer was a page that nothing tells from a later one: as what a server
+    /// shows of a folder.
+    bool isUnmarkedPage() const noexcept { return isPage_ && version_.validator().empty(); }
     /// Where redirects have led.
     web::Url const& place() const noexcept { return current_; }
     /// Fills the buffer; fewer bytes only at the end of the file.
@@ -82,6 +87,7 @@ class RangeReader {
     bool isOpen_ = false;
     bool isWholeAlways_ = false; ///< the server knows no ranges
     Version version_;
+    bool isPage_ = false; ///< HTML, says the first answer
 
     std::unique_ptr<web::Exchange> body_; ///< what is being read, if anything
     std::uint64_t position_ = 0;          ///< in the file, of the next byte of the body
