@@ -2,16 +2,20 @@
 
 #include "server.hpp"
 
+#include <foundation/storage/provider/attributes.hpp>
 #include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/http/http_factory.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 
 #include <fl/i18n/conversion.hpp>
 
+#include <chrono>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <thread>
 #include <unistd.h>
 
 namespace foundation::storage::provider::http {
@@ -63,6 +67,58 @@ TEST(WebDav, IsWrittenByAUserWhoseNameIsTold) {
 TEST(WebDav, IsWrittenOverTls) {
     VFS_NEEDS_SERVER("VFS_TEST_DAV_TLS_URL");
     expectWholeLife("VFS_TEST_DAV_TLS_URL");
+}
+
+void write(IProvider& provider, StorageIRI const& file, std::string const& bytes) {
+    auto const stream = provider.openStream(file, {});
+    stream->write(bytes.data(), static_cast<long>(bytes.size()));
+    stream->close();
+}
+
+/// The tag that a file has once it is so old that another change would give it another one.
+std::string strongTagOf(IProvider const& provider, StorageIRI const& file) {
+    std::string tag;
+    for (int i = 0; i < 50; ++i) {
+        tag = provider.getExtendedAttributes(file).at("http.etag");
+        if (!tag.starts_with("W/")) {
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return tag;
+}
+
+TEST(WebDav, KeepsWhatAnotherHasWrittenSinceAFileWasRead) {
+    VFS_NEEDS_SERVER("VFS_TEST_DAV_URL");
+    StorageIRI const root(fl::i18n::to_ustring(told("VFS_TEST_DAV_URL")));
+    HttpOptions options = ofUser("", "");
+    options.attributeLifetime = std::chrono::milliseconds(0);
+    auto const provider = buildHttpProvider(root, options);
+    StorageIRI const file(root, fl::i18n::to_ustring("tagged-" + std::to_string(::getpid())));
+    ByteStreamOpenOptions const appending{ByteStreamAccess::ReadWrite,
+                                          ByteStreamCreation::OpenExisting, 1, 0};
+    write(*provider, file, "bytes");
+    std::string const first = strongTagOf(*provider, file);
+    ASSERT_FALSE(first.starts_with("W/"));
+    auto stream = provider->openStream(file, appending);
+    stream->write(", more", 6);
+    stream->close();
+    EXPECT_EQ(provider->getFileAttributes(file).values().size, 11U);
+
+    EXPECT_NE(strongTagOf(*provider, file), first);
+    stream = provider->openStream(file, appending);
+    write(*provider, file, "their bytes, which are others");
+    stream->write(", lost", 6);
+    try {
+        stream->close();
+        ADD_FAILURE() << "it was replaced";
+    } catch (ByteStreamCloseFailure const& e) {
+        EXPECT_EQ(e.getErrorCode(), ErrorCode::ResourceInUse);
+    }
+    EXPECT_EQ(provider->getFileAttributes(file).values().size, 29U);
+    strongTagOf(*provider, file);
+    provider->removeFile(file); // as it was seen
+    EXPECT_EQ(provider->exists(file), ExistsResult::Nothing);
 }
 
 TEST(WebDav, IsDeniedToWhoeverHasAnotherPassword) {
