@@ -43,7 +43,7 @@ DavOutcome HttpProvider::change(Sending sending, Changed changed, web::Deadline 
     for (unsigned attempt = 1;; ++attempt) {
         std::optional<web::Failure> lost;
         try {
-            DavOutcome const outcome = send();
+            DavOutcome outcome = send();
             forget(outcome.isSuccess() ? changed : Changed::Folders);
             if (outcome.isSuccess()) {
                 return outcome;
