@@ -182,6 +182,7 @@ TEST_F(DavListing, TakesNoFolderForEmptyOfWhichItWasToldNothing) {
         EXPECT_EQ(list("/xml-" + lie + '/'), Names{"code 9"}) << lie;
         EXPECT_EQ(codeOf([&] { provider_->removeFolder(at("/xml-" + lie + '/')); }), 9) << lie;
     }
+    EXPECT_EQ(list("/xml-itself-is-n\xc3\xb6t-told-of/"), Names{"code 9"});
     EXPECT_EQ(list("/xml-a-file/"), Names{"code 4"});
     EXPECT_EQ(list("/xml-in-an-own-status/"), Names{"code 2"});
 }

@@ -44,6 +44,7 @@ LISTINGS = {
     'two-roots': whole(folder('{self}')) + whole(part('{self}file')),
     'another-end': whole(folder('{self}')).replace('</D:multistatus>', '</D:other>'),
     'more-behind': whole(folder('{self}')) + 'text',
+    'itself-is-n\xf6t-told-of': whole(folder('/xml-another-one/')),
     'itself-in-another-case': whole(folder('/XML-itself-in-ANOTHER-case/'), part('/XML-itself-in-ANOTHER-case/file')),
     'itself-without-slash': whole(folder('/xml-itself-without-sl%61sh'), part('{self}file')),
     'relative': whole(folder('{self}'), part('file'), folder('folder/')),
@@ -114,7 +115,7 @@ class Dav:
         self.root = f'/{kind}-{self.flaw}'
         if self.flaw == 'takes-slowly':
             self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
-        self.payload = self.take(0.06 if self.flaw == 'takes-slowly' else 0) if 'content-length' in self.fields else b''
+        self.payload = self.take(0.12 if self.flaw == 'takes-slowly' else 0) if 'content-length' in self.fields else b''
         if self.flaw == 'never-answers' and self.method == 'PUT':
             time.sleep(60)
         if self.method == 'OPTIONS':

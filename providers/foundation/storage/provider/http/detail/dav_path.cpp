@@ -40,9 +40,9 @@ bool isName(std::string_view name) noexcept {
 
 /// There are too many forms of characters beyond ASCII to know what servers make of them.
 bool areAlike(std::string_view a, std::string_view b) noexcept {
-    auto const isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
-    return web::areEqualNames(a, b) || !std::all_of(a.begin(), a.end(), isAscii) ||
-           !std::all_of(b.begin(), b.end(), isAscii);
+    auto const isOther = [](char c) { return static_cast<unsigned char>(c) >= 0x80; };
+    return web::areEqualNames(a, b) ||
+           (std::any_of(a.begin(), a.end(), isOther) && std::any_of(b.begin(), b.end(), isOther));
 }
 
 /// Takes the first name off a path that begins with one, or with slashes; empty at its end. Several
