@@ -1,9 +1,10 @@
 #include <foundation/storage/provider/web/client.hpp>
 
 #include <algorithm>
+#include <condition_variable>
 #include <ctime>
+#include <mutex>
 #include <random>
-#include <thread>
 #include <utility>
 
 namespace foundation::storage::provider::web {
@@ -66,7 +67,13 @@ void Client::pauseBefore(unsigned attempt, Milliseconds minimum, Deadline const&
     if (pause >= deadline.left()) {
         throw last;
     }
-    std::this_thread::sleep_for(pause);
+    std::mutex mutex;
+    std::unique_lock lock(mutex);
+    std::condition_variable_any never;
+    never.wait_for(lock, deadline.stop(), pause, [] { return false; });
+    if (deadline.isOver()) {
+        throw last;
+    }
 }
 
 std::unique_ptr<Exchange> Client::send(Request const& request, Deadline const& deadline) const {

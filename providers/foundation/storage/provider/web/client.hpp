@@ -5,7 +5,9 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
+#include <utility>
 
 namespace foundation::storage::provider::web {
 
@@ -26,8 +28,10 @@ class Client {
     Client(Url home, Identity identity, WebOptions options);
 
     WebOptions const& options() const noexcept { return options_; }
-    /// For the time that an operation may take as a whole.
-    Deadline deadline() const { return Deadline(options_.operationTimeout); }
+    /// For the time that an operation may take as a whole; a stop ends it at once.
+    Deadline deadline(std::stop_token stop = {}) const {
+        return Deadline(options_.operationTimeout, std::move(stop));
+    }
 
     /// Sends a request, and returns the answer with its head, whatever its status is. What is not
     /// repeatable is sent again only where the server cannot have done it. Redirects keep the

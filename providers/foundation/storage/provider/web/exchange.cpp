@@ -274,6 +274,8 @@ void Exchange::drive(Seen const& seen, Deadline const& deadline) {
     std::uint64_t before = progress();
     bool wasConnected = isConnected_;
     Deadline stall(stallTimeout_);
+    std::stop_callback const wake(deadline.stop(),
+                                  [this] { ::curl_multi_wakeup(channel_->multi); });
     for (;;) {
         int running = 0;
         if (::curl_multi_perform(channel_->multi, &running) != CURLM_OK) {
