@@ -1,14 +1,18 @@
 #include "host.hpp"
 
+#include "failure.hpp"
 #include "s3_environment.hpp"
 
 #include <foundation/msg_svc/eventmgr/event_mgr.hpp>
+#include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/standard/standard_storage_system.hpp>
 #include <foundation/storage/vfs/storage_system/pluggable_storage_system.hpp>
 
 #include <boost/make_shared.hpp>
 
+#include <algorithm>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -27,13 +31,29 @@ std::string netrcFile() {
     return home ? std::string(home) + "/.netrc" : "";
 }
 
+using Provider = std::shared_ptr<foundation::storage::provider::IProvider>;
+
 std::shared_ptr<StorageSystem> systemThatTellsOfChanges() {
     namespace standard = foundation::storage::provider::standard;
     standard::StandardOptions options;
     options.eventMgr = boost::make_shared<foundation::msg_svc::eventmgr::EventMgr>();
     options.http.netrcFile = netrcFile();
-    options.s3 = s3Options(S3Environment::ofProcess());
-    return standard::makeStandardStorageSystem(options);
+    std::optional<Refusal> noStore; // which is told to those who ask for one
+    try {
+        options.s3 = s3Options(S3Environment::ofProcess());
+    } catch (Refusal const& refusal) {
+        noStore = refusal;
+    }
+    auto system = standard::makeStandardStorageSystem(options);
+    auto const schemes = standard::standardProviders();
+    bool const hasStores = std::any_of(schemes.begin(), schemes.end(), [](auto const& provider) {
+        return provider.scheme == "s3";
+    });
+    if (noStore && hasStores) {
+        system->registerAliasProvider(
+            "s3", [refusal = *noStore](auto const&) -> Provider { throw Refusal(refusal); });
+    }
+    return system;
 }
 
 } // namespace

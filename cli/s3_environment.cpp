@@ -1,5 +1,7 @@
 #include "s3_environment.hpp"
 
+#include "display.hpp"
+#include "failure.hpp"
 #include "profile_file.hpp"
 
 #include <cstdlib>
@@ -28,6 +30,10 @@ class Lookup {
         fromConfig_ = section(config_, "profile " + profile);
         if (!fromConfig_ && profile == "default") {
             fromConfig_ = section(config_, profile);
+        }
+        if (named && !fromCredentials_ && !fromConfig_) {
+            throw Refusal("no file has the profile '" + onOneLine(profile) +
+                          "', which AWS_PROFILE names");
         }
     }
 

@@ -20,7 +20,8 @@ struct S3Environment {
 };
 
 /// The conventional variables (`AWS_ACCESS_KEY_ID` and its like) and the profile files; the
-/// variables come first. Without any credentials nobody asks.
+/// variables come first. Without any credentials nobody asks. Throws Refusal where a variable names
+/// a profile that no file has: whoever named it did not mean nobody.
 foundation::storage::provider::s3::S3Options s3Options(S3Environment const& environment);
 
 } // namespace cli

@@ -1,3 +1,4 @@
+#include <cli/failure.hpp>
 #include <cli/profile_file.hpp>
 #include <cli/s3_environment.hpp>
 
@@ -158,11 +159,24 @@ TEST(S3Environment, HalfOfACredentialIsNone) {
               "A1");
 }
 
-TEST(S3Environment, AProfileThatIsNowhereGivesNothing) {
-    s3::S3Options const options =
-        optionsOf({{"HOME", "/home/ann"}, {"AWS_PROFILE", "missing"}}, usualFiles);
-    EXPECT_THAT(options.credentials.accessKey, IsEmpty());
-    EXPECT_EQ(options.region, "us-east-1");
+TEST(S3Environment, AProfileThatIsNowhereIsRefused) {
+    for (Texts const& variables :
+         {Texts{{"HOME", "/home/ann"}, {"AWS_PROFILE", "missing"}},
+          {{"HOME", "/home/ann"}, {"AWS_DEFAULT_PROFILE", "missing"}},
+          {{"AWS_PROFILE", "missing"}}, // without a home there are no files
+          {{"HOME", "/home/ann"},
+           {"AWS_PROFILE", "missing"},
+           {"AWS_ACCESS_KEY_ID", "access"},
+           {"AWS_SECRET_ACCESS_KEY", "secret"}}}) {
+        try {
+            optionsOf(variables, usualFiles);
+            ADD_FAILURE() << "taken";
+        } catch (cli::Refusal const& refusal) {
+            EXPECT_STREQ(refusal.what(),
+                         "no file has the profile 'missing', which AWS_PROFILE names");
+        }
+    }
+    EXPECT_EQ(optionsOf({{"AWS_PROFILE", ""}}).region, "us-east-1");
 }
 
 TEST(S3Environment, VariablesNameOtherFiles) {

@@ -109,6 +109,23 @@ TEST_F(CommandOnAStore, RemovesATreeAndNothingBesideIt) {
     EXPECT_EQ(run({"find", "s3://good/"}).out, "ab\nab/3\n");
 }
 
+TEST_F(CommandOnAStore, AsksNobodyUnderAProfileThatIsNowhere) {
+    auto const runAs = [&](std::string const& location) {
+        return CommandRun::vfs({"ls", location})
+            .in(folder_.path())
+            .environment("AWS_PROFILE", "missing")
+            .environment("AWS_ENDPOINT_URL", "http://" + store_.authority())
+            .environment("HOME", folder_.path().string())
+            .run();
+    };
+    Outcome const refused = runAs("s3://open/");
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_EQ(refused.err, "vfs: ls: s3://open/: no file has the profile 'missing', which "
+                           "AWS_PROFILE names\n");
+    EXPECT_TRUE(store_.requests().empty());
+    EXPECT_EQ(runAs(".").code, 0) << "what is no store is not concerned";
+}
+
 TEST_F(CommandOnAStore, SaysThatItIsNotLetInAndKeepsTheSecret) {
     Outcome const outcome = run({"ls", "s3://good/"}, "CANARYSECRET-wrong");
     EXPECT_EQ(outcome.code, 1);
