@@ -260,6 +260,14 @@ TEST_F(LyingStore, TellsHostileNamesAsTheyAre) {
     EXPECT_EQ(list(bucket("lists-plain")).value, "a+b%41 ");
 }
 
+TEST_F(LyingStore, TellsTimesAsFarAsTheyGo) {
+    Bucket const bucket = this->bucket("lists-times-beyond-any");
+    ListPage const page = bucket.list({}, bucket.deadline());
+    constexpr std::int64_t century = std::int64_t{100} * 365 * 86'400 * 1'000'000'000;
+    EXPECT_LT(page.objects.at(0).lastModified, -2 * century);
+    EXPECT_GT(page.objects.at(1).lastModified, 2 * century);
+}
+
 TEST_F(LyingStore, TellsWhatAnObjectIsAndWhatIsNone) {
     Bucket const bucket = this->bucket("good");
     fill(bucket, 70);

@@ -208,7 +208,10 @@ class Connection:
             raise Refusal(412, 'PreconditionFailed')
 
     def metadata(self):
-        return [f'{k}: {v}' for k, v in self.fields.items() if k.startswith('x-amz-meta-')]
+        kept = ('cache-control', 'content-disposition', 'content-encoding', 'content-language',
+                'content-type', 'expires')
+        return [f'{k}: {v}' for k, v in self.fields.items()
+                if k.startswith('x-amz-meta-') or k in kept]
 
     def on_bucket(self):
         return 200, [], b''
@@ -391,6 +394,10 @@ class Connection:
     def do_elsewhere_untold(self):
         self.send((301, [], b''))
 
+    def do_takes_its_time(self):
+        time.sleep(0.4)
+        self.send(self.good())
+
     def do_an_hour_ahead(self):
         self.clock_offset = 3600
         self.send(self.good())
@@ -470,6 +477,19 @@ class Connection:
                 time.sleep(60)
         self.distorted('get', make, 1)
 
+    def do_stalls_beyond_a_mebibyte(self):
+        first = re.match(r'bytes=(\d+)', self.fields.get('range', ''))
+        if self.operation == 'get' and first and int(first[1]) >= 1 << 20:
+            time.sleep(60)
+        self.send(self.good())
+
+    def do_tells_odd_metadata(self):
+        """That is no ASCII, and so cannot be sent as it is."""
+        status, fields, body = self.good()
+        if self.operation in ('get', 'head') and status < 300:
+            fields = [*fields, 'x-amz-meta-odd: \xc3\xa4']
+        self.send((status, fields, body))
+
     def do_changes(self):
         """At each time, and does not look at conditions."""
         def make():
@@ -545,6 +565,11 @@ class Connection:
         else:
             self.send(self.good())
 
+    def do_stalls_at_page_2(self):
+        if self.operation == 'list' and 'continuation-token' in self.query:
+            time.sleep(60)
+        self.send(self.good())
+
     def do_token_that_lacks(self):
         self.listed(self.document('ListBucketResult', '<IsTruncated>true</IsTruncated>'))
 
@@ -577,6 +602,12 @@ class Connection:
     def do_lists_a_malformed_time(self):
         self.listed(lambda: self.on_list(['a'], lambda *_: self.entry('a', False).replace(
             '2024-06-01', '2024-02-30')))
+
+    def do_lists_times_beyond_any(self):
+        """Of the year 0 and of the last one that can be written."""
+        times = {'a': '0000-01-01T00:00:00Z', 'b': '9999-12-31T23:59:59.999999999999Z'}
+        self.listed(lambda: self.on_list(['a', 'b'], lambda key, _: self.entry(key, False).replace(
+            '2024-06-01T10:00:00.250Z', times[key])))
 
     def do_lists_a_tag_of_two_lines(self):
         self.listed(lambda: self.on_list(['a'], lambda *_: self.entry('a', False).replace(
@@ -784,11 +815,35 @@ class Connection:
             self.bucket.objects[key] = Object(b'theirs')
         self.send(answer)
 
+    def do_forgets_what_is_to_be_copied(self):
+        if self.operation == 'copy' and self.key.endswith('/b'):
+            key = unquote(self.fields['x-amz-copy-source']).lstrip('/').partition('/')[2]
+            self.bucket.objects.pop(key)
+        self.send(self.good())
+
+    def do_refuses_copies_to_b(self):
+        if self.operation == 'copy' and self.key.endswith('/b'):
+            self.send(error(403, 'AccessDenied'))
+        else:
+            self.send(self.good())
+
+    def do_others_write_below_behind_a_copy(self):
+        """A new file beside the one that was copied."""
+        answer = self.good()
+        if self.operation == 'copy':
+            self.bucket.objects['a/new'] = Object(b'theirs')
+        self.send(answer)
+
     def do_copies_slowly(self):
         answer = self.good()
         if self.operation == 'copy':
             time.sleep(0.5)
         self.send(answer)
+
+    def do_takes_parts_for_ever(self):
+        if self.operation == 'part':
+            time.sleep(60)
+        self.send(self.good())
 
     def do_refuses_parts(self):
         self.distorted('part', lambda: self.send(error(403, 'QuotaExceeded')))
@@ -833,6 +888,16 @@ class Connection:
 
     def do_keeps_another(self):
         self.distorted('remove-many', lambda: self.send(self.refusing('AccessDenied', 'x')))
+
+    def do_keeps_what_is_called_b(self):
+        """And removes the rest."""
+        def make():
+            kept = [key for key in self.bucket.objects if key.endswith('/b')]
+            copies = {key: self.bucket.objects[key] for key in kept}
+            self.good()
+            self.bucket.objects.update(copies)
+            self.send(self.refusing('AccessDenied', kept[0]))
+        self.distorted('remove-many', make)
 
     def do_misses_b(self):
         self.distorted('remove-many', lambda: self.send(self.refusing('NoSuchKey', 'b')))

@@ -204,6 +204,48 @@ TEST_F(S3Files, WhatIsNoKeyIsRefused) {
     }
 }
 
+TEST_F(S3Files, NamesWithoutRoomForASlashAreNoFolders) {
+    ustring const name(1024, u'x');
+    put(std::string(1024, 'x'), "bytes");
+    EXPECT_EQ(provider_->exists(at(name)), ExistsResult::File);
+    EXPECT_EQ(asked([&] { EXPECT_FALSE(provider_->folderExists(at(name))); }), "");
+    auto const missing = refused(ErrorCode::ResourceNotFound);
+    EXPECT_EQ(asked([&] {
+                  EXPECT_EQ(codeOf([&] { provider_->getFolderAttributes(at(name)); }), missing);
+                  EXPECT_EQ(codeOf([&] { provider_->listAll(at(name), {}); }), missing);
+                  EXPECT_EQ(codeOf([&] { provider_->removeFolder(at(name)); }), missing);
+                  EXPECT_EQ(codeOf([&] { provider_->removeFolderRecursively(at(name)); }), missing);
+              }),
+              "");
+    EXPECT_TRUE(provider_->getExtendedAttributes(at(name)).contains("s3.etag"));
+    provider_->removeFile(at(name));
+    EXPECT_EQ(codeOf([&] { provider_->getExtendedAttributes(at(name)); }), missing);
+    EXPECT_EQ(codeOf([&] { provider_->setLastModified(at(name), toPtime({5, 0})); }), missing);
+    auto const refusal = refused(ErrorCode::InvalidLocation);
+    EXPECT_EQ(codeOf([&] { provider_->createFolder(at(name)); }), refusal);
+    EXPECT_EQ(codeOf([&] { provider_->createFolderRecursive(at(u"a/" + ustring(1022, u'x'))); }),
+              refusal);
+    EXPECT_THAT(keys(), IsEmpty()) << "nothing above it is made either";
+}
+
+TEST_F(S3Files, OptionsBeyondTheirBoundsAreRefused) {
+    auto const expectRefused = [&](auto const& change) {
+        S3Options wrong = options();
+        change(wrong);
+        EXPECT_THROW(use(wrong), std::invalid_argument);
+    };
+    constexpr std::uint64_t mebibyte = std::uint64_t{1024} * 1024;
+    for (std::uint64_t const size : {std::uint64_t{0}, std::uint64_t{1}, 5 * mebibyte - 1,
+                                     5 * 1024 * mebibyte + 1, ~std::uint64_t{0}}) {
+        expectRefused([&](S3Options& wrong) { wrong.partSize = size; });
+        expectRefused([&](S3Options& wrong) { wrong.largestCopy = size; });
+    }
+    for (unsigned const count : {0U, 1001U, ~0U}) {
+        expectRefused([&](S3Options& wrong) { wrong.pageSize = count; });
+        expectRefused([&](S3Options& wrong) { wrong.concurrency = count; });
+    }
+}
+
 TEST_F(S3Files, TheRootStays) {
     EXPECT_EQ(codeOf([&] { provider_->removeFolder(at(u"")); }), refused(ErrorCode::ResourceInUse));
     EXPECT_EQ(codeOf([&] { provider_->removeFolderRecursively(at(u"")); }),

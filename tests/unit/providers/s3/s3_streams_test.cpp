@@ -190,6 +190,22 @@ TEST_F(S3Streams, AReplacementTakesATime) {
     }
 }
 
+TEST(UploadParts, AreEnoughForAnyObjectAndFitIntoMemory) {
+    using detail::Upload;
+    constexpr std::uint64_t mebibyte = std::uint64_t{1024} * 1024;
+    for (std::uint64_t const usual : {5 * mebibyte, 8 * mebibyte, 64 * mebibyte, 5120 * mebibyte}) {
+        std::uint64_t all = 0;
+        for (unsigned parts = 0; parts < Upload::mostParts; ++parts) {
+            std::uint64_t const size = Upload::partSizeBehind(parts, usual);
+            ASSERT_GE(size, usual);
+            ASSERT_LE(size, std::max(usual, 1024 * mebibyte));
+            ASSERT_TRUE(parts >= 1000 || size == usual) << "some stores want parts of one size";
+            all += size;
+        }
+        EXPECT_GE(all, 5 * mebibyte * mebibyte) << usual;
+    }
+}
+
 TEST(ObjectTime, IsDecimalSeconds) {
     using namespace detail;
     EXPECT_EQ(timeText({1'700'000'000, 0}), "1700000000");

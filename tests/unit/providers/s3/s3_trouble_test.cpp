@@ -1,7 +1,7 @@
 // What becomes of files where the store, the machine or somebody else is in the way.
 
 #include "../local/allocation_failure.hpp"
-#include "provider_fixture.hpp"
+#include "trouble_fixture.hpp"
 
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/copy_file_options.hpp>
@@ -18,56 +18,7 @@ namespace {
 using local::test::AllocationFailure;
 using ::testing::ElementsAre;
 
-constexpr std::size_t mebibyte = std::size_t{1024} * 1024;
-
-class S3Trouble : public ProviderOfBucket {
-  protected:
-    void SetUp() override { useStore("good"); }
-    void useStore(std::string const& behaviour) {
-        S3Options small = options();
-        small.partSize = 5 * mebibyte;
-        small.largestCopy = 5 * mebibyte;
-        name_ = behaviour;
-        use(small, behaviour);
-    }
-    StorageIRI in(ustring const& path) const {
-        return StorageIRI(fl::i18n::to_ustring("s3://" + name_ + '/') + path);
-    }
-    std::string readIn(ustring const& path) const {
-        return readAll(*provider_->openReadOnlyStream(in(path)));
-    }
-    std::unique_ptr<ByteStream> replace(ustring const& path) const {
-        return provider_->openReplacement(in(path), ReplacementPolicy::ReplaceExisting);
-    }
-    static void write(ByteStream& stream, std::string const& bytes) {
-        stream.write(bytes.data(), static_cast<long>(bytes.size()));
-    }
-    template<class Thrown, class Call>
-    static int codeOfStream(Call const& call) {
-        try {
-            call();
-            return -1;
-        } catch (Thrown const& failure) {
-            return static_cast<int>(failure.getErrorCode());
-        }
-    }
-    static int codeOfClose(ByteStream& stream) {
-        return codeOfStream<ByteStreamCloseFailure>([&] { stream.close(); });
-    }
-    /// Until the store was asked for a copy.
-    void waitForCopy() const {
-        for (;;) {
-            for (std::string const& request : server_.requests()) {
-                if (request.find("x-amz-copy-source") != std::string::npos) {
-                    return;
-                }
-            }
-            std::this_thread::yield();
-        }
-    }
-
-    std::string name_;
-};
+class S3Trouble : public TroubledBucket {};
 
 // Without memory, and without threads.
 

@@ -5,8 +5,6 @@
 #include <foundation/storage/provider/s3/detail/translation.hpp>
 #include <foundation/storage/provider/s3/s3_provider.hpp>
 
-#include <fl/i18n/conversion.hpp>
-
 #include <utility>
 #include <vector>
 
@@ -24,27 +22,29 @@ namespace {
 } // namespace
 
 /// Throws where there is no folder to make something in.
-void S3Provider::requireFolderOf(ItemKey const& key, StorageIRI const& location) const {
+void S3Provider::requireFolderOf(ItemKey const& key, StorageIRI const& location,
+                                 Deadline const& deadline) const {
     ItemKey const parent = key.parent();
     // A bucket that is missing shows when something is put into it.
     if (parent.isRoot() || folders_.has(parent.file)) {
         return;
     }
     std::uint64_t const before = folders_.changes();
-    if (!isFolder(parent)) {
+    if (!isFolder(parent, deadline)) {
         fail(ErrorCode::ResourceNotFound, location);
     }
     folders_.keep(parent.file, before);
 }
 
 S3Provider::Standing S3Provider::placeForFile(ItemKey const& key, StorageIRI const& location,
-                                              ReplacementPolicy policy) const {
-    Standing standing = lookUp(key);
+                                              ReplacementPolicy policy,
+                                              Deadline const& deadline) const {
+    Standing standing = lookUp(key, deadline);
     if (standing.isNothing()) {
         if (key.isRoot()) {
             fail(ErrorCode::ResourceNotFound, location);
         }
-        requireFolderOf(key, location);
+        requireFolderOf(key, location, deadline);
         return standing;
     }
     if (policy == ReplacementPolicy::FailIfExists || policy == ReplacementPolicy::KeepExisting) {
@@ -59,39 +59,43 @@ S3Provider::Standing S3Provider::placeForFile(ItemKey const& key, StorageIRI con
 void S3Provider::createFile(StorageIRI const& location) {
     ItemKey const key = keyOf(location);
     translated(location, [&] {
-        auto const lock = locks_.lock(key.file);
-        placeForFile(key, location, ReplacementPolicy::FailIfExists);
+        Deadline const deadline = bucket_->deadline();
+        auto const lock = locks_.lock(deadline, {key.file});
+        placeForFile(key, location, ReplacementPolicy::FailIfExists, deadline);
         Change const change(heads_, key.file);
-        bucket_->put(key.file, {}, {.onlyIfMissing = true}, bucket_->deadline());
+        bucket_->put(key.file, {}, {.onlyIfMissing = true}, deadline);
     });
 }
 
-void S3Provider::putMarker(ItemKey const& key, StorageIRI const& location) {
-    if (key.folder().size() > detail::longestKey) {
-        fail(ErrorCode::InvalidLocation, location);
-    }
+void S3Provider::putMarker(ItemKey const& key, Deadline const& deadline) {
     Change const change(heads_, key.folder());
     std::uint64_t const before = folders_.changes();
-    bucket_->put(key.folder(), {}, {.onlyIfMissing = true}, bucket_->deadline());
+    bucket_->put(key.folder(), {}, {.onlyIfMissing = true}, deadline);
     folders_.keep(key.file, before);
 }
 
 void S3Provider::createFolder(StorageIRI const& location) {
     ItemKey const key = keyOf(location);
     translated(location, [&] {
-        placeForFile(key, location, ReplacementPolicy::FailIfExists);
-        putMarker(key, location);
+        Deadline const deadline = bucket_->deadline();
+        auto const lock = locks_.lock(deadline, {key.file, key.folder()});
+        placeForFile(key, location, ReplacementPolicy::FailIfExists, deadline);
+        if (!key.canBeFolder()) {
+            fail(ErrorCode::InvalidLocation, location);
+        }
+        putMarker(key, deadline);
     });
 }
 
 void S3Provider::createFolderRecursive(StorageIRI const& location) {
     ItemKey const key = keyOf(location);
     translated(location, [&] {
+        Deadline const deadline = bucket_->deadline();
         std::vector<ItemKey> missing;
         // What is asked for itself is asked of the store.
         for (ItemKey level = key; level == key || !folders_.has(level.file);
              level = level.parent()) {
-            Standing const standing = lookUp(level);
+            Standing const standing = lookUp(level, deadline);
             if (standing.isFolder) {
                 break;
             }
@@ -102,9 +106,13 @@ void S3Provider::createFolderRecursive(StorageIRI const& location) {
             }
             missing.push_back(level);
         }
+        if (!missing.empty() && !key.canBeFolder()) {
+            fail(ErrorCode::InvalidLocation, location);
+        }
         for (auto level = missing.rbegin(); level != missing.rend(); ++level) {
+            auto const lock = locks_.lock(deadline, {level->file, level->folder()});
             try {
-                putMarker(*level, location);
+                putMarker(*level, deadline);
             } catch (web::Failure const& failure) {
                 if (failure.code() != ErrorCode::ResourceAlreadyExists) { // somebody else made it
                     throw;
@@ -117,11 +125,12 @@ void S3Provider::createFolderRecursive(StorageIRI const& location) {
 void S3Provider::removeFile(StorageIRI const& location) {
     ItemKey const key = keyOf(location);
     translated(location, [&] {
-        auto const lock = locks_.lock(key.file);
-        headOf(key, location);
+        Deadline const deadline = bucket_->deadline();
+        auto const lock = locks_.lock(deadline, {key.file});
+        headOf(key, location, deadline);
         Change const change(heads_, key.file);
         FolderMemory::Removal const removal(folders_, key.parent().file);
-        bucket_->remove(key.file, bucket_->deadline());
+        bucket_->remove(key.file, deadline);
     });
 }
 
@@ -132,8 +141,10 @@ void S3Provider::removeFolder(StorageIRI const& location) {
     }
     translated(location, [&] {
         std::string const folder = key.folder();
-        auto const lock = locks_.lock(folder);
-        auto const first = detail::firstKeys(*bucket_, folder, 2, bucket_->deadline());
+        Deadline const deadline = bucket_->deadline();
+        auto const lock = locks_.lock(deadline, {folder});
+        auto const first = key.canBeFolder() ? detail::firstKeys(*bucket_, folder, 2, deadline)
+                                             : std::vector<detail::ListedObject>();
         if (first.empty()) {
             fail(ErrorCode::ResourceNotFound, location);
         }
@@ -142,7 +153,7 @@ void S3Provider::removeFolder(StorageIRI const& location) {
         }
         Change const change(heads_, folder);
         FolderMemory::Removal const removal(folders_, key.file);
-        bucket_->remove(folder, bucket_->deadline());
+        bucket_->remove(folder, deadline);
     });
 }
 
@@ -150,6 +161,9 @@ void S3Provider::removeFolderRecursively(StorageIRI const& location) {
     ItemKey const key = keyOf(location);
     if (key.isRoot()) {
         fail(ErrorCode::ResourceInUse, location);
+    }
+    if (!key.canBeFolder()) {
+        fail(ErrorCode::ResourceNotFound, location);
     }
     translated(location, [&] {
         std::string const folder = key.folder();
@@ -173,11 +187,7 @@ void S3Provider::removeFolderRecursively(StorageIRI const& location) {
             fail(ErrorCode::ResourceNotFound, location);
         }
         if (failed) {
-            std::string_view path = failed->key;
-            path.remove_prefix(std::min(path.size(), folder.size()));
-            fail(failed->code, detail::isPath(path)
-                                   ? StorageIRI(location, fl::i18n::to_ustring(path))
-                                   : location);
+            fail(failed->code, detail::itemBelow(location, folder, failed->key));
         }
     });
 }

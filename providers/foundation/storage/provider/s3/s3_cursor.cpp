@@ -6,6 +6,7 @@
 
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace foundation::storage::provider::s3 {
@@ -50,7 +51,10 @@ void S3Cursor::advance() {
     isAtEntry_ = true;
     // Whoever stays at the first entry, as the master of a listing does, holds that page alone.
     if (position_.index > 0 && !position_.next && !position_.page->isLast()) {
-        position_.next = position_.page->next(listing_, *threads_);
+        try {
+            position_.next = position_.page->next(listing_, *threads_);
+        } catch (std::exception const&) { // NOLINT(bugprone-empty-catch): asked when it is needed
+        }
     }
 }
 
@@ -91,6 +95,8 @@ void S3Cursor::look() const {
         return;
     } catch (web::Failure const& failure) {
         failure_ = std::make_exception_ptr(Exception(failure.code(), listing_->location));
+    } catch (std::system_error const&) { // of threads
+        failure_ = std::make_exception_ptr(Exception(ErrorCode::InternalError, listing_->location));
     } catch (...) {
         failure_ = std::current_exception();
     }

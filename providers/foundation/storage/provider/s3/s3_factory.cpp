@@ -14,11 +14,11 @@ S3ProviderFactory::S3ProviderFactory(S3Options options) : options_(std::move(opt
 
 std::shared_ptr<IProvider> S3ProviderFactory::buildProvider(StorageIRI const& location) const {
     std::lock_guard const lock(mutex_);
-    std::shared_ptr<IProvider>& provider = providers_[ustring(location.getAuthorityView())];
-    if (!provider) {
-        provider = buildS3Provider(location, options_);
+    ustring const authority(location.getAuthorityView());
+    if (auto const found = providers_.find(authority); found != providers_.end()) {
+        return found->second;
     }
-    return provider;
+    return providers_.emplace(authority, buildS3Provider(location, options_)).first->second;
 }
 
 void S3ProviderFactory::shutdownProvider() const {

@@ -28,10 +28,13 @@ bool S3Provider::hasFeature(StorageIRI const&, ExtendedFeature const& feature) c
 std::unique_ptr<IFolderEntryIterator> S3Provider::list(StorageIRI const& location,
                                                        detail::Selection selection) const {
     ItemKey const key = keyOf(location);
+    if (!key.canBeFolder()) {
+        throw Exception(ErrorCode::ResourceNotFound, location);
+    }
     auto const listing = std::make_shared<detail::Listing const>(
         detail::Listing{bucket_, key.folder(), location, std::move(selection)});
     detail::ListedPagePtr page = detail::translated(location, [&] {
-        auto first = readPage(*listing, {});
+        auto first = readPage(*listing, {}, bucket_->deadline());
         // A folder without anything in it has a marker at least.
         if (!key.isRoot() && first->isEmpty() && first->isLast()) {
             throw Exception(ErrorCode::ResourceNotFound, location);

@@ -1,5 +1,6 @@
 // The streams that write.
 
+#include <foundation/storage/provider/s3/detail/likeness.hpp>
 #include <foundation/storage/provider/s3/detail/translation.hpp>
 #include <foundation/storage/provider/s3/s3_provider.hpp>
 #include <foundation/storage/provider/s3/s3_stream.hpp>
@@ -29,12 +30,13 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
                                                    ByteStreamOpenOptions const& options) {
     ItemKey const key = keyOf(location);
     return translated(location, [&]() -> std::unique_ptr<ByteStream> {
-        Standing standing = lookUp(key);
+        Deadline const deadline = bucket_->deadline();
+        Standing standing = lookUp(key, deadline);
         if (standing.isNothing()) {
             if (options.creation == ByteStreamCreation::OpenExisting || key.isRoot()) {
                 throw Exception(ErrorCode::ResourceNotFound, location);
             }
-            requireFolderOf(key, location);
+            requireFolderOf(key, location, deadline);
         } else if (!standing.file) {
             throw Exception(ErrorCode::InvalidLocation, location);
         }
@@ -48,7 +50,7 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
             return std::make_unique<S3WriteStream>(
                 std::make_unique<detail::SentContent>(makeUpload(key, {})), access, writing,
                 Closing::Once, [self, key](NewContent& content) {
-                    auto const lock = self->locks_.lock(key.file);
+                    auto const lock = self->locks_.lock(self->bucket_->deadline(), {key.file});
                     Change const change(self->heads_, key.file);
                     std::uint64_t const before = self->folders_.changes();
                     content.publish();
@@ -61,7 +63,7 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
                 std::make_unique<detail::AppendedContent>(bucket_, threads_, name_, key.file,
                                                           standing.file->size, std::move(spool)),
                 access, writing, Closing::Once, [self, key](NewContent& content) {
-                    auto const lock = self->locks_.lock(key.file);
+                    auto const lock = self->locks_.lock(self->bucket_->deadline(), {key.file});
                     Change const change(self->heads_, key.file);
                     content.publish();
                 });
@@ -69,17 +71,21 @@ std::unique_ptr<ByteStream> S3Provider::openStream(StorageIRI const& location,
         std::optional<detail::ObjectHead> before;
         if (!isNew) {
             detail::ObjectReader reader(bucket_, threads_, key.file);
-            before = reader.open();
+            before = reader.open(deadline);
             load(reader, *spool);
         }
-        auto content = std::make_unique<detail::SpooledContent>(
-            std::move(spool), isNew, [self, key] { return self->makeUpload(key, {}); });
+        auto content =
+            std::make_unique<detail::SpooledContent>(std::move(spool), isNew, [self, key, before] {
+                return self->makeUpload(key, before ? detail::likenessOf(*before).conditions
+                                                    : detail::PutConditions());
+            });
         return std::make_unique<S3WriteStream>(
             std::move(content), access, writing, Closing::Once,
             [self, key, before](NewContent& changed) {
-                auto const lock = self->locks_.lock(key.file);
+                Deadline const atClose = self->bucket_->deadline();
+                auto const lock = self->locks_.lock(atClose, {key.file});
                 if (before && changed.isChanged()) {
-                    auto const head = self->bucket_->head(key.file, self->bucket_->deadline());
+                    auto const head = self->bucket_->head(key.file, atClose);
                     if (!head || !isSameVersion(*head, *before)) {
                         throw web::Failure(
                             ErrorCode::ResourceInUse,
@@ -96,7 +102,7 @@ std::unique_ptr<ByteStream> S3Provider::openReplacement(StorageIRI const& locati
                                                         ReplacementPolicy const& policy) {
     ItemKey const key = keyOf(location);
     return translated(location, [&] {
-        placeForFile(key, location, policy);
+        placeForFile(key, location, policy, bucket_->deadline());
         bool const onlyIfMissing = !replaces(policy);
         auto const self = shared_from_this();
         return std::make_unique<S3WriteStream>(
@@ -104,7 +110,7 @@ std::unique_ptr<ByteStream> S3Provider::openReplacement(StorageIRI const& locati
                 makeUpload(key, {.onlyIfMissing = onlyIfMissing})),
             StreamAccess::Write, StreamWriting::AtPosition, Closing::UntilDone,
             [self, key](NewContent& content) {
-                auto const lock = self->locks_.lock(key.file);
+                auto const lock = self->locks_.lock(self->bucket_->deadline(), {key.file});
                 Change const change(self->heads_, key.file);
                 std::uint64_t const before = self->folders_.changes();
                 content.publish();

@@ -40,9 +40,9 @@ struct S3Options {
     /// to 5 GiB. A store answers when it is done, so that this much must not take longer than
     /// `web.stallTimeout`.
     std::uint64_t largestCopy = std::uint64_t{1024} * 1024 * 1024;
-    /// Requests in flight for one stream, one copy or one removal.
+    /// Requests in flight for one stream, one copy or one removal; from 1 to 1,000.
     unsigned concurrency = 10;
-    /// Keys that a page of a listing has at most; the protocol allows 1,000.
+    /// Keys that a page of a listing has at most, from 1 to 1,000.
     unsigned pageSize = 1000;
 
     /// How long what a store has told of a file (size, time, that it is there) answers further

@@ -41,8 +41,22 @@ std::string bucketNameOf(StorageIRI const& location) {
     return {authority.begin(), authority.end()};
 }
 
+void check(S3Options const& options) {
+    constexpr std::uint64_t mebibyte = std::uint64_t{1024} * 1024;
+    auto const isWithin = [](auto value, auto least, auto most) {
+        return value >= least && value <= most;
+    };
+    // The protocol's bounds, but for the requests.
+    if (!isWithin(options.partSize, 5 * mebibyte, 5 * 1024 * mebibyte) ||
+        !isWithin(options.largestCopy, 5 * mebibyte, 5 * 1024 * mebibyte) ||
+        !isWithin(options.pageSize, 1U, 1000U) || !isWithin(options.concurrency, 1U, 1000U)) {
+        throw std::invalid_argument("an option of an object store is out of its bounds");
+    }
+}
+
 std::shared_ptr<detail::Bucket const> bucketOf(StorageIRI const& location, std::string const& name,
                                                S3Options const& options) {
+    check(options);
     try {
         return std::make_shared<detail::Bucket const>(name, options);
     } catch (web::Failure const& failure) {
@@ -92,26 +106,26 @@ S3Provider::S3Provider(StorageIRI const& location, S3Options const& options)
       threads_(std::make_shared<detail::RequestThreads>(
           std::max(leastThreads, 4 * options.concurrency))),
       space_(std::make_shared<spool::Space>(options.maximumSpoolMemory, options.temporaryFolder)),
-      heads_(options.attributeLifetime) {
-    if (options.concurrency == 0 || options.pageSize == 0 || options.partSize == 0) {
-        throw std::invalid_argument("a provider that may ask for nothing");
-    }
-}
+      heads_(options.attributeLifetime) {}
 
 S3Provider::~S3Provider() = default;
 
 detail::ItemKey S3Provider::keyOf(StorageIRI const& location) const {
-    if (location.getSchemeView() != home_.getSchemeView() ||
-        location.getAuthorityView() != home_.getAuthorityView()) {
+    if (!isOwn(location)) {
         throw Exception(ErrorCode::InvalidLocation, location);
     }
     return detail::itemKey(location);
 }
 
+bool S3Provider::isOwn(StorageIRI const& location) const {
+    return location.getSchemeView() == home_.getSchemeView() &&
+           location.getAuthorityView() == home_.getAuthorityView();
+}
+
 /// Asks for what begins like the key: the file comes first, and the folder soon behind it.
-S3Provider::Standing S3Provider::lookUp(ItemKey const& key) const {
+S3Provider::Standing S3Provider::lookUp(ItemKey const& key, Deadline const& deadline) const {
     if (key.isRoot()) {
-        return {std::nullopt, bucket_->exists(bucket_->deadline())};
+        return {std::nullopt, bucket_->exists(deadline)};
     }
     std::string const folder = key.folder();
     detail::ListPage const page = bucket_->list({.prefix = key.file,
@@ -119,7 +133,7 @@ S3Provider::Standing S3Provider::lookUp(ItemKey const& key) const {
                                                  .startAfter = {},
                                                  .continuation = {},
                                                  .mostKeys = keysToLookAt},
-                                                bucket_->deadline());
+                                                deadline);
     Standing result;
     bool isBehind = page.continuation.empty();
     for (detail::ListedObject const& object : page.objects) {
@@ -133,16 +147,16 @@ S3Provider::Standing S3Provider::lookUp(ItemKey const& key) const {
         result.isFolder = result.isFolder || prefix == folder;
     }
     if (!isBehind) {
-        result.isFolder = isFolder(key);
+        result.isFolder = isFolder(key, deadline);
     }
     return result;
 }
 
-bool S3Provider::isFolder(ItemKey const& key) const {
+bool S3Provider::isFolder(ItemKey const& key, Deadline const& deadline) const {
     if (key.isRoot()) {
-        return bucket_->exists(bucket_->deadline());
+        return bucket_->exists(deadline);
     }
-    return !detail::firstKeys(*bucket_, key.folder(), 1, bucket_->deadline()).empty();
+    return key.canBeFolder() && !detail::firstKeys(*bucket_, key.folder(), 1, deadline).empty();
 }
 
 ExistsResult S3Provider::exists(StorageIRI const& location) const {
@@ -151,13 +165,14 @@ ExistsResult S3Provider::exists(StorageIRI const& location) const {
         return ExistsResult::File;
     }
     return translated(location, [&] {
+        Deadline const deadline = bucket_->deadline();
         Standing standing;
         try {
-            standing = lookUp(key);
+            standing = lookUp(key, deadline);
         } catch (web::Failure const& failure) {
             // Whoever may not list may read all the same.
             if (failure.code() != ErrorCode::PermissionDenied || key.isRoot() ||
-                !bucket_->head(key.file, bucket_->deadline())) {
+                !bucket_->head(key.file, deadline)) {
                 throw;
             }
             return ExistsResult::File;
@@ -170,49 +185,54 @@ ExistsResult S3Provider::exists(StorageIRI const& location) const {
 
 bool S3Provider::fileExists(StorageIRI const& location) const {
     ItemKey const key = keyOf(location);
-    return !key.isRoot() && translated(location, [&] { return knownHead(key.file).has_value(); });
+    return !key.isRoot() && translated(location, [&] {
+        return knownHead(key.file, bucket_->deadline()).has_value();
+    });
 }
 
 bool S3Provider::folderExists(StorageIRI const& location) const {
     ItemKey const key = keyOf(location);
-    return translated(location, [&] { return isFolder(key); });
+    return translated(location, [&] { return isFolder(key, bucket_->deadline()); });
 }
 
 StorageIRI S3Provider::getCanonicalLocation(StorageIRI const& location) const {
     ItemKey const key = keyOf(location);
     translated(location, [&] {
-        if (!key.isRoot() && !isFolder(key.parent())) {
+        if (!key.isRoot() && !isFolder(key.parent(), bucket_->deadline())) {
             throw Exception(ErrorCode::ResourceNotFound, location);
         }
     });
     return location.withResolvedPath();
 }
 
-void S3Provider::failWithoutFile(ItemKey const& key, StorageIRI const& location) const {
-    throw Exception(key.isRoot() || isFolder(key) ? ErrorCode::InvalidLocation
-                                                  : ErrorCode::ResourceNotFound,
+void S3Provider::failWithoutFile(ItemKey const& key, StorageIRI const& location,
+                                 Deadline const& deadline) const {
+    throw Exception(key.isRoot() || isFolder(key, deadline) ? ErrorCode::InvalidLocation
+                                                            : ErrorCode::ResourceNotFound,
                     location);
 }
 
-std::optional<detail::ObjectHead> S3Provider::knownHead(std::string const& key) const {
+std::optional<detail::ObjectHead> S3Provider::knownHead(std::string const& key,
+                                                        Deadline const& deadline) const {
     if (auto known = heads_.find(key)) {
         return known;
     }
     std::uint64_t const before = heads_.changes();
-    auto head = bucket_->head(key, bucket_->deadline());
+    auto head = bucket_->head(key, deadline);
     if (head) { // that something is missing is not remembered
         heads_.keep(key, *head, before);
     }
     return head;
 }
 
-detail::ObjectHead S3Provider::headOf(ItemKey const& key, StorageIRI const& location) const {
+detail::ObjectHead S3Provider::headOf(ItemKey const& key, StorageIRI const& location,
+                                      Deadline const& deadline) const {
     std::optional<detail::ObjectHead> head;
     if (!key.isRoot()) {
-        head = bucket_->head(key.file, bucket_->deadline());
+        head = bucket_->head(key.file, deadline);
     }
     if (!head) {
-        failWithoutFile(key, location);
+        failWithoutFile(key, location, deadline);
     }
     return *std::move(head);
 }
@@ -222,9 +242,10 @@ FileAttributes S3Provider::getFileAttributes(StorageIRI const& location) const {
     AttributeValues values;
     values.writable = true;
     translated(location, [&] {
-        auto const head = key.isRoot() ? std::nullopt : knownHead(key.file);
+        Deadline const deadline = bucket_->deadline();
+        auto const head = key.isRoot() ? std::nullopt : knownHead(key.file, deadline);
         if (!head) {
-            failWithoutFile(key, location);
+            failWithoutFile(key, location, deadline);
         }
         values.size = head->size;
         values.lastModified = timeOf(*head);
@@ -237,13 +258,14 @@ FolderAttributes S3Provider::getFolderAttributes(StorageIRI const& location) con
     AttributeValues values;
     values.writable = true;
     translated(location, [&] {
+        Deadline const deadline = bucket_->deadline();
         std::optional<detail::ObjectHead> marker;
-        if (!key.isRoot()) {
-            marker = bucket_->head(key.folder(), bucket_->deadline());
+        if (!key.isRoot() && key.canBeFolder()) {
+            marker = bucket_->head(key.folder(), deadline);
         }
         if (marker) {
             values.lastModified = timeOf(*marker);
-        } else if (!isFolder(key)) {
+        } else if (!isFolder(key, deadline)) {
             throw Exception(ErrorCode::ResourceNotFound, location);
         }
     });
@@ -253,14 +275,17 @@ FolderAttributes S3Provider::getFolderAttributes(StorageIRI const& location) con
 ExtendedAttributes S3Provider::getExtendedAttributes(StorageIRI const& location) const {
     ItemKey const key = keyOf(location);
     return translated(location, [&]() -> ExtendedAttributes {
+        Deadline const deadline = bucket_->deadline();
         if (!key.isRoot()) {
             for (std::string const& object : {key.file, key.folder()}) {
-                if (auto const head = knownHead(object)) {
+                auto const head = object.size() <= detail::longestKey ? knownHead(object, deadline)
+                                                                      : std::nullopt;
+                if (head) {
                     return toldOf(head->headers);
                 }
             }
         }
-        if (!isFolder(key)) {
+        if (!isFolder(key, deadline)) {
             throw Exception(ErrorCode::ResourceNotFound, location);
         }
         return {};
@@ -270,16 +295,17 @@ ExtendedAttributes S3Provider::getExtendedAttributes(StorageIRI const& location)
 std::unique_ptr<ByteStream> S3Provider::openReadOnlyStream(StorageIRI const& location) const {
     ItemKey const key = keyOf(location);
     return translated(location, [&] {
+        Deadline const deadline = bucket_->deadline();
         if (key.isRoot()) {
-            failWithoutFile(key, location);
+            failWithoutFile(key, location, deadline);
         }
         auto reader = std::make_unique<detail::ObjectReader>(bucket_, threads_, key.file);
         std::uint64_t const before = heads_.changes();
         try {
-            heads_.keep(key.file, reader->open(), before);
+            heads_.keep(key.file, reader->open(deadline), before);
         } catch (web::Failure const& failure) {
             if (failure.code() == ErrorCode::ResourceNotFound) {
-                failWithoutFile(key, location);
+                failWithoutFile(key, location, deadline);
             }
             throw;
         }

@@ -12,9 +12,12 @@
 #include <foundation/storage/provider/s3/detail/request_threads.hpp>
 #include <foundation/storage/provider/spool/space.hpp>
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace foundation::storage::provider::s3 {
 
@@ -85,6 +88,7 @@ class S3Provider final : public IProvider,
 
   private:
     using ItemKey = detail::ItemKey;
+    using Deadline = web::Deadline;
 
     /// What has a name. Both may be there: then the file counts, but for who asks for the folder.
     struct Standing {
@@ -97,28 +101,37 @@ class S3Provider final : public IProvider,
     using Change = detail::HeadMemory::Change;
 
     ItemKey keyOf(StorageIRI const& location) const;
-    Standing lookUp(ItemKey const& key) const;
-    bool isFolder(ItemKey const& key) const;
+    Standing lookUp(ItemKey const& key, Deadline const& deadline) const;
+    bool isFolder(ItemKey const& key, Deadline const& deadline) const;
     /// What an object tells of itself, or told a moment ago; nothing where it is missing.
-    std::optional<detail::ObjectHead> knownHead(std::string const& key) const;
+    std::optional<detail::ObjectHead> knownHead(std::string const& key,
+                                                Deadline const& deadline) const;
     /// The head of a file as it is now. Throws provider::Exception where there is none.
-    detail::ObjectHead headOf(ItemKey const& key, StorageIRI const& location) const;
-    [[noreturn]] void failWithoutFile(ItemKey const& key, StorageIRI const& location) const;
-    void requireFolderOf(ItemKey const& key, StorageIRI const& location) const;
+    detail::ObjectHead headOf(ItemKey const& key, StorageIRI const& location,
+                              Deadline const& deadline) const;
+    [[noreturn]] void failWithoutFile(ItemKey const& key, StorageIRI const& location,
+                                      Deadline const& deadline) const;
+    void requireFolderOf(ItemKey const& key, StorageIRI const& location,
+                         Deadline const& deadline) const;
     /// What stands where a file is to be made, which the policy allows to be replaced.
-    Standing placeForFile(ItemKey const& key, StorageIRI const& location,
-                          ReplacementPolicy policy) const;
-    void putMarker(ItemKey const& key, StorageIRI const& location);
+    Standing placeForFile(ItemKey const& key, StorageIRI const& location, ReplacementPolicy policy,
+                          Deadline const& deadline) const;
+    void putMarker(ItemKey const& key, Deadline const& deadline);
 
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location,
                                                detail::Selection selection) const;
     bool sharesStoreWith(S3Provider const& other) const;
     bool isCopiedAtOnce(std::uint64_t size) const;
+    /// What a copy gets beside the bytes.
+    detail::PutConditions conditionsFor(detail::ObjectHead const& head, bool onlyIfMissing) const;
+    /// For what comes behind a copy of so many bytes, which may take a time of its own.
+    Deadline deadlineBehindCopy(std::uint64_t size, Deadline const& deadline) const;
     /// Copies the object that a head is of.
     void copyObject(ItemKey const& source, detail::ObjectHead const& head,
                     S3Provider const& destination, ItemKey const& key,
-                    detail::PutConditions const& conditions) const;
-    /// The part of it that takes long; nothing where the store copies the object at once.
+                    detail::PutConditions const& conditions, Deadline const& deadline) const;
+    /// The part of it that takes long, and a deadline for each request; nothing where the store
+    /// copies the object at once.
     std::unique_ptr<detail::Upload>
     startCopy(ItemKey const& source, detail::ObjectHead const& head, S3Provider const& destination,
               ItemKey const& key, detail::PutConditions const& conditions,
@@ -126,11 +139,25 @@ class S3Provider final : public IProvider,
     /// And what shows. REQUIRES: nobody else of this process changes the destination meanwhile.
     void finishCopy(std::unique_ptr<detail::Upload> upload, ItemKey const& source,
                     detail::ObjectHead const& head, S3Provider const& destination,
-                    ItemKey const& key, detail::PutConditions const& conditions) const;
-    void moveKeys(std::string const& from, std::string const& to);
+                    ItemKey const& key, detail::PutConditions const& conditions,
+                    Deadline const& deadline) const;
+
+    bool isOwn(StorageIRI const& location) const;
+    /// One end of a folder's move.
+    struct MovedFolder {
+        ItemKey key;
+        StorageIRI const& location;
+    };
     /// Refuses what a folder cannot be moved to.
-    void checkFolderMove(ItemKey const& from, StorageIRI const& source, ItemKey const& to,
-                         StorageIRI const& destination, ReplacementPolicy policy) const;
+    void checkFolderMove(MovedFolder const& from, MovedFolder const& to, ReplacementPolicy policy,
+                         Deadline const& deadline) const;
+    void moveKeys(MovedFolder const& from, MovedFolder const& to);
+    void copyKeys(std::vector<detail::ListedObject> const& page, MovedFolder const& from,
+                  MovedFolder const& to) const;
+    /// Throws where one of the keys is not what it was when it was listed, or there are others
+    /// among them. They come behind the key `before`, and to the end where they are the last.
+    void requireUnchanged(std::vector<detail::ListedObject> const& page, MovedFolder const& from,
+                          std::string const& before, bool isLast) const;
     std::unique_ptr<detail::Upload> makeUpload(ItemKey const& key,
                                                detail::PutConditions conditions) const;
 

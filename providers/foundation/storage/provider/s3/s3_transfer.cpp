@@ -1,8 +1,6 @@
-// What takes a file or folder from one place to another within the store, and gives it a time.
+// What copies a file within the store, and gives it a time.
 
-#include <foundation/storage/provider/s3/detail/in_flight.hpp>
-#include <foundation/storage/provider/s3/detail/key_pages.hpp>
-#include <foundation/storage/provider/s3/detail/key_removal.hpp>
+#include <foundation/storage/provider/s3/detail/likeness.hpp>
 #include <foundation/storage/provider/s3/detail/object_time.hpp>
 #include <foundation/storage/provider/s3/detail/translation.hpp>
 #include <foundation/storage/provider/s3/detail/upload.hpp>
@@ -10,19 +8,13 @@
 #include <foundation/storage/provider/storage_item.hpp>
 #include <foundation/storage/provider/streaming_copy.hpp>
 
-#include <algorithm>
-#include <exception>
 #include <utility>
-#include <vector>
 
 namespace foundation::storage::provider::s3 {
 
 using detail::translated;
 
 namespace {
-
-/// Above this size the protocol has no copy in one request.
-constexpr std::uint64_t largestCopy = std::uint64_t{5} * 1024 * 1024 * 1024;
 
 [[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
     throw Exception(code, location);
@@ -32,18 +24,15 @@ bool replaces(ReplacementPolicy policy) noexcept {
     return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
 }
 
-/// What a copy gets beside the bytes. Where that cannot be told, the store takes it from the
-/// source, but for a time that is told nowhere.
-detail::PutConditions conditionsFor(detail::ObjectHead const& head, bool onlyIfMissing) {
-    detail::PutConditions conditions =
-        likenessOf(head, timeOf(head)).value_or(detail::PutConditions());
-    conditions.onlyIfMissing = onlyIfMissing;
-    return conditions;
-}
-
-/// A path below a folder; empty where it is not below it.
-std::string_view pathBelow(std::string_view folder, std::string_view path) {
-    return path.starts_with(folder) ? path.substr(folder.size()) : std::string_view();
+/// What gives an object that is copied onto itself a time. Throws where the rest would be lost.
+detail::PutConditions conditionsWith(Timestamp time, detail::ObjectHead const& head,
+                                     StorageIRI const& location) {
+    detail::Likeness likeness = likenessOf(head);
+    if (!likeness.isComplete) {
+        fail(ErrorCode::UnsupportedOperation, location);
+    }
+    setTime(likeness.conditions, time);
+    return std::move(likeness.conditions);
 }
 
 } // namespace
@@ -56,6 +45,25 @@ bool S3Provider::sharesStoreWith(S3Provider const& other) const {
            own.credentials.accessKey == others.credentials.accessKey &&
            own.credentials.secretKey == others.credentials.secretKey &&
            own.credentials.sessionToken == others.credentials.sessionToken;
+}
+
+/// What cannot be told in a request, the store takes from the source by itself where it copies at
+/// once, and then all of it, without a time that is told nowhere. A copy by parts does without it.
+detail::PutConditions S3Provider::conditionsFor(detail::ObjectHead const& head,
+                                                bool onlyIfMissing) const {
+    detail::Likeness likeness = likenessOf(head);
+    if (likeness.isComplete || !isCopiedAtOnce(head.size)) {
+        setTime(likeness.conditions, timeOf(head));
+    } else {
+        likeness.conditions = {};
+    }
+    likeness.conditions.onlyIfMissing = onlyIfMissing;
+    return std::move(likeness.conditions);
+}
+
+S3Provider::Deadline S3Provider::deadlineBehindCopy(std::uint64_t size,
+                                                    Deadline const& deadline) const {
+    return isCopiedAtOnce(size) ? deadline : bucket_->deadline();
 }
 
 std::unique_ptr<detail::Upload>
@@ -73,26 +81,26 @@ S3Provider::startCopy(ItemKey const& source, detail::ObjectHead const& head,
 
 void S3Provider::finishCopy(std::unique_ptr<detail::Upload> upload, ItemKey const& source,
                             detail::ObjectHead const& head, S3Provider const& destination,
-                            ItemKey const& key, detail::PutConditions const& conditions) const {
+                            ItemKey const& key, detail::PutConditions const& conditions,
+                            Deadline const& deadline) const {
     Change const change(destination.heads_, key.file);
     if (upload) {
         upload->finish();
         return;
     }
-    detail::Bucket const& bucket = *destination.bucket_;
-    bucket.copy(name_ + '/' + source.file, key.file, conditions, head.eTag, bucket.deadline());
+    destination.bucket_->copy(name_ + '/' + source.file, key.file, conditions, head.eTag, deadline);
 }
 
 void S3Provider::copyObject(ItemKey const& source, detail::ObjectHead const& head,
                             S3Provider const& destination, ItemKey const& key,
-                            detail::PutConditions const& conditions) const {
+                            detail::PutConditions const& conditions,
+                            Deadline const& deadline) const {
     finishCopy(startCopy(source, head, destination, key, conditions, {}), source, head, destination,
-               key, conditions);
+               key, conditions, deadline);
 }
 
 bool S3Provider::isCopiedAtOnce(std::uint64_t size) const {
-    return size <=
-           std::clamp(bucket_->options().largestCopy, detail::Upload::smallestPart, largestCopy);
+    return size <= bucket_->options().largestCopy;
 }
 
 CopyStatus S3Provider::copyFile(StorageIRI const& source, StorageItem const& destination,
@@ -104,7 +112,9 @@ CopyStatus S3Provider::copyFile(StorageIRI const& source, StorageItem const& des
     StorageIRI const target = destination.getLocation();
     ItemKey const from = keyOf(source);
     ItemKey const to = other->keyOf(target);
-    detail::ObjectHead const head = translated(source, [&] { return headOf(from, source); });
+    Deadline const deadline = bucket_->deadline();
+    detail::ObjectHead const head =
+        translated(source, [&] { return headOf(from, source, deadline); });
     if (name_ == other->name_ && from == to) {
         fail(ErrorCode::InvalidLocation, source);
     }
@@ -114,18 +124,20 @@ CopyStatus S3Provider::copyFile(StorageIRI const& source, StorageItem const& des
             fail(ErrorCode::IOError, target);
         }
     };
-    translated(target, [&] {
-        // All that is told and all that takes long comes before the lock.
+    detail::translatedCopy(source, target, [&] {
+        // All that is told and all that takes long comes before the lock. Told before it shows, as
+        // every copy does: who cancels finds what was there.
         if (isCopiedAtOnce(head.size)) {
             tell(head.size);
         } else {
-            other->placeForFile(to, target, options.policy);
+            other->placeForFile(to, target, options.policy, deadline);
         }
         auto upload = startCopy(from, head, *other, to, conditions, tell);
-        auto const lock = other->locks_.lock(to.file);
-        other->placeForFile(to, target, options.policy);
+        Deadline const behind = deadlineBehindCopy(head.size, deadline);
+        auto const lock = other->locks_.lock(behind, {to.file});
+        other->placeForFile(to, target, options.policy, behind);
         std::uint64_t const before = other->folders_.changes();
-        finishCopy(std::move(upload), from, head, *other, to, conditions);
+        finishCopy(std::move(upload), from, head, *other, to, conditions, behind);
         other->folders_.keep(to.parent().file, before);
     });
     return conditions.metadata.empty() ? CopyStatus::Copied : CopyStatus::CopiedWithTimes;
@@ -138,182 +150,31 @@ void S3Provider::setLastModified(StorageIRI const& location, boost::posix_time::
         if (key.isRoot()) {
             fail(ErrorCode::UnsupportedOperation, location);
         }
-        auto const lock = locks_.lock(key.file);
-        if (auto const head = bucket_->head(key.file, bucket_->deadline())) {
-            auto const likeness = likenessOf(*head, timestamp);
-            if (!likeness) {
-                fail(ErrorCode::UnsupportedOperation, location);
-            }
-            copyObject(key, *head, *this, key, *likeness);
+        Deadline const deadline = bucket_->deadline();
+        auto const lock = locks_.lock(deadline, {key.file, key.folder()});
+        if (auto const head = bucket_->head(key.file, deadline)) {
+            copyObject(key, *head, *this, key, conditionsWith(timestamp, *head, location),
+                       deadline);
             return;
         }
-        auto const folderLock = locks_.lock(key.folder());
-        if (auto const marker = bucket_->head(key.folder(), bucket_->deadline());
-            marker && marker->size > 0) { // whoever keeps bytes there keeps them
-            auto const likeness = likenessOf(*marker, timestamp);
-            if (!likeness) {
-                fail(ErrorCode::UnsupportedOperation, location);
-            }
-            copyObject({key.folder()}, *marker, *this, {key.folder()}, *likeness);
-            return;
-        }
-        if (!isFolder(key)) {
+        if (!key.canBeFolder()) {
             fail(ErrorCode::ResourceNotFound, location);
         }
-        Change const change(heads_, key.folder());
-        bucket_->put(key.folder(), {},
-                     {.onlyIfMissing = false,
-                      .metadata = {{std::string(detail::timeField), detail::timeText(timestamp)}}},
-                     bucket_->deadline());
-    });
-}
-
-void S3Provider::moveFile(StorageIRI const& source, StorageIRI const& destination,
-                          ReplacementPolicy const& policy) {
-    if (destination.getSchemeView() != home_.getSchemeView() ||
-        destination.getAuthorityView() != home_.getAuthorityView()) {
-        fail(ErrorCode::UnsupportedOperation, destination);
-    }
-    ItemKey const from = keyOf(source);
-    ItemKey const to = keyOf(destination);
-    auto const lock = locks_.lock(from.file, to.file);
-    detail::ObjectHead const head = translated(source, [&] { return headOf(from, source); });
-    if (from == to) {
-        fail(ErrorCode::InvalidLocation, source);
-    }
-    translated(destination, [&] {
-        placeForFile(to, destination, policy);
-        std::uint64_t const before = folders_.changes();
-        copyObject(from, head, *this, to, conditionsFor(head, !replaces(policy)));
-        folders_.keep(to.parent().file, before);
-    });
-    translated(source, [&] {
-        Change const change(heads_, from.file);
-        auto const now = bucket_->head(from.file, bucket_->deadline());
-        if (now && !isSameVersion(*now, head)) {
-            throw web::Failure(ErrorCode::IOError, "the file has changed while it was moved");
-        }
-        detail::FolderMemory::Removal const removal(folders_, from.parent().file);
-        bucket_->remove(from.file, bucket_->deadline());
-    });
-}
-
-void S3Provider::checkFolderMove(ItemKey const& from, StorageIRI const& source, ItemKey const& to,
-                                 StorageIRI const& destination, ReplacementPolicy policy) const {
-    translated(source, [&] {
-        if (!isFolder(from)) {
-            fail(bucket_->head(from.file, bucket_->deadline()) ? ErrorCode::InvalidLocation
-                                                               : ErrorCode::ResourceNotFound,
-                 source);
-        }
-    });
-    if (from == to) {
-        fail(ErrorCode::InvalidLocation, source);
-    }
-    if (to.file.starts_with(from.folder())) {
-        fail(ErrorCode::InvalidLocation, destination);
-    }
-    translated(destination, [&] {
-        // A caller who copies instead would copy the tree into itself.
-        std::string_view const way = pathBelow(to.folder(), from.file);
-        if (!way.empty() && isFolder({from.folder() + std::string(way)})) {
-            fail(ErrorCode::InvalidLocation, destination);
-        }
-        Standing const standing = lookUp(to);
-        if (standing.isNothing()) {
-            requireFolderOf(to, destination);
+        ItemKey const marker{key.folder()};
+        auto const head = bucket_->head(marker.file, deadline);
+        if (head && head->size > 0) { // whoever keeps bytes there keeps them
+            copyObject(marker, *head, *this, marker, conditionsWith(timestamp, *head, location),
+                       deadline);
             return;
         }
-        if (!replaces(policy)) {
-            fail(ErrorCode::ResourceAlreadyExists, destination);
+        if (!isFolder(key, deadline)) {
+            fail(ErrorCode::ResourceNotFound, location);
         }
-        if (standing.file) {
-            fail(ErrorCode::InvalidLocation, destination);
-        }
-        auto const first = detail::firstKeys(*bucket_, to.folder(), 2, bucket_->deadline());
-        if (first.size() > 1 || (first.size() == 1 && first.front().key != to.folder())) {
-            fail(ErrorCode::FolderNotEmpty, destination);
-        }
+        detail::PutConditions conditions;
+        setTime(conditions, timestamp);
+        Change const change(heads_, marker.file);
+        bucket_->put(marker.file, {}, conditions, deadline);
     });
-}
-
-void S3Provider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
-                            ReplacementPolicy const& policy) {
-    if (destination.getSchemeView() != home_.getSchemeView() ||
-        destination.getAuthorityView() != home_.getAuthorityView()) {
-        fail(ErrorCode::UnsupportedOperation, destination);
-    }
-    ItemKey const from = keyOf(source);
-    ItemKey const to = keyOf(destination);
-    if (from.isRoot()) { // the root stays
-        fail(from == to ? ErrorCode::InvalidLocation : ErrorCode::ResourceInUse, source);
-    }
-    checkFolderMove(from, source, to, destination, policy);
-    translated(destination, [&] {
-        Change const change(heads_);
-        detail::FolderMemory::Removal const removal(folders_, from.file);
-        detail::FolderMemory::Removal const arrival(folders_, to.file);
-        moveKeys(from.folder(), to.folder());
-    });
-}
-
-/// A page of keys after the other: all of it is copied before any of it is removed.
-void S3Provider::moveKeys(std::string const& from, std::string const& to) {
-    detail::KeyRemoval removal(bucket_, *threads_);
-    detail::KeyPages pages(*bucket_, from, bucket_->options().pageSize);
-    while (!pages.isAtEnd() && !removal.hasFailed()) {
-        detail::InFlight<void> inFlight;
-        std::exception_ptr failure;
-        auto const takeOldest = [&] {
-            try {
-                inFlight.take();
-            } catch (...) {
-                failure = failure ? failure : std::current_exception();
-            }
-        };
-        std::vector<std::string> keys;
-        for (detail::ListedObject const& object : pages.next(bucket_->deadline())) {
-            std::string const target = to + object.key.substr(from.size());
-            if (failure) {
-                break;
-            }
-            if (target.size() > detail::longestKey) {
-                failure = std::make_exception_ptr(
-                    web::Failure(ErrorCode::InvalidLocation, "a key would be too long"));
-                break;
-            }
-            keys.push_back(object.key);
-            if (!isCopiedAtOnce(object.size)) {
-                auto const head = bucket_->head(object.key, bucket_->deadline());
-                if (head && head->eTag == object.eTag) {
-                    copyObject({object.key}, *head, *this, {target}, conditionsFor(*head, false));
-                } else {
-                    failure = std::make_exception_ptr(web::Failure(
-                        ErrorCode::IOError, "the file has changed while it was moved"));
-                }
-                continue;
-            }
-            while (inFlight.size() >= bucket_->options().concurrency) {
-                takeOldest();
-            }
-            inFlight.add([&] {
-                return threads_->ask([bucket = bucket_, source = name_ + '/' + object.key, target,
-                                      eTag = object.eTag] {
-                    bucket->copy(source, target, {}, eTag, bucket->deadline());
-                });
-            });
-        }
-        while (!inFlight.isEmpty()) {
-            takeOldest();
-        }
-        if (failure) {
-            std::rethrow_exception(failure);
-        }
-        removal.remove(std::move(keys));
-    }
-    if (auto const left = removal.finish()) {
-        throw web::Failure(left->code, left->text);
-    }
 }
 
 } // namespace foundation::storage::provider::s3

@@ -5,6 +5,10 @@
 #include <foundation/storage/provider/s3/detail/store.hpp>
 #include <foundation/storage/provider/s3/detail/upload_ledger.hpp>
 
+#include <algorithm>
+#include <limits>
+#include <utility>
+
 namespace foundation::storage::provider::s3::detail {
 
 Bucket::Bucket(std::string const& name, S3Options options)
@@ -17,8 +21,14 @@ S3Options const& Bucket::options() const noexcept {
     return store_->options();
 }
 
-Bucket::Deadline Bucket::deadline() const {
-    return store_->client().deadline();
+Bucket::Deadline Bucket::deadline(std::stop_token stop) const {
+    return store_->client().deadline(std::move(stop));
+}
+
+std::int64_t nanosecondsOf(std::int64_t seconds) noexcept {
+    constexpr std::int64_t inASecond = 1'000'000'000;
+    constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / inASecond - 1;
+    return std::clamp(seconds, -most, most) * inASecond;
 }
 
 ListPage Bucket::list(ListQuery const& query, Deadline const& deadline) const {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -18,6 +19,9 @@ namespace foundation::storage::provider::s3::detail {
 struct Doubt;
 class Store;
 class UploadLedger;
+
+/// Times are nanoseconds since 1970, which go to the year 2262; what is beyond that is at its end.
+std::int64_t nanosecondsOf(std::int64_t seconds) noexcept;
 
 /// As a listing tells it.
 struct ListedObject {
@@ -75,6 +79,12 @@ struct ListedUpload {
     std::int64_t begun = 0; ///< nanoseconds since 1970
 };
 
+/// A copy that fails by what is copied, which is gone or has changed.
+class SourceFailure : public web::Failure {
+  public:
+    using web::Failure::Failure;
+};
+
 struct KeyFailure {
     std::string key;
     ErrorCode code;
@@ -97,7 +107,8 @@ class Bucket {
     ~Bucket();
 
     S3Options const& options() const noexcept;
-    Deadline deadline() const;
+    /// For the time that an operation may take as a whole; a stop ends it at once.
+    Deadline deadline(std::stop_token stop = {}) const;
 
     /// ListObjectsV2.
     ListPage list(ListQuery const& query, Deadline const& deadline) const;
@@ -119,7 +130,7 @@ class Bucket {
                     PutConditions const& conditions, Deadline const& deadline) const;
     /// CopyObject within the store. `source` is BUCKET/KEY, not encoded. Returns the tag. Metadata
     /// and fields, where there are some, come in place of those of the source. Stores know no copy
-    /// only where nothing is: it is looked before.
+    /// only where nothing is: it is looked before. Throws SourceFailure, too.
     std::string copy(std::string_view source, std::string_view key, PutConditions const& conditions,
                      std::string_view sourceTag, Deadline const& deadline) const;
     /// DeleteObject; a missing one is no failure.
@@ -138,7 +149,7 @@ class Bucket {
                             std::span<char const> content, Deadline const& deadline) const;
     /// UploadPartCopy: bytes [offset, offset + size) of `source`, which still has `sourceTag`. Some
     /// stores do not look at the tag: whoever copies in parts asks for the tag once more before
-    /// the upload is completed, or may have a mixture of two versions.
+    /// the upload is completed, or may have a mixture of two versions. Throws SourceFailure, too.
     UploadedPart copyPart(std::string_view key, std::string_view upload, unsigned number,
                           std::string_view source, std::string_view sourceTag, std::uint64_t offset,
                           std::uint64_t size, Deadline const& deadline) const;

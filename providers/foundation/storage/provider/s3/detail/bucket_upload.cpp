@@ -143,10 +143,7 @@ UploadedPart Bucket::copyPart(std::string_view key, std::string_view upload, uns
     try {
         return {number, tagIn(store_->ask(question, deadline).body, "CopyPartResult"), size};
     } catch (StoreFailure const& failure) {
-        if (failure.status() == 412) {
-            throw sourceHasChanged();
-        }
-        throw;
+        failCopy(failure);
     }
 }
 

@@ -110,10 +110,7 @@ std::string Bucket::copy(std::string_view source, std::string_view key,
     try {
         return tagIn(store_->ask(question, deadline).body, "CopyObjectResult");
     } catch (StoreFailure const& failure) {
-        if (failure.status() == 412) {
-            throw sourceHasChanged();
-        }
-        throw;
+        failCopy(failure);
     }
 }
 

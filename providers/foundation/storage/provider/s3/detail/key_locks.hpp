@@ -1,10 +1,11 @@
 #pragma once
 
+#include <foundation/storage/provider/web/deadline.hpp>
+
 #include <condition_variable>
 #include <mutex>
 #include <set>
 #include <string>
-#include <utility>
 
 namespace foundation::storage::provider::s3::detail {
 
@@ -12,47 +13,36 @@ namespace foundation::storage::provider::s3::detail {
 /// through one provider. Safe on any thread.
 class KeyLocks {
   public:
+    /// Single keys, and all keys with a prefix.
+    struct Names {
+        std::set<std::string> keys = {};
+        std::set<std::string> prefixes = {};
+    };
+
     /// While it lives nobody else has a lock on any of its keys. Does not outlive the locks.
     class Held {
       public:
-        Held(KeyLocks& locks, std::set<std::string> keys) : locks_(locks), keys_(std::move(keys)) {
-            std::unique_lock lock(locks_.mutex_);
-            locks_.released_.wait(lock, [&] {
-                for (std::string const& key : keys_) {
-                    if (locks_.held_.contains(key)) {
-                        return false;
-                    }
-                }
-                return true;
-            });
-            locks_.held_.insert(keys_.begin(), keys_.end());
-        }
+        Held(KeyLocks& locks, Names names, web::Deadline const& deadline);
         Held(Held const&) = delete;
         Held& operator=(Held const&) = delete;
-        ~Held() {
-            {
-                std::lock_guard const lock(locks_.mutex_);
-                for (std::string const& key : keys_) {
-                    locks_.held_.erase(key);
-                }
-            }
-            locks_.released_.notify_all();
-        }
+        ~Held();
 
       private:
         KeyLocks& locks_;
-        std::set<std::string> const keys_;
+        Names const names_;
     };
 
-    Held lock(std::string const& key) { return Held(*this, {key}); }
-    Held lock(std::string const& one, std::string const& other) {
-        return Held(*this, {one, other});
-    }
+    /// Waits for those who have one of them. Throws web::Failure, code ResourceInUse, where that
+    /// takes longer than the deadline.
+    Held lock(web::Deadline const& deadline, std::set<std::string> keys,
+              std::set<std::string> prefixes = {});
 
   private:
+    bool isFree(Names const& names) const;
+
     std::mutex mutex_;
     std::condition_variable released_;
-    std::set<std::string> held_; ///< guarded by the mutex
+    Names held_; ///< guarded by the mutex
 };
 
 } // namespace foundation::storage::provider::s3::detail

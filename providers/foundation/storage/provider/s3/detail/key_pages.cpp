@@ -38,7 +38,7 @@ void ListingCourse::endPage(std::string continuation) {
 std::vector<ListedObject> KeyPages::next(web::Deadline const& deadline) {
     ListPage page = bucket_.list({.prefix = prefix_,
                                   .isDelimited = false,
-                                  .startAfter = {},
+                                  .startAfter = startAfter_,
                                   .continuation = course_.continuation(),
                                   .mostKeys = mostKeys_},
                                  deadline);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace foundation::storage::provider::s3::detail {
@@ -34,9 +35,11 @@ class ListingCourse {
 /// All keys with a prefix, in their order. For one thread. Throws web::Failure.
 class KeyPages {
   public:
-    KeyPages(Bucket const& bucket, std::string prefix, unsigned mostKeys)
+    KeyPages(Bucket const& bucket, std::string prefix, unsigned mostKeys,
+             std::string startAfter = {})
         : bucket_(bucket),
           prefix_(std::move(prefix)),
+          startAfter_(std::move(startAfter)),
           mostKeys_(mostKeys) {}
 
     bool isAtEnd() const noexcept { return isBegun_ && course_.isAtEnd(); }
@@ -46,6 +49,7 @@ class KeyPages {
   private:
     Bucket const& bucket_;
     std::string const prefix_;
+    std::string const startAfter_;
     unsigned const mostKeys_;
     ListingCourse course_;
     bool isBegun_ = false;

@@ -24,10 +24,8 @@ class KeyRemoval {
         while (inFlight_.size() >= bucket_->options().concurrency) {
             takeOldest();
         }
-        inFlight_.add([&] {
-            return threads_.ask([bucket = bucket_, keys = std::move(keys)] {
-                return bucket->remove(keys, bucket->deadline());
-            });
+        inFlight_.add(threads_, [bucket = bucket_, keys = std::move(keys)] {
+            return bucket->remove(keys, bucket->deadline());
         });
     }
 

@@ -3,6 +3,7 @@
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/exception.hpp>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace foundation::storage::provider::s3::detail {
@@ -83,6 +84,15 @@ bool isPath(std::string_view path) noexcept {
         }
         start = slash + 1;
     }
+}
+
+StorageIRI itemBelow(StorageIRI const& location, std::string_view folder, std::string_view key) {
+    std::string_view path = key;
+    path.remove_prefix(std::min(path.size(), folder.size()));
+    if (path.ends_with('/')) { // the marker of a folder
+        path.remove_suffix(1);
+    }
+    return isPath(path) ? StorageIRI(location, fl::i18n::to_ustring(path)) : location;
 }
 
 } // namespace foundation::storage::provider::s3::detail

@@ -19,6 +19,8 @@ struct ItemKey {
     /// What the keys of everything in the folder begin with, and the key of its marker: the same
     /// with a slash behind it. Empty for the root.
     std::string folder() const { return isRoot() ? std::string() : file + '/'; }
+    /// Whether there is room for the slash.
+    bool canBeFolder() const noexcept { return file.size() < longestKey; }
     /// Of the folder that it lies in. REQUIRES: not the root.
     ItemKey parent() const;
     std::string_view name() const noexcept;
@@ -33,5 +35,9 @@ ItemKey itemKey(StorageIRI const& location);
 /// Whether a path without a slash at either end can be the one of a location: UTF-8 without empty
 /// segments, `.`, `..` and NUL.
 bool isPath(std::string_view path) noexcept;
+
+/// The location of a key below a folder, whose own keys begin with `folder`; that of the folder
+/// where the key has none.
+StorageIRI itemBelow(StorageIRI const& location, std::string_view folder, std::string_view key);
 
 } // namespace foundation::storage::provider::s3::detail

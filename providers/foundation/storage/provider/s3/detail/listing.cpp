@@ -90,7 +90,7 @@ class PageMaker {
 
 } // namespace
 
-ListedPagePtr readPage(Listing const& listing, ListingState state) {
+ListedPagePtr readPage(Listing const& listing, ListingState state, web::Deadline const& deadline) {
     Bucket const& bucket = *listing.bucket;
     bool const isDelimited = listing.selection.depth == Depth::Flat;
     ListPage const page = bucket.list({.prefix = listing.prefix,
@@ -98,7 +98,13 @@ ListedPagePtr readPage(Listing const& listing, ListingState state) {
                                        .startAfter = {},
                                        .continuation = state.course.continuation(),
                                        .mostKeys = bucket.options().pageSize},
-                                      bucket.deadline());
+                                      deadline);
+    bool const isNothingLeft =
+        page.objects.empty() && page.prefixes.empty() && page.continuation.empty();
+    if (isNothingLeft && !state.course.isEmpty() && !listing.prefix.empty() &&
+        firstKeys(bucket, listing.prefix, 1, deadline).empty()) {
+        throw web::Failure(ErrorCode::ResourceNotFound, "the folder is gone that is listed");
+    }
     PageMaker maker(listing, std::move(state));
     auto prefix = page.prefixes.begin();
     for (ListedObject const& object : page.objects) {
@@ -119,8 +125,11 @@ std::shared_ptr<PageFetch> ListedPage::next(ListingPtr const& listing,
     if (auto known = next_.lock()) {
         return known;
     }
-    auto fetch = std::make_shared<PageFetch>(
-        threads.ask([listing, state = behind_] { return readPage(*listing, state); }).share());
+    std::stop_source const stop;
+    auto page = threads.ask([listing, state = behind_, token = stop.get_token()] {
+        return readPage(*listing, state, listing->bucket->deadline(token));
+    });
+    auto fetch = std::make_shared<PageFetch>(page.share(), stop);
     next_ = fetch;
     return fetch;
 }

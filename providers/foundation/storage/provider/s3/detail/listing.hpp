@@ -10,6 +10,7 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -80,18 +81,25 @@ class ListedPage {
 };
 using ListedPagePtr = std::shared_ptr<ListedPage const>;
 
-/// A page that is on its way, or there.
+/// A page that is on its way, or there. Whoever lets it go last ends what is on its way.
 class PageFetch {
   public:
-    explicit PageFetch(std::shared_future<ListedPagePtr> page) : page_(std::move(page)) {}
+    PageFetch(std::shared_future<ListedPagePtr> page, std::stop_source stop)
+        : page_(std::move(page)),
+          stop_(std::move(stop)) {}
+    PageFetch(PageFetch const&) = delete;
+    PageFetch& operator=(PageFetch const&) = delete;
+    ~PageFetch() { stop_.request_stop(); }
     /// Throws web::Failure.
     ListedPagePtr get() const { return page_.get(); }
 
   private:
     std::shared_future<ListedPagePtr> const page_;
+    std::stop_source stop_;
 };
 
-/// Asks for a page. Throws web::Failure, also where keys come out of their order.
-ListedPagePtr readPage(Listing const& listing, ListingState state);
+/// Asks for a page. Throws web::Failure, also where keys come out of their order, and where the
+/// listed folder is gone behind the first page.
+ListedPagePtr readPage(Listing const& listing, ListingState state, web::Deadline const& deadline);
 
 } // namespace foundation::storage::provider::s3::detail

@@ -1,5 +1,7 @@
 #include <foundation/storage/provider/s3/detail/new_content.hpp>
 
+#include <foundation/storage/provider/s3/detail/likeness.hpp>
+
 #include <algorithm>
 #include <utility>
 #include <vector>
@@ -140,7 +142,7 @@ void AppendedContent::publish() {
     if (!head) {
         throw web::Failure(ErrorCode::ResourceNotFound, "the file is gone that is appended to");
     }
-    Upload upload(bucket_, threads_, key_, {});
+    Upload upload(bucket_, threads_, key_, likenessOf(*head).conditions);
     if (head->size >= Upload::smallestPart) {
         upload.startWith({bucket_, bucketName_, key_, *head});
     } else {

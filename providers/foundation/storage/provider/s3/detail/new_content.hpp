@@ -89,7 +89,8 @@ class AppendedContent final : public NewContent {
     void write(std::uint64_t position, std::span<char const> bytes) override;
     bool isChanged() const override { return spool_->size() != 0; }
     void setLastModified(Timestamp time) override;
-    /// REQUIRES: nobody else of this process changes the object meanwhile.
+    /// What the object has beside its bytes stays, but for its time. REQUIRES: nobody else of this
+    /// process changes it meanwhile.
     void publish() override;
 
   private:

@@ -8,7 +8,6 @@ using web::Failure;
 
 namespace {
 
-constexpr std::int64_t nanosecondsOfSecond = 1'000'000'000;
 /// So many bytes without a failure make up for the failures before.
 constexpr std::uint64_t realProgress = std::uint64_t{64} * 1024;
 
@@ -22,7 +21,7 @@ ObjectHead objectHeadOf(web::Headers const& headers, std::uint64_t size) {
     ObjectHead head;
     head.size = size;
     if (auto const value = headers.find("Last-Modified")) {
-        head.lastModified = web::parseHttpDate(*value).value_or(0) * nanosecondsOfSecond;
+        head.lastModified = nanosecondsOf(web::parseHttpDate(*value).value_or(0));
     }
     head.eTag = headers.find("ETag").value_or("");
     head.headers = headers;

@@ -24,11 +24,12 @@ ObjectReader::ObjectReader(std::shared_ptr<Bucket const> bucket,
 
 ObjectReader::~ObjectReader() {
     forget();
+    stop_.request_stop();
 }
 
-ObjectHead ObjectReader::open() {
+ObjectHead ObjectReader::open(web::Deadline const& deadline) {
     auto buffer = std::make_unique_for_overwrite<char[]>(startRange);
-    ObjectHead head = bucket_->read(key_, 0, {buffer.get(), startRange}, {}, bucket_->deadline());
+    ObjectHead head = bucket_->read(key_, 0, {buffer.get(), startRange}, {}, deadline);
     if (head.size > startRange && !head.hasStrongTag()) {
         throw web::Failure(ErrorCode::IOError,
                            "the store does not tell versions of a large object apart");
@@ -134,12 +135,13 @@ void ObjectReader::add(std::uint64_t size, Start start) {
     part->bytes = std::make_unique_for_overwrite<char[]>(part->size);
     part->done = part->promise.get_future();
     if (start == Start::Now) {
-        threads_->run([part, bucket = bucket_, key = key_, eTag = eTag_, whole = size_] {
+        threads_->run([part, bucket = bucket_, key = key_, eTag = eTag_, whole = size_,
+                       stop = stop_.get_token()] {
             if (part->isTaken.exchange(true)) {
                 return;
             }
             try {
-                fetch(*bucket, key, eTag, whole, *part);
+                fetch(*bucket, key, eTag, whole, stop, *part);
                 part->promise.set_value();
             } catch (...) {
                 part->promise.set_exception(std::current_exception());
@@ -151,13 +153,13 @@ void ObjectReader::add(std::uint64_t size, Start start) {
 }
 
 void ObjectReader::fetch(Part& part) const {
-    fetch(*bucket_, key_, eTag_, size_, part);
+    fetch(*bucket_, key_, eTag_, size_, {}, part);
 }
 
 void ObjectReader::fetch(Bucket const& bucket, std::string const& key, std::string const& eTag,
-                         std::uint64_t size, Part& part) {
+                         std::uint64_t size, std::stop_token const& stop, Part& part) {
     ObjectHead const head =
-        bucket.read(key, part.offset, {part.bytes.get(), part.size}, eTag, bucket.deadline());
+        bucket.read(key, part.offset, {part.bytes.get(), part.size}, eTag, bucket.deadline(stop));
     if (head.size != size || head.eTag != eTag) {
         throw web::Failure(ErrorCode::IOError, "the file has changed since it was opened");
     }

@@ -9,6 +9,7 @@
 #include <future>
 #include <memory>
 #include <span>
+#include <stop_token>
 #include <string>
 
 namespace foundation::storage::provider::s3::detail {
@@ -17,7 +18,7 @@ namespace foundation::storage::provider::s3::detail {
 /// a failure, and so is one without a tag that does not come with the first answer. While reading
 /// goes on in one direction, ever more is asked for ahead of it, in parts and on several
 /// connections at once; a jump begins again with little. Keeps as many parts in memory as requests
-/// may be in flight, and the start of the object.
+/// may be in flight, and the start of the object. Whoever lets it go ends what is on its way.
 ///
 /// For one thread at a time. Throws web::Failure.
 class ObjectReader {
@@ -27,7 +28,7 @@ class ObjectReader {
     ~ObjectReader();
 
     /// Asks for the start. REQUIRES: called once, before anything else.
-    ObjectHead open();
+    ObjectHead open(web::Deadline const& deadline);
     std::uint64_t size() const noexcept { return size_; }
     /// Fills the buffer; fewer bytes only at the end of the object.
     std::size_t readAt(std::uint64_t position, std::span<char> buffer);
@@ -54,7 +55,7 @@ class ObjectReader {
     void add(std::uint64_t size, Start start);
     void fetch(Part& part) const;
     static void fetch(Bucket const& bucket, std::string const& key, std::string const& eTag,
-                      std::uint64_t size, Part& part);
+                      std::uint64_t size, std::stop_token const& stop, Part& part);
     void forget() noexcept;
 
     std::shared_ptr<Bucket const> const bucket_;
@@ -64,6 +65,7 @@ class ObjectReader {
     std::string eTag_;
     std::size_t startSize_ = 0;
     std::unique_ptr<char[]> start_;
+    std::stop_source stop_;      ///< of what goes ahead
     std::deque<PartPtr> parts_;  ///< one behind the other, without gaps
     std::uint64_t next_ = 0;     ///< where the part behind them begins
     std::uint64_t run_ = 0;      ///< bytes read in one direction since the last jump

@@ -1,19 +1,12 @@
 #include <foundation/storage/provider/s3/detail/object_time.hpp>
 
-#include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <iterator>
 #include <limits>
 
 namespace foundation::storage::provider::s3::detail {
 
 namespace {
-
-/// Those that a copy has from its source; see CopyObject.
-constexpr char const* contentFields[] = {"Cache-Control",    "Content-Disposition",
-                                         "Content-Encoding", "Content-Language",
-                                         "Content-Type",     "Expires"};
 
 constexpr std::int32_t nanosecondsInASecond = 1'000'000'000;
 
@@ -80,33 +73,6 @@ Timestamp timeOf(ObjectHead const& head) {
         }
     }
     return {head.lastModified / nanosecondsInASecond, 0};
-}
-
-std::optional<PutConditions> likenessOf(ObjectHead const& head, Timestamp time) {
-    constexpr std::string_view prefix = "x-amz-meta-";
-    PutConditions likeness;
-    for (auto const& [name, value] : head.headers.fields()) {
-        bool const isField =
-            std::any_of(std::begin(contentFields), std::end(contentFields),
-                        [&](char const* field) { return web::areEqualNames(name, field); });
-        bool const isMetadata =
-            name.size() > prefix.size() &&
-            web::areEqualNames(std::string_view(name).substr(0, prefix.size()), prefix);
-        if (!isField && !isMetadata) {
-            continue;
-        }
-        if (!std::all_of(value.begin(), value.end(), [](char c) { return c >= ' ' && c <= '~'; })) {
-            return std::nullopt;
-        }
-        std::string key = isField ? name : name.substr(prefix.size());
-        if (isField) {
-            likeness.contentFields.emplace_back(std::move(key), value);
-        } else if (!web::areEqualNames(key, timeField)) {
-            likeness.metadata.emplace_back(std::move(key), value);
-        }
-    }
-    likeness.metadata.emplace_back(timeField, timeText(time));
-    return likeness;
 }
 
 } // namespace foundation::storage::provider::s3::detail

@@ -21,8 +21,4 @@ std::optional<Timestamp> parseTimeText(std::string_view text);
 /// as heads of answers tell it.
 Timestamp timeOf(ObjectHead const& head);
 
-/// What an object has beside its bytes, for a copy of it that has this time; nothing where that
-/// cannot be told in a request.
-std::optional<PutConditions> likenessOf(ObjectHead const& head, Timestamp time);
-
 } // namespace foundation::storage::provider::s3::detail

@@ -45,8 +45,18 @@ web::Failure existsAlready() {
     return {ErrorCode::ResourceAlreadyExists, "there is such an object already"};
 }
 
-web::Failure sourceHasChanged() {
+SourceFailure sourceHasChanged() {
     return {ErrorCode::IOError, "the object has changed while it was copied"};
+}
+
+void failCopy(StoreFailure const& failure) {
+    if (failure.status() == 412) {
+        throw sourceHasChanged();
+    }
+    if (failure.word() == "NoSuchKey") {
+        throw SourceFailure(failure.code(), failure.what());
+    }
+    throw StoreFailure(failure);
 }
 
 } // namespace foundation::storage::provider::s3::detail

@@ -10,6 +10,7 @@
 namespace foundation::storage::provider::s3::detail {
 
 struct Doubt;
+class StoreFailure;
 
 /// Throws where a value cannot stand in a request.
 void addMetadata(web::Headers& headers, PutConditions const& conditions);
@@ -24,6 +25,8 @@ std::int64_t timeOf(web::Headers const& headers, std::int64_t otherwise);
 bool isRecent(ObjectHead const& head, Doubt const& doubt, std::int64_t now);
 
 web::Failure existsAlready();
-web::Failure sourceHasChanged();
+SourceFailure sourceHasChanged();
+/// Why a copy is refused.
+[[noreturn]] void failCopy(StoreFailure const& failure);
 
 } // namespace foundation::storage::provider::s3::detail

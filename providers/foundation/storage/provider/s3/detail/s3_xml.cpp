@@ -101,7 +101,8 @@ std::int64_t timeIn(std::string_view text) {
     if (!date.ok() || inDay > hours(24)) {
         throw wrongAnswer("a time is malformed");
     }
-    return nanoseconds(sys_days(date).time_since_epoch() + inDay + fraction).count();
+    seconds const whole = sys_days(date).time_since_epoch() + inDay;
+    return nanosecondsOf(whole.count()) + fraction.count();
 }
 
 ListedObject objectIn(pugi::xml_node node, bool isEncoded) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/s3/detail/bucket.hpp>
 #include <foundation/storage/provider/web/failure.hpp>
 
 #include <new>
@@ -36,6 +37,18 @@ auto translated(StorageIRI const& location, Call const& call) {
     } catch (std::system_error const&) { // of threads
         throw Exception(ErrorCode::InternalError, location);
     }
+}
+
+/// The same for a copy, which fails by its source or by its destination.
+template<class Call>
+auto translatedCopy(StorageIRI const& source, StorageIRI const& destination, Call const& call) {
+    return translated(destination, [&] {
+        try {
+            return call();
+        } catch (SourceFailure const& failure) {
+            throw Exception(failure.code(), source);
+        }
+    });
 }
 
 } // namespace foundation::storage::provider::s3::detail

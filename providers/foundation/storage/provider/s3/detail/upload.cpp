@@ -1,6 +1,6 @@
 #include <foundation/storage/provider/s3/detail/upload.hpp>
 
-#include <foundation/storage/provider/s3/detail/object_time.hpp>
+#include <foundation/storage/provider/s3/detail/likeness.hpp>
 #include <foundation/storage/provider/s3/detail/request_fields.hpp>
 #include <foundation/storage/provider/s3/detail/translation.hpp>
 
@@ -12,16 +12,18 @@ namespace foundation::storage::provider::s3::detail {
 
 namespace {
 
-// The protocol's bounds.
-constexpr unsigned mostParts = 10'000;
-constexpr std::uint64_t largestPart = std::uint64_t{5} * 1024 * 1024 * 1024;
-
 /// Of a copy within the store, which is to answer before anybody takes it for dead.
 constexpr std::uint64_t copiedPart = std::uint64_t{256} * 1024 * 1024;
 
-/// Parts of one size; then the next ones are twice as large, so that 10,000 are enough for any
-/// object.
-constexpr unsigned partsOfOneSize = 1'000;
+/// Parts of the usual size, which stores are content with that want parts of one size; then each
+/// number of the larger ones is twice as large as the one before.
+constexpr unsigned usualParts = 1'000;
+constexpr unsigned largerParts = 600;
+constexpr std::uint64_t largestInMemory = std::uint64_t{1024} * 1024 * 1024;
+
+/// For those that are on their way when nobody wants them any more, and for the store to forget
+/// them, each.
+constexpr std::chrono::seconds cleaningTime{5};
 
 } // namespace
 
@@ -37,12 +39,16 @@ Upload::~Upload() {
 }
 
 void Upload::setLastModified(Timestamp time) {
-    conditions_.metadata.emplace_back(timeField, timeText(time));
+    setTime(conditions_, time);
 }
 
 std::uint64_t Upload::partSize() const {
-    return std::clamp(bucket_->options().partSize << (number_ / partsOfOneSize), smallestPart,
-                      largestPart);
+    return partSizeBehind(number_, bucket_->options().partSize);
+}
+
+std::uint64_t Upload::partSizeBehind(unsigned parts, std::uint64_t usual) noexcept {
+    unsigned const doublings = parts < usualParts ? 0 : 1 + (parts - usualParts) / largerParts;
+    return std::min(usual << doublings, std::max(usual, largestInMemory));
 }
 
 void Upload::append(std::span<char const> bytes) {
@@ -101,8 +107,9 @@ void Upload::sendPart() {
     }
     std::size_t const size = buffer_.size();
     unsigned const number = nextNumber();
-    ask([bucket = bucket_, key = key_, id = id_, number, content = std::move(buffer_)] {
-        return bucket->uploadPart(key, id, number, content, bucket->deadline());
+    ask([bucket = bucket_, key = key_, id = id_, number,
+         content = std::move(buffer_)](web::Deadline const& deadline) {
+        return bucket->uploadPart(key, id, number, content, deadline);
     });
     sent_ += size;
     buffer_ = {};
@@ -110,9 +117,10 @@ void Upload::sendPart() {
 }
 
 /// Has a part sent. What it holds is gone if that fails.
-void Upload::ask(std::function<UploadedPart()> send) {
+void Upload::ask(std::function<UploadedPart(web::Deadline const&)> send) {
     try {
-        inFlight_.add([&] { return threads_->ask(std::move(send)); });
+        inFlight_.add(*threads_, [bucket = bucket_, stop = stop_.get_token(),
+                                  send = std::move(send)] { return send(bucket->deadline(stop)); });
     } catch (...) {
         lost_ = currentFailure();
         throw;
@@ -130,13 +138,13 @@ void Upload::takeOldest() {
 
 void Upload::startWith(CopySource source, std::function<void(std::uint64_t done)> const& progress) {
     if (!source.head.hasStrongTag()) {
-        throw web::Failure(ErrorCode::IOError,
-                           "the store does not tell versions of a large object apart");
+        throw SourceFailure(ErrorCode::IOError,
+                            "the store does not tell versions of a large object apart");
     }
     source_ = std::move(source);
     std::uint64_t const size = source_->head.size;
     begin();
-    std::uint64_t const usual = std::max(copiedPart, size / (mostParts - partsOfOneSize));
+    std::uint64_t const usual = std::max(copiedPart, size / (mostParts - usualParts));
     std::uint64_t done = 0;
     std::deque<std::uint64_t> pieces;
     auto const take = [&] {
@@ -157,8 +165,8 @@ void Upload::startWith(CopySource source, std::function<void(std::uint64_t done)
         }
         unsigned const number = nextNumber();
         ask([bucket = bucket_, key = key_, id = id_, path = source_->path(),
-             eTag = source_->head.eTag, number, offset, piece] {
-            return bucket->copyPart(key, id, number, path, eTag, offset, piece, bucket->deadline());
+             eTag = source_->head.eTag, number, offset, piece](web::Deadline const& deadline) {
+            return bucket->copyPart(key, id, number, path, eTag, offset, piece, deadline);
         });
         pieces.push_back(piece);
         offset += piece;
@@ -201,13 +209,19 @@ void Upload::finish() {
 }
 
 void Upload::abort() noexcept {
+    auto const allowed =
+        std::min<std::chrono::milliseconds>(cleaningTime, bucket_->options().web.operationTimeout);
+    inFlight_.drop();
     // A part that arrives behind the end of its upload might stay.
-    inFlight_.wait();
+    if (!inFlight_.waitUntil(std::chrono::steady_clock::now() + allowed)) {
+        stop_.request_stop();
+        inFlight_.wait();
+    }
     if (id_.empty() || isFinished_) {
         return;
     }
     try {
-        bucket_->abortUpload(key_, id_, bucket_->deadline());
+        bucket_->abortUpload(key_, id_, web::Deadline(allowed));
     } catch (...) { // NOLINT(bugprone-empty-catch): there is nobody left to tell
     }
 }

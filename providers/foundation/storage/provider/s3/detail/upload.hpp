@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,8 @@ struct CopySource {
 
 /// The new content of an object, on its way to the store: in one request where it is no larger than
 /// a part, and else in parts, several at once. It is there for others when it is finished; without
-/// that nothing is left of it. Keeps as many parts in memory as requests may be in flight, and one
-/// more.
+/// that nothing is left of it. Keeps as many bytes in memory as `concurrency` parts of `partSize`
+/// have, and one part more; beyond a thousand parts, which then grow, never less than two parts.
 ///
 /// For one thread at a time. Throws web::Failure.
 class Upload {
@@ -38,9 +39,11 @@ class Upload {
            std::string key, PutConditions conditions);
     Upload(Upload const&) = delete;
     Upload& operator=(Upload const&) = delete;
+    /// Leaves out what was not sent yet, gives the rest a few seconds to come to its end, and has
+    /// the store forget it all.
     ~Upload();
 
-    /// REQUIRES: nothing was sent yet.
+    /// In place of the time that it was given before. REQUIRES: nothing was sent yet.
     void setLastModified(Timestamp time);
 
     std::uint64_t size() const noexcept { return sent_ + buffer_.size(); }
@@ -59,12 +62,20 @@ class Upload {
 
     /// The protocol has no part smaller than this but the last one.
     static constexpr std::uint64_t smallestPart = std::uint64_t{5} * 1024 * 1024;
+    /// And none larger.
+    static constexpr std::uint64_t largestPart = std::uint64_t{5} * 1024 * 1024 * 1024;
+    /// Nor more of them.
+    static constexpr unsigned mostParts = 10'000;
+
+    /// Of the part behind so many. The first thousand are as they are `usual`; then they grow, so
+    /// that they are enough for 5 TiB, but not beyond 1 GiB, since they lie in memory.
+    static std::uint64_t partSizeBehind(unsigned parts, std::uint64_t usual) noexcept;
 
   private:
     std::uint64_t partSize() const;
     void begin();
     void sendPart();
-    void ask(std::function<UploadedPart()> send);
+    void ask(std::function<UploadedPart(web::Deadline const&)> send);
     void takeOldest();
     unsigned nextNumber();
     void abort() noexcept;
@@ -77,6 +88,7 @@ class Upload {
     std::uint64_t sent_ = 0;
     std::string id_; ///< empty: nothing was sent
     unsigned number_ = 0;
+    std::stop_source stop_;
     InFlight<UploadedPart> inFlight_;
     std::vector<UploadedPart> parts_;
     std::optional<CopySource> source_;
