@@ -8,7 +8,9 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <future>
 #include <stdexcept>
+#include <stop_token>
 #include <thread>
 
 namespace foundation::storage::provider::web {
@@ -241,6 +243,35 @@ TEST_F(WebSending, GivesAServerTimeToWorkOnceItHasTheRequest) {
     request.url = at("/never-answers/0");
     request.body = Body::of(std::span<char const>());
     EXPECT_EQ(sent(web, request), "code 9: the server took longer than the operation may");
+}
+
+TEST_F(WebSending, EndsAtOnceWhereItIsStopped) {
+    WebOptions patient;
+    patient.proxy = "";
+    patient.firstPause = patient.longestPause = std::chrono::minutes(2);
+    Client const web = client(patient);
+    for (std::string const path :
+         {"/never-answers/1000", "/stalls-in-the-body/1000", "/always-busy/1000"}) {
+        std::stop_source stop;
+        auto failed = std::async(std::launch::async, [&] {
+            try {
+                Deadline const deadline = web.deadline(stop.get_token());
+                auto const answer = web.send({"GET", at(path)}, deadline);
+                char buffer[100];
+                while (answer->read(buffer, deadline) > 0) {
+                }
+                return false;
+            } catch (Failure const&) {
+                return true;
+            }
+        });
+        while (server_.countOf(path) == 0) {
+            std::this_thread::yield();
+        }
+        stop.request_stop();
+        ASSERT_EQ(failed.wait_for(std::chrono::seconds(15)), std::future_status::ready) << path;
+        EXPECT_TRUE(failed.get()) << path;
+    }
 }
 
 } // namespace

@@ -395,7 +395,7 @@ class Connection:
         self.send((301, [], b''))
 
     def do_takes_its_time(self):
-        time.sleep(0.4)
+        time.sleep(0.5)
         self.send(self.good())
 
     def do_an_hour_ahead(self):
