@@ -149,6 +149,7 @@ void S3Provider::moveKeys(MovedFolder const& from, MovedFolder const& to) {
         requireUnchanged(page, from, before, pages.isAtEnd());
         before = page.back().key;
         std::vector<std::string> keys;
+        keys.reserve(page.size());
         for (ListedObject const& object : page) {
             keys.push_back(object.key);
         }

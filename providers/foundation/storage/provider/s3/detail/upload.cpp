@@ -209,11 +209,14 @@ void Upload::finish() {
 }
 
 void Upload::abort() noexcept {
-    auto const allowed =
-        std::min<std::chrono::milliseconds>(cleaningTime, bucket_->options().web.operationTimeout);
+    web::WebOptions const& options = bucket_->options().web;
+    std::chrono::milliseconds const allowed(
+        std::min<std::chrono::milliseconds>(cleaningTime, options.operationTimeout));
     inFlight_.drop();
-    // A part that arrives behind the end of its upload might stay.
-    if (!inFlight_.waitUntil(std::chrono::steady_clock::now() + allowed)) {
+    // A part that arrives behind the end of its upload might stay. Those that the store copies take
+    // it longer.
+    auto const patience = source_ ? std::max(allowed, options.stallTimeout) : allowed;
+    if (!inFlight_.waitUntil(std::chrono::steady_clock::now() + patience)) {
         stop_.request_stop();
         inFlight_.wait();
     }
