@@ -51,14 +51,25 @@ class BucketSide final : public ServerSide {
 
     std::vector<std::string> takeUploads() override {
         std::vector<std::string> result;
-        pugi::xml_document document;
-        load(document, url_ + "?uploads");
-        for (pugi::xml_node const upload :
-             document.child("ListMultipartUploadsResult").children("Upload")) {
-            std::string const key = upload.child("Key").text().get();
-            plainRequest("DELETE",
-                         url_ + '/' + key + "?uploadId=" + upload.child("UploadId").text().get());
-            result.push_back(key);
+        for (bool isMore = true; isMore;) {
+            pugi::xml_document document;
+            load(document, url_ + "?uploads&max-uploads=50");
+            pugi::xml_node const listing = document.child("ListMultipartUploadsResult");
+            if (!listing) {
+                throw std::runtime_error(url_ + " gives no listing of uploads");
+            }
+            std::size_t const before = result.size();
+            for (pugi::xml_node const upload : listing.children("Upload")) {
+                std::string const key = upload.child("Key").text().get();
+                std::string const id = upload.child("UploadId").text().get();
+                ask("DELETE", url_ + '/' + key + "?uploadId=" + id);
+                result.push_back(key);
+            }
+            // What is removed is not on the next page.
+            isMore = listing.child("IsTruncated").text().as_bool();
+            if (isMore && result.size() == before) {
+                throw std::runtime_error(url_ + " lists no uploads, and has more");
+            }
         }
         return result;
     }

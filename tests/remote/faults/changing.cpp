@@ -1,3 +1,4 @@
+#include "plain_request.hpp"
 #include "scenario.hpp"
 
 #include <foundation/storage/provider/byte_stream.hpp>
@@ -6,6 +7,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <thread>
 
 namespace remote_faults {
 
@@ -152,6 +154,21 @@ Scenario removeTree() {
 }
 
 } // namespace
+
+Scenario uploadInTheMiddle(Target const& target, std::string& seen) {
+    return {"upload that is not completed", [&target, &seen](Stage const& stage) {
+                auto const stream = replacement(stage, "upload", Policy::ReplaceExisting);
+                writeAll(*stream, manyBytes());
+                // Parts are sent while more is written.
+                for (int i = 0; i < 100 && seen.empty(); ++i) {
+                    std::vector<std::string> const uploads = target.side->takeUploads();
+                    seen = uploads.empty() ? "" : uploads.front();
+                    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                }
+                closePlainConnections();
+                return std::optional<std::string>();
+            }};
+}
 
 std::vector<Scenario> changingScenarios() {
     Files const old = with({{"work/file", oldBytes}});

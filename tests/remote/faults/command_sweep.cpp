@@ -9,9 +9,9 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace remote_faults {
 
@@ -65,69 +65,153 @@ class DiskFile {
     std::string const path_;
 };
 
-std::vector<Words> commandsFor(Target const& target, std::string const& source) {
+struct Command {
+    Words words;
+    /// Prints the same each time, and does so behind a fault that passes.
+    bool isReading = false;
+    /// What it prints, where that is known.
+    std::optional<std::string> expected = {};
+};
+
+std::vector<Command> commandsFor(Target const& target, std::string const& source) {
     std::string const root = fl::i18n::to_string(target.root.toString());
-    std::vector<Words> result{{"stat", "--json", root + "small.txt"},
-                              {"cat", root + "small.txt"},
-                              {"cat", root + "missing"},
-                              {"exists", root + "small.txt"}};
+    std::string const small = readOnlyFiles(target).at("small.txt");
+    std::vector<Command> result{{{"stat", "--json", root + "small.txt"}, true},
+                                {{"cat", root + "small.txt"}, true, small},
+                                {{"cat", root + "missing"}, true},
+                                {{"exists", root + "small.txt"}, true, ""}};
     if (target.hasFolders) {
-        result.insert(result.end(), {{"ls", "-l", root},
-                                     {"find", root + "many", "name-1000*"},
-                                     {"cp", "-v", source, root + "work/copy"},
-                                     {"cp", "-rv", root + "many/name-10000", root + "work/two"},
-                                     {"mv", root + "work/copy", root + "work/moved"},
-                                     {"du", root + "work"},
-                                     {"rm", "-rv", root + "work"}});
+        result.insert(result.end(), {{{"ls", "-l", root + "many"}, true},
+                                     {{"find", root + "many", "name-1000*"}, true},
+                                     {{"cp", "-v", source, root + "work/copy"}},
+                                     {{"cp", "-rv", root + "many/name-10000", root + "work/two"}},
+                                     {{"mv", root + "work/copy", root + "work/moved"}},
+                                     {{"du", root + "work"}, true},
+                                     {{"rm", "-rv", root + "work"}}});
     }
     return result;
 }
 
-/// A stranger is refused without one.
-std::vector<Fault> faultsFor(Who who) {
-    if (who == Who::Stranger) {
-        return {Fault{}};
+struct CommandFault {
+    char const* kind; ///< empty: none
+    Fault fault;
+};
+
+std::vector<CommandFault> faultsFor(Extent extent) {
+    std::vector<CommandFault> result{{"command: 503 twice", {"status", 0, 2}},
+                                     {"command: 503 from there on", {"status", 0, 0}}};
+    if (extent == Extent::Full) {
+        result.push_back({"command: reset", {"reset", 0, 1}});
+        result.push_back({"command: reset from there on", {"reset", 0, 0}});
+        result.push_back({"command: truncated", {"truncate", 0, 1, 300}});
     }
-    return {Fault{}, Fault{"status", 0, 2}, Fault{"reset", 0, 1, 300}, Fault{"status", 0, 0}};
+    return result;
 }
+
+/// Runs of one command, one after the other.
+class CommandRuns {
+  public:
+    CommandRuns(Target const& target, Command const& command, std::string const& path,
+                SweepResult& result)
+        : target_(target),
+          command_(command),
+          words_(command.words),
+          result_(result) {
+        words_.insert(words_.begin(), {"/usr/bin/timeout", "120", path});
+    }
+
+    void runWithoutFault(Who who) {
+        std::string const kind =
+            who == Who::Known ? "command: no fault" : "command: another secret";
+        int const code = run({kind.c_str(), {}}, result_.controls);
+        if (who == Who::Known) {
+            code_ = code;
+            said_ = output_.content();
+            if (command_.expected && (code != 0 || said_ != *command_.expected)) {
+                note(result_.controls[kind][target_.name].wrong, "prints " + said_);
+            }
+        } else if (code == 0) {
+            note(result_.controls[kind][target_.name].wrong, "does it for a stranger");
+        }
+    }
+    /// REQUIRES: it was run without one.
+    void runWith(CommandFault const& fault) {
+        int const code = run(fault, result_.faults);
+        bool const passes = fault.fault.count != 0;
+        if (command_.isReading && (passes || code == 0) &&
+            (code != code_ || output_.content() != said_)) {
+            note(result_.faults[fault.kind][target_.name].wrong,
+                 "ends with " + std::to_string(code) + " and prints " + output_.content());
+        }
+    }
+
+  private:
+    int run(CommandFault const& fault, Tallies& tallies) {
+        what_ = fault.kind;
+        target_.line->set(fault.fault);
+        int const code = Run(words_, output_.path()).wait();
+        bool const took = target_.line->clear().applied != 0 || fault.fault.kind.empty();
+        Tally& tally = tallies[fault.kind][target_.name];
+        tally.runs += took;
+        tally.right += took && code == 0;
+        tally.refused += took && code == 1;
+        if (code == endedByForce) {
+            note(tally.hangs, "does not end");
+        } else if (code != 0 && code != 1) {
+            note(tally.wrong, "ends with " + std::to_string(code));
+        }
+        std::string const printed = output_.content();
+        for (std::string const& secret : target_.secrets) {
+            if (printed.find(secret) != std::string::npos) {
+                note(tally.canaries, "tells a secret");
+            }
+        }
+        return code;
+    }
+    void note(std::size_t& count, std::string const& finding) {
+        ++count;
+        result_.findings.push_back(withoutSecrets(target_, target_.name + ", vfs " +
+                                                               command_.words.front() + ", " +
+                                                               what_ + ": " + finding));
+    }
+
+    Target const& target_;
+    Command const& command_;
+    Words words_;
+    SweepResult& result_;
+    DiskFile output_{"vfs-faults-output", ""};
+    std::string what_;
+    int code_ = -1;
+    std::string said_;
+};
 
 } // namespace
 
-void sweepCommands(Target const& target, std::string const& path, SweepResult& result) {
+std::vector<std::string> kindsOfCommands(Extent extent) {
+    std::vector<std::string> kinds;
+    for (CommandFault const& fault : faultsFor(extent)) {
+        kinds.emplace_back(fault.kind);
+    }
+    return kinds;
+}
+
+void sweepCommands(Target const& target, std::string const& path, Extent extent,
+                   SweepResult& result) {
     DiskFile const source("vfs-faults-source", "some bytes");
-    DiskFile const output("vfs-faults-output", "");
-    Tally& tally = result.kinds["commands, whatever the fault"];
     for (Who const who : {Who::Known, Who::Stranger}) {
         std::map<std::string, std::string> environment = target.environment(who);
         DiskFile const netrc("vfs-faults-netrc", environment["netrc"]);
         environment.erase("netrc");
         environment["NETRC"] = netrc.path();
         Variables const variables(std::move(environment));
-        for (Words words : commandsFor(target, source.path())) {
-            words.insert(words.begin(), {"/usr/bin/timeout", "120", path});
-            for (Fault const& fault : faultsFor(who)) {
-                target.line.set(fault);
-                Run const run(words, output.path());
-                int const code = run.wait();
-                target.line.clear();
-                ++tally.injected;
-                ++(code == 0 ? tally.right : tally.refused);
-                std::string const said =
-                    target.name + ", vfs " + words[3] + ", " + fault.text() + ": ";
-                if (code == endedByForce) {
-                    ++tally.hangs;
-                    result.findings.push_back(said + "does not end");
-                } else if (code != 0 && code != 1) {
-                    ++tally.wrong;
-                    result.findings.push_back(said + "ends with " + std::to_string(code));
-                }
-                for (std::string const& secret : target.secrets) {
-                    std::string const printed = output.content();
-                    if (printed.find(secret) != std::string::npos) {
-                        ++tally.canaries;
-                        result.findings.push_back(said + "tells a secret: " + printed);
-                    }
-                }
+        for (Command const& command : commandsFor(target, source.path())) {
+            CommandRuns runs(target, command, path, result);
+            runs.runWithoutFault(who);
+            if (who == Who::Stranger) {
+                continue; // is refused without a fault
+            }
+            for (CommandFault const& fault : faultsFor(extent)) {
+                runs.runWith(fault);
             }
         }
     }

@@ -5,7 +5,6 @@
 #include <cctype>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
-#include <utility>
 
 namespace remote_faults {
 
@@ -32,6 +31,24 @@ nlohmann::json ask(std::string const& url) {
     return nlohmann::json::parse(answer.body);
 }
 
+class ProxyLine final : public FaultLine {
+  public:
+    explicit ProxyLine(std::string const& endpoint) : control_(endpoint + "/__fault") {}
+
+    void set(Fault const& fault) override {
+        ask(control_ + "?kind=" + fault.kind + "&skip=" + std::to_string(fault.skip) +
+            "&count=" + std::to_string(fault.count) + "&after=" + std::to_string(fault.after) +
+            "&match=" + encoded(fault.match));
+    }
+    FaultCounts clear() override {
+        nlohmann::json const counts = ask(control_);
+        return {counts.at("requests").get<unsigned>(), counts.at("applied").get<unsigned>()};
+    }
+
+  private:
+    std::string const control_;
+};
+
 } // namespace
 
 std::string Fault::text() const {
@@ -42,17 +59,8 @@ std::string Fault::text() const {
            (after != 0 ? " after " + std::to_string(after) + " bytes" : "");
 }
 
-FaultLine::FaultLine(std::string endpoint) : control_(std::move(endpoint) + "/__fault") {}
-
-void FaultLine::set(Fault const& fault) const {
-    ask(control_ + "?kind=" + fault.kind + "&skip=" + std::to_string(fault.skip) +
-        "&count=" + std::to_string(fault.count) + "&after=" + std::to_string(fault.after) +
-        "&match=" + encoded(fault.match));
-}
-
-FaultCounts FaultLine::clear() const {
-    nlohmann::json const counts = ask(control_);
-    return {counts.at("requests").get<unsigned>(), counts.at("applied").get<unsigned>()};
+std::unique_ptr<FaultLine> makeFaultLine(std::string const& endpoint) {
+    return std::make_unique<ProxyLine>(endpoint);
 }
 
 } // namespace remote_faults

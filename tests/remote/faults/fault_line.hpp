@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 namespace remote_faults {
@@ -20,19 +21,21 @@ struct FaultCounts {
     unsigned applied; ///< faults that took place
 };
 
-/// The way to a server through a fault proxy, which has one rule at a time. For one thread.
+/// The way to a server, on which one fault is injected at a time. For one thread.
 class FaultLine {
   public:
-    /// `endpoint` is the proxy's own, without a slash at the end.
-    explicit FaultLine(std::string endpoint);
+    FaultLine() = default;
+    FaultLine(FaultLine const&) = delete;
+    FaultLine& operator=(FaultLine const&) = delete;
+    virtual ~FaultLine() = default;
 
     /// From here on, with counters at zero.
-    void set(Fault const& fault) const;
+    virtual void set(Fault const& fault) = 0;
     /// Ends the rule, and tells what came to pass under it.
-    FaultCounts clear() const;
-
-  private:
-    std::string const control_;
+    virtual FaultCounts clear() = 0;
 };
+
+/// A way through a fault proxy. `endpoint` is the proxy's own, without a slash at the end.
+std::unique_ptr<FaultLine> makeFaultLine(std::string const& endpoint);
 
 } // namespace remote_faults

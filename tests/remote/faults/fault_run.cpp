@@ -159,7 +159,7 @@ RunResult runOnce(Target const& target, Scenario const& scenario, Plan const& pl
         target.side->restore(folder, scenario.before);
     }
 
-    target.line.set(plan.fault);
+    target.line->set(plan.fault);
     Outcome outcome;
     std::promise<void> done;
     std::future<void> const isDone = done.get_future();
@@ -175,7 +175,7 @@ RunResult runOnce(Target const& target, Scenario const& scenario, Plan const& pl
     thread.join();
 
     RunResult result;
-    result.counts = target.line.clear();
+    result.counts = target.line->clear();
     result.failure = outcome.failure;
     result.wrong = outcome.wrong;
     if (outcome.clock.longest > operationTimeout + scenario.allowance + slack) {

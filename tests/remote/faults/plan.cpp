@@ -44,6 +44,17 @@ std::vector<Plan> plansAt(unsigned request, Extent extent, std::string const& la
     return result;
 }
 
+std::vector<std::string> kindsOfLine(Extent extent) {
+    std::set<std::string> kinds;
+    for (Plan const& plan : plansAt(1, extent, ".")) {
+        kinds.insert(plan.kind);
+    }
+    if (extent == Extent::Full) {
+        kinds.insert(resetAt(1, 0).kind);
+    }
+    return {kinds.begin(), kinds.end()};
+}
+
 Plan resetAt(unsigned request, unsigned after) {
     return {"reset at every 10th byte", {"reset", request - 1, 1, after}};
 }

@@ -15,6 +15,7 @@ struct Plan {
     Who who = Who::Known;
     std::chrono::milliseconds patience{3'000};
 
+    bool isFault() const { return !fault.kind.empty(); }
     /// Whether the operation can go on behind it.
     bool passes() const { return who == Who::Known && fault.count != 0; }
 };
@@ -24,6 +25,9 @@ enum class Extent { Full, Few };
 /// The faults at one request of an operation, counted from 1. `lasting` matches the requests that a
 /// fault may hit that goes on for ever.
 std::vector<Plan> plansAt(unsigned request, Extent extent, std::string const& lasting);
+
+/// What all of these are called, and the next one where they are tried at all.
+std::vector<std::string> kindsOfLine(Extent extent);
 
 /// A reset behind so many bytes of the answer.
 Plan resetAt(unsigned request, unsigned after);

@@ -1,5 +1,6 @@
+#include "command_sweep.hpp"
 #include "plain_request.hpp"
-#include "sweep.hpp"
+#include "whole_run.hpp"
 
 #include "remote/server.hpp"
 
@@ -9,13 +10,17 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <set>
 #include <stdexcept>
 #include <thread>
 
 namespace remote_faults {
 namespace {
 
+using foundation::storage::provider::test::told;
 using provider::ErrorCode;
+using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Optional;
@@ -26,19 +31,20 @@ Target const* find(std::vector<Target> const& targets, std::string const& name) 
     return found == targets.end() ? nullptr : &*found;
 }
 
+std::string command() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "vfs";
+}
+
 /// As scripts/faults does, with few faults at few places.
 void expectNothingFound(std::string const& name) {
     std::vector<Target> const targets = allTargets();
     Target const* const target = find(targets, name);
     ASSERT_NE(target, nullptr);
-    prepare(*target);
     SweepResult result;
-    for (Scenario const& scenario : scenariosOf(*target)) {
-        sweep(*target, scenario, Extent::Few, result);
-    }
+    std::vector<Wanted> const wanted{runAll(*target, Extent::Few, "", command(), result)};
+    print(result, wanted);
     EXPECT_THAT(result.findings, IsEmpty());
-    EXPECT_GT(result.sum().injected, 10U);
-    EXPECT_EQ(result.kinds.size(), 8U) << "a kind of fault was not tried";
+    EXPECT_THAT(notInjected(result, wanted), IsEmpty());
 }
 
 class FaultsOnTheLine : public ::testing::Test {
@@ -59,6 +65,65 @@ TEST_F(FaultsOnTheLine, FindNothingInTheUseOfWebDav) {
 TEST_F(FaultsOnTheLine, FindNothingInTheUseOfAStore) {
     VFS_NEEDS_SERVER("VFS_TEST_S3_FAULT_ENDPOINT");
     expectNothingFound("s3");
+}
+
+// That the sweep sees what it looks for.
+
+/// A line on which nothing is injected.
+class SoundLine final : public FaultLine {
+  public:
+    explicit SoundLine(std::shared_ptr<FaultLine> line) : line_(std::move(line)) {}
+    void set(Fault const&) override { line_->set({}); }
+    FaultCounts clear() override { return line_->clear(); }
+
+  private:
+    std::shared_ptr<FaultLine> const line_;
+};
+
+TEST_F(FaultsOnTheLine, AreMissedWhereTheLineInjectsNone) {
+    VFS_NEEDS_SERVER("VFS_TEST_WEB_FAULT_URL");
+    std::vector<Target> targets = allTargets();
+    auto* const target = const_cast<Target*>(find(targets, "web"));
+    target->line = std::make_shared<SoundLine>(target->line);
+    SweepResult result;
+    std::vector<Wanted> wanted{runAll(*target, Extent::Few, "small read", command(), result)};
+    EXPECT_THAT(notInjected(result, wanted),
+                Contains("web: no fault took place of the kind \"503 twice\""));
+    EXPECT_EQ(notInjected(result, wanted).size(), kindsOfLine(Extent::Few).size());
+    wanted = {runAll(*target, Extent::Few, "commands", command(), result)};
+    EXPECT_EQ(notInjected(result, wanted).size(), kindsOfCommands(Extent::Few).size());
+}
+
+TEST_F(FaultsOnTheLine, AreNotLookedForUnderANameThatNoOperationHas) {
+    VFS_NEEDS_SERVER("VFS_TEST_WEB_FAULT_URL");
+    SweepResult result;
+    EXPECT_THROW(runAll(allTargets().front(), Extent::Few, "no such thing", command(), result),
+                 std::runtime_error);
+}
+
+TEST_F(FaultsOnTheLine, MayLeaveMoreUploadsThanAPageOfTheStoreLists) {
+    VFS_NEEDS_SERVER("VFS_TEST_S3_FAULT_ENDPOINT");
+    std::string const bucket =
+        told("VFS_TEST_S3_ENDPOINT") + '/' + told("VFS_TEST_S3_OPEN_BUCKET") + "/pages/";
+    auto const targets = allTargets();
+    std::set<std::string> keys;
+    for (int i = 0; i < 51; ++i) {
+        std::string const key = std::to_string(i);
+        EXPECT_EQ(plainRequest("POST", bucket + key + "?uploads").status, 200);
+        keys.insert("pages/" + key);
+    }
+    std::vector<std::string> const taken = find(targets, "s3")->side->takeUploads();
+    EXPECT_EQ(std::set<std::string>(taken.begin(), taken.end()), keys);
+    EXPECT_THAT(find(targets, "s3")->side->takeUploads(), IsEmpty());
+}
+
+TEST_F(FaultsOnTheLine, AreNotLookedForWhereUploadsCannotBeListed) {
+    VFS_NEEDS_SERVER("VFS_TEST_S3_FAULT_ENDPOINT");
+    // Not open to everybody, and none at all.
+    for (std::string const& bucket : {told("VFS_TEST_S3_BUCKET"), std::string("no-such-bucket")}) {
+        auto const side = makeBucketSide(told("VFS_TEST_S3_ENDPOINT"), bucket, "faults/");
+        EXPECT_THROW(side->takeUploads(), std::runtime_error);
+    }
 }
 
 // Operations with a defect each, so that it is known that the sweep can fail.
@@ -108,7 +173,7 @@ class Defects : public ::testing::Test {
                                 },
                                 {{"work/file", "old"}},
                                 {{"work/file", "new"}}};
-        return runOnce(*target_, scenario, {"none", {}});
+        return runOnce(*target_, scenario, {"no fault", {}});
     }
     [[noreturn]] void fail(std::string const& what = "work") const {
         throw provider::ByteStreamReadFailure(what, ErrorCode::IOError);

@@ -50,6 +50,8 @@ inline constexpr std::size_t manyNames = 3'000;
 
 std::vector<Scenario> readingScenarios(Target const& target);
 std::vector<Scenario> changingScenarios();
+/// Begins an upload that is not completed, and tells of which key one is seen on the server then.
+Scenario uploadInTheMiddle(Target const& target, std::string& seen);
 /// Those that a target can do.
 std::vector<Scenario> scenariosOf(Target const& target);
 

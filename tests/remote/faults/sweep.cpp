@@ -1,6 +1,6 @@
 #include "sweep.hpp"
 
-#include <cstdio>
+#include <stdexcept>
 
 namespace remote_faults {
 
@@ -9,62 +9,22 @@ namespace {
 /// So far answers are swept in steps of ten bytes; heads are shorter.
 constexpr unsigned sweptBytes = 1'000;
 
-class Sweep {
-  public:
-    Sweep(Target const& target, Scenario const& scenario, SweepResult& result)
-        : target_(target),
-          scenario_(scenario),
-          result_(result) {}
-
-    /// How many faults took place.
-    FaultCounts run(Plan const& plan) {
-        RunResult const run = runOnce(target_, scenario_, plan);
-        Tally& tally = result_.kinds[plan.kind];
-        bool const took = run.counts.applied != 0 || plan.fault.kind.empty();
-        tally.injected += took;
-        tally.right += took && !run.failure && !run.wrong;
-        tally.refused += took && run.failure && !run.wrong;
-        note(plan, run.wrong, tally.wrong);
-        note(plan, run.hang, tally.hangs);
-        note(plan, run.leak, tally.leaks);
-        note(plan, run.canary, tally.canaries);
-        return run.counts;
+void requireSightOfUploads(Target const& target) {
+    std::string seen;
+    RunResult const run = runOnce(target, uploadInTheMiddle(target, seen), {"", {}});
+    if (seen.empty() || run.failure) {
+        throw std::runtime_error(target.name + ": an upload that is left would not be seen" +
+                                 (run.failure ? ": " + *run.failure : ""));
     }
-    /// That the operation is right without a fault is what all else rests on.
-    unsigned countRequests() {
-        Plan const plan{"none", {}};
-        FaultCounts const counts = run(plan);
-        if (result_.kinds["none"].refused != 0) {
-            Tally& tally = result_.kinds["none"];
-            tally.refused = 0;
-            note(plan, "fails without a fault", tally.wrong);
-        }
-        return counts.requests;
+    if (!target.side->takeUploads().empty()) {
+        throw std::runtime_error(target.name + ": an upload cannot be removed");
     }
-
-  private:
-    void note(Plan const& plan, std::optional<std::string> const& finding, std::size_t& count) {
-        if (finding) {
-            ++count;
-            result_.findings.push_back(target_.name + ", " + scenario_.name + ", " + plan.kind +
-                                       " (" + plan.fault.text() + "): " + *finding);
-        }
-    }
-
-    Target const& target_;
-    Scenario const& scenario_;
-    SweepResult& result_;
-};
-
-void printLine(std::string const& name, Tally const& tally) {
-    std::printf("%-28s %9zu %7zu %7zu %7zu %7zu %7zu %7zu\n", name.c_str(), tally.injected,
-                tally.right, tally.refused, tally.wrong, tally.hangs, tally.leaks, tally.canaries);
 }
 
 } // namespace
 
 Tally& Tally::operator+=(Tally const& other) {
-    injected += other.injected;
+    runs += other.runs;
     right += other.right;
     refused += other.refused;
     wrong += other.wrong;
@@ -76,48 +36,94 @@ Tally& Tally::operator+=(Tally const& other) {
 
 Tally SweepResult::sum() const {
     Tally result;
-    for (auto const& [kind, tally] : kinds) {
-        result += tally;
+    for (Tallies const* const tallies : {&faults, &controls}) {
+        for (auto const& [kind, byTarget] : *tallies) {
+            for (auto const& [target, tally] : byTarget) {
+                result += tally;
+            }
+        }
     }
     return result;
 }
 
+std::size_t SweepResult::injected(std::string const& kind, std::string const& target) const {
+    auto const byTarget = faults.find(kind);
+    if (byTarget == faults.end() || !byTarget->second.contains(target)) {
+        return 0;
+    }
+    return byTarget->second.at(target).runs;
+}
+
+std::string withoutSecrets(Target const& target, std::string text) {
+    for (std::string const& secret : target.secrets) {
+        for (std::size_t i = 0; (i = text.find(secret)) != std::string::npos;) {
+            text.replace(i, secret.size(), "***");
+        }
+    }
+    return text;
+}
+
 void prepare(Target const& target) {
-    target.line.clear();
+    target.line->clear();
     target.side->takeUploads();
     for (auto const& [path, content] : readOnlyFiles(target)) {
         target.side->put(path, content);
     }
+    if (target.hasUploads) {
+        requireSightOfUploads(target);
+    }
+}
+
+RunResult runAndCount(Target const& target, Scenario const& scenario, Plan const& plan,
+                      SweepResult& result) {
+    RunResult const run = runOnce(target, scenario, plan);
+    Tally& tally = (plan.isFault() ? result.faults : result.controls)[plan.kind][target.name];
+    bool const took = !plan.isFault() || run.counts.applied != 0;
+    tally.runs += took;
+    tally.right += took && !run.failure && !run.wrong;
+    tally.refused += took && run.failure && !run.wrong;
+    auto const note = [&](std::optional<std::string> const& finding, std::size_t& count) {
+        if (finding) {
+            ++count;
+            result.findings.push_back(withoutSecrets(
+                target, target.name + ", " + scenario.name + ", " + plan.kind +
+                            (plan.fault.kind.empty() ? "" : " (" + plan.fault.text() + ')') + ": " +
+                            *finding));
+        }
+    };
+    note(run.wrong, tally.wrong);
+    note(run.hang, tally.hangs);
+    note(run.leak, tally.leaks);
+    note(run.canary, tally.canaries);
+    return run;
 }
 
 void sweep(Target const& target, Scenario const& scenario, Extent extent, SweepResult& result) {
-    Sweep runs(target, scenario, result);
-    unsigned const requests = runs.countRequests();
-    runs.run({"another secret", {}, Who::Stranger});
+    // That the operation is right without a fault is what all else rests on.
+    RunResult const plain = runAndCount(target, scenario, {"no fault", {}}, result);
+    if (plain.failure && !plain.wrong) {
+        ++result.controls["no fault"][target.name].wrong;
+        result.findings.push_back(
+            withoutSecrets(target, target.name + ", " + scenario.name +
+                                       " fails without a fault: " + *plain.failure));
+    }
+    runAndCount(target, scenario, {"another secret", {}, Who::Stranger}, result);
     // What takes back, and what tells of uploads whose beginning was not answered.
     std::string const lasting = scenario.cleansUp ? "^(?!DELETE|GET \\S*[?&]uploads)" : ".";
+    unsigned const requests = plain.counts.requests;
     for (unsigned const request : placesAmong(requests, extent)) {
         for (Plan const& plan : plansAt(request, extent, lasting)) {
-            runs.run(plan);
+            runAndCount(target, scenario, plan, result);
         }
     }
     for (unsigned const request : sweptPlacesAmong(requests, extent)) {
         for (unsigned after = 0; after <= sweptBytes; after += 10) {
-            if (runs.run(resetAt(request, after)).applied == 0) {
+            Plan const plan = resetAt(request, after);
+            if (runAndCount(target, scenario, plan, result).counts.applied == 0) {
                 break; // the answer is shorter
             }
         }
     }
-}
-
-void print(SweepResult const& result) {
-    std::printf("%-28s %9s %7s %7s %7s %7s %7s %7s\n", "fault", "injected", "right", "refused",
-                "wrong", "hangs", "leaks", "canary");
-    for (auto const& [kind, tally] : result.kinds) {
-        printLine(kind, tally);
-    }
-    printLine("in all", result.sum());
-    std::fflush(stdout);
 }
 
 } // namespace remote_faults

@@ -3,18 +3,17 @@
 #include "fault_run.hpp"
 
 #include <cstddef>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 namespace remote_faults {
 
-/// A line of the table: what came of all faults of a kind.
+/// What came of runs of one kind.
 struct Tally {
-    std::size_t injected = 0; ///< runs in which the fault took place
-    std::size_t right = 0;    ///< of these: that had the right result all the same
-    std::size_t refused = 0;  ///< that failed as they should
+    std::size_t runs = 0;    ///< in which the fault took place, where it is one
+    std::size_t right = 0;   ///< of these: that had the right result all the same
+    std::size_t refused = 0; ///< that failed as they should
     std::size_t wrong = 0;
     std::size_t hangs = 0;
     std::size_t leaks = 0;
@@ -24,21 +23,33 @@ struct Tally {
     Tally& operator+=(Tally const& other);
 };
 
+/// By the names of kinds, and of targets.
+using Tallies = std::map<std::string, std::map<std::string, Tally>>;
+
 struct SweepResult {
-    std::map<std::string, Tally> kinds;
+    Tallies faults;                    ///< that took place
+    Tallies controls;                  ///< runs without one
     std::vector<std::string> findings; ///< in words
 
+    /// Of all runs.
     Tally sum() const;
+    std::size_t injected(std::string const& kind, std::string const& target) const;
 };
 
-/// Puts what is read everywhere onto the server.
+/// Secrets are found, and not repeated.
+std::string withoutSecrets(Target const& target, std::string text);
+
+/// Puts what is read everywhere onto the server, and makes sure that an upload that is left behind
+/// would be seen there. Throws std::runtime_error where it would not.
 void prepare(Target const& target);
+
+/// Does one run, and adds to the result what came of it. Where the plan is a fault and it did not
+/// take place, that is nothing but what was found.
+RunResult runAndCount(Target const& target, Scenario const& scenario, Plan const& plan,
+                      SweepResult& result);
 
 /// Does the operation without a fault, as a stranger, and with each fault at its requests. Adds to
 /// the result.
 void sweep(Target const& target, Scenario const& scenario, Extent extent, SweepResult& result);
-
-/// The table.
-void print(SweepResult const& result);
 
 } // namespace remote_faults

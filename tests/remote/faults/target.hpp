@@ -28,7 +28,7 @@ struct Target {
     std::function<std::shared_ptr<provider::IProvider>(Who, std::chrono::milliseconds patience)>
         makeProvider;
     std::shared_ptr<ServerSide> side;
-    FaultLine line;
+    std::shared_ptr<FaultLine> line;
     /// What must be in no text; also as it is sent.
     std::vector<std::string> secrets;
     /// The variables by which the command knows who asks; "netrc" is what is in that file.
@@ -36,6 +36,7 @@ struct Target {
     bool hasFolders = true;
     bool listsTrees = false; ///< has a recursive listing of its own
     bool movesFolders = false;
+    bool hasUploads = false; ///< what is large is written in parts, which can be left behind
 };
 
 /// For what an operation may take as a whole; what takes much longer hangs.

@@ -72,7 +72,7 @@ Target webTarget(std::string name, std::string const& url, std::string const& fo
             root,
             make,
             makeFolderSide(folder + "/faults"),
-            FaultLine(authorityOf(url)),
+            makeFaultLine(authorityOf(url)),
             {password, strangersSecret, base64("canary:" + password),
              base64("canary:" + std::string(strangersSecret))},
             environment};
@@ -111,10 +111,11 @@ Target storeTarget() {
                   root,
                   make,
                   makeBucketSide(told("VFS_TEST_S3_ENDPOINT"), bucket, "faults/"),
-                  FaultLine(line),
+                  makeFaultLine(line),
                   {secret, strangersSecret, token},
                   environment};
     target.listsTrees = true;
+    target.hasUploads = true;
     return target;
 }
 #endif
