@@ -74,18 +74,27 @@ detail::DavClient::Spoken HttpProvider::askSpeech(StorageIRI const& location, un
     return spoken;
 }
 
-/// For a question, which the web answers too: asked once, and what cannot be found out is no.
-bool HttpProvider::speaksDav(StorageIRI const& location, web::Deadline const& deadline) const try {
+/// For a question, which the web answers too: what cannot be found out is no. Where nothing came of
+/// asking as often as requests are sent, it is asked once the next time.
+bool HttpProvider::speaksDav(StorageIRI const& location, web::Deadline const& deadline) const {
     if (location.hasQuery()) {
         return false;
     }
     if (spaces_.speaksDav(location.getResolvedPath())) {
         return true;
     }
-    return !spaces_.isPlain(location.getResolvedPath()) &&
-           askSpeech(location, 1, deadline).speech == detail::DavClient::Speech::Dav;
-} catch (web::Failure const&) {
-    return false;
+    if (spaces_.isPlain(location.getResolvedPath())) {
+        return false;
+    }
+    try {
+        auto const spoken =
+            askSpeech(location, isMuteToOptions_ ? 1 : client_->options().attempts, deadline);
+        isMuteToOptions_ = web::mayPass(spoken.status);
+        return spoken.speech == detail::DavClient::Speech::Dav;
+    } catch (web::Failure const&) {
+        isMuteToOptions_ = true;
+        return false;
+    }
 }
 
 void HttpProvider::requireDav(StorageIRI const& location, web::Deadline const& deadline,

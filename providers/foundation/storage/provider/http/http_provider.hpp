@@ -184,6 +184,7 @@ class HttpProvider final : public IProvider,
     mutable detail::DescriptionMemory known_;
     mutable detail::DescriptionMemory folders_; ///< those that are there
     mutable detail::DavSpaces spaces_;
+    mutable std::atomic<bool> isMuteToOptions_ = false; ///< the last time
     detail::NamesInWork inWork_;
 };
 
