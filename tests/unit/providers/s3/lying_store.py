@@ -240,6 +240,14 @@ class LyingConnection(Connection):
         else:
             self.send(self.good())
 
+    def do_fails_at_page_3_and_removes_slowly(self):
+        if self.operation == 'list' and self.count == 3:
+            self.send(error(403, 'AccessDenied'))
+            return
+        if self.operation == 'remove-many':
+            time.sleep(0.3)
+        self.send(self.good())
+
     def do_stalls_at_page_2(self):
         if self.operation == 'list' and 'continuation-token' in self.query:
             time.sleep(60)

@@ -116,6 +116,18 @@ TEST_F(S3Moves, ARemovalNamesWhatIsRefused) {
     EXPECT_THAT(keys(), ElementsAre("d/e/b"));
 }
 
+TEST_F(S3Moves, NothingIsRemovedBehindTheEndOfARemovalThatFails) {
+    S3Options some = options();
+    some.pageSize = 1;
+    useStore("fails_at_page_3_and_removes_slowly", some);
+    for (char const* key : {"d/1", "d/2", "d/3"}) {
+        put(key);
+    }
+    EXPECT_EQ(codeOf([&] { provider_->removeFolderRecursively(in(u"d")); }),
+              refused(ErrorCode::PermissionDenied));
+    EXPECT_EQ(keys().size(), 3 - server_.countOf("?delete"));
+}
+
 TEST_F(S3Moves, ACopyByPartsThatFailsByItsSourceNamesIt) {
     useStore("others_write_behind_a_copied_part");
     put("a", http::test::content(6 * mebibyte));
