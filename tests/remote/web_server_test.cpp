@@ -2,6 +2,8 @@
 
 #include "server.hpp"
 
+#include "unit/providers/http/trustful_request.hpp"
+
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/byte_stream.hpp>
 #include <foundation/storage/provider/byte_stream_failure.hpp>
@@ -14,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sys/stat.h>
+#include <utility>
 
 namespace foundation::storage::provider::http::test {
 namespace {
@@ -98,11 +101,16 @@ TEST_F(WebServer, GivesPrivateFilesToWhoHasThePassword) {
 }
 
 TEST_F(WebServer, IsNotTrustedWithoutAValidCertificate) {
-    EXPECT_EQ(read(told("VFS_TEST_WEB_EXPIRED_URL") + '/' + name_, options()), "code 9");
-    EXPECT_EQ(read(told("VFS_TEST_WEB_WRONG_NAME_URL") + '/' + name_, options()), "code 9");
     HttpOptions others = options();
     others.web.certificateFile.clear(); // those of the system, which do not know this one
-    EXPECT_EQ(read(told("VFS_TEST_WEB_TLS_URL") + "/html/" + name_, others), "code 9");
+    for (auto const& [folder, given] :
+         {std::pair{told("VFS_TEST_WEB_EXPIRED_URL") + '/', options()},
+          std::pair{told("VFS_TEST_WEB_WRONG_NAME_URL") + '/', options()},
+          std::pair{told("VFS_TEST_WEB_TLS_URL") + "/html/", others}}) {
+        EXPECT_EQ(read(folder + name_, given), "code 9");
+        // Whoever does not look is answered.
+        EXPECT_EQ(statusForTheTrustful(folder + name_), 200) << folder;
+    }
 }
 
 TEST_F(WebServer, DoesNotMixTwoVersionsOfAFile) {

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -26,7 +27,22 @@ std::string lineFrom(int descriptor) {
 
 } // namespace
 
-LyingServer::LyingServer(Tls tls) {
+void LyingServer::makeCertificate(Tls tls) const {
+    std::ofstream(logPath_ + ".ext") << "basicConstraints=CA:true\nsubjectAltName=IP:127.0.0."
+                                     << (tls == Tls::OfAnotherName ? '2' : '1') << '\n';
+    std::string const key = logPath_ + ".key";
+    std::string const make =
+        "openssl req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=test "
+        "-keyout " +
+        key + " 2>/dev/null | openssl x509 -req -signkey " + key + " -extfile " + logPath_ +
+        ".ext -days " + (tls == Tls::Expired ? "-1" : "2") + " -out " + certificate() +
+        " 2>/dev/null";
+    if (std::system(make.c_str()) != 0) { // NOLINT(cert-env33-c): a fixed line
+        throw std::runtime_error("no certificate can be made");
+    }
+}
+
+LyingServer::LyingServer(Tls tls, char const* script) {
     std::string path = "/tmp/lying-server-XXXXXX";
     int const log = ::mkstemp(path.data());
     int toServer[2];
@@ -36,13 +52,8 @@ LyingServer::LyingServer(Tls tls) {
     }
     ::close(log);
     logPath_ = path;
-    if (tls == Tls::Yes) {
-        std::string const make = "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=test "
-                                 "-addext subjectAltName=IP:127.0.0.1 -keyout " +
-                                 logPath_ + ".key -out " + certificate() + " 2>/dev/null";
-        if (std::system(make.c_str()) != 0) { // NOLINT(cert-env33-c): a fixed line
-            throw std::runtime_error("no certificate can be made");
-        }
+    if (tls != Tls::No) {
+        makeCertificate(tls);
     }
     pid_ = ::fork();
     if (pid_ == 0) {
@@ -51,11 +62,11 @@ LyingServer::LyingServer(Tls tls) {
         for (int const descriptor : {toServer[0], toServer[1], fromServer[0], fromServer[1]}) {
             ::close(descriptor);
         }
-        if (tls == Tls::Yes) {
-            ::execlp("python3", "python3", "-I", "-S", LYING_SERVER, logPath_.c_str(),
+        if (tls != Tls::No) {
+            ::execlp("python3", "python3", "-I", "-S", script, logPath_.c_str(),
                      certificate().c_str(), (logPath_ + ".key").c_str(), nullptr);
         } else {
-            ::execlp("python3", "python3", "-I", "-S", LYING_SERVER, logPath_.c_str(), nullptr);
+            ::execlp("python3", "python3", "-I", "-S", script, logPath_.c_str(), nullptr);
         }
         ::_exit(127);
     }
@@ -80,7 +91,7 @@ LyingServer::~LyingServer() {
     ::close(input_);
     ::kill(pid_, SIGKILL);
     ::waitpid(pid_, nullptr, 0);
-    for (char const* const end : {"", ".crt", ".key"}) {
+    for (char const* const end : {"", ".crt", ".key", ".ext", ".tls"}) {
         ::unlink((logPath_ + end).c_str());
     }
 }
@@ -100,6 +111,12 @@ std::size_t LyingServer::countOf(std::string const& part) const {
         std::count_if(all.begin(), all.end(), [&](std::string const& request) {
             return request.find(part) != std::string::npos;
         }));
+}
+
+std::size_t LyingServer::tlsConnections() const {
+    std::ifstream file(logPath_ + ".tls");
+    return static_cast<std::size_t>(
+        std::count(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>(), '\n'));
 }
 
 std::string content(std::size_t size, std::size_t from) {

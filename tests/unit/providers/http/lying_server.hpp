@@ -11,10 +11,11 @@ namespace foundation::storage::provider::http::test {
 /// lying_server.py in a process of its own, which ends with this object.
 class LyingServer {
   public:
-    enum class Tls { No, Yes };
+    enum class Tls { No, Yes, Expired, OfAnotherName };
 
-    /// With TLS it makes a certificate of its own, which nobody trusts, for 127.0.0.1.
-    explicit LyingServer(Tls tls = Tls::No);
+    /// With TLS it makes a certificate of its own, which nobody trusts, for 127.0.0.1; one whose
+    /// time is over, or which is for another address. `script` is what is run.
+    explicit LyingServer(Tls tls = Tls::No, char const* script = LYING_SERVER);
     LyingServer(LyingServer const&) = delete;
     LyingServer& operator=(LyingServer const&) = delete;
     ~LyingServer();
@@ -28,8 +29,12 @@ class LyingServer {
     /// What was asked so far, in order: port, method, target and fields, with a tab between them.
     std::vector<std::string> requests() const;
     std::size_t countOf(std::string const& part) const;
+    /// How often somebody came to the secure authority.
+    std::size_t tlsConnections() const;
 
   private:
+    void makeCertificate(Tls tls) const;
+
     std::string logPath_;
     pid_t pid_ = -1;
     int input_ = -1;

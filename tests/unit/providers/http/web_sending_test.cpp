@@ -274,5 +274,29 @@ TEST_F(WebSending, EndsAtOnceWhereItIsStopped) {
     }
 }
 
+TEST(WebOverTls, SaysThatACertificateIsNotValid) {
+    using Tls = LyingServer::Tls;
+    for (Tls const tls : {Tls::Expired, Tls::OfAnotherName, Tls::Yes}) {
+        LyingServer const server(tls);
+        Url const root =
+            Url::of(StorageIRI(fl::i18n::to_ustring("https://" + server.secureAuthority() + '/')));
+        WebOptions options;
+        options.proxy = "";
+        options.certificateFile = tls == Tls::Yes ? "" : server.certificate();
+        Client const client(root, {}, options);
+        Deadline const deadline = client.deadline();
+        try {
+            client.send({"GET", root}, deadline)->head(deadline);
+            ADD_FAILURE() << "is answered";
+        } catch (Failure const& failure) {
+            EXPECT_EQ(failure.code(), ErrorCode::IOError);
+            EXPECT_THAT(failure.what(), HasSubstr("the certificate of the server is not valid"));
+            EXPECT_FALSE(failure.mayPass()); // so it is asked once
+        }
+        EXPECT_EQ(server.tlsConnections(), 1U);
+        EXPECT_EQ(server.requests().size(), 0U);
+    }
+}
+
 } // namespace
 } // namespace foundation::storage::provider::web
