@@ -36,6 +36,11 @@ struct Facts {
     std::string reason; // the words so far
 };
 
+bool isVague(vfs::ErrorCode code) noexcept {
+    return code == vfs::ErrorCode::IOError || code == vfs::ErrorCode::InternalError ||
+           code == vfs::ErrorCode::Unknown;
+}
+
 // Streams say what happened in a text of the storage's own; it helps where the code says little.
 std::string withDetail(vfs::ErrorCode code, std::string detail) {
     // What the standard library appends to the text of a stream's failure.
@@ -43,10 +48,17 @@ std::string withDetail(vfs::ErrorCode code, std::string detail) {
     if (detail.ends_with(suffix)) {
         detail.resize(detail.size() - suffix.size());
     }
-    bool const vague = code == vfs::ErrorCode::IOError || code == vfs::ErrorCode::InternalError ||
-                       code == vfs::ErrorCode::Unknown;
     std::string const words = wordsFor(code);
-    return vague && !detail.empty() ? words + " (" + onOneLine(detail) + ")" : words;
+    return isVague(code) && !detail.empty() ? words + " (" + onOneLine(detail) + ")" : words;
+}
+
+// Some storages give a reason with a code, which helps also where more than one may be meant.
+std::string withReason(vfs::ErrorCode code, std::string const& reason) {
+    bool const isOneOfMany = isVague(code) || code == vfs::ErrorCode::InvalidLocation ||
+                             code == vfs::ErrorCode::PermissionDenied ||
+                             code == vfs::ErrorCode::UnsupportedOperation;
+    std::string const words = wordsFor(code);
+    return isOneOfMany && !reason.empty() ? words + " (" + onOneLine(reason) + ")" : words;
 }
 
 vfs::ErrorCode systemCode(provider::ErrorCode code) {
@@ -113,14 +125,15 @@ Facts factsOfCurrentFailure() {
         return {{}, {}, false, refusal.what()};
     } catch (vfs::Exception const& failure) {
         vfs::ErrorCode const code = failure.getErrorCode();
-        return {code, failure.getLocation(), false, wordsFor(code)};
+        return {code, failure.getLocation(), false, withReason(code, failure.getReason())};
     } catch (vfs::IOException const& failure) {
         vfs::ErrorCode const code = failure.getErrorCode();
         bool const reading = dynamic_cast<vfs::IOReadException const*>(&failure) != nullptr;
         return {code, {}, reading, withDetail(code, failure.what())};
     } catch (provider::Exception const& failure) {
         vfs::ErrorCode const code = systemCode(failure.getErrorCode());
-        return {code, vfs::AbsoluteIRI(failure.getStorageIRI(), false), false, wordsFor(code)};
+        return {code, vfs::AbsoluteIRI(failure.getStorageIRI(), false), false,
+                withReason(code, failure.getReason())};
     } catch (provider::ByteStreamFailure const& failure) {
         vfs::ErrorCode const code = systemCode(failure.getErrorCode());
         bool const reading =

@@ -5,6 +5,8 @@
 
 #include "unit/providers/http/lying_server.hpp"
 
+#include <foundation/storage/provider/s3/detail/bucket.hpp>
+
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <regex>
@@ -15,6 +17,7 @@
 namespace cli_test {
 namespace {
 
+namespace s3 = foundation::storage::provider::s3;
 using foundation::storage::provider::http::test::LyingServer;
 using ::testing::AllOf;
 using ::testing::Gt;
@@ -36,6 +39,17 @@ class CommandOnAStore : public ::testing::Test {
                               .run();
         EXPECT_THAT(outcome.out + outcome.err, Not(HasSubstr("CANARY")));
         return outcome;
+    }
+
+    /// An object of this name, whatever location has it.
+    void put(std::string const& key, std::string const& bytes = {}) const {
+        s3::S3Options options;
+        options.web.proxy = "";
+        options.endpoint = "http://" + store_.authority();
+        options.region = "eu-test-1";
+        options.credentials = {"CANARYACCESS", "CANARYSECRET/+=", "CANARYTOKEN"};
+        s3::detail::Bucket const bucket("good", options);
+        bucket.put(key, bytes, {}, bucket.deadline());
     }
 
     /// The sum of the ranges that the store is asked for meanwhile; without a range it is too much.
@@ -126,10 +140,55 @@ TEST_F(CommandOnAStore, AsksNobodyUnderAProfileThatIsNowhere) {
     EXPECT_EQ(runAs(".").code, 0) << "what is no store is not concerned";
 }
 
+TEST_F(CommandOnAStore, SaysWhatItCannotName) {
+    for (char const* const key : {"d/x", "d/logs", "d/logs/2024", "d//hidden", "d/z/1"}) {
+        put(key, key);
+    }
+    std::string const all = "s3://good/d: input or output failed (2 keys cannot be listed as files "
+                            "and folders, the first: d//hidden)\n";
+    std::string const flat = "s3://good/d: input or output failed (2 keys or prefixes of keys "
+                             "cannot be listed as files and folders, the first: d//)\n";
+
+    Outcome const copied = run({"cp", "-r", "s3://good/d", "copy"});
+    EXPECT_EQ(copied.code, 1);
+    EXPECT_THAT(copied.err, HasSubstr("vfs: cp: " + flat));
+    EXPECT_EQ(shell(folder_, "find copy -type f | sort").out, "copy/logs\ncopy/x\ncopy/z/1\n");
+
+    Outcome const checked = run({"check", "s3://good/d", "copy"});
+    EXPECT_EQ(checked.code, 1);
+    EXPECT_EQ(checked.err, "vfs: check: " + flat);
+
+    Outcome const found = run({"find", "s3://good/d"});
+    EXPECT_EQ(found.code, 1);
+    EXPECT_EQ(found.err, "vfs: find: " + all);
+    EXPECT_EQ(found.out, "logs\nx\nz\nz/1\n");
+
+    Outcome const summed = run({"du", "s3://good/d"});
+    EXPECT_EQ(summed.code, 1);
+    EXPECT_EQ(summed.err, "vfs: du: " + all);
+
+    Outcome const listed = run({"ls", "s3://good/d"});
+    EXPECT_EQ(listed.code, 1);
+    EXPECT_EQ(listed.err, "vfs: ls: " + flat);
+}
+
+TEST_F(CommandOnAStore, MovesNothingAwayThatItCannotName) {
+    put("d/e/", "bytes of a marker");
+    put("d/x", "1");
+    put("d/x/below", "2");
+    EXPECT_EQ(run({"mv", "s3://good/d", "moved"}).code, 1);
+    EXPECT_EQ(shell(folder_, "cat moved/x").out, "1");
+    Outcome const left = run({"find", "s3://good/d"});
+    EXPECT_THAT(left.out, HasSubstr("e\n"));
+    EXPECT_EQ(run({"cat", "s3://good/d/x/below"}).out, "2");
+    EXPECT_EQ(run({"rm", "-r", "s3://good/d"}).err, "");
+    EXPECT_EQ(run({"exists", "s3://good/d"}).code, 1);
+}
+
 TEST_F(CommandOnAStore, SaysThatItIsNotLetInAndKeepsTheSecret) {
     Outcome const outcome = run({"ls", "s3://good/"}, "CANARYSECRET-wrong");
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_EQ(outcome.err, "vfs: ls: s3://good/: permission denied\n");
+    EXPECT_EQ(outcome.err, "vfs: ls: s3://good/: permission denied (the store answered 403)\n");
 }
 
 } // namespace

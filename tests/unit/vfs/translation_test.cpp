@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <new>
 #include <string>
 #include <thread>
@@ -80,6 +81,29 @@ INSTANTIATE_TEST_SUITE_P(
         Mapping{10, vfs::ErrorCode::InternalError},
         Mapping{11, vfs::ErrorCode::UnsupportedOperation}, Mapping{12, vfs::ErrorCode::Unknown},
         Mapping{13, vfs::ErrorCode::Unknown}, Mapping{0xFFFFFFFF, vfs::ErrorCode::Unknown}));
+
+TEST(Translation, ReasonsOfTheProviderAreKept) {
+    try {
+        translate(provider::Exception(provider::ErrorCode::IOError, location, "the disk is torn"));
+        FAIL();
+    } catch (vfs::Exception const& e) {
+        EXPECT_EQ(e.getReason(), "the disk is torn");
+        EXPECT_EQ(std::unique_ptr<vfs::Exception const>(e.clone())->getReason(),
+                  "the disk is torn");
+        EXPECT_EQ(boost::get_error_info<boost::errinfo_nested_exception>(e), nullptr);
+    }
+}
+
+TEST(Translation, WhereNoReasonIsToldThereIsNone) {
+    try {
+        translate(providerException(9));
+        FAIL();
+    } catch (vfs::Exception const& e) {
+        EXPECT_EQ(e.getReason(), "");
+        using ReasonInfo = boost::error_info<vfs::TagReason, std::string>;
+        EXPECT_EQ(boost::get_error_info<ReasonInfo>(e), nullptr);
+    }
+}
 
 /// Counts how often its diagnostics are composed.
 class TalkativeException : public provider::Exception {

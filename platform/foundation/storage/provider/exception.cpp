@@ -21,9 +21,10 @@ ustring withLocation(char const* name, StorageIRI const& location, std::string c
 
 } // namespace
 
-Exception::Exception(ErrorCode code, StorageIRI location)
+Exception::Exception(ErrorCode code, StorageIRI location, std::string reason)
     : code_(code),
-      location_(std::move(location)) {}
+      location_(std::move(location)),
+      reason_(std::move(reason)) {}
 
 char const* Exception::what() const noexcept {
     return "foundation::storage::provider::Exception";
@@ -32,6 +33,9 @@ char const* Exception::what() const noexcept {
 ustring Exception::ToUstringImpl() const {
     std::ostringstream code;
     code << ", ErrorCode=\"" << code_ << '"';
+    if (!reason_.empty()) {
+        code << ", Reason=\"" << reason_ << '"';
+    }
     return withLocation(what(), location_, code.str());
 }
 

@@ -4,6 +4,8 @@
 #include <foundation/storage/provider/error_code.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
 
+#include <string>
+
 namespace foundation::storage::provider {
 
 /// What a provider throws where an operation on an item fails. The members are plain: one stored
@@ -13,10 +15,13 @@ class FOUNDATION_EXPORT Exception
                                                  std::exception, void> {
   public:
     /// `location` is the item that the failure is about, which need not be the one that was asked.
-    Exception(ErrorCode code, StorageIRI location);
+    /// `reason` says what the code leaves open, for people, in UTF-8; it holds no secret.
+    Exception(ErrorCode code, StorageIRI location, std::string reason = {});
 
     ErrorCode getErrorCode() const noexcept { return code_; }
     StorageIRI getStorageIRI() const noexcept { return location_; }
+    /// Empty where there is no more to say.
+    std::string const& getReason() const noexcept { return reason_; }
 
     char const* what() const noexcept override;
     ustring ToUstringImpl() const override;
@@ -26,6 +31,7 @@ class FOUNDATION_EXPORT Exception
   private:
     ErrorCode code_;
     StorageIRI location_;
+    std::string reason_;
 };
 
 /// The provider reports no changes of this item.

@@ -67,6 +67,28 @@ class ProviderOfBucket : public detail::LyingStore {
         }
         return names;
     }
+    /// What a listing delivers, and how it ends.
+    struct Listed {
+        std::vector<std::string> names;
+        int code = -1; ///< -1 where it comes to its end
+        std::string reason;
+    };
+    static Listed listed(std::unique_ptr<IFolderEntryIterator> const& cursor) {
+        Listed result;
+        try {
+            while (cursor->hasNext()) {
+                cursor->advance();
+                FolderEntry const entry = cursor->currentEntry();
+                result.names.push_back(fl::i18n::to_string(entry.getName()) +
+                                       (entry.isFile() ? "" : "/"));
+            }
+        } catch (Exception const& failure) {
+            result.code = static_cast<int>(failure.getErrorCode());
+            result.reason = failure.getReason();
+            EXPECT_FALSE(cursor->hasNext());
+        }
+        return result;
+    }
     std::vector<std::string> tree(ustring const& path = {}) const {
         return namesOf(*provider_->listAllRecursive(at(path), {}));
     }

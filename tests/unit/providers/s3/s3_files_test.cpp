@@ -46,8 +46,9 @@ TEST_F(S3Files, OfAFileAndAFolderOfOneNameTheFileIsListed) {
     put("a-b");
     put("a/b");
     put("c");
-    EXPECT_THAT(folder(), ElementsAre("a", "a-b", "c"));
-    EXPECT_THAT(tree(), ElementsAre("a", "a-b", "c"));
+    EXPECT_THAT(listed(provider_->listAll(at(u""), {})).names, ElementsAre("a", "a-b", "c"));
+    EXPECT_THAT(listed(provider_->listAllRecursive(at(u""), {})).names,
+                ElementsAre("a", "a-b", "c"));
     EXPECT_EQ(provider_->exists(at(u"a")), ExistsResult::File);
     EXPECT_TRUE(provider_->folderExists(at(u"a")));
     EXPECT_THAT(folder(u"a"), ElementsAre("b"));
@@ -60,10 +61,93 @@ TEST_F(S3Files, KeysThatNoLocationHasAreNotListed) {
          {"/first", "../up", "./here", "a//b", "a/../c", "a/..", "a/good", "..", "b/./", "\xFFx"}) {
         put(key);
     }
-    EXPECT_THAT(tree(), ElementsAre("a/", "a/good"));
-    EXPECT_THAT(folder(u"a"), ElementsAre("good"));
+    Listed const tree = listed(provider_->listAllRecursive(at(u""), {}));
+    EXPECT_THAT(tree.names, ElementsAre("a/", "a/good"));
+    EXPECT_EQ(tree.reason, "9 keys cannot be listed as files and folders, the first: ..");
+    EXPECT_THAT(listed(provider_->listAll(at(u"a"), {})).names, ElementsAre("good"));
     provider_->removeFolderRecursively(at(u"a"));
     EXPECT_FALSE(provider_->folderExists(at(u"a"))) << "what is not listed goes too";
+}
+
+TEST_F(S3Files, AListingThatLeavesOutKeysFailsAtItsEnd) {
+    struct Row {
+        std::string key; // beside `d/x`
+        std::string inTree;
+        std::string inFolder;
+    };
+    std::string const one = "1 key cannot be listed as files and folders, the first: ";
+    std::string const prefix = "1 key or prefix of keys cannot be listed as files and folders, the "
+                               "first: ";
+    for (Row const& row :
+         {Row{"d/x/below", one + "d/x/below", prefix + "d/x/"},
+          Row{"d/x/", one + "d/x/", prefix + "d/x/"},
+          Row{"d//hidden", one + "d//hidden", prefix + "d//"}, Row{"d/.", one + "d/.", one + "d/."},
+          Row{"d/../up", one + "d/../up", prefix + "d/../"},
+          Row{"d/\xFF", one + "d/%FF", one + "d/%FF"},
+          Row{"d/\xE2\x80\xAE", "", ""}, // has a name, whatever it looks like
+          Row{std::string("d/a\0b", 5), one + "d/a%00b", one + "d/a%00b"}}) {
+        put("d/x");
+        put(row.key);
+        for (ustring const& filter : {ustring(), ustring(u"no such*")}) {
+            SCOPED_TRACE(row.inTree + (filter.empty() ? "" : ", filtered"));
+            Listed const ends[] = {listed(provider_->listAllRecursive(at(u"d"), filter)),
+                                   listed(provider_->listAllRecursiveNamesOnly(at(u"d"), filter)),
+                                   listed(provider_->listAll(at(u"d"), filter)),
+                                   listed(provider_->listFiles(at(u"d"), filter)),
+                                   listed(provider_->listFolders(at(u"d"), filter)),
+                                   listed(provider_->listAllNamesOnly(at(u"d"), filter)),
+                                   listed(provider_->listFilesNamesOnly(at(u"d"), filter)),
+                                   listed(provider_->listFoldersNamesOnly(at(u"d"), filter))};
+            for (std::size_t i = 0; i < std::size(ends); ++i) {
+                std::string const& reason = i < 2 ? row.inTree : row.inFolder;
+                EXPECT_EQ(ends[i].reason, reason) << i;
+                EXPECT_EQ(ends[i].code, reason.empty() ? -1 : refused(ErrorCode::IOError)) << i;
+            }
+            EXPECT_EQ(ends[2].names.empty(), !filter.empty());
+        }
+        bucket_->remove(row.key, bucket_->deadline());
+    }
+}
+
+TEST_F(S3Files, AMarkerWithBytesIsMoreThanAFolder) {
+    put("d/e/", "bytes");
+    put("d/e/x");
+    std::string const reason = "1 key cannot be listed as files and folders, the first: d/e/";
+    Listed const tree = listed(provider_->listAllRecursive(at(u"d"), {}));
+    EXPECT_THAT(tree.names, ElementsAre("e/", "e/x"));
+    EXPECT_EQ(tree.reason, reason);
+    EXPECT_THAT(folder(u"d"), ElementsAre("e/")) << "of what is in it nothing is known";
+    Listed const itself = listed(provider_->listAll(at(u"d/e"), {}));
+    EXPECT_THAT(itself.names, ElementsAre("x"));
+    EXPECT_EQ(itself.reason, reason);
+}
+
+TEST_F(S3Files, WhatIsLeftOutIsCountedOverAllPages) {
+    for (int number = 0; number < 20; ++number) {
+        put("d/" + std::to_string(number));
+        put("d/" + std::to_string(number) + "/below");
+    }
+    for (unsigned const pageSize : {1U, 7U, 1000U}) {
+        S3Options some = options();
+        some.pageSize = pageSize;
+        use(some);
+        Listed const tree = listed(provider_->listAllRecursive(at(u"d"), {}));
+        EXPECT_EQ(tree.names.size(), 20U);
+        EXPECT_EQ(tree.reason,
+                  "20 keys cannot be listed as files and folders, the first: d/0/below");
+        Listed const folder = listed(provider_->listAll(at(u"d"), {}));
+        EXPECT_EQ(folder.names.size(), 20U);
+        EXPECT_EQ(folder.reason, "20 keys or prefixes of keys cannot be listed as files and "
+                                 "folders, the first: d/0/");
+    }
+}
+
+TEST_F(S3Files, AMoveWithinTheStoreTakesWhatIsNotListedAlong) {
+    for (char const* key : {"d/x", "d/x/below", "d//hidden"}) {
+        put(key, key);
+    }
+    provider_->moveFolder(at(u"d"), at(u"e"), ReplacementPolicy::FailIfExists);
+    EXPECT_THAT(keys(), ElementsAre("e//hidden", "e/x", "e/x/below"));
 }
 
 TEST_F(S3Files, ATreeIsTheSameInPagesOfAnySize) {

@@ -187,7 +187,8 @@ void S3Provider::removeFolderRecursively(StorageIRI const& location) {
             fail(ErrorCode::ResourceNotFound, location);
         }
         if (failed) {
-            fail(failed->code, detail::itemBelow(location, folder, failed->key));
+            throw Exception(failed->code, detail::itemBelow(location, folder, failed->key),
+                            failed->text);
         }
     });
 }

@@ -94,7 +94,8 @@ void S3Cursor::look() const {
         next_ = Next::Entry;
         return;
     } catch (web::Failure const& failure) {
-        failure_ = std::make_exception_ptr(Exception(failure.code(), listing_->location));
+        failure_ =
+            std::make_exception_ptr(Exception(failure.code(), listing_->location, failure.what()));
     } catch (std::system_error const&) { // of threads
         failure_ = std::make_exception_ptr(Exception(ErrorCode::InternalError, listing_->location));
     } catch (...) {
@@ -120,6 +121,10 @@ bool S3Cursor::moveOn(Position& position) const {
             return true;
         }
         if (position.page->isLast()) {
+            // Whoever copies a listing, and then removes the folder, relies on it to be complete.
+            if (detail::LeftOut const& leftOut = position.page->leftOut(); leftOut.count != 0) {
+                throw web::Failure(ErrorCode::IOError, leftOut.text());
+            }
             return false;
         }
         auto const next = position.next ? position.next : position.page->next(listing_, *threads_);

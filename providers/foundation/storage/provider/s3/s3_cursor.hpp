@@ -14,8 +14,8 @@ namespace foundation::storage::provider::s3 {
 /// nothing.
 ///
 /// hasNext() throws no failure of the store: it answers true, and advance() throws, which ends the
-/// listing. Throws std::logic_error from advance() behind the last entry, and from currentEntry()
-/// before the first.
+/// listing. A listing that leaves out keys fails so at its end, with IOError. Throws
+/// std::logic_error from advance() behind the last entry, and from currentEntry() before the first.
 class S3Cursor final : public IFolderEntryIterator {
   public:
     /// `page` is the first one.

@@ -60,7 +60,7 @@ std::shared_ptr<detail::Bucket const> bucketOf(StorageIRI const& location, std::
     try {
         return std::make_shared<detail::Bucket const>(name, options);
     } catch (web::Failure const& failure) {
-        throw Exception(failure.code(), location);
+        throw Exception(failure.code(), location, failure.what());
     }
 }
 

@@ -11,6 +11,7 @@ namespace {
 
 using CodeInfo = boost::error_info<TagErrorCode, ErrorCode>;
 using LocationInfo = boost::error_info<TagAbsoluteIRI, AbsoluteIRI>;
+using ReasonInfo = boost::error_info<TagReason, std::string>;
 
 template<class E>
 ustring describe(E const& exception, ustring const& more = {}) {
@@ -31,6 +32,10 @@ ErrorCode Exception::getErrorCode() const {
 }
 AbsoluteIRI Exception::getLocation() const {
     return *boost::get_error_info<LocationInfo>(*this);
+}
+std::string Exception::getReason() const {
+    std::string const* const reason = boost::get_error_info<ReasonInfo>(*this);
+    return reason ? *reason : std::string();
 }
 
 char const* Exception::what() const noexcept {

@@ -5,12 +5,16 @@
 #include <foundation/storage/vfs/errors/error_code.hpp>
 #include <foundation/storage/vfs/iri/absolute_iri.hpp>
 
+#include <string>
+
 namespace foundation::storage::vfs {
 
 /// Error infos of the exceptions below: boost::error_info<TagErrorCode, ErrorCode> and
 /// boost::error_info<TagAbsoluteIRI, AbsoluteIRI>.
 struct FOUNDATION_EXPORT TagErrorCode {};
 struct FOUNDATION_EXPORT TagAbsoluteIRI {};
+/// And boost::error_info<TagReason, std::string>, where the storage told a reason.
+struct FOUNDATION_EXPORT TagReason {};
 
 /// An operation on an item failed. `what()` is the name of the class; what happened, and where, is
 /// in the accessors. Copies share their error infos, so one object must not be copied on two
@@ -26,6 +30,9 @@ class FOUNDATION_EXPORT Exception
     ErrorCode getErrorCode() const;
     /// The item that the failure is about, as the provider named it.
     AbsoluteIRI getLocation() const;
+    /// What the code leaves open, as the provider told it, for people, in UTF-8; empty where it
+    /// told no more.
+    std::string getReason() const;
 
     char const* what() const noexcept override;
     ustring ToUstringImpl() const override;

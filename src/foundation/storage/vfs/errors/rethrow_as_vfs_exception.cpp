@@ -54,7 +54,7 @@ void composeDiagnostics(provider::Exception const& e, AbsoluteIRI const& locatio
         // Asking for the diagnostics writes into the container of the error infos, which copies
         // share, and one stored exception may be translated on several threads at once: ask a copy
         // with a container of its own.
-        provider::Exception own(e.getErrorCode(), e.getStorageIRI());
+        provider::Exception own(e.getErrorCode(), e.getStorageIRI(), e.getReason());
         boost::exception_detail::copy_boost_exception(&own, &e);
         std::ostringstream text;
         text << "Internal or Unknown error while operating on " << location << '\n'
@@ -82,7 +82,11 @@ void rethrowAsVfsException() {
             e.getErrorCode() == provider::ErrorCode::Unknown) {
             composeDiagnostics(e, location);
         }
-        throw Exception(mapCode(e.getErrorCode()), location);
+        Exception translated(mapCode(e.getErrorCode()), location);
+        if (!e.getReason().empty()) {
+            translated << boost::error_info<TagReason, std::string>(e.getReason());
+        }
+        throw translated;
     } catch (provider::ChangeEventsNotSupportedException const& e) {
         throwWithCause<ChangeEventsNotSupportedException>(e);
     } catch (provider::ChangeEventsSubscriptionException const& e) {

@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/s3/detail/listing.hpp>
 
+#include <foundation/storage/provider/s3/detail/encoding.hpp>
 #include <foundation/storage/provider/s3/detail/keys.hpp>
 
 #include <algorithm>
@@ -40,14 +41,21 @@ class PageMaker {
             return;
         }
         std::string_view path = key.substr(listing_.prefix.size());
-        bool const isFolder = path.ends_with('/');
-        if (isFolder) {
+        bool const isFolder =
+            path.ends_with('/') || path.empty(); // or the marker of the listed one
+        if (path.ends_with('/')) {
             path.remove_suffix(1);
         }
         while (!state_.files.empty() && !path.starts_with(state_.files.back())) {
             state_.files.pop_back();
         }
-        if (!isPath(path) || isHidden(path, isFolder)) {
+        bool const isItself = key.size() == listing_.prefix.size();
+        bool const hasBytes = object != nullptr && object->size != 0;
+        bool const isShown = isItself || (isPath(path) && !isHidden(path, isFolder));
+        if (!isShown || (isFolder && hasBytes)) {
+            state_.leftOut.add(key, object == nullptr);
+        }
+        if (!isShown || isItself) {
             return;
         }
         if (!isFolder) {
@@ -89,6 +97,27 @@ class PageMaker {
 };
 
 } // namespace
+
+void LeftOut::add(std::string_view key, bool isPrefix) {
+    if (count++ == 0) {
+        first = key;
+    }
+    hasPrefixes = hasPrefixes || isPrefix;
+}
+
+std::string LeftOut::text() const {
+    constexpr std::size_t shown = 300;
+    std::string key = encoded(first, Slash::Kept);
+    if (key.size() > shown) {
+        key.resize(shown);
+        key += "...";
+    }
+    return std::to_string(count) + (count == 1 ? " key" : " keys") +
+           (!hasPrefixes ? ""
+            : count == 1 ? " or prefix of keys"
+                         : " or prefixes of keys") +
+           " cannot be listed as files and folders, the first: " + key;
+}
 
 ListedPagePtr readPage(Listing const& listing, ListingState state, web::Deadline const& deadline) {
     Bucket const& bucket = *listing.bucket;

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace foundation::storage::provider::s3::detail {
@@ -47,6 +48,17 @@ struct ListedItem {
     std::int64_t lastModified = 0; ///< seconds since 1970; 0 where it is not told
 };
 
+/// What a listing cannot show, since no location names it, or a file has the name of its folder.
+struct LeftOut {
+    std::uint64_t count = 0; ///< keys, and prefixes of keys
+    bool hasPrefixes = false;
+    std::string first; ///< key or prefix
+
+    void add(std::string_view key, bool isPrefix);
+    /// In ASCII, whatever the key is made of. REQUIRES: there is something.
+    std::string text() const;
+};
+
 /// What the next page must know of those before it.
 struct ListingState {
     ListingCourse course;
@@ -54,6 +66,7 @@ struct ListingState {
     /// Files whose names the last key begins with: what lies in a folder of such a name is not
     /// shown.
     std::vector<std::string> files;
+    LeftOut leftOut;
 };
 
 class PageFetch;
@@ -70,6 +83,8 @@ class ListedPage {
     /// Whether the store had no key for it, nor for those before it.
     bool isEmpty() const noexcept { return behind_.course.isEmpty(); }
     bool isLast() const noexcept { return behind_.course.isAtEnd(); }
+    /// With the pages before it.
+    LeftOut const& leftOut() const noexcept { return behind_.leftOut; }
     /// Asks for the next page, unless somebody waits for it or has it. REQUIRES: not the last one.
     std::shared_ptr<PageFetch> next(ListingPtr const& listing, RequestThreads& threads) const;
 

@@ -33,7 +33,7 @@ auto translated(StorageIRI const& location, Call const& call) {
     try {
         return call();
     } catch (web::Failure const& failure) {
-        throw Exception(failure.code(), location);
+        throw Exception(failure.code(), location, failure.what());
     } catch (std::system_error const&) { // of threads
         throw Exception(ErrorCode::InternalError, location);
     }
