@@ -330,6 +330,36 @@ TEST_F(S3Files, OptionsBeyondTheirBoundsAreRefused) {
     }
 }
 
+TEST_F(S3Files, OptionsThatWouldBreakARequestApartAreRefusedWithoutBeingRepeated) {
+    using Text = std::string S3Options::*;
+    using Secret = std::string Credentials::*;
+    std::vector<std::function<void(S3Options&, std::string const&)>> places;
+    for (Text const text : {&S3Options::region, &S3Options::endpoint}) {
+        places.emplace_back([=](S3Options& some, std::string const& more) { some.*text += more; });
+    }
+    for (Secret const secret :
+         {&Credentials::accessKey, &Credentials::secretKey, &Credentials::sessionToken}) {
+        places.emplace_back(
+            [=](S3Options& some, std::string const& more) { some.credentials.*secret += more; });
+    }
+    for (auto const& place : places) {
+        for (std::string const& more :
+             {std::string("\r\nX-Evil: CANARY"), std::string("\nCANARY"), std::string("CANARY\r"),
+              std::string("CANARY\0", 7), std::string("CANARY\x7f"), std::string("\tCANARY")}) {
+            S3Options wrong = options();
+            place(wrong, more);
+            try {
+                use(wrong);
+                ADD_FAILURE() << "not refused";
+            } catch (std::invalid_argument const& refusal) {
+                EXPECT_THAT(refusal.what(), ::testing::Not(::testing::HasSubstr("CANARY")));
+                EXPECT_THAT(refusal.what(), ::testing::HasSubstr("control character"));
+            }
+        }
+    }
+    EXPECT_EQ(server_.requests().size(), 0U);
+}
+
 TEST_F(S3Files, TheRootStays) {
     EXPECT_EQ(codeOf([&] { provider_->removeFolder(at(u"")); }), refused(ErrorCode::ResourceInUse));
     EXPECT_EQ(codeOf([&] { provider_->removeFolderRecursively(at(u"")); }),

@@ -141,7 +141,7 @@ void HttpProvider::createFile(StorageIRI const& location) try {
         failChange(outcome, location, deadline);
     }
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 /// REQUIRES: there was nothing.
@@ -171,7 +171,7 @@ void HttpProvider::createFolder(StorageIRI const& location) try {
     requireFolderAbove(location, deadline); // some servers make it
     makeFolder(location, deadline);
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
@@ -207,7 +207,7 @@ void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
         }
     }
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 /// Removing is done again where its answer was lost, and there is something still.
@@ -250,7 +250,7 @@ void HttpProvider::removeFile(StorageIRI const& location) try {
         refused = tag;
     }
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 void HttpProvider::removeFolder(StorageIRI const& location) try {
@@ -270,7 +270,7 @@ void HttpProvider::removeFolder(StorageIRI const& location) try {
         failChange(outcome, location, deadline);
     }
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 void HttpProvider::removeFolderRecursively(StorageIRI const& location) try {
@@ -299,7 +299,7 @@ void HttpProvider::removeFolderRecursively(StorageIRI const& location) try {
         }
     }
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 void HttpProvider::setLastModified(StorageIRI const& location,
@@ -327,7 +327,7 @@ void HttpProvider::setLastModified(StorageIRI const& location,
     }
     fail(ErrorCode::UnsupportedOperation, location);
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 void HttpProvider::setWritable(StorageIRI const& location, bool) try {
@@ -335,7 +335,7 @@ void HttpProvider::setWritable(StorageIRI const& location, bool) try {
     requireDav(location, deadline);
     fail(ErrorCode::UnsupportedOperation, location);
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 bool HttpProvider::checkReplaceable(StorageIRI const& destination, Description const& there,

@@ -235,7 +235,7 @@ StorageIRI HttpProvider::getCanonicalLocation(StorageIRI const& location) const 
     }
     return location.withResolvedPath();
 } catch (web::Failure const& failure) {
-    throw Exception(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 detail::DavListing HttpProvider::membersOf(StorageIRI const& location,
@@ -275,7 +275,7 @@ std::unique_ptr<IFolderEntryIterator> HttpProvider::list(StorageIRI const& locat
     return std::make_unique<HttpCursor>(
         std::make_shared<HttpCursor::Members const>(std::move(members)), selection.told);
 } catch (web::Failure const& failure) {
-    throw Exception(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 using Kinds = HttpSelection::Kinds;

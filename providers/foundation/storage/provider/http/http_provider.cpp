@@ -152,7 +152,7 @@ HttpProvider::Description HttpProvider::describe(StorageIRI const& location, Que
     }
     return answer;
 } catch (web::Failure const& failure) {
-    throw Exception(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 HttpProvider::Description HttpProvider::ask(web::Url const& url,
@@ -229,7 +229,7 @@ FolderAttributes HttpProvider::getFolderAttributes(StorageIRI const& location) c
     }
     return FolderAttributes(valuesOf(description));
 } catch (web::Failure const& failure) {
-    throw Exception(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 ExtendedAttributes HttpProvider::getExtendedAttributes(StorageIRI const& location) const {
@@ -289,7 +289,7 @@ std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& l
         throw;
     }
 } catch (web::Failure const& failure) {
-    throw Exception(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 } // namespace foundation::storage::provider::http

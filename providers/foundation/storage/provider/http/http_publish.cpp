@@ -147,7 +147,7 @@ void HttpProvider::publish(StorageIRI const& location, spool::Content const& con
         failChange(outcome, location, deadline);
     }
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 } catch (spool::Failure const& failure) {
     fail(failure.code(), location);
 }
@@ -184,7 +184,7 @@ std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
             self->publish(location, whole, expected);
         });
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 } catch (spool::Failure const& failure) {
     fail(failure.code(), location);
 }
@@ -204,7 +204,7 @@ std::unique_ptr<ByteStream> HttpProvider::openReplacement(StorageIRI const& loca
             self->publish(location, whole, expected);
         });
 } catch (web::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location, failure.what());
 }
 
 } // namespace foundation::storage::provider::http

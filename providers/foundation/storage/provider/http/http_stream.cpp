@@ -95,7 +95,7 @@ std::unique_ptr<ByteStream> openForReading(std::shared_ptr<web::Client const> cl
     try {
         reader->open();
     } catch (web::Failure const& failure) {
-        throw Exception(failure.code(), location);
+        throw Exception(failure.code(), location, failure.what());
     }
     opened(*reader);
     return std::make_unique<HttpStream>(std::move(reader));

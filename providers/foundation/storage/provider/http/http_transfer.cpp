@@ -210,7 +210,7 @@ CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& d
          web::Deadline(timeToStore(size)));
     return CopyStatus::Copied;
 } catch (web::Failure const& failure) {
-    fail(failure.code(), source);
+    throw Exception(failure.code(), source, failure.what());
 }
 
 void HttpProvider::moveFile(StorageIRI const& source, StorageIRI const& destination,
@@ -237,7 +237,7 @@ void HttpProvider::moveFile(StorageIRI const& source, StorageIRI const& destinat
     }
     move(way, isReplacing, Changed::Files, deadline);
 } catch (web::Failure const& failure) {
-    fail(failure.code(), source);
+    throw Exception(failure.code(), source, failure.what());
 }
 
 /// Whether one of two folders lies in the other so that a copy of the tree would write into what it
@@ -309,7 +309,7 @@ void HttpProvider::moveFolder(StorageIRI const& source, StorageIRI const& destin
         throw;
     }
 } catch (web::Failure const& failure) {
-    fail(failure.code(), source);
+    throw Exception(failure.code(), source, failure.what());
 }
 
 } // namespace foundation::storage::provider::http

@@ -15,7 +15,8 @@ namespace foundation::storage::provider::s3 {
 /// `location`. Nothing is sent yet. Safe on any thread.
 ///
 /// Throws provider::Exception, code InvalidLocation, where the location names no bucket, and
-/// std::invalid_argument for options beyond their bounds.
+/// std::invalid_argument for options beyond their bounds, and for a line break or another control
+/// character in the credentials, the region or the endpoint.
 FOUNDATION_EXPORT std::shared_ptr<IProvider> buildS3Provider(StorageIRI const& location,
                                                              S3Options const& options = {});
 

@@ -52,6 +52,18 @@ void check(S3Options const& options) {
         !isWithin(options.pageSize, 1U, 1000U) || !isWithin(options.concurrency, 1U, 1000U)) {
         throw std::invalid_argument("an option of an object store is out of its bounds");
     }
+    // They become fields of requests; what is wrong with a secret is told without it.
+    for (auto const& [name, value] :
+         {std::pair{"access key", &options.credentials.accessKey},
+          std::pair{"secret key", &options.credentials.secretKey},
+          std::pair{"session token", &options.credentials.sessionToken},
+          std::pair{"region", &options.region}, std::pair{"endpoint", &options.endpoint}}) {
+        if (std::any_of(value->begin(), value->end(),
+                        [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7f; })) {
+            throw std::invalid_argument(std::string("the ") + name +
+                                        " of an object store has a control character");
+        }
+    }
 }
 
 std::shared_ptr<detail::Bucket const> bucketOf(StorageIRI const& location, std::string const& name,

@@ -46,7 +46,7 @@ auto translatedCopy(StorageIRI const& source, StorageIRI const& destination, Cal
         try {
             return call();
         } catch (SourceFailure const& failure) {
-            throw Exception(failure.code(), source);
+            throw Exception(failure.code(), source, failure.what());
         }
     });
 }
