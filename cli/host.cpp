@@ -38,6 +38,7 @@ std::shared_ptr<StorageSystem> systemThatTellsOfChanges() {
     standard::StandardOptions options;
     options.eventMgr = boost::make_shared<foundation::msg_svc::eventmgr::EventMgr>();
     options.http.netrcFile = netrcFile();
+    options.http.web.certificateFile = certificateFile(S3Environment::ofProcess());
     std::optional<Refusal> noStore; // which is told to those who ask for one
     try {
         options.s3 = s3Options(S3Environment::ofProcess());

@@ -4,9 +4,15 @@
 #include "failure.hpp"
 #include "profile_file.hpp"
 
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace cli {
@@ -121,7 +127,85 @@ class Lookup {
 };
 
 bool isTrue(Text const& text) {
-    return text && (*text == "true" || *text == "True" || *text == "TRUE" || *text == "1");
+    if (!text) {
+        return false;
+    }
+    std::string small = *text;
+    std::transform(small.begin(), small.end(), small.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    return small == "true" || small == "yes" || small == "1";
+}
+
+/// A setting and what it is called, which the refusal of a bad one tells; its value it does not.
+struct Setting {
+    char const* name;
+    Text text;
+
+    bool isThere() const noexcept { return text.has_value(); }
+    std::uint64_t number(std::uint64_t least, std::uint64_t most) const {
+        std::uint64_t value = 0;
+        char const* const end = text->data() + text->size();
+        auto const [rest, failure] = std::from_chars(text->data(), end, value);
+        if (failure != std::errc() || rest != end || value < least || value > most) {
+            throw Refusal(std::string(name) + " is no number from " + std::to_string(least) +
+                          " to " + std::to_string(most));
+        }
+        return value;
+    }
+    /// With a unit or without: KB and KiB are both 1,024 bytes, as is the custom for these files.
+    std::uint64_t bytes(std::uint64_t least, std::uint64_t most) const {
+        std::uint64_t value = 0;
+        char const* const end = text->data() + text->size();
+        auto const [rest, failure] = std::from_chars(text->data(), end, value);
+        std::string unit(rest, end);
+        std::erase(unit, ' ');
+        static constexpr std::string_view powers = "kmgt";
+        unsigned shift = 0;
+        bool isUnit = unit.empty();
+        if (!unit.empty()) {
+            char const first = static_cast<char>(unit[0] | 32);
+            std::size_t const power = powers.find(first);
+            std::string_view const behind = std::string_view(unit).substr(1);
+            isUnit = power != std::string_view::npos &&
+                     (behind == "B" || behind == "b" || behind == "iB" || behind == "ib" ||
+                      behind == "IB");
+            shift = isUnit ? static_cast<unsigned>(10 * (power + 1)) : 0;
+        }
+        if (failure != std::errc() || !isUnit || value > (most >> shift)) {
+            throw Refusal(std::string(name) + " is no size up to " + std::to_string(most));
+        }
+        return std::max(value << shift, least);
+    }
+};
+
+/// Zero is the custom for as long as it takes; the deadline of the operation ends that.
+std::chrono::milliseconds timeout(Setting const& setting, std::chrono::milliseconds longest) {
+    std::uint64_t const seconds = setting.number(0, 86'400);
+    return seconds == 0 ? longest : std::chrono::milliseconds(seconds * 1'000);
+}
+
+void takeNumbers(Lookup const& lookup, s3::S3Options& options) {
+    constexpr std::uint64_t mebibyte = std::uint64_t{1024} * 1024;
+    auto const inProfile = [&](char const* name) { return Setting{name, lookup.value(name)}; };
+    Setting const attempts = [&] {
+        Setting const variable{"AWS_MAX_ATTEMPTS", lookup.variable({"AWS_MAX_ATTEMPTS"})};
+        return variable.isThere() ? variable : inProfile("max_attempts");
+    }();
+    if (attempts.isThere()) {
+        options.web.attempts = static_cast<unsigned>(attempts.number(1, 1'000));
+    }
+    if (Setting const size = inProfile("s3.multipart_chunksize"); size.isThere()) {
+        options.partSize = size.bytes(5 * mebibyte, 5 * 1'024 * mebibyte);
+    }
+    if (Setting const count = inProfile("s3.max_concurrent_requests"); count.isThere()) {
+        options.concurrency = static_cast<unsigned>(count.number(1, 1'000));
+    }
+    if (Setting const wait = inProfile("cli_connect_timeout"); wait.isThere()) {
+        options.web.connectTimeout = timeout(wait, options.web.operationTimeout);
+    }
+    if (Setting const wait = inProfile("cli_read_timeout"); wait.isThere()) {
+        options.web.stallTimeout = timeout(wait, options.web.operationTimeout);
+    }
 }
 
 } // namespace
@@ -146,7 +230,9 @@ s3::S3Options s3Options(S3Environment const& environment) {
     Lookup const lookup(environment);
     auto const first = [](Text one, auto const& other) { return one ? one : other(); };
     s3::S3Options options;
-    options.credentials = lookup.credentials();
+    if (!isTrue(lookup.variable({"AWS_NO_SIGN_REQUEST"}))) {
+        options.credentials = lookup.credentials();
+    }
     options.region = first(lookup.variable({"AWS_REGION", "AWS_DEFAULT_REGION"}), [&] {
                          return lookup.value("region");
                      }).value_or(options.region);
@@ -157,7 +243,8 @@ s3::S3Options s3Options(S3Environment const& environment) {
     }
     options.web.certificateFile = first(lookup.variable({"AWS_CA_BUNDLE"}), [&] {
                                       return lookup.value("ca_bundle");
-                                  }).value_or("");
+                                  }).value_or(certificateFile(environment));
+    takeNumbers(lookup, options);
     Text const style = lookup.value("s3.addressing_style");
     if (style == "path") {
         options.addressing = s3::AddressingStyle::Path;
@@ -165,6 +252,15 @@ s3::S3Options s3Options(S3Environment const& environment) {
         options.addressing = s3::AddressingStyle::VirtualHost;
     }
     return options;
+}
+
+std::string certificateFile(S3Environment const& environment) {
+    for (char const* const name : {"AWS_CA_BUNDLE", "CURL_CA_BUNDLE", "SSL_CERT_FILE"}) {
+        if (auto const value = environment.variable(name); value && !value->empty()) {
+            return *value;
+        }
+    }
+    return {};
 }
 
 } // namespace cli

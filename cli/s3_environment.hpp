@@ -21,7 +21,12 @@ struct S3Environment {
 
 /// The conventional variables (`AWS_ACCESS_KEY_ID` and its like) and the profile files; the
 /// variables come first. Without any credentials nobody asks. Throws Refusal where a variable names
-/// a profile that no file has: whoever named it did not mean nobody.
+/// a profile that no file has: whoever named it did not mean nobody; and where a setting is no
+/// number, or is out of its bounds.
 foundation::storage::provider::s3::S3Options s3Options(S3Environment const& environment);
+
+/// The file with the certificates that servers of any scheme are held to, by the variables that
+/// programs of the web take; empty for those of the system.
+std::string certificateFile(S3Environment const& environment);
 
 } // namespace cli

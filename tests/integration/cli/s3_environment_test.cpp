@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <map>
 #include <string>
 
@@ -88,6 +89,87 @@ TEST(S3Environment, TheNarrowerVariableCounts) {
                                              {"AWS_ENDPOINT_URL_S3", "http://two"}});
     EXPECT_EQ(options.region, "eu-west-1");
     EXPECT_EQ(options.endpoint, "http://two");
+}
+
+TEST(S3Environment, CertificatesOfOtherProgramsCountBehindThoseOfStores) {
+    Texts variables{{"SSL_CERT_FILE", "/three"}};
+    EXPECT_EQ(optionsOf(variables).web.certificateFile, "/three");
+    variables["CURL_CA_BUNDLE"] = "/two";
+    EXPECT_EQ(optionsOf(variables).web.certificateFile, "/two");
+    Texts const file{{"/c", "[default]\nca_bundle = /profile\n"}};
+    variables["AWS_CONFIG_FILE"] = "/c";
+    EXPECT_EQ(optionsOf(variables, file).web.certificateFile, "/profile");
+    variables["AWS_CA_BUNDLE"] = "/one";
+    EXPECT_EQ(optionsOf(variables, file).web.certificateFile, "/one");
+}
+
+TEST(S3Environment, AProfileHasNumbers) {
+    Texts const file{{"/c", "[default]\nmax_attempts = 7\ncli_connect_timeout = 3\n"
+                            "cli_read_timeout = 90\ns3 =\n  multipart_chunksize = 16MB\n"
+                            "  max_concurrent_requests = 20\n"}};
+    s3::S3Options options = optionsOf({{"AWS_CONFIG_FILE", "/c"}}, file);
+    EXPECT_EQ(options.web.attempts, 7U);
+    EXPECT_EQ(options.web.connectTimeout, std::chrono::seconds(3));
+    EXPECT_EQ(options.web.stallTimeout, std::chrono::seconds(90));
+    EXPECT_EQ(options.partSize, 16U << 20);
+    EXPECT_EQ(options.concurrency, 20U);
+    options = optionsOf({{"AWS_CONFIG_FILE", "/c"}, {"AWS_MAX_ATTEMPTS", "2"}}, file);
+    EXPECT_EQ(options.web.attempts, 2U);
+}
+
+TEST(S3Environment, SizesHaveUnits) {
+    auto const sizeOf = [](std::string const& text) {
+        return optionsOf({{"AWS_CONFIG_FILE", "/c"}},
+                         {{"/c", "[default]\ns3 =\n multipart_chunksize = " + text + "\n"}})
+            .partSize;
+    };
+    EXPECT_EQ(sizeOf("9000000"), 9'000'000U);
+    EXPECT_EQ(sizeOf("16 MB"), 16U << 20);
+    EXPECT_EQ(sizeOf("16mib"), 16U << 20);
+    EXPECT_EQ(sizeOf("8192KB"), 8U << 20);
+    EXPECT_EQ(sizeOf("1GB"), 1U << 30);
+    EXPECT_EQ(sizeOf("1"), 5U << 20) << "no store takes smaller ones";
+    for (std::string const wrong :
+         {"6GB", "x", "16 apples", "-1", "16M", "99999999999999999999", "16777217TB", "MB"}) {
+        EXPECT_THROW(sizeOf(wrong), cli::Refusal) << wrong;
+    }
+}
+
+TEST(S3Environment, WithoutATimeoutTheOperationsDeadlineCounts) {
+    s3::S3Options const options =
+        optionsOf({{"AWS_CONFIG_FILE", "/c"}},
+                  {{"/c", "[default]\ncli_connect_timeout = 0\ncli_read_timeout = 0\n"}});
+    EXPECT_EQ(options.web.connectTimeout, options.web.operationTimeout);
+    EXPECT_EQ(options.web.stallTimeout, options.web.operationTimeout);
+}
+
+TEST(S3Environment, WhatIsNoNumberIsRefusedWithTheNameOfTheSetting) {
+    for (std::string const wrong : {"0", "-1", "many", "5x", "1001", "99999999999999999999"}) {
+        try {
+            optionsOf({{"AWS_MAX_ATTEMPTS", wrong}});
+            ADD_FAILURE() << wrong;
+        } catch (cli::Refusal const& refusal) {
+            EXPECT_EQ(std::string(refusal.what()), "AWS_MAX_ATTEMPTS is no number from 1 to 1000");
+        }
+    }
+    EXPECT_EQ(optionsOf({{"AWS_MAX_ATTEMPTS", ""}}).web.attempts, s3::S3Options().web.attempts);
+    for (std::string const key :
+         {"s3 =\n max_concurrent_requests", "cli_read_timeout", "cli_connect_timeout"}) {
+        EXPECT_THROW(
+            optionsOf({{"AWS_CONFIG_FILE", "/c"}}, {{"/c", "[default]\n" + key + " = soon\n"}}),
+            cli::Refusal)
+            << key;
+    }
+}
+
+TEST(S3Environment, NobodyAsksWhereThatIsWanted) {
+    Texts variables{{"AWS_ACCESS_KEY_ID", "access"}, {"AWS_SECRET_ACCESS_KEY", "secret"}};
+    for (std::string const yes : {"YES", "true", "1"}) {
+        variables["AWS_NO_SIGN_REQUEST"] = yes;
+        EXPECT_THAT(optionsOf(variables).credentials.accessKey, IsEmpty()) << yes;
+    }
+    variables["AWS_NO_SIGN_REQUEST"] = "NO";
+    EXPECT_EQ(optionsOf(variables).credentials.accessKey, "access");
 }
 
 TEST(S3Environment, AnEmptyVariableIsNone) {

@@ -185,6 +185,62 @@ TEST_F(CommandOnAStore, MovesNothingAwayThatItCannotName) {
     EXPECT_EQ(run({"exists", "s3://good/d"}).code, 1);
 }
 
+TEST_F(CommandOnAStore, SaysWhatIsWrongWithTheWayToTheStore) {
+    auto const failure = [&](std::string const& place,
+                             std::vector<std::pair<std::string, std::string>> const& variables) {
+        CommandRun command = CommandRun::vfs({"ls", "s3://" + place});
+        command.in(folder_.path())
+            .environment("no_proxy", "127.0.0.1")
+            .environment("HOME", folder_.path().string())
+            .environment("AWS_ENDPOINT_URL", "http://" + store_.authority())
+            .environment("AWS_REGION", "eu-test-1")
+            .environment("AWS_ACCESS_KEY_ID", "CANARYACCESS")
+            .environment("AWS_SECRET_ACCESS_KEY", "CANARYSECRET/+=")
+            .environment("AWS_MAX_ATTEMPTS", "1");
+        for (auto const& [name, value] : variables) {
+            command.environment(name, value);
+        }
+        Outcome const outcome = command.run();
+        EXPECT_EQ(outcome.code, 1);
+        EXPECT_THAT(outcome.out + outcome.err, Not(HasSubstr("CANARY")));
+        std::string const start = "vfs: ls: s3://" + place + ": ";
+        return outcome.err.starts_with(start) ? outcome.err.substr(start.size()) : outcome.err;
+    };
+    std::string const failed = "input or output failed ";
+
+    EXPECT_EQ(failure("elsewhere/", {}),
+              failed + "(the store answered 301: the bucket is in the region mars-north-1)\n");
+    EXPECT_EQ(failure("good/a", {{"AWS_REGION", "mars-north-1"}}),
+              failed + "(the store answered AuthorizationHeaderMalformed (400): the bucket is in "
+                       "the region eu-test-1)\n");
+    EXPECT_EQ(failure("good/", {{"AWS_ENDPOINT_URL", store_.authority()}}),
+              "the storage cannot use this name or kind of item here (the endpoint is no http or "
+              "https address)\n");
+    EXPECT_EQ(failure("good/", {{"AWS_ENDPOINT_URL", "http://127.0.0.1:1"}}),
+              failed + "(the server cannot be reached)\n");
+    EXPECT_EQ(failure("good/", {{"AWS_SESSION_TOKEN", "CANARYTOKEN\r\nX-Evil: 1"}}),
+              "the session token of an object store has a control character\n");
+    EXPECT_EQ(failure("good/", {{"AWS_MAX_ATTEMPTS", "many"}}),
+              "AWS_MAX_ATTEMPTS is no number from 1 to 1000\n");
+    EXPECT_EQ(failure("good/",
+                      {{"AWS_ENDPOINT_URL", "https://127.0.0.1:1"}, {"AWS_CA_BUNDLE", "/missing"}}),
+              failed + "(the server cannot be reached)\n");
+}
+
+TEST_F(CommandOnAStore, AsksAsNobodyWhereAskedTo) {
+    EXPECT_EQ(run({"ls", "s3://open/"}).code, 1) << "it takes nobody who says who asks";
+    Outcome const outcome = CommandRun::vfs({"ls", "s3://open/"})
+                                .in(folder_.path())
+                                .environment("no_proxy", "127.0.0.1")
+                                .environment("AWS_ENDPOINT_URL", "http://" + store_.authority())
+                                .environment("AWS_ACCESS_KEY_ID", "CANARYACCESS")
+                                .environment("AWS_SECRET_ACCESS_KEY", "CANARYSECRET/+=")
+                                .environment("AWS_NO_SIGN_REQUEST", "YES")
+                                .run();
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.code, 0);
+}
+
 TEST_F(CommandOnAStore, SaysThatItIsNotLetInAndKeepsTheSecret) {
     Outcome const outcome = run({"ls", "s3://good/"}, "CANARYSECRET-wrong");
     EXPECT_EQ(outcome.code, 1);

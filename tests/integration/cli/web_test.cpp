@@ -22,6 +22,8 @@ class CommandOnTheWeb : public ::testing::Test {
             .environment("no_proxy", "127.0.0.1")
             .run();
     }
+    explicit CommandOnTheWeb(LyingServer::Tls tls = LyingServer::Tls::No) : server_(tls) {}
+
     std::string at(std::string const& path) const { return "http://" + server_.authority() + path; }
     std::string onDisk(std::string const& name) const {
         return at("/disk" + (folder_ / name).string());
@@ -101,9 +103,53 @@ TEST_F(CommandOnTheWeb, TakesUserAndPasswordFromNetrcForThatServerAlone) {
     EXPECT_EQ(runWithNetrc(at("/for-users/5")).out, content(5));
     EXPECT_EQ(server_.countOf("authorization: Basic YW5uOnMzY3JldA=="), 1U); // "ann:s3cret"
     EXPECT_EQ(runWithNetrc(at("/to?http://OTHER/for-users/5")).err,
-              "vfs: cat: " + at("/to?http://OTHER/for-users/5") + ": permission denied\n");
+              "vfs: cat: " + at("/to?http://OTHER/for-users/5") +
+                  ": permission denied (the server answered 401)\n");
     EXPECT_EQ(run({"cat", at("/for-users/5")}).code, 1);
     EXPECT_EQ(server_.countOf("authorization"), 2U); // the redirect was asked by ann
+}
+
+class CommandOnASecureServer : public CommandOnTheWeb {
+  protected:
+    CommandOnASecureServer() : CommandOnTheWeb(LyingServer::Tls::Yes) {}
+
+    Outcome cat(std::vector<std::pair<std::string, std::string>> const& variables) const {
+        CommandRun command = CommandRun::vfs({"cat", at_});
+        command.in(folder_.path())
+            .environment("no_proxy", "127.0.0.1")
+            .environment("HOME", folder_.path().string());
+        for (std::string const name : {"AWS_CA_BUNDLE", "CURL_CA_BUNDLE", "SSL_CERT_FILE"}) {
+            command.environment(name, "");
+        }
+        for (auto const& [name, value] : variables) {
+            command.environment(name, value);
+        }
+        return command.run();
+    }
+    std::string failure(std::string const& why) const {
+        return "vfs: cat: " + at_ + ": input or output failed (" + why + ")\n";
+    }
+
+    std::string const at_ = "https://" + server_.secureAuthority() + "/good/5";
+    std::string const missing_ = (folder_ / "missing").string();
+};
+
+TEST_F(CommandOnASecureServer, SaysWhatIsWrongWithCertificates) {
+    EXPECT_EQ(cat({}).err, failure("the certificate of the server is not valid"));
+    EXPECT_EQ(cat({{"AWS_CA_BUNDLE", missing_}}).err,
+              failure("the file of trusted certificates cannot be read"));
+}
+
+TEST_F(CommandOnASecureServer, TrustsTheCertificatesThatAVariableNames) {
+    for (std::string const name : {"AWS_CA_BUNDLE", "CURL_CA_BUNDLE", "SSL_CERT_FILE"}) {
+        Outcome const outcome = cat({{name, server_.certificate()}});
+        EXPECT_EQ(outcome.err, "") << name;
+        EXPECT_EQ(outcome.out, content(5)) << name;
+    }
+    EXPECT_EQ(cat({{"AWS_CA_BUNDLE", server_.certificate()}, {"CURL_CA_BUNDLE", missing_}}).code,
+              0);
+    EXPECT_EQ(cat({{"CURL_CA_BUNDLE", server_.certificate()}, {"SSL_CERT_FILE", missing_}}).code,
+              0);
 }
 
 TEST_F(CommandOnTheWeb, RepeatsNoPassword) {
