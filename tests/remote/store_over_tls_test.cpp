@@ -105,8 +105,7 @@ TEST_F(StoreOverTls, IsNotTrustedWithoutItsAuthority) {
 
 TEST_F(StoreOverTls, IsNotTrustedWithACertificateThatHasExpiredOrIsAnothers) {
     VFS_NEEDS_SERVER("VFS_TEST_WEB_EXPIRED_URL");
-    for (char const* const variable :
-         {"VFS_TEST_WEB_EXPIRED_URL", "VFS_TEST_WEB_WRONG_NAME_URL"}) {
+    for (char const* const variable : {"VFS_TEST_WEB_EXPIRED_URL", "VFS_TEST_WEB_WRONG_NAME_URL"}) {
         S3Options options = optionsFor(told(variable), AddressingStyle::Path);
         options.web.certificateFile = told("VFS_TEST_WEB_CA_CERT");
         auto const store = provider(options);

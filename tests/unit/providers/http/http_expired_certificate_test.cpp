@@ -7,7 +7,6 @@
 
 #include <fl/i18n/conversion.hpp>
 
-
 namespace foundation::storage::provider::http::test {
 namespace {
 
@@ -22,8 +21,7 @@ struct Certificate {
 class NoCertificateOfTheServer : public ::testing::TestWithParam<Certificate> {
   protected:
     StorageIRI at(std::string const& path) const {
-        return StorageIRI(
-            fl::i18n::to_ustring("https://" + server_.secureAuthority() + path));
+        return StorageIRI(fl::i18n::to_ustring("https://" + server_.secureAuthority() + path));
     }
     HttpOptions options() const {
         HttpOptions options = quickOptions();
@@ -37,8 +35,7 @@ class NoCertificateOfTheServer : public ::testing::TestWithParam<Certificate> {
     void expectRefusals(std::size_t count) const {
         EXPECT_EQ(server_.requests().size(), 0U);
         EXPECT_GE(server_.tlsConnections(), count);
-        EXPECT_EQ(
-            statusForTheTrustful("https://" + server_.secureAuthority() + "/good/3000"), 200);
+        EXPECT_EQ(statusForTheTrustful("https://" + server_.secureAuthority() + "/good/3000"), 200);
     }
 
     LyingServer const server_{GetParam().tls};

@@ -3,8 +3,6 @@
 #include "../http/trustful_request.hpp"
 #include "bucket_fixture.hpp"
 
-
-
 namespace foundation::storage::provider::s3::detail {
 namespace {
 
