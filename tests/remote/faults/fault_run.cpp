@@ -184,6 +184,9 @@ RunResult runOnce(Target const& target, Scenario const& scenario, Plan const& pl
     if (!result.wrong && scenario.isReading && plan.passes() && outcome.failure) {
         result.wrong = "fails although the fault is over: " + *outcome.failure;
     }
+    if (!result.wrong && scenario.mustFail && !outcome.failure) {
+        result.wrong = "takes what is not to be believed";
+    }
     if (!result.wrong && changes) {
         Files const there = target.side->files(folder);
         if (plan.who == Who::Stranger && there != scenario.before) {

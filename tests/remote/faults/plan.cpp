@@ -4,8 +4,11 @@
 
 namespace remote_faults {
 
+namespace {
+constexpr std::chrono::milliseconds shortPatience{300};
+} // namespace
+
 std::vector<Plan> plansAt(unsigned request, Extent extent, std::string const& lasting) {
-    static constexpr std::chrono::milliseconds shortPatience{300};
     std::vector<Plan> result;
     auto const add = [&](char const* kind, char const* fault, unsigned count, unsigned after) {
         Plan plan{kind, {fault, request - 1, count, after, count == 0 ? lasting : "."}};
@@ -57,6 +60,12 @@ std::vector<std::string> kindsOfLine(Extent extent) {
 
 Plan resetAt(unsigned request, unsigned after) {
     return {"reset at every 10th byte", {"reset", request - 1, 1, after}};
+}
+
+Plan lieOf(std::string const& kind) {
+    Plan plan{kind, {"lie"}};
+    plan.patience = shortPatience;
+    return plan;
 }
 
 std::vector<unsigned> placesAmong(unsigned requests, Extent extent) {

@@ -29,6 +29,9 @@ std::vector<Plan> plansAt(unsigned request, Extent extent, std::string const& la
 /// What all of these are called, and the next one where they are tried at all.
 std::vector<std::string> kindsOfLine(Extent extent);
 
+/// What a server that lies does by itself.
+Plan lieOf(std::string const& kind);
+
 /// A reset behind so many bytes of the answer.
 Plan resetAt(unsigned request, unsigned after);
 

@@ -1,8 +1,8 @@
+#include "reading.hpp"
 #include "scenario.hpp"
 
 #include <fl/i18n/conversion.hpp>
-#include <foundation/storage/provider/byte_stream.hpp>
-#include <foundation/storage/provider/i_folder_entry_iterator.hpp>
+#include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 
 #include <algorithm>
@@ -35,21 +35,6 @@ std::string const& largeContent() {
 
 std::string nameOf(std::size_t number) {
     return "name-" + std::to_string(10'000 + number);
-}
-
-std::string readUpTo(provider::ByteStream& stream, std::size_t count) {
-    std::string result(count, '\0');
-    std::size_t done = 0;
-    while (done < count) {
-        long const step = static_cast<long>(std::min<std::size_t>(count - done, 100'000));
-        long const got = stream.read(result.data() + done, step);
-        if (got <= 0) {
-            break;
-        }
-        done += static_cast<std::size_t>(got);
-    }
-    result.resize(done);
-    return result;
 }
 
 Wrong ask(Stage const& stage) {
@@ -115,6 +100,51 @@ Wrong checkMany(std::unique_ptr<provider::IFolderEntryIterator> const& cursor) {
 }
 
 } // namespace
+
+std::string readUpTo(provider::ByteStream& stream, std::size_t count) {
+    std::string result(count, '\0');
+    std::size_t done = 0;
+    while (done < count) {
+        long const step = static_cast<long>(std::min<std::size_t>(count - done, 100'000));
+        long const got = stream.read(result.data() + done, step);
+        if (got <= 0) {
+            break;
+        }
+        done += static_cast<std::size_t>(got);
+    }
+    result.resize(done);
+    return result;
+}
+
+Wrong readAs(provider::IProvider& provider, provider::StorageIRI const& file,
+             std::string const& expected) {
+    auto const stream = provider.openReadOnlyStream(file);
+    std::string read;
+    try {
+        std::string buffer(777, '\0');
+        for (long got = 0;
+             (got = stream->read(buffer.data(), static_cast<long>(buffer.size()))) > 0;) {
+            read.append(buffer, 0, static_cast<std::size_t>(got));
+        }
+        stream->close();
+    } catch (provider::ByteStreamFailure const&) {
+        if (!expected.starts_with(read)) {
+            return "other bytes before it fails";
+        }
+        throw;
+    }
+    return read == expected ? Wrong() : "other bytes";
+}
+
+std::vector<std::string> namesOf(provider::IFolderEntryIterator& cursor) {
+    std::vector<std::string> names;
+    while (cursor.hasNext()) {
+        cursor.advance();
+        provider::FolderEntry const entry = cursor.currentEntry();
+        names.push_back(fl::i18n::to_string(entry.getName()) + (entry.isFile() ? "" : "/"));
+    }
+    return names;
+}
 
 provider::StorageIRI Stage::at(std::string const& path) const {
     return provider::StorageIRI(root, fl::i18n::to_ustring(path));

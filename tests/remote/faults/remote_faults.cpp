@@ -4,6 +4,7 @@
 //   remote_faults [--few] [TARGET [WORD]]
 // Only the target web, dav or s3; only the operations that have WORD in their names. Ends with 1
 // where anything is found, where a server is missing, and where a fault never took place.
+#include "lies.hpp"
 #include "whole_run.hpp"
 
 #include "remote/server.hpp"
@@ -59,6 +60,12 @@ int run(Extent extent, std::string const& names, std::string const& word) {
     }
     std::printf("\n");
     print(result, wanted);
+    std::printf("\n-, of no sense there:\n");
+    for (Wanted const& one : wanted) {
+        for (std::string const& lie : liesWithoutSense(one.target)) {
+            std::printf("  %-4s %s\n", one.target.c_str(), lie.c_str());
+        }
+    }
     std::vector<std::string> const missing = notInjected(result, wanted);
     for (std::string const& line : missing) {
         std::printf("%s\n", line.c_str());

@@ -42,6 +42,8 @@ struct Scenario {
     std::chrono::seconds allowance{0};
     /// Once the fault is over, it is done: requests may be sent again.
     bool isReading = false;
+    /// What it is told is not to be believed: it has to be refused.
+    bool mustFail = false;
 };
 
 /// What reading is tried with: "small.txt", "large.bin", and the folder "many".

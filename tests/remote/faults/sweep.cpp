@@ -85,10 +85,12 @@ RunResult runAndCount(Target const& target, Scenario const& scenario, Plan const
     auto const note = [&](std::optional<std::string> const& finding, std::size_t& count) {
         if (finding) {
             ++count;
-            result.findings.push_back(withoutSecrets(
-                target, target.name + ", " + scenario.name + ", " + plan.kind +
-                            (plan.fault.kind.empty() ? "" : " (" + plan.fault.text() + ')') + ": " +
-                            *finding));
+            result.findings.push_back(
+                withoutSecrets(target, target.name + ", " + scenario.name + ", " + plan.kind +
+                                           (plan.fault.kind.empty() || plan.fault.kind == "lie"
+                                                ? ""
+                                                : " (" + plan.fault.text() + ')') +
+                                           ": " + *finding));
         }
     };
     note(run.wrong, tally.wrong);

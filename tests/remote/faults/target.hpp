@@ -5,12 +5,14 @@
 
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/storage_iri.hpp>
+#include <foundation/storage/provider/web/web_options.hpp>
 
 #include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace remote_faults {
@@ -43,6 +45,10 @@ struct Target {
 inline constexpr std::chrono::milliseconds operationTimeout{5'000};
 /// How often a provider sends a request.
 inline constexpr unsigned attempts = 3;
+
+/// For any of them.
+provider::web::WebOptions webOptions(std::chrono::milliseconds patience);
+std::string base64(std::string_view text);
 
 /// Those whose servers run, as with-servers tells, and whose provider was built.
 std::vector<Target> allTargets();

@@ -15,8 +15,6 @@ namespace remote_faults {
 using foundation::storage::provider::test::told;
 using std::chrono::milliseconds;
 
-namespace {
-
 std::string base64(std::string_view text) {
     static constexpr char digits[] =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -33,8 +31,6 @@ std::string base64(std::string_view text) {
     return result;
 }
 
-constexpr char strangersSecret[] = "canary4stranger83";
-
 provider::web::WebOptions webOptions(milliseconds patience) {
     provider::web::WebOptions options;
     options.proxy = "";
@@ -46,6 +42,10 @@ provider::web::WebOptions webOptions(milliseconds patience) {
     options.longestPause = milliseconds(20);
     return options;
 }
+
+namespace {
+
+constexpr char strangersSecret[] = "canary4stranger83";
 
 std::string authorityOf(std::string const& url) {
     std::size_t const begin = url.find("//") + 2;

@@ -1,6 +1,7 @@
 #include "whole_run.hpp"
 
 #include "command_sweep.hpp"
+#include "lies.hpp"
 
 #include <chrono>
 #include <cstdio>
@@ -52,6 +53,10 @@ Wanted runAll(Target const& target, Extent extent, std::string const& word,
     if (isMeant("commands")) {
         tell(target, "commands", result, [&] { sweepCommands(target, command, extent, result); });
         want(kindsOfCommands(extent));
+    }
+    if (isMeant("lies")) {
+        tell(target, "lies", result, [&] { sweepLies(target.name, extent, result); });
+        want(kindsOfLies(target.name));
     }
     if (wanted.kinds.empty()) {
         throw std::runtime_error(target.name + ": no operation has \"" + word + "\" in its name");

@@ -140,6 +140,8 @@ class Dav:
             self.simple(200)
         elif self.flaw.endswith('-at-first') and self.count <= 2:
             self.reset() if self.flaw.startswith('resets') else self.simple(503)
+        elif self.flaw == 'echoes':
+            self.do_echoes(0)
         elif self.flaw.startswith('options-'):
             self.simple(int(self.flaw[8:])) if self.flaw != 'options-reset' else self.reset()
         else:

@@ -63,6 +63,11 @@ class Connection(Dav):
         while (field := self.file.readline().decode('latin-1').strip()):
             name, value = field.split(':', 1)
             self.fields[name.lower()] = value.strip()
+        if self.target.startswith('/__knows/'):
+            name = self.target[len('/__knows/'):]
+            known = name.startswith(('dav-', 'xml-')) or hasattr(self, 'do_' + name.replace('-', '_'))
+            self.simple(200 if known else 404)
+            return True
         with lock:
             log.write('\t'.join([str(self.port), self.method, self.target] +
                                 [f'{k}: {v}' for k, v in self.fields.items()] +
@@ -512,6 +517,11 @@ class Connection(Dav):
         except OSError:
             return self.simple(404)
         self.good(len(data), data)
+
+    def do_echoes(self, size):
+        """What it is told by whom it asks comes back wherever there is room."""
+        word = self.fields.get('authorization', '')
+        self.whole_text(word, 403, f'X-Echo: {word}', f'WWW-Authenticate: Basic realm="{word}"', f'ETag: "{word}"')
 
     def do_for_users(self, size):
         self.good(size) if 'authorization' in self.fields else self.simple(401)

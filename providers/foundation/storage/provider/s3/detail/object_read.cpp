@@ -141,6 +141,9 @@ ObjectRead::Outcome ObjectRead::step(std::uint64_t offset, std::span<char> buffe
 
 std::uint64_t ObjectRead::takeHead(web::AnswerHead const& head, std::uint64_t first,
                                    std::uint64_t last) {
+    if (!head.headers.find("ETag") && !head.headers.find("Last-Modified")) {
+        throw wrongAnswer("no object: it has no tag and no time"); // an error, as an object
+    }
     std::optional<std::uint64_t> const length = head.contentLength();
     std::optional<std::uint64_t> size = length;
     std::uint64_t end = 0;
