@@ -46,6 +46,14 @@ LISTINGS = {
     'more-behind': whole(folder('{self}')) + 'text',
     'itself-is-n\xf6t-told-of': whole(folder('/xml-another-one/')),
     'itself-in-another-case': whole(folder('/XML-itself-in-ANOTHER-case/'), part('/XML-itself-in-ANOTHER-case/file')),
+    'itself-alone-in-another-case': whole(folder('{SELF}'), part('{self}file')),
+    'items-in-another-case': whole(folder('{self}'), part('{SELF}file')),
+    'unreadable-in-another-case': whole(folder('{self}'), part('{self}good'), part('{SELF}a%2Fb')),
+    'in-latin-1': whole(folder('{self}'), part('{self}\xe4')).replace('<?xml version="1.0"?>', '<?xml\tversion="1.0" '
+                                                                     'encoding="ISO-8859-1"?>'),
+    'in-utf-16': whole(folder('{self}'), part('{self}\xe4 \U0001f600')),
+    'in-utf-16-unmarked': whole(folder('{self}'), part('{self}\xe4')),
+    'in-half-of-utf-16': whole(folder('{self}'), part('{self}\ud83d')),
     'itself-without-slash': whole(folder('/xml-itself-without-sl%61sh'), part('{self}file')),
     'relative': whole(folder('{self}'), part('file'), folder('folder/')),
     'other-prefixes': '<multistatus xmlns="DAV:" xmlns:x="DAV:"><response xmlns:y="urn:other"><x:href>{self}</x:href>'
@@ -82,6 +90,8 @@ LISTINGS = {
     'many-attributes': whole('<D:response ' + ' '.join(f'a{i}="x"' for i in range(1000)) + '><D:href>{self}</D:href>'
                              '</D:response>'),
     'attributes-of-nothing': whole(folder('{self}'), '<a' + ' a=""' * 100_000 + '/>'),
+    'many-places': whole('<D:response>' + '<D:href>a</D:href>' * 300 + part('', more='<D:getetag>' + 'x' * 900_000 +
+                                                                           '</D:getetag>')[len('<D:response>'):]),
     'endless': whole(folder('{self}'), ' ' * 3_000_000),
     'no-xml': 'the folder is empty',
     'broken-off': whole(folder('{self}'), part('{self}file'))[:-30],
@@ -105,7 +115,13 @@ for index, href in enumerate(UNREADABLE):
     LISTINGS[f'unreadable-{index}'] = whole(folder('{self}'), part('{self}good'), part(href))
 
 
+ENCODINGS = {'in-latin-1': 'latin-1', 'in-utf-16': 'utf-16', 'in-utf-16-unmarked': 'utf-16-be',
+             'in-half-of-utf-16': 'utf-16'}
+
+
 class Dav:
+    silence = [0]  # questions that are not answered
+
     def is_dav(self):
         return self.target.startswith(('/dav-', '/xml-'))
 
@@ -117,6 +133,12 @@ class Dav:
             self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
         self.payload = self.take(0.12 if self.flaw == 'takes-slowly' else 0) if 'content-length' in self.fields else b''
         if self.flaw == 'never-answers' and self.method == 'PUT':
+            time.sleep(60)
+        if self.flaw == 'never-moves' and self.method == 'MOVE':
+            time.sleep(60)
+        if self.flaw == 'stalls-when-read' and self.method == 'GET':
+            time.sleep(1.5)
+            self.head(200, 'Content-Length: 5')
             time.sleep(60)
         if self.method == 'OPTIONS':
             self.options(path)
@@ -147,9 +169,9 @@ class Dav:
         else:
             self.simple(200, 'DAV: 1')
 
-    def xml(self, text, status=207):
-        data = text.encode()
-        self.head(status, 'Content-Type: application/xml', f'Content-Length: {len(data)}')
+    def xml(self, text, encoding='utf-8'):
+        data = text.encode(encoding, 'surrogatepass' if 'utf' in encoding else 'strict')
+        self.head(207, 'Content-Type: application/xml', f'Content-Length: {len(data)}')
         self.body(data)
 
     def listing_of(self, name):
@@ -163,7 +185,8 @@ class Dav:
         if name == 'in-an-own-status':
             return self.xml(whole('<D:response><D:href>' + itself + '</D:href><D:status>HTTP/1.1 403 Forbidden'
                                   '</D:status></D:response>'))
-        self.xml(LISTINGS.get(name, LISTINGS['plain']).replace('{self}', itself))
+        text = LISTINGS.get(name, LISTINGS['plain']).replace('{self}', itself).replace('{SELF}', itself.upper())
+        self.xml(text, ENCODINGS.get(name, 'utf-8'))
 
     # The store.
 
@@ -235,6 +258,10 @@ class Dav:
         if self.flaw == 'gives-names-away' and self.method == 'PUT' and self.first('given'):
             self.set(path, b'X' * len(self.payload))
             return self.reset()
+        if self.flaw == 'accepts-and-falls-silent':
+            self.silence[0] = 4  # once more than a question is asked, as the first one goes on an open connection
+            threading.Timer(0.5, getattr(copy.copy(self), 'dav_' + self.method.lower()), [path]).start()
+            return self.simple(202)
         if self.flaw == 'accepts-for-nothing':
             return self.simple(202)
         if self.flaw == 'accepts':
@@ -244,6 +271,8 @@ class Dav:
             getattr(self, 'dav_' + self.method.lower())(path)  # the first one, which went on
         if self.flaw == 'takes-its-time':
             time.sleep(0.8)
+        if self.flaw == 'never-moves' and self.method == 'COPY':
+            time.sleep(1.5)
         status = getattr(self, 'dav_' + self.method.lower())(path)
         if self.flaw == 'copies-by-halves' and self.method == 'COPY' and self.first('half'):
             half = unquote(urlsplit(self.fields['destination']).path)
@@ -251,6 +280,14 @@ class Dav:
             return self.reset()
         if self.flaw == 'loses-answers' and self.first('lost ' + self.fields.get('if-match', '')):
             return self.reset()
+        if self.flaw == 'stalls-when-read' and 'if-none-match' in self.fields:
+            return self.reset()
+        if self.flaw == 'falls-silent-behind' and self.fields.get('if-match', self.fields.get('if-none-match')) \
+                and self.first('silent ' + self.fields.get('if-match', '')):
+            self.silence[0] = 4
+            return self.reset()
+        if self.flaw == 'garbles-answers' and self.first('garbled'):
+            return self.garble()
         if self.flaw == 'fails-behind' and self.first('failed'):
             return self.simple(504)
         if self.flaw == 'is-busy-behind' and self.first('failed'):
@@ -266,6 +303,9 @@ class Dav:
             return self.simple(405)
         if self.flaw == 'is-closed':
             return self.simple(403)
+        if self.silence[0] > 0:
+            self.silence[0] -= 1
+            return self.reset()
         if self.flaw == 'resets-questions':
             return self.reset()
         if self.flaw == 'is-slow':

@@ -160,6 +160,10 @@ class Connection(Dav):
         self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
         raise Lost
 
+    def garble(self):
+        self.socket.sendall(b'no answer at all\r\n\r\n')
+        raise Lost
+
     # Behaviours.
 
     def do_missing(self, size):
@@ -467,8 +471,7 @@ class Connection(Dav):
 
     def do_garbled_when_used_again(self, size):
         if self.answered:
-            self.socket.sendall(b'no answer at all\r\n\r\n')
-            raise Lost
+            self.garble()
         self.good(size)
 
     def do_body_for_head(self, size):

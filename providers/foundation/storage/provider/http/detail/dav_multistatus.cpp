@@ -22,7 +22,6 @@ constexpr std::size_t documentSize = std::size_t{256} * 1024;
 constexpr std::size_t partsOfItem = 5;
 
 constexpr std::string_view blanks = " \t\r\n";
-constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 
 [[noreturn]] void refuse(char const* what) {
     throw web::Failure(ErrorCode::IOError,
@@ -32,12 +31,7 @@ constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
     throw web::Failure(ErrorCode::FileTooLarge, "the server sent more XML than is taken");
 }
 
-enum class Markup {
-    Start,
-    Empty, ///< a start and an end at once
-    End,
-    Other, ///< a comment, characters that are no markup, an instruction
-};
+using Markup = MultistatusReader::Markup;
 
 struct Token {
     Markup what;
@@ -89,21 +83,9 @@ std::optional<Token> markupAt(std::string_view text, std::size_t at) {
     return std::nullopt;
 }
 
-/// The end of the element that begins at a position; nothing where it has not come yet.
-std::optional<std::size_t> elementEnd(std::string_view text, std::size_t at) {
-    for (std::size_t depth = 0; at < text.size();) {
-        auto const token = markupAt(text, at);
-        if (!token) {
-            return std::nullopt;
-        }
-        depth += token->what == Markup::Start ? 1U : 0U;
-        depth -= token->what == Markup::End ? 1U : 0U;
-        if (depth == 0) {
-            return token->end;
-        }
-        at = text.find('<', token->end);
-    }
-    return std::nullopt;
+bool isDeclaration(std::string_view markup) noexcept {
+    constexpr std::string_view opening = "<?xml";
+    return markup.starts_with(opening) && blanks.find(markup[opening.size()]) != blanks.npos;
 }
 
 std::string_view nameIn(std::string_view tag) noexcept {
@@ -125,29 +107,28 @@ void MultistatusReader::count(std::string_view bytes) {
 }
 
 void MultistatusReader::take(std::string_view bytes) {
-    count(bytes);
-    text_ += bytes;
+    std::string const told = intake_.take(bytes);
+    count(told);
+    text_ += told;
     std::size_t position = 0;
-    if (!isBegun_) {
-        if (byteOrderMark.starts_with(text_)) {
-            return; // perhaps not all of it
-        }
-        isBegun_ = true;
-        position = text_.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;
-    }
     while (step(position)) {
     }
     text_.erase(0, position);
-    if (text_.size() > largestElement) {
+    if (text_.size() + elements_.size() - elementBegin_ > largestElement) {
         refuseSize();
     }
 }
 
 bool MultistatusReader::step(std::size_t& position) {
     std::string_view const text = text_;
-    position = std::min(text.find_first_not_of(blanks, position), text.size());
-    if (place_ == Place::InRoot) {
-        position = std::min(text.find('<', position), text.size());
+    if (place_ != Place::InRoot) {
+        position = std::min(text.find_first_not_of(blanks, position), text.size());
+    } else {
+        std::size_t const next = std::min(text.find('<', position), text.size());
+        if (depth_ > 0) {
+            elements_ += text.substr(position, next - position);
+        }
+        position = next;
     }
     if (position == text.size()) {
         return false;
@@ -160,39 +141,42 @@ bool MultistatusReader::step(std::size_t& position) {
         return false;
     }
     std::string_view const markup = text.substr(position, token->end - position);
-    if (token->what == Markup::Other) {
-        if (place_ == Place::BeforeRoot && markup.starts_with("<?xml ")) {
-            opening_ = markup; // tells the encoding
+    position = token->end;
+    if (depth_ > 0) {
+        elements_ += markup;
+        depth_ += token->what == Markup::Start ? 1U : 0U;
+        depth_ -= token->what == Markup::End ? 1U : 0U;
+    } else {
+        takeOutside(token->what, markup);
+    }
+    if (depth_ == 0) {
+        elementBegin_ = elements_.size();
+        if (elements_.size() >= documentSize) {
+            parse();
         }
-        position = token->end;
-        return true;
-    }
-    if (place_ == Place::BeforeRoot) {
-        begin(markup);
-        position = token->end;
-        if (token->what == Markup::Empty) {
-            end("</" + rootName_ + '>');
-        }
-        return true;
-    }
-    if (place_ == Place::InRoot && token->what == Markup::End) {
-        end(markup);
-        position = token->end;
-        return true;
-    }
-    if (place_ == Place::BehindRoot || token->what == Markup::End) {
-        refuse("no well-formed XML");
-    }
-    auto const behind = elementEnd(text, position);
-    if (!behind) {
-        return false;
-    }
-    elements_ += text.substr(position, *behind - position);
-    position = *behind;
-    if (elements_.size() >= documentSize) {
-        parse();
     }
     return true;
+}
+
+/// What is in no element below the root.
+void MultistatusReader::takeOutside(Markup what, std::string_view markup) {
+    if (what == Markup::Other) {
+        if (place_ == Place::BeforeRoot && isDeclaration(markup) && !intake_.isMarked()) {
+            opening_ = markup; // tells the encoding
+        }
+    } else if (place_ == Place::BeforeRoot) {
+        begin(markup);
+        if (what == Markup::Empty) {
+            end("</" + rootName_ + '>');
+        }
+    } else if (place_ == Place::InRoot && what == Markup::End) {
+        end(markup);
+    } else if (place_ == Place::BehindRoot || what == Markup::End) {
+        refuse("no well-formed XML");
+    } else {
+        elements_ += markup;
+        depth_ = what == Markup::Start ? 1U : 0U;
+    }
 }
 
 void MultistatusReader::begin(std::string_view tag) {
@@ -223,13 +207,14 @@ void MultistatusReader::end(std::string_view tag) {
 void MultistatusReader::parse() {
     parseMultistatus(opening_ + elements_ + "</" + rootName_ + '>', responses_);
     elements_.clear();
+    elementBegin_ = 0;
     if (responses_.size() > mostParts_ / partsOfItem) {
         refuseSize();
     }
 }
 
 std::vector<DavResponse> MultistatusReader::finish() {
-    if (place_ != Place::BehindRoot || !text_.empty()) {
+    if (place_ != Place::BehindRoot || !text_.empty() || !intake_.isWhole()) {
         refuse("no well-formed XML");
     }
     return std::move(responses_);

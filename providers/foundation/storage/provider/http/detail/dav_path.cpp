@@ -157,7 +157,8 @@ bool DavPath::holdsUnreadable(std::string_view href) const {
     }
     if (place->isAbsolute) {
         for (std::string const& name : names) {
-            if (decoded(takeName(place->path)) != name) {
+            auto const written = decoded(takeName(place->path));
+            if (!written || !areAlike(*written, name)) {
                 return false;
             }
         }
@@ -178,7 +179,7 @@ bool DavPath::isLike(DavPath const& other) const noexcept {
 
 std::optional<std::string> DavPath::nameOf(DavPath const& other) const {
     if (other.names.size() != names.size() + 1 ||
-        !std::equal(names.begin(), names.end(), other.names.begin())) {
+        !std::equal(names.begin(), names.end(), other.names.begin(), areAlike)) {
         return std::nullopt;
     }
     return other.names.back();

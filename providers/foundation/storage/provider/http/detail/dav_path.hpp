@@ -26,7 +26,8 @@ struct DavPath {
     bool isSameAs(DavPath const& other) const noexcept { return names == other.names; }
     /// Whether a server that knows no case, or another form of Unicode, may take both for the same.
     bool isLike(DavPath const& other) const noexcept;
-    /// The name of an item in this folder; nothing where `other` is none.
+    /// The name of an item in this folder, or in one that isLike() it: servers do not write a
+    /// folder alike each time. Nothing where `other` is none.
     std::optional<std::string> nameOf(DavPath const& other) const;
     /// Whether a location that is none for of() seems to be an item in this folder all the same,
     /// with a name that cannot be read, or that none can have.

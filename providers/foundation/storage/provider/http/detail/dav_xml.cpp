@@ -191,17 +191,18 @@ void parseMultistatus(std::string text, std::vector<DavResponse>& responses) {
             takeProperties(properties, response);
         });
         // One state may be that of several items; each has a part of its own from here on.
-        std::size_t const before = responses.size();
+        std::size_t items = 0;
+        eachDav(part, "href", [&](pugi::xml_node) { ++items; });
+        if (items == 0) {
+            refuse("a part that names no item");
+        }
+        if (items > 1 && hasProperties) { // which may be many, and long
+            refuse("properties of several items at once");
+        }
         eachDav(part, "href", [&](pugi::xml_node href) {
             response.href = textOf(href);
             responses.push_back(response);
         });
-        if (responses.size() == before) {
-            refuse("a part that names no item");
-        }
-        if (responses.size() > before + 1 && hasProperties) {
-            refuse("properties of several items at once");
-        }
     });
 }
 
