@@ -89,6 +89,20 @@ TEST_F(DavChanges, AreDoneOnceWhereTheirAnswersAreLost) {
     }
 }
 
+// What stands on an open connection instead of an answer says nothing of the change.
+TEST_F(DavChanges, AreDoneOnceWhereTheirAnswersAreNone) {
+    std::string const root = "/dav-garbles-answers/";
+    provider_->createFolder(at(root + "folder"));
+    provider_->createFile(at(root + "file"));
+    provider_->removeFile(at(root + "file"));
+    provider_->removeFolder(at(root + "folder"));
+    EXPECT_EQ(list(root), std::vector<std::string>{});
+    for (char const* const method : {"MKCOL", "PUT"}) {
+        EXPECT_EQ(asked(method), 1U) << method;
+    }
+    EXPECT_EQ(asked("DELETE"), 2U);
+}
+
 // The server goes on with what it was asked for, and is done when it is asked again.
 TEST_F(DavChanges, AreTheirOwnAlsoWhereTheyAreDoneLate) {
     std::string const root = "/dav-is-late/";

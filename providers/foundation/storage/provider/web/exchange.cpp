@@ -165,10 +165,13 @@ int Exchange::noteConnection(void* exchange, char*, char*, int, int localPort) n
 }
 
 bool Exchange::isSpoiled() const noexcept {
-    bool const isNoAnswer = isEnded_ && received_ == 0 &&
-                            (result_ == CURLE_UNSUPPORTED_PROTOCOL ||
-                             result_ == CURLE_WEIRD_SERVER_REPLY || result_ == CURLE_HTTP2);
-    return isConnectionSpoiled_ || (isConnectionOld_ && isNoAnswer && isRepeatable_);
+    return isConnectionSpoiled_ || (hasOldAnswer() && isRepeatable_);
+}
+
+bool Exchange::hasOldAnswer() const noexcept {
+    bool const isNoAnswer = result_ == CURLE_UNSUPPORTED_PROTOCOL ||
+                            result_ == CURLE_WEIRD_SERVER_REPLY || result_ == CURLE_HTTP2;
+    return isConnectionOld_ && isEnded_ && received_ == 0 && isNoAnswer;
 }
 
 std::size_t Exchange::giveBody(char* buffer, std::size_t, std::size_t size, void* exchange) {
@@ -347,7 +350,7 @@ void Exchange::failByResult() const {
         throw Failure(ErrorCode::IOError, "the server sent bytes that nobody asked for",
                       IsHarmless);
     }
-    if (isHeldBack_) {
+    if (isHeldBack_ || hasOldAnswer()) {
         throw Failure(ErrorCode::IOError, "the connection was lost", MayHelp);
     }
     if (isHeadTooLarge_) {

@@ -108,6 +108,9 @@ class Exchange {
     /// Grows with each byte that goes to or comes from the server.
     std::uint64_t progress() const noexcept;
     void noteEnd();
+    /// Whether what came is none, on a connection that was used before: what it is there for, and
+    /// what became of the request, nobody knows.
+    bool hasOldAnswer() const noexcept;
     [[noreturn]] void failByResult() const;
 
     Url const url_;
