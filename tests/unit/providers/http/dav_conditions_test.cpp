@@ -34,6 +34,19 @@ TEST_F(DavConditions, KeepWhatAnotherHasWrittenSinceAFileWasRead) {
     EXPECT_EQ(server_.countOf("if-match: "), 1U);
 }
 
+// Of no bytes, the answer to a request for some has no tag.
+TEST_F(DavConditions, HoldAlsoForAFileThatWasEmpty) {
+    std::string const file = "/dav-tagged/file";
+    write(file, "");
+    auto const stream = appending(file);
+    auto const other = appending(file);
+    stream->write("a line\n", 7);
+    other->write("another\n", 8);
+    EXPECT_EQ(codeOfClose(*stream), -1);
+    EXPECT_EQ(codeOfClose(*other), 6);
+    EXPECT_EQ(bytesOf(file), "a line\n");
+}
+
 TEST_F(DavConditions, AreOfNoEffectWhereTheServerKnowsNone) {
     EXPECT_EQ(appendBesideAnother("/dav-ignores-conditions/file"), -1);
     EXPECT_EQ(bytesOf("/dav-ignores-conditions/file"), "bytes, more");
@@ -63,6 +76,32 @@ TEST_F(DavConditions, HoldAlsoWhereAnAnswerIsLost) {
     }
     EXPECT_EQ(bytesOf(file), "bytes, more, more");
     EXPECT_EQ(asked("PUT"), 2U + 2U); // the first one was sent again
+}
+
+// Nobody knows what became of the first one, until a second one is tried.
+TEST_F(DavConditions, HoldAlsoWhereAClosingIsTriedAgain) {
+    std::string const file = "/dav-falls-silent-behind/file";
+    auto stream = replacement(file, FailIfExists);
+    stream->write("bytes", 5);
+    EXPECT_EQ(codeOfClose(*stream), 9);
+    EXPECT_EQ(codeOfClose(*stream), -1);
+    stream = appending(file);
+    stream->write(", more", 6);
+    EXPECT_EQ(codeOfClose(*stream), 9);
+    EXPECT_EQ(codeOfClose(*stream), -1);
+    EXPECT_EQ(bytesOf(file), "bytes, more");
+}
+
+// Where two append the same, one of them is not the other.
+TEST_F(DavConditions, TakeTheSameFromAnotherForTheirOwnOnlyWhereTheyHaveSentIt) {
+    std::string const file = "/dav-tagged/file";
+    write(file, "a line\n");
+    auto const stream = appending(file);
+    auto const other = appending(file);
+    stream->write("a line\n", 7);
+    other->write("a line\n", 7);
+    EXPECT_EQ(codeOfClose(*stream), -1);
+    EXPECT_EQ(codeOfClose(*other), 6);
 }
 
 TEST_F(DavConditions, RemoveTheFileThatIsThereAndNoFolder) {
@@ -143,6 +182,15 @@ TEST_F(DavConditions, WaitForWhatAServerHasAccepted) {
     EXPECT_EQ(provider_->exists(at(root + "copy")), ExistsResult::Nothing);
 }
 
+TEST_F(DavConditions, AreNotSentAgainWhereNobodyAnswersWhileTheServerIsAtWork) {
+    std::string const root = "/dav-accepts-and-falls-silent/";
+    provider_->createFolder(at(root + "folder"));
+    EXPECT_EQ(asked("MKCOL"), 1U);
+    provider_->removeFolder(at(root + "folder"));
+    EXPECT_EQ(asked("DELETE"), 1U);
+    EXPECT_EQ(list(root), std::vector<std::string>{});
+}
+
 TEST_F(DavConditions, FailWhereWhatWasAcceptedIsNotDone) {
     HttpOptions options = boundedOptions();
     options.web.operationTimeout = std::chrono::milliseconds(1000);
@@ -162,6 +210,40 @@ TEST_F(DavConditions, GiveASlowWayTheTimeThatItTakes) {
     EXPECT_EQ(provider_->getFileAttributes(at("/dav-takes-slowly/file")).values().size,
               bytes.size());
     EXPECT_EQ(asked("PUT"), 1U);
+}
+
+TEST_F(DavConditions, HaveOneDeadlineForAllThatTheyAskFor) {
+    using Clock = std::chrono::steady_clock;
+    HttpOptions options = boundedOptions();
+    options.web.operationTimeout = std::chrono::milliseconds(2000);
+    auto const hasty = provider(options);
+    auto const spent = [](auto const& call) {
+        auto const begun = Clock::now();
+        call();
+        return std::chrono::duration<double>(Clock::now() - begun).count();
+    };
+    std::string const root = "/dav-stalls-when-read/";
+    write(root + "file", "bytes");
+    EXPECT_LT(spent([&] {
+                  ByteStreamOpenOptions const appending{ByteStreamAccess::ReadWrite,
+                                                        ByteStreamCreation::OpenExisting, 1, 0};
+                  EXPECT_EQ(codeOf([&] { hasty->openStream(at(root + "file"), appending); }), 9);
+              }),
+              3);
+    auto const stream = dynamic_cast<extensions::IReplacingStreams&>(*hasty).openReplacement(
+        at(root + "new"), FailIfExists);
+    stream->write("bytes", 5);
+    EXPECT_LT(spent([&] { EXPECT_EQ(codeOfClose(*stream), 9); }), 3);
+    write("/dav-never-moves/file", "bytes");
+    EXPECT_LT(spent([&] {
+                  EXPECT_EQ(codeOf([&] {
+                                hasty->copyFile(at("/dav-never-moves/file"),
+                                                StorageItem(hasty, at("/dav-never-moves/copy")),
+                                                {FailIfExists, 0, {}});
+                            }),
+                            9);
+              }),
+              3);
 }
 
 TEST_F(DavConditions, WaitNoLongerForAServerThatHasAllOfAFile) {

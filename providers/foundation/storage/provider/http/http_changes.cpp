@@ -41,21 +41,11 @@ DavOutcome HttpProvider::change(Sending sending, Changed changed, web::Deadline 
     // Whether an earlier sending may have done it, and is what a later one fails for.
     bool mayBeDone = false;
     for (unsigned attempt = 1;; ++attempt) {
+        std::optional<DavOutcome> outcome;
         std::optional<web::Failure> lost;
         try {
-            DavOutcome outcome = send();
-            forget(outcome.isSuccess() ? changed : Changed::Folders);
-            if (outcome.isSuccess()) {
-                return outcome;
-            }
-            if (outcome.status == DavOutcome::accepted) {
-                awaitDone(isDone, deadline);
-                forget(changed);
-                return {200};
-            }
-            // Of what a server behind another one has done, the first one may know nothing.
-            mayBeDone = mayBeDone || outcome.sendings > 1 || web::mayPass(outcome.status);
-            return mayBeDone && isDone() ? DavOutcome{200} : outcome;
+            outcome = send();
+            forget(outcome->isSuccess() ? changed : Changed::Folders);
         } catch (web::Failure const& failure) {
             forget(Changed::Folders);
             mayBeDone = mayBeDone || (failure.mayPass() && !failure.cannotHaveCome());
@@ -66,6 +56,20 @@ DavOutcome HttpProvider::change(Sending sending, Changed changed, web::Deadline 
         } catch (...) {
             forget(Changed::Folders);
             throw;
+        }
+        // From here on it is a failure to look that is thrown, for which nothing is sent again.
+        if (outcome) {
+            if (outcome->isSuccess()) {
+                return *outcome;
+            }
+            if (outcome->status == DavOutcome::accepted) {
+                awaitDone(isDone, deadline);
+                forget(changed);
+                return {200};
+            }
+            // Of what a server behind another one has done, the first one may know nothing.
+            mayBeDone = mayBeDone || outcome->sendings > 1 || web::mayPass(outcome->status);
+            return mayBeDone && isDone() ? DavOutcome{200} : *outcome;
         }
         if (isDone()) {
             return {200};
@@ -81,7 +85,16 @@ DavOutcome HttpProvider::change(Sending sending, Changed changed, web::Deadline 
 void HttpProvider::awaitDone(std::function<bool()> const& isDone,
                              web::Deadline const& deadline) const {
     web::Failure const late(ErrorCode::IOError, "the server has not done yet what it accepted");
-    for (unsigned attempt = 2; !isDone(); ++attempt) {
+    for (unsigned attempt = 2;; ++attempt) {
+        try {
+            if (isDone()) {
+                return;
+            }
+        } catch (web::Failure const& failure) {
+            if (!failure.mayPass()) {
+                throw;
+            }
+        }
         client_->pauseBefore(attempt, std::chrono::milliseconds(0), deadline, late);
     }
 }
@@ -130,8 +143,8 @@ void HttpProvider::createFile(StorageIRI const& location) try {
     DavOutcome const outcome = change(
         Sending::UntilDone, Changed::Files, deadline,
         [&] {
-            return dav_.put(url, web::Body::of({}), {DavExpected::State::Nothing},
-                            client_->options().operationTimeout, deadline);
+            return dav_.put(url, web::Body::of({}), {DavExpected::State::Nothing}, timeToWork(0),
+                            deadline);
         },
         [&] {
             Description const there = lookAt(location, deadline);

@@ -122,9 +122,12 @@ class HttpProvider final : public IProvider,
     std::unique_ptr<IFolderEntryIterator> list(StorageIRI const& location, ustring const& filter,
                                                HttpSelection const& selection) const;
 
-    /// For an operation with a file of that size, on the server's own disk and on the way to it.
-    std::chrono::milliseconds timeToStore(std::uint64_t size) const;
-    std::chrono::milliseconds timeToSend(std::uint64_t size) const;
+    /// What an operation with a file of that size may take more than another one: for the server's
+    /// own disk, and for the way to it.
+    static std::chrono::milliseconds timeToStore(std::uint64_t size) noexcept;
+    static std::chrono::milliseconds timeToSend(std::uint64_t size) noexcept;
+    /// How long a server may work on such a file that it has got.
+    std::chrono::milliseconds timeToWork(std::uint64_t size) const noexcept;
     enum class Sending { Once, UntilDone };
     /// Sends a change that must not be done twice. Where an answer is lost, `isDone` looks; and
     /// once more where a later sending fails, as the server may have been at work still.
@@ -171,9 +174,10 @@ class HttpProvider final : public IProvider,
     detail::DavOutcome put(StorageIRI const& location, spool::Content const& content,
                            detail::DavExpected const& expected,
                            web::Deadline const& deadline) const;
-    /// Throws provider::Exception alone.
+    /// Throws provider::Exception alone. `mayHaveCome` is of one content: whether the server may
+    /// have it from an earlier call.
     void publish(StorageIRI const& location, spool::Content const& content,
-                 detail::DavExpected const& expected);
+                 detail::DavExpected const& expected, bool& mayHaveCome);
 
     StorageIRI const home_;
     HttpOptions const options_;

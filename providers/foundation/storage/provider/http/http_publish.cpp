@@ -37,7 +37,7 @@ bool replaces(ReplacementPolicy policy) noexcept {
     throw Exception(code, location);
 }
 
-std::chrono::seconds timeFor(std::uint64_t size, std::uint64_t bytesInASecond) {
+std::chrono::seconds timeFor(std::uint64_t size, std::uint64_t bytesInASecond) noexcept {
     // What a server tells of a size may be anything.
     constexpr std::uint64_t longest = std::uint64_t{30} * 24 * 3600;
     return std::chrono::seconds(std::min(size / bytesInASecond, longest));
@@ -53,14 +53,18 @@ std::string HttpProvider::takeOld(StorageIRI const& location, Description const&
                                   spool::Content& content, web::Deadline const& deadline) const {
     web::Url const url = itemUrl(location);
     detail::RangeReader reader(client_, url, {options_.firstRange, options_.largestRange});
-    reader.open();
+    web::Deadline const end = deadline.after(timeToSend(there.size.value_or(0)));
+    reader.open(end);
     std::vector<char> buffer(pieceSize);
-    while (std::size_t const got = reader.readAt(content.size(), buffer)) {
+    while (std::size_t const got = reader.readAt(content.size(), buffer, end)) {
         content.write(content.size(), buffer.data(), got);
+    }
+    if (content.size() == 0 && there.size == 0U) {
+        return tagOf(there); // of no bytes, an answer may tell none
     }
     std::string read = reader.place() == url ? detail::strongTagOf(reader.etag()) : std::string();
     // Another one was written since the question, or the server has two tags for one content.
-    if (!read.empty() && read != tagOf(there) && read != tagOf(lookAt(location, deadline))) {
+    if (!read.empty() && read != tagOf(there) && read != tagOf(lookAt(location, end))) {
         read.clear();
     }
     return read;
@@ -75,11 +79,11 @@ bool HttpProvider::holds(StorageIRI const& location, spool::Content const& conte
     }
     detail::RangeReader reader(client_, itemUrl(location),
                                {options_.firstRange, options_.largestRange});
-    reader.open();
+    reader.open(deadline);
     std::vector<char> theirs(pieceSize);
     std::vector<char> ours(pieceSize);
     for (std::uint64_t done = 0;;) {
-        std::size_t const got = reader.readAt(done, theirs);
+        std::size_t const got = reader.readAt(done, theirs, deadline);
         if (content.read(done, ours.data(), got) != got ||
             !std::equal(ours.begin(), ours.begin() + static_cast<std::ptrdiff_t>(got),
                         theirs.begin())) {
@@ -89,17 +93,17 @@ bool HttpProvider::holds(StorageIRI const& location, spool::Content const& conte
         if (got < theirs.size()) {
             return done == content.size();
         }
-        if (deadline.isOver()) {
-            throw web::Failure(ErrorCode::IOError, "the server took longer than the operation may");
-        }
     }
 }
 
-std::chrono::milliseconds HttpProvider::timeToStore(std::uint64_t size) const {
-    return client_->options().operationTimeout + timeFor(size, slowestDisk);
+std::chrono::milliseconds HttpProvider::timeToStore(std::uint64_t size) noexcept {
+    return timeFor(size, slowestDisk);
 }
-std::chrono::milliseconds HttpProvider::timeToSend(std::uint64_t size) const {
-    return client_->options().operationTimeout + timeFor(size, slowestWay);
+std::chrono::milliseconds HttpProvider::timeToSend(std::uint64_t size) noexcept {
+    return timeFor(size, slowestWay);
+}
+std::chrono::milliseconds HttpProvider::timeToWork(std::uint64_t size) const noexcept {
+    return client_->options().operationTimeout + timeToStore(size);
 }
 
 DavOutcome HttpProvider::put(StorageIRI const& location, spool::Content const& content,
@@ -111,33 +115,43 @@ DavOutcome HttpProvider::put(StorageIRI const& location, spool::Content const& c
     return change(
         expected.state == State::Anything ? Sending::Once : Sending::UntilDone, Changed::Files,
         deadline,
-        [&] { return dav_.put(url, body, expected, timeToStore(content.size()), deadline); },
+        [&] { return dav_.put(url, body, expected, timeToWork(content.size()), deadline); },
         [&] { return holds(location, content, deadline); });
 }
 
 void HttpProvider::publish(StorageIRI const& location, spool::Content const& content,
-                           DavExpected const& expected) try {
-    web::Deadline const deadline(timeToSend(content.size()));
+                           DavExpected const& expected, bool& mayHaveCome) try {
+    web::Deadline const deadline = client_->deadline().after(timeToSend(content.size()));
+    bool const cameBefore = mayHaveCome;
     std::optional<detail::NamesInWork::Hold> hold;
     if (expected.state == State::Nothing) {
         hold.emplace(inWork_, itemUrl(location).text(), deadline);
         // Not every server looks at the condition of the request.
         if (isSuccess(lookAt(location, deadline).status)) {
+            if (cameBefore && holds(location, content, deadline)) {
+                return;
+            }
             fail(ErrorCode::ResourceAlreadyExists, location);
         }
     }
-    DavOutcome outcome = put(location, content, expected, deadline);
+    auto const sent = [&](DavExpected const& wanted) {
+        mayHaveCome = true;
+        DavOutcome const answered = put(location, content, wanted, deadline);
+        mayHaveCome = cameBefore;
+        return answered;
+    };
+    DavOutcome outcome = sent(expected);
     if (outcome.status == 412 && expected.state == State::Tagged) {
-        // An earlier close may have come to the server after all. And there are servers whose
-        // conditions are not about the tags that they tell.
-        if (holds(location, content, deadline)) {
+        // Where nothing was lost, the same content is another one's: as where two append one line.
+        if (cameBefore && holds(location, content, deadline)) {
             return;
         }
+        // There are servers whose conditions are not about the tags that they tell.
         Description const there = lookAt(location, deadline);
         if (!isSuccess(there.status) || tagOf(there) != expected.tag) {
             fail(ErrorCode::ResourceInUse, location);
         }
-        outcome = put(location, content, {}, deadline);
+        outcome = sent({});
     }
     if (!outcome.isSuccess()) {
         Description const there = lookAt(location, deadline);
@@ -180,8 +194,9 @@ std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
                                                       : WritingAccess::Write,
         options.withoutAppend == 0 ? WritingPlace::AtEnd : WritingPlace::AtPosition,
         /*isChanged=*/!keeps,
-        [self = shared_from_this(), location, expected](spool::Content const& whole) {
-            self->publish(location, whole, expected);
+        [self = shared_from_this(), location, expected,
+         mayHaveCome = false](spool::Content const& whole) mutable {
+            self->publish(location, whole, expected, mayHaveCome);
         });
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), location, failure.what());
@@ -200,8 +215,9 @@ std::unique_ptr<ByteStream> HttpProvider::openReplacement(StorageIRI const& loca
     return std::make_unique<HttpWritingStream>(
         spool::Content(space_), WritingAccess::ReadWrite, WritingPlace::AtPosition,
         /*isChanged=*/true,
-        [self = shared_from_this(), location, expected](spool::Content const& whole) {
-            self->publish(location, whole, expected);
+        [self = shared_from_this(), location, expected,
+         mayHaveCome = false](spool::Content const& whole) mutable {
+            self->publish(location, whole, expected, mayHaveCome);
         });
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), location, failure.what());

@@ -89,7 +89,7 @@ void HttpProvider::move(Way const& way, bool isReplacing, Changed changed,
         [&] {
             return dav_.transfer(Transfer::Move, way.from, way.to,
                                  isReplacing ? Overwriting::Allowed : Overwriting::Refused,
-                                 client_->deadline());
+                                 deadline);
         },
         [&] {
             return isSuccess(lookAt(way.destination, deadline).status) &&
@@ -207,7 +207,7 @@ CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& d
         fail(ErrorCode::IOError, target);
     }
     copy({source, itemUrl(source), target, itemUrl(target)}, isReplacing,
-         web::Deadline(timeToStore(size)));
+         deadline.after(timeToStore(size)));
     return CopyStatus::Copied;
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), source, failure.what());

@@ -24,6 +24,12 @@ class Deadline {
         auto const left = std::chrono::ceil<Milliseconds>(end_ - Clock::now());
         return stop_.stop_requested() ? Milliseconds(0) : std::max(left, Milliseconds(0));
     }
+    /// One that allows for more.
+    Deadline after(Milliseconds more) const {
+        Deadline later = *this;
+        later.end_ += more;
+        return later;
+    }
     std::stop_token const& stop() const noexcept { return stop_; }
 
   private:

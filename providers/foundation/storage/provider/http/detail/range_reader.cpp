@@ -75,12 +75,8 @@ RangeReader::RangeReader(std::shared_ptr<web::Client const> client, web::Url url
       sizes_{std::max<std::uint64_t>(sizes.first, 1), sizes.largest},
       nextRange_(sizes_.first) {}
 
-void RangeReader::open() {
-    request(0, 0, client_->deadline());
-}
-
-std::size_t RangeReader::readAt(std::uint64_t position, std::span<char> buffer) {
-    Deadline const deadline = client_->deadline();
+std::size_t RangeReader::readAt(std::uint64_t position, std::span<char> buffer,
+                                Deadline const& deadline) {
     std::size_t done = 0;
     unsigned failures = 0;
     while (done < buffer.size()) {

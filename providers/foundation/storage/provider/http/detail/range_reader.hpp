@@ -46,7 +46,8 @@ class RangeReader {
     RangeReader(std::shared_ptr<web::Client const> client, web::Url url, RangeSizes sizes);
 
     /// Asks for the start of the file. REQUIRES: called once, before anything else.
-    void open();
+    void open() { open(client_->deadline()); }
+    void open(web::Deadline const& deadline) { request(0, 0, deadline); }
     /// Nothing where the server does not tell it.
     std::optional<std::uint64_t> size() const noexcept { return version_.size; }
     /// As the first answer told it, or empty.
@@ -57,7 +58,11 @@ class RangeReader {
     /// Where redirects have led.
     web::Url const& place() const noexcept { return current_; }
     /// Fills the buffer; fewer bytes only at the end of the file.
-    std::size_t readAt(std::uint64_t position, std::span<char> buffer);
+    std::size_t readAt(std::uint64_t position, std::span<char> buffer) {
+        return readAt(position, buffer, client_->deadline());
+    }
+    std::size_t readAt(std::uint64_t position, std::span<char> buffer,
+                       web::Deadline const& deadline);
 
   private:
     /// Whether there is something to read.
