@@ -34,6 +34,16 @@ TEST_F(DavConditions, KeepWhatAnotherHasWrittenSinceAFileWasRead) {
     EXPECT_EQ(server_.countOf("if-match: "), 1U);
 }
 
+// What was read is neither what was there before, nor what is there now.
+TEST_F(DavConditions, HoldAlsoWhereAFileChangesAgainAndAgain) {
+    std::string const file = "/dav-another-writes-often/changing";
+    write(file, "bytes");
+    auto const stream = appending(file);
+    stream->write(", more", 6);
+    EXPECT_EQ(codeOfClose(*stream), 6);
+    EXPECT_EQ(bytesOf(file), "theirs again");
+}
+
 // Of no bytes, the answer to a request for some has no tag.
 TEST_F(DavConditions, HoldAlsoForAFileThatWasEmpty) {
     std::string const file = "/dav-tagged/file";

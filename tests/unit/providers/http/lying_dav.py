@@ -242,7 +242,12 @@ class Dav:
             if data is None and self.flaw == 'shows-folders' and path in self.store:
                 return self.simple(200, 'Content-Type: text/html; charset=utf-8')
             tag = self.tag(path) if self.flaw != 'has-other-tags-to-read' else '"other"'
-            return self.simple(404) if data is None else self.good(len(data), data, etag=tag)
+            if data is None:
+                return self.simple(404)
+            self.good(len(data), data, etag=tag)
+            if self.flaw == 'another-writes-often' and self.first('changed'):
+                self.set(path, b'theirs again')
+            return
         if self.method == 'PROPFIND':
             return self.find(path, slash)
         if self.flaw == 'locked':

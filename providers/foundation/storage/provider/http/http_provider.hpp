@@ -164,8 +164,8 @@ class HttpProvider final : public IProvider,
                           ReplacementPolicy policy) const;
     /// What changes of an item are held to; empty where there is no strong one.
     static std::string tagOf(Description const& there);
-    /// Reads what a file has now; the result is its strong tag, where that is the one that `there`
-    /// has, too.
+    /// Reads what a file has now; the result is its strong tag, but where the server tells two for
+    /// one content.
     std::string takeOld(StorageIRI const& location, Description const& there,
                         spool::Content& content, web::Deadline const& deadline) const;
     /// Whether a file has this content, by reading it.

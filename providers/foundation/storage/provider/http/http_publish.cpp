@@ -63,9 +63,12 @@ std::string HttpProvider::takeOld(StorageIRI const& location, Description const&
         return tagOf(there); // of no bytes, an answer may tell none
     }
     std::string read = reader.place() == url ? detail::strongTagOf(reader.etag()) : std::string();
-    // Another one was written since the question, or the server has two tags for one content.
-    if (!read.empty() && read != tagOf(there) && read != tagOf(lookAt(location, end))) {
-        read.clear();
+    if (!read.empty() && read != tagOf(there)) {
+        // Another one was written since the question, or the server has two tags for one content.
+        std::string const now = tagOf(lookAt(location, end));
+        if (now != read && now == tagOf(there)) {
+            read.clear();
+        }
     }
     return read;
 }

@@ -5,8 +5,8 @@
 
 namespace foundation::storage::provider::http::detail {
 
-/// Makes UTF-8 of a text of XML that comes in UTF-16, which every reader of XML must know. Any other
-/// text goes through, but for the mark that some begin with.
+/// Makes UTF-8 of a text of XML that comes in UTF-16, which every reader of XML must know. Any
+/// other text goes through, but for the mark that some begin with.
 class XmlText {
   public:
     /// What can be told of the text by now. Throws web::Failure where it is none.
