@@ -42,10 +42,9 @@ constexpr Senseless senseless[] = {
 
 } // namespace
 
-std::vector<Lie>
-liesOfCertificates(std::string const& behaviour,
-                   std::function<std::optional<std::string>(Stage const&, LyingServer const&)> const&
-                       run) {
+std::vector<Lie> liesOfCertificates(
+    std::string const& behaviour,
+    std::function<std::optional<std::string>(Stage const&, LyingServer const&)> const& run) {
     std::vector<Lie> lies;
     for (auto const& [kind, tls] : {std::pair{"an expired certificate", Tls::Expired},
                                     std::pair{"a certificate of another", Tls::OfAnotherName},
@@ -98,8 +97,9 @@ void sweepLies(std::string const& name, Extent extent, SweepResult& result) {
         }
 #ifdef WITH_S3
         LyingServer const& server = name == "s3" ? servers.store(lie.tls) : servers.web(lie.tls);
-        Target const target = name == "s3" ? lyingStore(server, lie.behaviour, lie.met, lie.tls)
-                                           : lyingWeb(server, name, lie.behaviour, lie.met, lie.tls);
+        Target const target = name == "s3"
+                                  ? lyingStore(server, lie.behaviour, lie.met, lie.tls)
+                                  : lyingWeb(server, name, lie.behaviour, lie.met, lie.tls);
 #else
         LyingServer const& server = servers.web(lie.tls);
         Target const target = lyingWeb(server, name, lie.behaviour, lie.met, lie.tls);

@@ -31,8 +31,8 @@ Lie changing(char const* kind, std::string const& flaw, std::string const& metho
     return {kind, "dav-" + flaw, method + "\t/dav-" + flaw, result,
             [flaw, result](Stage const& stage, LyingServer const& server) -> Wrong {
                 std::string const bytes(2'000, 'x');
-                auto& replacing = dynamic_cast<provider::extensions::IReplacingStreams&>(
-                    *stage.provider);
+                auto& replacing =
+                    dynamic_cast<provider::extensions::IReplacingStreams&>(*stage.provider);
                 auto const stream = replacing.openReplacement(
                     stage.at("file"), provider::ReplacementPolicy::FailIfExists);
                 stream->write(bytes.data(), static_cast<long>(bytes.size()));
@@ -107,11 +107,11 @@ std::vector<Lie> liesInWebDav() {
         lies.push_back(
             listing("hostile names", "unreadable-" + std::to_string(i), Result::Refused));
     }
-    for (Lie& lie : liesOfCertificates(
-             "xml-plain", [](Stage const& stage, LyingServer const&) -> Wrong {
-                 stage.provider->listAll(stage.root, u"");
-                 return std::nullopt;
-             })) {
+    for (Lie& lie :
+         liesOfCertificates("xml-plain", [](Stage const&stage, LyingServer const&) -> Wrong {
+             stage.provider->listAll(stage.root, u"");
+             return std::nullopt;
+         })) {
         lies.push_back(std::move(lie));
     }
     return lies;

@@ -84,15 +84,14 @@ Lie changing(char const* kind, std::string const& bucket, std::string const& met
 Lie writing(char const* kind, std::string const& bucket, std::string const& met, Result result,
             std::size_t size) {
     std::string const bytes = content(size);
-    return changing(kind, bucket, met, result, bytes,
-                    [bytes](Stage const& stage, LyingServer const&) {
-                        auto& replacing = dynamic_cast<provider::extensions::IReplacingStreams&>(
-                            *stage.provider);
-                        auto const stream =
-                            replacing.openReplacement(stage.at("a"), Policy::ReplaceExisting);
-                        stream->write(bytes.data(), static_cast<long>(bytes.size()));
-                        stream->close();
-                    });
+    return changing(
+        kind, bucket, met, result, bytes, [bytes](Stage const& stage, LyingServer const&) {
+            auto& replacing =
+                dynamic_cast<provider::extensions::IReplacingStreams&>(*stage.provider);
+            auto const stream = replacing.openReplacement(stage.at("a"), Policy::ReplaceExisting);
+            stream->write(bytes.data(), static_cast<long>(bytes.size()));
+            stream->close();
+        });
 }
 
 Lie uploading(char const* kind, std::string const& bucket, std::string const& met, Result result) {
@@ -162,7 +161,8 @@ std::vector<Lie> liesOfAStore() {
         listing("no XML, or another one", "empty-documents", Result::Refused),
         reading("a redirect elsewhere", "elsewhere", Result::Refused),
         listing("a redirect elsewhere", "elsewhere-and-says-where", Result::Refused),
-        writing("a redirect elsewhere", "elsewhere-untold", "\t/elsewhere-untold", Result::Refused, 1'300),
+        writing("a redirect elsewhere", "elsewhere-untold", "\t/elsewhere-untold", Result::Refused,
+                1'300),
         reading("503 for a while", "busy-twice", Result::Right),
         reading("503 for ever", "always-busy", Result::Refused),
         reading("a stall", "stalls-in-the-first-body", Result::Right),
@@ -182,8 +182,7 @@ std::vector<Lie> liesOfAStore() {
         reading("secrets that are sent back", "echoes", Result::Refused),
         writing("secrets that are sent back", "echoes", "\t/echoes", Result::Refused, 1'300),
     };
-    for (Lie& lie :
-         liesOfCertificates("good", [](Stage const& stage, LyingServer const&) -> Wrong {
+    for (Lie& lie : liesOfCertificates("good", [](Stage const&stage, LyingServer const&) -> Wrong {
              stage.provider->exists(stage.at("a"));
              return std::nullopt;
          })) {

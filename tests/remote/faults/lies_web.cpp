@@ -17,8 +17,7 @@ constexpr std::size_t fileSize = 3'000;
 
 /// Reads a file of this server, whatever its size.
 Wrong readAt(Stage const& stage, provider::StorageIRI const& file) {
-    std::string const expected =
-        foundation::storage::provider::http::test::content(fileSize);
+    std::string const expected = foundation::storage::provider::http::test::content(fileSize);
     return readAs(*stage.provider, file, expected);
 }
 

@@ -89,9 +89,8 @@ void requireKnown(LyingServer const& server, std::string const& behaviour) {
 
 /// That it is there for whoever does not look, so that who refuses it does so for its certificate.
 void requireServer(LyingServer const& server, std::string const& path, Tls tls) {
-    if (tls != Tls::No &&
-        provider::http::test::statusForTheTrustful("https://" + server.secureAuthority() + path) !=
-            200) {
+    if (tls != Tls::No && provider::http::test::statusForTheTrustful(
+                              "https://" + server.secureAuthority() + path) != 200) {
         throw std::runtime_error("a server that lies does not answer over TLS");
     }
 }
@@ -114,8 +113,7 @@ LyingServer const& started(std::map<Tls, std::unique_ptr<LyingServer>>& servers,
     return *server;
 }
 
-std::string objectUrl(LyingServer const& store, std::string const& bucket,
-                      std::string const& key) {
+std::string objectUrl(LyingServer const& store, std::string const& bucket, std::string const& key) {
     return "http://" + store.authority() + "/__object/" + bucket + '/' + key;
 }
 

@@ -21,7 +21,6 @@ std::optional<std::string> readAs(foundation::storage::provider::IProvider& prov
                                   std::string const& expected);
 
 /// In order, folders with a slash.
-std::vector<std::string>
-namesOf(foundation::storage::provider::IFolderEntryIterator& cursor);
+std::vector<std::string> namesOf(foundation::storage::provider::IFolderEntryIterator& cursor);
 
 } // namespace remote_faults

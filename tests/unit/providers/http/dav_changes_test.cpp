@@ -153,6 +153,15 @@ TEST_F(DavChanges, AreSentAsOftenAsTheOptionsSay) {
     EXPECT_THAT(asked("PUT"), ::testing::AllOf(::testing::Ge(3U), ::testing::Le(3U + 1U)));
 }
 
+TEST_F(DavChanges, AreNotSentAgainBeforeTheServerWantsThem) {
+    std::string const root = "/dav-is-busy-for-an-hour/";
+    EXPECT_EQ(codeOf([&] { provider_->createFolder(at(root + "folder")); }), 9);
+    EXPECT_EQ(codeOf([&] { provider_->createFile(at(root + "file")); }), 9);
+    EXPECT_EQ(codeOfClose(*provider_->openStream(at(root + "file"), {})), 9);
+    EXPECT_EQ(asked("MKCOL"), 1U);
+    EXPECT_EQ(asked("PUT"), 2U);
+}
+
 TEST_F(DavChanges, HaveOneDeadlineForAllRequests) {
     HttpOptions options = boundedOptions();
     options.web.operationTimeout = std::chrono::milliseconds(300);

@@ -43,8 +43,8 @@ class DavCosts : public Dav {
     }
     Call writing(std::string const& name, ReplacementPolicy policy) const {
         return [=, this](ProviderPtr const& p) {
-            auto const stream = dynamic_cast<extensions::IReplacingStreams&>(*p).openReplacement(
-                in(name), policy);
+            auto const stream =
+                dynamic_cast<extensions::IReplacingStreams&>(*p).openReplacement(in(name), policy);
             stream->write("x", 1);
             stream->close();
         };
@@ -77,8 +77,7 @@ TEST_F(DavCosts, OfEachOperation) {
     EXPECT_EQ(cost([&](auto const& p) { p->moveFolder(in("f"), in("g"), FailIfExists); }),
               "PROPFIND PROPFIND PROPFIND MOVE");
     EXPECT_EQ(cost([&](auto const& p) { p->removeFile(in("2")); }), "PROPFIND DELETE");
-    EXPECT_EQ(cost([&](auto const& p) { p->removeFolderRecursively(in("g")); }),
-              "PROPFIND DELETE");
+    EXPECT_EQ(cost([&](auto const& p) { p->removeFolderRecursively(in("g")); }), "PROPFIND DELETE");
 }
 
 TEST_F(DavCosts, OfServersOfTheWeb) {

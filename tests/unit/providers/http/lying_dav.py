@@ -250,6 +250,8 @@ class Dav:
             return
         if self.method == 'PROPFIND':
             return self.find(path, slash)
+        if self.flaw == 'is-busy-for-an-hour':
+            return self.simple(503, 'Retry-After: 3600')
         if self.flaw == 'locked':
             return self.simple(423)
         if self.flaw == 'full' and self.method == 'PUT':

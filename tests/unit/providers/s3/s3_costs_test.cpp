@@ -66,20 +66,28 @@ TEST_F(S3Costs, OfSmallFiles) {
 }
 
 TEST_F(S3Costs, OfLargeFiles) {
-    EXPECT_EQ(cost([&] { replace(u"f/1", large, FailIfExists); }), "LIST LIST POST PUT PUT PUT HEAD POST");
-    EXPECT_EQ(cost([&] { replace(u"f/2", large, ReplaceExisting); }), "LIST LIST POST PUT PUT PUT POST");
-    EXPECT_EQ(cost([&] { copy(u"f/1", u"f/3", FailIfExists); }), "HEAD LIST LIST POST PUT LIST HEAD HEAD POST");
-    EXPECT_EQ(cost([&] { copy(u"f/1", u"f/4", ReplaceExisting); }), "HEAD LIST LIST POST PUT LIST HEAD POST");
+    EXPECT_EQ(cost([&] { replace(u"f/1", large, FailIfExists); }),
+              "LIST LIST POST PUT PUT PUT HEAD POST");
+    EXPECT_EQ(cost([&] { replace(u"f/2", large, ReplaceExisting); }),
+              "LIST LIST POST PUT PUT PUT POST");
+    EXPECT_EQ(cost([&] { copy(u"f/1", u"f/3", FailIfExists); }),
+              "HEAD LIST LIST POST PUT LIST HEAD HEAD POST");
+    EXPECT_EQ(cost([&] { copy(u"f/1", u"f/4", ReplaceExisting); }),
+              "HEAD LIST LIST POST PUT LIST HEAD POST");
 }
 
 TEST_F(S3Costs, OfCopiesAndMoves) {
     EXPECT_EQ(cost([&] { copy(u"f/old", u"f/1", FailIfExists); }), "HEAD LIST LIST HEAD PUT");
     EXPECT_EQ(cost([&] { copy(u"f/old", u"f/2", ReplaceExisting); }), "HEAD LIST LIST PUT");
     EXPECT_EQ(cost([&] { copy(u"f/old", u"f/2", ReplaceExisting); }), "HEAD LIST PUT");
-    EXPECT_EQ(cost([&] { provider_->moveFile(at(u"f/1"), at(u"f/3"), FailIfExists); }), "HEAD LIST LIST HEAD PUT HEAD DELETE");
-    EXPECT_EQ(cost([&] { provider_->moveFile(at(u"f/2"), at(u"f/4"), ReplaceExisting); }), "HEAD LIST LIST PUT HEAD DELETE");
-    EXPECT_EQ(cost([&] { provider_->moveFile(at(u"f/4"), at(u"f/3"), ReplaceExisting); }), "HEAD LIST PUT HEAD DELETE");
-    EXPECT_EQ(cost([&] { provider_->moveFolder(at(u"t"), at(u"u"), FailIfExists); }), "LIST LIST LIST PUT PUT LIST POST");
+    EXPECT_EQ(cost([&] { provider_->moveFile(at(u"f/1"), at(u"f/3"), FailIfExists); }),
+              "HEAD LIST LIST HEAD PUT HEAD DELETE");
+    EXPECT_EQ(cost([&] { provider_->moveFile(at(u"f/2"), at(u"f/4"), ReplaceExisting); }),
+              "HEAD LIST LIST PUT HEAD DELETE");
+    EXPECT_EQ(cost([&] { provider_->moveFile(at(u"f/4"), at(u"f/3"), ReplaceExisting); }),
+              "HEAD LIST PUT HEAD DELETE");
+    EXPECT_EQ(cost([&] { provider_->moveFolder(at(u"t"), at(u"u"), FailIfExists); }),
+              "LIST LIST LIST PUT PUT LIST POST");
 }
 
 TEST_F(S3Costs, OfFolders) {
@@ -89,7 +97,10 @@ TEST_F(S3Costs, OfFolders) {
     EXPECT_EQ(cost([&] { provider_->removeFolder(at(u"e")); }), "LIST DELETE");
     EXPECT_EQ(cost([&] { provider_->removeFolderRecursively(at(u"f")); }), "LIST POST");
     EXPECT_EQ(cost([&] { provider_->setLastModified(at(u"t/a"), toPtime({5, 0})); }), "HEAD PUT");
-    EXPECT_EQ(cost([&] { provider_->setLastModified(at(u"t/b"), toPtime({5, 0})); }), "HEAD HEAD LIST PUT");
+    EXPECT_EQ(cost([&] {
+                  provider_->setLastModified(at(u"t/b"), toPtime({5, 0}));
+              }),
+              "HEAD HEAD LIST PUT");
 }
 
 } // namespace

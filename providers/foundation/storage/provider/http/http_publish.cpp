@@ -139,7 +139,7 @@ void HttpProvider::publish(StorageIRI const& location, spool::Content const& con
     }
     auto const sent = [&](DavExpected const& wanted) {
         mayHaveCome = true;
-        DavOutcome const answered = put(location, content, wanted, deadline);
+        DavOutcome answered = put(location, content, wanted, deadline);
         mayHaveCome = cameBefore;
         return answered;
     };

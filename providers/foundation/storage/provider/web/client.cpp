@@ -91,6 +91,9 @@ std::unique_ptr<Exchange> Client::send(Request const& request, Deadline const& d
                 return answer;
             }
             minimum = pauseAskedFor(head);
+            if (minimum >= deadline.left()) {
+                return answer; // a failure would say that it may be sent again by now
+            }
             failure = failureOfStatus(head.status);
             hasCome = true;
             answer->finish();
