@@ -13,12 +13,15 @@ namespace cli {
 namespace {
 
 std::string programHelp() {
-    std::string text = "Usage: vfs COMMAND [OPTIONS] [OPERANDS]\n"
-                       "\n"
-                       "Works on files and folders wherever they lie. A location is a path of the\n"
-                       "local disk or an IRI: notes.txt, file:///etc/hosts, mem:/notes.txt.\n"
-                       "\n"
-                       "Commands:\n";
+    std::string text =
+        "Usage: vfs COMMAND [OPTIONS] [OPERANDS]\n"
+        "\n"
+        "Works on files and folders wherever they lie. A location is a path of the\n"
+        "local disk or an IRI: notes.txt, file:///etc/hosts, zip:docs.zip!/notes.txt,\n"
+        "s3://BUCKET/KEY in an object store, https://HOST/PATH on the web or WebDAV;\n"
+        "'vfs providers' lists the schemes.\n"
+        "\n"
+        "Commands:\n";
     for (Command const& command : allCommands()) {
         text += fmt::format("  {:<10}  {}\n", command.name, command.summary);
     }
@@ -26,6 +29,11 @@ std::string programHelp() {
             "Options:\n"
             "  -h, --help  Print this help and exit\n"
             "  --version   Print the version and exit\n"
+            "\n"
+            "Object stores are found, and told who asks, by AWS_ENDPOINT_URL, AWS_REGION,\n"
+            "AWS_ACCESS_KEY_ID, AWS_SECRET_ACCESS_KEY, AWS_PROFILE and other settings that\n"
+            "programs for them take; servers of the web by ~/.netrc. vfs(1) has all of them\n"
+            "under ENVIRONMENT.\n"
             "\n"
             "Exit codes: 0 done, 1 failed, 2 not understood.\n"
             "'vfs COMMAND --help' tells more about a command and shows examples.\n";

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -9,8 +10,14 @@ namespace bench {
 /// it. Throws std::runtime_error where it fails.
 void runProgram(std::vector<std::string> arguments);
 
-/// The same, and returns how many MiB of it were resident at most; no fewer than are resident here.
-double peakMemoryOf(std::vector<std::string> arguments);
+/// What a program wrote and took.
+struct ProgramRun {
+    std::size_t lines = 0;
+    double peakMebibytes = 0; ///< resident at most; no fewer than are resident here
+};
+
+/// The same, with its standard output read and counted here.
+ProgramRun runCounted(std::vector<std::string> arguments);
 
 /// Whether there is a program of this name to run.
 bool isInstalled(std::string const& program);

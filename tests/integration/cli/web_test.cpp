@@ -79,13 +79,14 @@ TEST_F(CommandOnTheWeb, LooksIntoAnArchiveWithoutReadingAllOfIt) {
     EXPECT_THAT(listed.out, HasSubstr("two\n"));
     std::size_t const listing = server_.countOf("\tGET\t");
     EXPECT_LE(listing, 2U); // the start, and the directory at the end
-    EXPECT_LE(server_.requests().size(), 6U);
+    std::size_t const asked = server_.requests().size();
+    EXPECT_EQ(asked, 3U);
 
     Outcome const read = run({"cat", inside + "d/two"});
     EXPECT_EQ(read.err, "");
     EXPECT_EQ(read.out, "two\n");
     EXPECT_LE(server_.countOf("\tGET\t"), listing + 4);
-    EXPECT_LE(server_.requests().size(), 12U);
+    EXPECT_LE(server_.requests().size() - asked, 5U); // four where it is in the first 64 KiB
     for (std::string const& request : server_.requests()) {
         EXPECT_THAT(request, Not(::testing::ContainsRegex("bytes=[0-9]*-\t")));
     }
