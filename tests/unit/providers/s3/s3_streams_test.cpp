@@ -50,6 +50,14 @@ TEST_F(S3Streams, ALargeFileIsReadInGrowingParts) {
     }
 }
 
+TEST_F(S3Streams, OneRequestAtATimeIsForAWholePart) {
+    S3Options one = options();
+    one.concurrency = 1;
+    use(one);
+    put("a", http::test::content(40 * mebibyte));
+    EXPECT_LE(countAsked("GET", [&] { EXPECT_EQ(read(u"a").size(), 40 * mebibyte); }), 14U);
+}
+
 TEST_F(S3Streams, JumpsReadWhatIsThere) {
     std::string const bytes = http::test::content(4 * mebibyte);
     put("a", bytes);

@@ -116,10 +116,12 @@ void ObjectReader::lookAhead(std::uint64_t wanted) {
     S3Options const& options = bucket_->options();
     std::uint64_t const mostInFlight = std::max(1U, options.concurrency);
     std::uint64_t const ahead = std::max(wanted, std::min(run_, mostInFlight * options.partSize));
+    // A few parts in flight hide the round trips; where fewer may be, they are the larger.
+    std::uint64_t const share = std::min<std::uint64_t>(mostInFlight, 4);
     std::uint64_t const from = parts_.empty() ? next_ : parts_.front()->offset;
     while (next_ < size_ && next_ - from < ahead && parts_.size() < mostInFlight) {
         std::uint64_t size = std::max(run_ == 0 ? startRange : smallestPart,
-                                      std::bit_floor(std::max<std::uint64_t>(ahead / 4, 1)));
+                                      std::bit_floor(std::max<std::uint64_t>(ahead / share, 1)));
         if (parts_.empty()) {
             size = std::max(size, std::min(wanted, options.partSize));
         }
