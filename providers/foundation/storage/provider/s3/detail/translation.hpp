@@ -17,7 +17,8 @@ inline web::Failure currentFailure() {
     } catch (web::Failure const& failure) {
         return failure;
     } catch (Exception const& failure) {
-        return {failure.getErrorCode(), failure.what()};
+        return {failure.getErrorCode(),
+                failure.getReason().empty() ? failure.what() : failure.getReason()};
     } catch (std::bad_alloc const&) {
         return {ErrorCode::InternalError, "there is no memory for it"};
     } catch (std::exception const& failure) {
