@@ -17,6 +17,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace bench {
@@ -84,6 +85,20 @@ void set(char const* variable, std::string const& value) {
     ::setenv(variable, value.c_str(), 1);
 }
 
+/// Whatever a developer has set for a store of his own.
+void unsetAllOfStores() {
+    std::vector<std::string> names;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        std::string_view const text = *variable;
+        if (text.starts_with("AWS_") || text.starts_with("RCLONE_")) {
+            names.emplace_back(text.substr(0, text.find('=')));
+        }
+    }
+    for (std::string const& name : names) {
+        ::unsetenv(name.c_str());
+    }
+}
+
 } // namespace
 
 std::string told(char const* variable) {
@@ -133,15 +148,13 @@ void tellPrograms() {
     std::string const access = told("VFS_TEST_S3_ACCESS_KEY");
     std::string const secret = told("VFS_TEST_S3_SECRET_KEY");
     std::string const region = told("VFS_TEST_S3_REGION");
+    unsetAllOfStores();
     set("AWS_ENDPOINT_URL", store);
     set("AWS_ACCESS_KEY_ID", access);
     set("AWS_SECRET_ACCESS_KEY", secret);
     set("AWS_REGION", region);
     set("AWS_CONFIG_FILE", "/dev/null");
     set("AWS_SHARED_CREDENTIALS_FILE", "/dev/null");
-    for (char const* const other : {"AWS_CA_BUNDLE", "AWS_PROFILE", "AWS_SESSION_TOKEN"}) {
-        ::unsetenv(other);
-    }
     set("RCLONE_CONFIG", "/dev/null");
     set("RCLONE_CONFIG_STORE_TYPE", "s3");
     set("RCLONE_CONFIG_STORE_PROVIDER", "Ceph");

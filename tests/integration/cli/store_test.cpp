@@ -29,6 +29,7 @@ class CommandOnAStore : public ::testing::Test {
     Outcome run(std::vector<std::string> words, std::string const& secret = "CANARYSECRET/+=") {
         Outcome outcome = CommandRun::vfs(std::move(words))
                               .in(folder_.path())
+                              .environment("HOME", folder_.path().string())
                               .environment("no_proxy", "127.0.0.1")
                               .environment("AWS_ENDPOINT_URL", "http://" + store_.authority())
                               .environment("AWS_REGION", "eu-test-1")
