@@ -112,8 +112,8 @@ namespace {
 // An item below a folder as an IRI, with the plain path in its inner place where the folder was
 // typed with one.
 std::string spelledAs(Location const& folder, foundation::storage::vfs::AbsoluteIRI const& item) {
-    ustring const whole = item.toString();
-    ustring const base = folder.iri.toString();
+    ustring const& whole = item.toString();
+    ustring const& base = folder.iri.toString();
     ustring const typed = fl::i18n::storageNameToUstring(folder.typed);
     ustring const expanded = folder.iri.toStorageIRI().hasInnerIRI() ? expand(typed) : typed;
     if (expanded == typed || !base.starts_with(expanded) || !whole.starts_with(base)) {

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -51,7 +52,7 @@ double weightOf(WorkAmount const& amount) {
 }
 
 std::string timeInWords(double seconds) {
-    auto const whole = static_cast<std::uint64_t>(seconds + 0.5);
+    auto const whole = static_cast<std::uint64_t>(std::llround(seconds));
     std::uint64_t const hours = whole / 3600;
     std::uint64_t const minutes = whole / 60 % 60;
     return hours > 0 ? fmt::format("{}:{:02}:{:02}", hours, minutes, whole % 60)
