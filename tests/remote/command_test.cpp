@@ -34,7 +34,8 @@ class CommandAndAStore : public ::testing::Test {
     /// A line in which `s3cmd` is another program for such stores, `bucket` the place.
     Outcome shell(std::string const& line) {
         return ran(CommandRun::shell(
-            "set -e; export s3=" + root_ + "; s3cmd() { command s3cmd -c /dev/null --no-progress "
+            "set -e; export s3=" + root_ +
+            "; s3cmd() { command s3cmd -c /dev/null --no-progress "
             "--no-ssl --access_key=$AWS_ACCESS_KEY_ID --secret_key=$AWS_SECRET_ACCESS_KEY "
             "--host=${AWS_ENDPOINT_URL#*//} --host-bucket=${AWS_ENDPOINT_URL#*//} \"$@\"; }; " +
             line));
@@ -61,8 +62,7 @@ class CommandAndAStore : public ::testing::Test {
         return outcome;
     }
     std::string control() {
-        return shell("command curl -sf '" + told("VFS_TEST_S3_COUNT_ENDPOINT") + "/__fault'")
-            .out;
+        return shell("command curl -sf '" + told("VFS_TEST_S3_COUNT_ENDPOINT") + "/__fault'").out;
     }
 };
 
@@ -131,12 +131,14 @@ TEST_F(CommandAndAStore, ReadOfAnArchiveWhatTheyNeedAlone) {
 // 6 GiB where VFS_LONG_TESTS is set.
 TEST_F(CommandAndAStore, KeepASparseFileOfManyParts) {
     char const* const size = std::getenv("VFS_LONG_TESTS") ? "6G" : "64M";
-    shell(std::string("truncate -s ") + size + " sparse; echo begin | dd conv=notrunc of=sparse; "
+    shell(std::string("truncate -s ") + size +
+          " sparse; echo begin | dd conv=notrunc of=sparse; "
           "echo end | dd conv=notrunc oflag=append of=sparse; "
           "echo middle | dd conv=notrunc bs=1000003 seek=30 of=sparse");
     EXPECT_EQ(run({"cp", "sparse", root_ + "/sparse"}).err, "");
     // As stores tell it of uploads: a digest, and the number of parts.
-    EXPECT_THAT(shell("s3cmd info $s3/sparse").out, ::testing::ContainsRegex("[0-9a-f]{32}-[0-9]+"));
+    EXPECT_THAT(shell("s3cmd info $s3/sparse").out,
+                ::testing::ContainsRegex("[0-9a-f]{32}-[0-9]+"));
     EXPECT_EQ(run({"cp", root_ + "/sparse", "back"}).err, "");
     std::string const digest = shell("sha256sum < sparse").out;
     EXPECT_EQ(digest.size(), 64U + 4U);

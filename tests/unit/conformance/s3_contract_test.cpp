@@ -2,6 +2,8 @@
 // real store, where the environment names one: VFS_TEST_S3_ENDPOINT, VFS_TEST_S3_ACCESS_KEY,
 // VFS_TEST_S3_SECRET_KEY and VFS_TEST_S3_BUCKET, a bucket that is there.
 
+#include "remote/server.hpp"
+
 #include <foundation/storage/conformance/contract_gtest.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/s3/s3_factory.hpp>
@@ -106,9 +108,7 @@ int const s3Tests = isThereAStore()
                         : 0;
 
 TEST(S3Contract, IsKeptByABucketOfARealStore) {
-    if (!isThereAStore()) {
-        GTEST_SKIP() << "no store: VFS_TEST_S3_ENDPOINT and VFS_TEST_S3_BUCKET are not set";
-    }
+    VFS_NEEDS_SERVER("VFS_TEST_S3_ENDPOINT");
     EXPECT_GT(s3Tests, 250);
 }
 

@@ -2,6 +2,8 @@
 // VFS_TEST_S3_ACCESS_KEY, VFS_TEST_S3_SECRET_KEY and VFS_TEST_S3_BUCKET, a bucket that is there.
 // Everything stands under a prefix of its own, and is removed behind each test.
 
+#include "remote/server.hpp"
+
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
 
 #include <gmock/gmock.h>
@@ -46,9 +48,7 @@ S3Options gatewayOptions() {
 class BucketAtGateway : public ::testing::Test {
   protected:
     void SetUp() override {
-        if (variable("VFS_TEST_S3_ENDPOINT").empty() || variable("VFS_TEST_S3_BUCKET").empty()) {
-            GTEST_SKIP() << "no store: VFS_TEST_S3_ENDPOINT and VFS_TEST_S3_BUCKET are not set";
-        }
+        VFS_NEEDS_SERVER("VFS_TEST_S3_ENDPOINT");
         bucket_ = std::make_unique<Bucket>(variable("VFS_TEST_S3_BUCKET"), gatewayOptions());
         prefix_ = "bucket-test-" + std::to_string(std::random_device{}()) + '/';
     }
