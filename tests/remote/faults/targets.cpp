@@ -74,7 +74,7 @@ Target webTarget(std::string name, std::string const& url, std::string const& fo
             makeFolderSide(folder + "/faults"),
             makeFaultLine(authorityOf(url)),
             {password, strangersSecret, base64("canary:" + password),
-             base64("canary:" + std::string(strangersSecret))},
+             base64("canary:" + std::string(strangersSecret)), "Authorization: "},
             environment};
 }
 
@@ -112,7 +112,7 @@ Target storeTarget() {
                   make,
                   makeBucketSide(told("VFS_TEST_S3_ENDPOINT"), bucket, "faults/"),
                   makeFaultLine(line),
-                  {secret, strangersSecret, token},
+                  {secret, strangersSecret, token, "AWS4-HMAC", "Signature="},
                   environment};
     target.listsTrees = true;
     target.hasUploads = true;
