@@ -43,7 +43,8 @@ std::string headingOf(std::string_view text) {
 std::map<std::string, ProfileSection, std::less<>> parseProfiles(std::string_view text) {
     std::map<std::string, ProfileSection, std::less<>> sections;
     ProfileSection* section = nullptr;
-    std::string above; // the key that indented lines belong to
+    std::string above; // the key that lines belong to that are indented more than it is
+    std::size_t indentAbove = 0;
     if (text.starts_with("\xEF\xBB\xBF")) {
         text.remove_prefix(3);
     }
@@ -69,11 +70,12 @@ std::map<std::string, ProfileSection, std::less<>> parseProfiles(std::string_vie
         }
         std::string key(trimmed(line.substr(0, equals)));
         std::string_view const value = trimmed(withoutComment(line.substr(equals + 1)));
-        bool const isIndented = blanks.find(whole.front()) != std::string_view::npos;
-        if (isIndented && !above.empty()) {
+        std::size_t const indent = whole.find_first_not_of(blanks);
+        if (!above.empty() && indent > indentAbove) {
             key.insert(0, above + '.');
         } else {
             above = value.empty() ? key : "";
+            indentAbove = indent;
         }
         section->insert_or_assign(std::move(key), std::string(value));
     }

@@ -53,6 +53,14 @@ TEST(ProfileFile, HasValuesBelowKeys) {
                                               Pair("indented", "3")))));
 }
 
+TEST(ProfileFile, MayBeIndentedAsAWhole) {
+    EXPECT_THAT(
+        parseProfiles("[a]\n  s3 =\n      addressing_style = path\n    other = 1\n  region = eu\n"),
+        UnorderedElementsAre(
+            Pair("a", UnorderedElementsAre(Pair("s3", ""), Pair("s3.addressing_style", "path"),
+                                           Pair("s3.other", "1"), Pair("region", "eu")))));
+}
+
 TEST(ProfileFile, TheLaterOfTwoValuesCounts) {
     EXPECT_THAT(parseProfiles("[a]\nkey = 1\n[b]\nkey = 2\n[a]\nkey = 3"),
                 UnorderedElementsAre(Pair("a", UnorderedElementsAre(Pair("key", "3"))),
