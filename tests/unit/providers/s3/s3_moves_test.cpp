@@ -6,6 +6,8 @@
 #include <foundation/storage/provider/s3/detail/key_locks.hpp>
 
 #include <future>
+#include <optional>
+#include <thread>
 
 namespace foundation::storage::provider::s3 {
 namespace {
@@ -158,10 +160,10 @@ TEST_F(S3Moves, LargeFilesMoveWithTheirFolder) {
 // Locks.
 
 bool isFree(detail::KeyLocks& locks, std::set<std::string> keys,
-            std::set<std::string> prefixes = {}) {
+            std::set<std::string> prefixes = {},
+            std::chrono::milliseconds patience = std::chrono::milliseconds(0)) {
     try {
-        auto const held = locks.lock(web::Deadline(std::chrono::milliseconds(0)), std::move(keys),
-                                     std::move(prefixes));
+        auto const held = locks.lock(web::Deadline(patience), std::move(keys), std::move(prefixes));
         return true;
     } catch (web::Failure const& failure) {
         EXPECT_EQ(failure.code(), ErrorCode::ResourceInUse);
@@ -197,6 +199,42 @@ TEST(S3Locks, AreWaitedForNoLongerThanTheDeadline) {
     auto const before = std::chrono::steady_clock::now();
     EXPECT_THROW(locks.lock(web::Deadline(std::chrono::milliseconds(50)), {"a"}), web::Failure);
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(50));
+}
+
+TEST(S3Locks, AreHadInTheOrderInWhichTheyAreAskedFor) {
+    detail::KeyLocks locks;
+    std::optional<detail::KeyLocks::Held> held;
+    held.emplace(locks, detail::KeyLocks::Names{.keys = {"a/1"}},
+                 web::Deadline(std::chrono::seconds(10)));
+    auto tree = std::async(std::launch::async, [&] {
+        auto const all = locks.lock(web::Deadline(std::chrono::seconds(60)), {}, {"a/"});
+    });
+    // Whoever comes behind it waits, or one after the other would keep it from its turn.
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (isFree(locks, {"a/2"}) && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_FALSE(isFree(locks, {"a/2"}));
+    EXPECT_TRUE(isFree(locks, {"b"}));
+    held.reset();
+    tree.get();
+    EXPECT_TRUE(isFree(locks, {"a/2"}));
+}
+
+TEST(S3Locks, AreFreeForTheNextWhereSomebodyWaitsNoLonger) {
+    detail::KeyLocks locks;
+    web::Deadline const late(std::chrono::seconds(60));
+    auto const held = locks.lock(late, {"a/1"});
+    auto tree = std::async(std::launch::async, [&] {
+        EXPECT_FALSE(isFree(locks, {}, {"a/"}, std::chrono::milliseconds(300)));
+    });
+    while (isFree(locks, {"a/2"}) &&
+           tree.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+    }
+    auto const before = std::chrono::steady_clock::now();
+    auto const other = locks.lock(late, {"a/2"});
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(30));
+    tree.get();
 }
 
 } // namespace

@@ -19,6 +19,18 @@ bool isBelowOne(std::string const& name, std::set<std::string> const& prefixes) 
                        [&](std::string const& prefix) { return name.starts_with(prefix); });
 }
 
+/// Whether nothing is in both.
+bool areApart(KeyLocks::Names const& one, KeyLocks::Names const& other) {
+    return std::none_of(one.keys.begin(), one.keys.end(),
+                        [&](std::string const& key) {
+                            return other.keys.contains(key) || isBelowOne(key, other.prefixes);
+                        }) &&
+           std::none_of(one.prefixes.begin(), one.prefixes.end(), [&](std::string const& prefix) {
+               return hasOneWith(other.keys, prefix) || hasOneWith(other.prefixes, prefix) ||
+                      isBelowOne(prefix, other.prefixes);
+           });
+}
+
 } // namespace
 
 KeyLocks::Held::Held(KeyLocks& locks, Names names, web::Deadline const& deadline)
@@ -26,7 +38,13 @@ KeyLocks::Held::Held(KeyLocks& locks, Names names, web::Deadline const& deadline
       names_(std::move(names)) {
     Names added = names_; // nothing can fail once some of it is held
     std::unique_lock lock(locks_.mutex_);
-    if (!locks_.released_.wait_for(lock, deadline.left(), [&] { return locks_.isFree(names_); })) {
+    auto const place = locks_.waiting_.insert(locks_.waiting_.end(), &names_);
+    bool const isFree =
+        locks_.released_.wait_for(lock, deadline.left(), [&] { return locks_.isTurnOf(place); });
+    locks_.waiting_.erase(place);
+    if (!isFree) {
+        lock.unlock();
+        locks_.released_.notify_all(); // it is in nobody's way any more
         throw web::Failure(ErrorCode::ResourceInUse, "it is being changed for too long");
     }
     locks_.held_.keys.merge(added.keys);
@@ -51,19 +69,10 @@ KeyLocks::Held KeyLocks::lock(web::Deadline const& deadline, std::set<std::strin
     return Held(*this, {std::move(keys), std::move(prefixes)}, deadline);
 }
 
-bool KeyLocks::isFree(Names const& names) const {
-    for (std::string const& key : names.keys) {
-        if (held_.keys.contains(key) || isBelowOne(key, held_.prefixes)) {
-            return false;
-        }
-    }
-    for (std::string const& prefix : names.prefixes) {
-        if (hasOneWith(held_.keys, prefix) || hasOneWith(held_.prefixes, prefix) ||
-            isBelowOne(prefix, held_.prefixes)) {
-            return false;
-        }
-    }
-    return true;
+bool KeyLocks::isTurnOf(Waiting::const_iterator place) const {
+    return areApart(**place, held_) &&
+           std::all_of(waiting_.begin(), place,
+                       [&](Names const* earlier) { return areApart(**place, *earlier); });
 }
 
 } // namespace foundation::storage::provider::s3::detail

@@ -3,6 +3,7 @@
 #include <foundation/storage/provider/web/deadline.hpp>
 
 #include <condition_variable>
+#include <list>
 #include <mutex>
 #include <set>
 #include <string>
@@ -32,17 +33,21 @@ class KeyLocks {
         Names const names_;
     };
 
-    /// Waits for those who have one of them. Throws web::Failure, code ResourceInUse, where that
-    /// takes longer than the deadline.
+    /// Waits for those who have one of them, or were there before and wait for one. Throws
+    /// web::Failure, code ResourceInUse, where that takes longer than the deadline.
     Held lock(web::Deadline const& deadline, std::set<std::string> keys,
               std::set<std::string> prefixes = {});
 
   private:
-    bool isFree(Names const& names) const;
+    using Waiting = std::list<Names const*>;
+
+    bool isTurnOf(Waiting::const_iterator place) const;
 
     std::mutex mutex_;
     std::condition_variable released_;
-    Names held_; ///< guarded by the mutex
+    // guarded by the mutex:
+    Names held_;
+    Waiting waiting_; ///< in their order
 };
 
 } // namespace foundation::storage::provider::s3::detail
