@@ -165,6 +165,20 @@ class LyingConnection(Connection):
             fields = [*fields, 'x-amz-meta-odd: \xc3\xa4']
         self.send((status, fields, body))
 
+    def do_tells_odd_names(self):
+        """Of metadata, that no field can have."""
+        status, fields, body = self.good()
+        if self.operation in ('get', 'head') and status < 300:
+            fields = [*fields, 'x-amz-meta-odd name: x']
+        self.send((status, fields, body))
+
+    def do_keeps_metadata_to_itself(self):
+        """And tells only how much of it there is that no answer can have."""
+        status, fields, body = self.good()
+        if self.operation in ('get', 'head') and status < 300:
+            fields = [*fields, 'x-amz-missing-meta: 1']
+        self.send((status, fields, body))
+
     def do_changes(self):
         """At each time, and does not look at conditions."""
         def make():

@@ -1,6 +1,7 @@
 #include <foundation/storage/provider/s3/detail/likeness.hpp>
 
 #include <foundation/storage/provider/s3/detail/object_time.hpp>
+#include <foundation/storage/provider/s3/detail/request_fields.hpp>
 
 #include <algorithm>
 #include <array>
@@ -18,6 +19,9 @@ constexpr std::array<std::string_view, 6> contentFields{"Cache-Control",    "Con
                                                         "Content-Type",     "Expires"};
 constexpr std::string_view metadataPrefix = "x-amz-meta-";
 
+/// How much metadata there is that the store cannot tell.
+constexpr std::string_view untoldMetadata = "x-amz-missing-meta";
+
 bool isTime(std::string_view name) noexcept {
     return web::areEqualNames(name, timeField);
 }
@@ -34,10 +38,13 @@ Likeness likenessOf(ObjectHead const& head) {
             name.size() > metadataPrefix.size() &&
             web::areEqualNames(std::string_view(name).substr(0, metadataPrefix.size()),
                                metadataPrefix);
+        if (web::areEqualNames(name, untoldMetadata) && value != "0") {
+            likeness.isComplete = false;
+        }
         if (!isField && !isMetadata) {
             continue;
         }
-        if (!std::all_of(value.begin(), value.end(), [](char c) { return c >= ' ' && c <= '~'; })) {
+        if (!canBeName(name) || !canBeValue(value)) {
             likeness.isComplete = false;
             continue;
         }

@@ -7,16 +7,22 @@
 
 namespace foundation::storage::provider::s3::detail {
 
+bool canBeName(std::string_view name) noexcept {
+    return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
+        return c > ' ' && c <= '~' && c != ':' && c != ';';
+    });
+}
+
+bool canBeValue(std::string_view value) noexcept {
+    return std::all_of(value.begin(), value.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 void addMetadata(web::Headers& headers, PutConditions const& conditions) {
     for (auto const& [name, value] : conditions.contentFields) {
         headers.add(name, value);
     }
     for (auto const& [name, value] : conditions.metadata) {
-        auto const isPlain = [](char c) { return c >= ' ' && c <= '~'; };
-        bool const canBeName = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
-            return c > ' ' && c <= '~' && c != ':' && c != ';';
-        });
-        if (!canBeName || !std::all_of(value.begin(), value.end(), isPlain)) {
+        if (!canBeName(name) || !canBeValue(value)) {
             throw web::Failure(ErrorCode::InternalError, "metadata cannot be sent as it is");
         }
         headers.add("x-amz-meta-" + name, value);

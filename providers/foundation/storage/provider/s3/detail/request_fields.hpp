@@ -12,7 +12,11 @@ namespace foundation::storage::provider::s3::detail {
 struct Doubt;
 class StoreFailure;
 
-/// Throws where a value cannot stand in a request.
+/// Whether a field of a request can have such a name, and such a value.
+bool canBeName(std::string_view name) noexcept;
+bool canBeValue(std::string_view value) noexcept;
+
+/// Throws where a name or a value cannot stand in a request.
 void addMetadata(web::Headers& headers, PutConditions const& conditions);
 /// What is copied, and of which version, where a tag is given.
 void addSource(web::Headers& headers, std::string_view source, std::string_view sourceTag);
