@@ -561,6 +561,19 @@ class LyingConnection(Connection):
         else:
             self.send(self.good())
 
+    def do_puts_and_is_gone_for_a_while(self):
+        """The same of an object that is put at once."""
+        if self.operation == 'put' and self.count == 1:
+            self.good()
+            self.bucket.is_gone = True
+            raise Lost
+        if self.operation == 'uploads':
+            self.bucket.is_gone = False
+        if getattr(self.bucket, 'is_gone', False):
+            self.send(error(403, 'AccessDenied'))
+        else:
+            self.send(self.good())
+
     def do_loses_removals(self):
         if self.operation in ('remove', 'remove-many'):
             self.good()

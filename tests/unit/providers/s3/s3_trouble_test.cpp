@@ -144,6 +144,21 @@ TEST_F(S3Trouble, AReplacementWhoseCompletionWasNotSeenIsFoundWhenItIsClosedAgai
     EXPECT_EQ(readIn(u"a").size(), 8 * mebibyte);
 }
 
+TEST_F(S3Trouble, ANewFileWhosePutWasNotSeenIsFoundWhenItIsClosedAgain) {
+    for (bool const isChanged : {false, true}) {
+        useStore(isChanged ? "puts_and_is_gone_for_a_while.2" : "puts_and_is_gone_for_a_while");
+        auto const stream = provider_->openReplacement(in(u"a"), ReplacementPolicy::FailIfExists);
+        write(*stream, "new");
+        EXPECT_EQ(codeOfClose(*stream), refused(ErrorCode::PermissionDenied));
+        EXPECT_EQ(uploadsIn(*bucket_), 0U); // from here on it is there again
+        if (isChanged) {
+            put("a", "theirs");
+        }
+        EXPECT_EQ(codeOfClose(*stream), isChanged ? refused(ErrorCode::ResourceAlreadyExists) : -1);
+        EXPECT_EQ(readIn(u"a"), isChanged ? "theirs" : "new");
+    }
+}
+
 TEST_F(S3Trouble, AStoreWithoutConditionsIsAskedBefore) {
     useStore("knows_no_conditions");
     provider_->createFolder(in(u"f"));

@@ -126,8 +126,10 @@ class Bucket {
     /// PutObject; returns the tag. A put only where nothing is, is sent again where its answer is
     /// lost and nothing is there yet; what is there then counts as its own where it has these bytes
     /// and is no older than the call. Some stores do not know the condition: it is looked before.
+    /// Whoever asks again tells since when, and finds what was done the first time.
     std::string put(std::string_view key, std::span<char const> content,
-                    PutConditions const& conditions, Deadline const& deadline) const;
+                    PutConditions const& conditions, Deadline const& deadline,
+                    std::optional<std::chrono::steady_clock::time_point> askedSince = {}) const;
     /// CopyObject within the store. `source` is BUCKET/KEY, not encoded. Returns the tag. Metadata
     /// and fields, where there are some, come in place of those of the source. Stores know no copy
     /// only where nothing is: it is looked before. Throws SourceFailure, too.

@@ -26,7 +26,13 @@ std::string tagOf(Answer const& answer) {
 } // namespace
 
 std::string Bucket::put(std::string_view key, std::span<char const> content,
-                        PutConditions const& conditions, Deadline const& deadline) const {
+                        PutConditions const& conditions, Deadline const& deadline,
+                        std::optional<std::chrono::steady_clock::time_point> askedSince) const {
+    auto const doneBefore = [&] {
+        auto done = askedSince ? ownPut(key, content, Doubt{*askedSince, 1}, deadline)
+                               : std::nullopt; // which throws where it is another's
+        return done ? *std::move(done) : throw existsAlready();
+    };
     Question question{"PUT", key};
     question.body = content;
     addMetadata(question.headers, conditions);
@@ -47,7 +53,7 @@ std::string Bucket::put(std::string_view key, std::span<char const> content,
         return store_->askOnce(conditional, inquiry, deadline);
     } catch (StoreFailure const& failure) {
         if (saysThatThereIsOne(failure)) {
-            throw existsAlready();
+            return doneBefore();
         }
         if (failure.word() != "NotImplemented") {
             throw;
@@ -55,7 +61,7 @@ std::string Bucket::put(std::string_view key, std::span<char const> content,
     }
     // A store that knows no conditions: it is looked before.
     if (head(key, deadline)) {
-        throw existsAlready();
+        return doneBefore();
     }
     return store_->askOnce(question, inquiry, deadline);
 }

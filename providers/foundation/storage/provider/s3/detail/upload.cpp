@@ -181,8 +181,10 @@ void Upload::finish() {
     if (lost_) {
         throw web::Failure(*lost_); // there is a hole
     }
+    auto const askedSince = finishing_;
     if (id_.empty()) {
-        bucket_->put(key_, buffer_, conditions_, bucket_->deadline());
+        finishing_ = askedSince.value_or(std::chrono::steady_clock::now());
+        bucket_->put(key_, buffer_, conditions_, bucket_->deadline(), askedSince);
         isFinished_ = true;
         return;
     }
@@ -201,10 +203,8 @@ void Upload::finish() {
             throw sourceHasChanged();
         }
     }
-    bool const isAgain = completing_.has_value();
-    completing_ = completing_.value_or(std::chrono::steady_clock::now());
-    bucket_->completeUpload(key_, id_, parts_, conditions_, bucket_->deadline(),
-                            isAgain ? completing_ : std::nullopt);
+    finishing_ = askedSince.value_or(std::chrono::steady_clock::now());
+    bucket_->completeUpload(key_, id_, parts_, conditions_, bucket_->deadline(), askedSince);
     isFinished_ = true;
 }
 

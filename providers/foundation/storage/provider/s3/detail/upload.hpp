@@ -93,8 +93,8 @@ class Upload {
     std::vector<UploadedPart> parts_;
     std::optional<CopySource> source_;
     std::optional<web::Failure> lost_; ///< why a part did not come to the store
-    /// When it was first to be completed, which may have been done though the answer was lost.
-    std::optional<std::chrono::steady_clock::time_point> completing_;
+    /// When it was first to be finished, which may have been done though the answer was lost.
+    std::optional<std::chrono::steady_clock::time_point> finishing_;
     bool isFinished_ = false;
 };
 
