@@ -172,6 +172,13 @@ class LyingConnection(Connection):
             fields = [*fields, 'x-amz-meta-odd name: x']
         self.send((status, fields, body))
 
+    def do_tells_fields_twice(self):
+        status, fields, body = self.good()
+        if self.operation in ('get', 'head') and status < 300:
+            fields = [*fields, *(one for one in fields if one.lower().startswith((
+                'cache-control', 'content-type', 'x-amz-meta-')))]
+        self.send((status, fields, body))
+
     def do_keeps_metadata_to_itself(self):
         """And tells only how much of it there is that no answer can have."""
         status, fields, body = self.good()

@@ -67,6 +67,18 @@ TEST_F(S3Likeness, GoesWithACopyOfAnySize) {
     }
 }
 
+TEST_F(S3Likeness, IsToldOnceWhereAnAnswerTellsItTwice) {
+    useStore("tells_fields_twice");
+    for (std::size_t const size : {std::size_t{5}, 6 * mebibyte}) {
+        putWithFields("a", std::string(size, 'x'));
+        copy(u"a", u"b");
+        expectFields("b");
+        append(u"b");
+        expectFields("b");
+        provider_->removeFile(in(u"b"));
+    }
+}
+
 TEST_F(S3Likeness, GoesAsFarAsItCanStandInARequest) {
     for (std::string const store :
          {"tells_odd_metadata", "tells_odd_names", "keeps_metadata_to_itself"}) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace foundation::storage::provider::s3::detail {
 
@@ -24,6 +25,21 @@ constexpr std::string_view untoldMetadata = "x-amz-missing-meta";
 
 bool isTime(std::string_view name) noexcept {
     return web::areEqualNames(name, timeField);
+}
+
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+/// Several values of one name are one (RFC 9110, section 5.3); what an answer repeats is no more
+/// than it was.
+void add(Fields& fields, std::string name, std::string const& value) {
+    auto const known = std::find_if(fields.begin(), fields.end(), [&](auto const& field) {
+        return web::areEqualNames(field.first, name);
+    });
+    if (known == fields.end()) {
+        fields.emplace_back(std::move(name), value);
+    } else if (known->second != value) {
+        known->second += ", " + value;
+    }
 }
 
 } // namespace
@@ -49,9 +65,9 @@ Likeness likenessOf(ObjectHead const& head) {
             continue;
         }
         if (isField) {
-            likeness.conditions.contentFields.emplace_back(name, value);
+            add(likeness.conditions.contentFields, name, value);
         } else if (std::string key = name.substr(metadataPrefix.size()); !isTime(key)) {
-            likeness.conditions.metadata.emplace_back(std::move(key), value);
+            add(likeness.conditions.metadata, std::move(key), value);
         }
     }
     return likeness;
