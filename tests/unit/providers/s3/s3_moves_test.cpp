@@ -108,6 +108,23 @@ TEST_F(S3Moves, AFailureNamesTheItemThatItIsAbout) {
     EXPECT_THAT(keys(), ElementsAre("a/b", "z/b", "z/c"));
 }
 
+TEST_F(S3Moves, AFailureHasAReason) {
+    auto const reason = [&] {
+        try {
+            moveFolder(u"a", u"z");
+            return std::string();
+        } catch (Exception const& failure) {
+            return std::string(failure.getReason());
+        }
+    };
+    useStore("others_write_behind_a_copy");
+    put("a/b", "old");
+    EXPECT_EQ(reason(), "it has changed while it was moved");
+    useStore("keeps_what_is_called_b");
+    put("a/b", "old");
+    EXPECT_EQ(reason(), "the store answered AccessDenied (200)");
+}
+
 TEST_F(S3Moves, ARemovalNamesWhatIsRefused) {
     useStore("keeps_what_is_called_b");
     for (char const* key : {"d/a", "d/e/b", "d/e/c"}) {

@@ -156,7 +156,8 @@ void S3Provider::moveKeys(MovedFolder const& from, MovedFolder const& to) {
         removal.remove(std::move(keys));
     }
     if (auto const left = removal.finish()) {
-        fail(left->code, detail::itemBelow(from.location, folder, left->key));
+        throw Exception(left->code, detail::itemBelow(from.location, folder, left->key),
+                        left->text);
     }
 }
 
@@ -223,7 +224,9 @@ void S3Provider::requireUnchanged(std::vector<ListedObject> const& page, MovedFo
                 return;
             }
             if (expected == page.end() || !isSame(*expected, object)) {
-                fail(ErrorCode::IOError, detail::itemBelow(from.location, folder, object.key));
+                throw Exception(ErrorCode::IOError,
+                                detail::itemBelow(from.location, folder, object.key),
+                                changed().what());
             }
             ++expected;
         }
