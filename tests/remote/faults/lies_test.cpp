@@ -55,6 +55,7 @@ TEST(LiesThatAreBelieved, AreSeen) {
     EXPECT_THAT(result.wrong, Optional(HasSubstr("not to be believed")));
     EXPECT_EQ(result.counts.applied, 0U);
     EXPECT_THROW(lyingWeb(server, "web", "no-such-behaviour", "GET", Tls::No), std::runtime_error);
+    closePlainConnections();
 }
 
 #ifdef WITH_S3
