@@ -251,7 +251,9 @@ TEST_F(WebSending, EndsAtOnceWhereItIsStopped) {
     patient.firstPause = patient.longestPause = std::chrono::minutes(2);
     Client const web = client(patient);
     for (std::string const path :
-         {"/never-answers/1000", "/stalls-in-the-body/1000", "/always-busy/1000"}) {
+         {"/never-answers/1000", "/stalls-in-the-body/1000", "/always-busy/1000",
+          // Where the stop comes between an answer and the pause after it is for chance to say.
+          "/always-busy/1001", "/always-busy/1002", "/always-busy/1003", "/always-busy/1004"}) {
         std::stop_source stop;
         auto failed = std::async(std::launch::async, [&] {
             try {

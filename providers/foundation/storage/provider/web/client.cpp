@@ -91,7 +91,7 @@ std::unique_ptr<Exchange> Client::send(Request const& request, Deadline const& d
                 return answer;
             }
             minimum = pauseAskedFor(head);
-            if (minimum >= deadline.left()) {
+            if (minimum > Milliseconds(0) && minimum >= deadline.left()) {
                 return answer; // a failure would say that it may be sent again by now
             }
             failure = failureOfStatus(head.status);
