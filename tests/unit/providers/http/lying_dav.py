@@ -8,8 +8,9 @@ import threading
 import time
 from urllib.parse import quote, unquote, urlsplit
 
+from loopback_server import lock, ports
+
 MODIFIED = 'Sat, 01 Jun 2024 10:00:00 GMT'
-lock = threading.RLock()
 stores = {}  # by behaviour, and of each the files' bytes by path; None for folders
 times = {}  # that were set
 versions = {}  # of files, by path
@@ -153,7 +154,7 @@ class Dav:
         if self.flaw == 'of-class-two':
             self.simple(200, 'DAV: <http://example.org/more>', 'DAV: 4, 2')
         elif self.flaw == 'of-another-origin':
-            self.simple(307, f'Location: http://127.0.0.1:{self.ports[1]}/dav-good/')
+            self.simple(307, f'Location: http://127.0.0.1:{ports[1]}/dav-good/')
         elif self.flaw == 'not-spoken':
             self.simple(200, 'DAV: 10, x1, <1>')
         elif self.flaw == 'denied' or (self.flaw == 'mixed' and 'private' in path):

@@ -1,86 +1,41 @@
-"""Serves files over HTTP, well and badly: lying_server.py LOG [CERTIFICATE KEY]
-
-Prints two ports of the loopback interface, the second one another origin of the same files, and
-serves them until its standard input ends; with a certificate a third one, for TLS. Every request is
-appended to LOG before it is answered: port, method, target, its fields, and the number of the connection,
-separated by a tab each.
+"""Serves files over HTTP, well and badly; see loopback_server.py for how it is run.
 
 A target is /BEHAVIOUR/SIZE, and the file has SIZE bytes that tell their positions; or /disk/PATH,
 for a file that is there. What speaks WebDAV is in lying_dav.py."""
 import os
 import re
 import socket
-import struct
 import sys
-import threading
 import time
 from urllib.parse import unquote
 
 sys.dont_write_bytecode = True  # beside the sources
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))  # which an isolated interpreter leaves out
+here = os.path.dirname(os.path.abspath(__file__))
+sys.path[:0] = [here, os.path.dirname(here)]  # which an isolated interpreter leaves out
+from loopback_server import LoopbackConnection, Lost, content, lock, ports, serve
 from lying_dav import Dav
 
 MODIFIED = 'Sat, 01 Jun 2024 10:00:00 GMT'
-log = open(sys.argv[1], 'a', buffering=1)
-lock = threading.Lock()
 asked = {}  # how often, by target
-ports = []
 
 
-def content(size, seed=0):
-    return bytes((i * 7 + (i >> 8) * 13 + seed) & 255 for i in range(size))
-
-
-class Lost(Exception):
-    """The connection is to be closed."""
-
-
-class Connection(Dav):
-    ports = ports
-
-    def __init__(self, connection, port):
-        self.socket, self.port, self.file = connection, port, connection.makefile('rb')
-        self.answered = 0
-        with lock:
-            self.number = asked['connections'] = asked.get('connections', 0) + 1
-
-    def serve(self):
-        try:
-            while self.answer():
-                self.answered += 1
-        except (Lost, OSError):
-            pass
-        finally:
-            self.file.close()
-            self.socket.close()
+class Connection(Dav, LoopbackConnection):
+    def look(self):
+        """/__knows/BEHAVIOUR is there or is not."""
+        name = self.target[len('/__knows/'):]
+        known = name.startswith(('dav-', 'xml-')) or hasattr(self, 'do_' + name.replace('-', '_'))
+        self.simple(200 if known else 404)
 
     def answer(self):
-        line = self.file.readline().decode('latin-1').split()
-        if len(line) != 3:
-            return False
-        self.method, self.target = line[0], line[1]
-        self.fields = {}
-        while (field := self.file.readline().decode('latin-1').strip()):
-            name, value = field.split(':', 1)
-            self.fields[name.lower()] = value.strip()
-        if self.target.startswith('/__knows/'):
-            name = self.target[len('/__knows/'):]
-            known = name.startswith(('dav-', 'xml-')) or hasattr(self, 'do_' + name.replace('-', '_'))
-            self.simple(200 if known else 404)
-            return True
         with lock:
-            log.write('\t'.join([str(self.port), self.method, self.target] +
-                                [f'{k}: {v}' for k, v in self.fields.items()] +
-                                [f'on-connection: {self.number}']) + '\n')
             self.count = asked[self.target] = asked.get(self.target, 0) + 1
         if self.is_dav():
             self.dav()
-            return True
+            return
         path = self.target.split('?')[0].split('/')
         behaviour = path[1]
         size = int(path[2]) if len(path) > 2 and path[2].isdigit() else 0
         getattr(self, 'do_' + behaviour.replace('-', '_'), self.do_missing)(size)
-        return True
 
     # What answers are made of.
 
@@ -155,10 +110,6 @@ class Connection(Dav):
             piece = data[i:i + 1000]
             self.body(b'%x\r\n' % len(piece) + piece + b'\r\n')
         self.body(b'0\r\n\r\n')
-
-    def reset(self):
-        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
-        raise Lost
 
     def garble(self):
         self.socket.sendall(b'no answer at all\r\n\r\n')
@@ -530,33 +481,4 @@ class Connection(Dav):
         self.good(size) if 'authorization' in self.fields else self.simple(401)
 
 
-def listen(context=None):
-    listener = socket.create_server(('127.0.0.1', 0))
-    port = listener.getsockname()[1]
-    ports.append(port)
-
-    def accept():
-        while True:
-            connection, _ = listener.accept()
-            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-            if context:
-                with open(sys.argv[1] + '.tls', 'a') as file:
-                    file.write('one comes\n')
-                try:
-                    connection = context.wrap_socket(connection, server_side=True)
-                except OSError:
-                    continue
-            threading.Thread(target=Connection(connection, port).serve, daemon=True).start()
-    threading.Thread(target=accept, daemon=True).start()
-
-
-listen()
-listen()
-if len(sys.argv) > 2:
-    import ssl  # takes its time
-    tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    tls.load_cert_chain(sys.argv[2], sys.argv[3])
-    listen(tls)
-print(*ports, flush=True)
-sys.stdin.read()
-os._exit(0)
+serve(Connection)

@@ -1,8 +1,4 @@
-"""An object store over HTTP, good and bad: lying_store.py LOG [CERTIFICATE KEY]
-
-Prints two ports of the loopback interface, and serves them until its standard input ends; with a
-certificate a third one, for TLS. Every request is appended to LOG before it is answered: port,
-method, target, its fields, and the number of the connection, separated by a tab each.
+"""An object store over HTTP, good and bad; see loopback_server.py for how it is run.
 
 The name of a bucket is how it behaves, up to the first dot; it comes to be when it is first named.
 Every signature is checked, but for those of buckets that are `open`."""
@@ -13,12 +9,10 @@ import time
 from urllib.parse import unquote
 
 sys.dont_write_bytecode = True  # beside the sources
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))  # which an isolated interpreter leaves out
-from true_store import ACCESS, SECRET, TOKEN, Connection, Lost, Object, error, ports, serve
-
-
-def seeded(size, seed=0):
-    return bytes((i * 7 + (i >> 8) * 13 + seed) & 255 for i in range(size))
+here = os.path.dirname(os.path.abspath(__file__))
+sys.path[:0] = [here, os.path.dirname(here)]  # which an isolated interpreter leaves out
+from loopback_server import Lost, content, ports, serve
+from true_store import ACCESS, SECRET, TOKEN, Connection, Object, error
 
 
 class LyingConnection(Connection):
@@ -189,7 +183,7 @@ class LyingConnection(Connection):
     def do_changes(self):
         """At each time, and does not look at conditions."""
         def make():
-            self.bucket.objects[self.key] = Object(seeded(5000, self.count))
+            self.bucket.objects[self.key] = Object(content(5000, self.count))
             self.fields.pop('if-match', None)
             answer = self.good()
             self.send(answer, cut=len(answer[2]) // 2)

@@ -1,12 +1,7 @@
 """An object store over HTTP that does what it is asked for; lying_store.py serves it."""
 import hashlib
 import hmac
-import os
 import re
-import socket
-import struct
-import sys
-import threading
 import time
 from datetime import datetime, timezone
 from email.utils import formatdate
@@ -14,17 +9,11 @@ from urllib.parse import parse_qsl, quote_plus, unquote
 from xml.etree import ElementTree
 from xml.sax.saxutils import escape
 
+from loopback_server import LoopbackConnection, Lost, lock
+
 ACCESS, SECRET, TOKEN, REGION = 'CANARYACCESS', 'CANARYSECRET/+=', 'CANARYTOKEN', 'eu-test-1'
-log = open(sys.argv[1], 'a', buffering=1)
-lock = threading.RLock()
 buckets = {}
-ports = []
-connections = [0]
 XML = '<?xml version="1.0" encoding="UTF-8"?>\n'
-
-
-class Lost(Exception):
-    """The connection is to be closed."""
 
 
 class Refusal(Exception):
@@ -48,40 +37,14 @@ class Bucket:
         self.objects, self.uploads, self.asked, self.number = {}, {}, {}, 0
 
 
-class Connection:
-    def __init__(self, connection, port):
-        self.socket, self.port, self.file = connection, port, connection.makefile('rb')
-        self.clock_offset = 0
-        with lock:
-            self.number = connections[0] = connections[0] + 1
+class Connection(LoopbackConnection):
+    clock_offset = 0
 
-    def serve(self):
-        try:
-            while self.take():
-                with_name = 'do_' + self.behaviour.replace('-', '_')
-                getattr(self, with_name, self.do_good)()
-        except (Lost, OSError):
-            pass
-        finally:
-            self.file.close()
-            self.socket.close()
+    def answer(self):
+        self.take()
+        getattr(self, 'do_' + self.behaviour.replace('-', '_'), self.do_good)()
 
     def take(self):
-        line = self.file.readline().decode('latin-1').split()
-        if len(line) != 3:
-            return False
-        self.method, self.target = line[0], line[1]
-        self.fields = {}
-        while (field := self.file.readline().decode('latin-1').strip()):
-            name, value = field.split(':', 1)
-            self.fields[name.lower()] = value.strip()
-        if self.target.startswith('/__'):
-            self.look()
-            return self.take()
-        with lock:
-            log.write('\t'.join([str(self.port), self.method, self.target] +
-                                [f'{k}: {v}' for k, v in self.fields.items()] +
-                                [f'on-connection: {self.number}']) + '\n')
         self.body = self.file.read(int(self.fields.get('content-length', 0)))
         self.signed = dict(self.fields)
         path, _, query = self.target.partition('?')
@@ -95,7 +58,6 @@ class Connection:
             self.operation = self.name_of_operation()
             self.count = self.bucket.asked[self.operation] = \
                 self.bucket.asked.get(self.operation, 0) + 1
-        return True
 
     def look(self):
         """Past all lies and signatures, and past the log: /__object/BUCKET/KEY to read and write, /__uploads/BUCKET
@@ -146,10 +108,6 @@ class Connection:
             self.socket.sendall(body if cut is None else body[:cut])
         if cut is not None:
             raise Lost
-
-    def reset(self):
-        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
-        raise Lost
 
     def document(self, root, content):
         return 200, ['Content-Type: application/xml'], \
@@ -360,37 +318,3 @@ class Connection:
         self.send(self.good())
 
     do_open = do_good
-
-
-def listen(kind, context=None):
-    listener = socket.create_server(('127.0.0.1', 0))
-    port = listener.getsockname()[1]
-    ports.append(port)
-
-    def accept():
-        while True:
-            connection, _ = listener.accept()
-            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-            if context:
-                with open(sys.argv[1] + '.tls', 'a') as file:
-                    file.write('one comes\n')
-                try:
-                    connection = context.wrap_socket(connection, server_side=True)
-                except OSError:
-                    continue
-            threading.Thread(target=kind(connection, port).serve, daemon=True).start()
-    threading.Thread(target=accept, daemon=True).start()
-
-
-def serve(kind):
-    """Until the standard input ends, with connections of this kind."""
-    listen(kind)
-    listen(kind)
-    if len(sys.argv) > 2:
-        import ssl  # takes its time
-        tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        tls.load_cert_chain(sys.argv[2], sys.argv[3])
-        listen(kind, tls)
-    print(*ports, flush=True)
-    sys.stdin.read()
-    os._exit(0)
