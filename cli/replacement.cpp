@@ -59,8 +59,4 @@ ReplacementPolicy chosenPolicy(std::optional<std::string> const& name, bool keep
     return policy;
 }
 
-bool replaces(ReplacementPolicy policy) noexcept {
-    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
-}
-
 } // namespace cli

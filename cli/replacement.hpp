@@ -16,7 +16,4 @@ foundation::storage::provider::ReplacementPolicy policyNamed(std::string const& 
 foundation::storage::provider::ReplacementPolicy
 chosenPolicy(std::optional<std::string> const& name, bool keep, bool force, bool ask);
 
-/// Whether a file that is there is replaced under the policy.
-bool replaces(foundation::storage::provider::ReplacementPolicy policy) noexcept;
-
 } // namespace cli

@@ -18,6 +18,13 @@ enum class ReplacementPolicy : std::uint32_t {
     KeepExisting = 4,
 };
 
+/// Whether a policy lets an existing file be replaced at all.
+constexpr bool replaces(ReplacementPolicy policy) noexcept {
+    return policy == ReplacementPolicy::ReplaceExisting ||
+           policy == ReplacementPolicy::ReplaceReadOnly ||
+           policy == ReplacementPolicy::ReplaceAndDeferDenied;
+}
+
 /// What a copy achieved. After CopiedWithTimes no time needs carrying over.
 enum class CopyStatus : std::uint32_t { Copied = 0, CopiedWithTimes = 1 };
 

@@ -27,10 +27,6 @@ constexpr long largeBufferSize = 1024 * 1024;
     throw Exception(code, location);
 }
 
-bool replaces(ReplacementPolicy policy) {
-    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
-}
-
 /// What is at a location, absence also where the provider throws for it.
 ExtendedExistsResult kindOf(IProvider const& provider, StorageIRI const& location) {
     try {

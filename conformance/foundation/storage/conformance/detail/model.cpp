@@ -33,10 +33,6 @@ bool isBelow(std::string const& path, std::string const& folder) {
     return path.starts_with(folder + '/');
 }
 
-bool leavesExisting(ReplacementPolicy policy) {
-    return policy == ReplacementPolicy::FailIfExists || policy == ReplacementPolicy::KeepExisting;
-}
-
 void overwrite(std::string& bytes, std::size_t position, std::size_t size, char letter) {
     if (size != 0) {
         bytes.resize(std::max(bytes.size(), position + size), '\0');
@@ -193,7 +189,7 @@ std::string Model::copyOrMove(Step const& step) {
     if (step.path == step.other) {
         return refused(invalidLocation, step.path);
     }
-    if (there && leavesExisting(step.policy)) {
+    if (there && !replaces(step.policy)) {
         return refused(alreadyExists, step.other);
     }
     if (there && there->isFolder) {
@@ -226,7 +222,7 @@ std::string Model::moveFolder(Step const& step) {
     if (isBelow(step.other, step.path)) {
         return refused(invalidLocation, step.other);
     }
-    if (there && leavesExisting(step.policy)) {
+    if (there && !replaces(step.policy)) {
         return refused(alreadyExists, step.other);
     }
     if (there && !there->isFolder) {
@@ -285,7 +281,7 @@ std::string Model::replace(Step const& step) {
     if (!folderOf(step.path)) {
         return refused(notFound, step.path);
     }
-    if (there && leavesExisting(step.policy)) {
+    if (there && !replaces(step.policy)) {
         return refused(alreadyExists, step.path);
     }
     if (there && there->isFolder) {

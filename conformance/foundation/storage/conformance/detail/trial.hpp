@@ -32,10 +32,6 @@ inline constexpr ReplacementPolicy allPolicies[] = {
     ReplacementPolicy::ReplaceReadOnly, ReplacementPolicy::ReplaceAndDeferDenied,
     ReplacementPolicy::KeepExisting};
 
-inline bool replaces(ReplacementPolicy policy) {
-    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
-}
-
 /// Thrown to end a case whose remark says all there is to say.
 struct Abandoned {};
 

@@ -9,13 +9,6 @@
 
 namespace foundation::storage::provider::local {
 
-/// Whether a policy lets an existing file be replaced at all.
-constexpr bool replaces(ReplacementPolicy policy) noexcept {
-    return policy == ReplacementPolicy::ReplaceExisting ||
-           policy == ReplacementPolicy::ReplaceReadOnly ||
-           policy == ReplacementPolicy::ReplaceAndDeferDenied;
-}
-
 /// Whether an item is protected from being replaced: the owner's write bit is missing. Links have
 /// no such bit.
 bool isReadOnly(struct stat const& item) noexcept;

@@ -27,15 +27,11 @@ using detail::Tree;
 
 namespace {
 
-[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
-    throw Exception(code, location);
-}
-
 /// What a path leads to, for a question: absence is an answer.
 Place lookUp(Tree const& tree, StorageIRI const& location, LastLink last) {
     Place const place = tree.walk(pathOf(location), last);
     if (place.error && !place.isMissing()) {
-        fail(*place.error, location);
+        throw Exception(*place.error, location);
     }
     return place;
 }
@@ -66,10 +62,10 @@ AttributeValues attributesOf(Place const& place) {
 Place freePlace(Tree const& tree, StorageIRI const& location, LastLink last) {
     Place const place = tree.walk(pathOf(location), last);
     if (place.error) {
-        fail(*place.error, location);
+        throw Exception(*place.error, location);
     }
     if (place.node) {
-        fail(ErrorCode::ResourceAlreadyExists, location);
+        throw Exception(ErrorCode::ResourceAlreadyExists, location);
     }
     checkWritable(location, *place.folder);
     return place;
@@ -86,9 +82,9 @@ bool isStorable(ustring const& target) {
 
 std::shared_ptr<FileNode> openExisting(Place const& place, StorageIRI const& location) {
     if (!place.file()) {
-        fail(place.node && place.node->isFolder() ? ErrorCode::InvalidLocation
-                                                  : ErrorCode::ResourceNotFound,
-             location);
+        throw Exception(place.node && place.node->isFolder() ? ErrorCode::InvalidLocation
+                                                             : ErrorCode::ResourceNotFound,
+                        location);
     }
     return share(place);
 }
@@ -147,7 +143,7 @@ StorageIRI MemoryProvider::getCanonicalLocation(StorageIRI const& location) cons
         std::shared_lock const lock(tree_->mutex);
         Place const place = tree_->walk(pathOf(location), LastLink::Follow);
         if (place.error) {
-            fail(*place.error, location);
+            throw Exception(*place.error, location);
         }
         if (FolderNode const* const folder = place.asFolder()) {
             path = pathOf(*folder);
@@ -164,7 +160,7 @@ FileAttributes MemoryProvider::getFileAttributes(StorageIRI const& location) con
     std::shared_lock const lock(tree_->mutex);
     // A link to a folder counts as a file, with the attributes of what it leads to.
     if (existing(*tree_, location, LastLink::Keep).node->isFolder()) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     Place const place = described(*tree_, location);
     return FileAttributes(attributesOf(place));
@@ -174,7 +170,7 @@ FolderAttributes MemoryProvider::getFolderAttributes(StorageIRI const& location)
     std::shared_lock const lock(tree_->mutex);
     Place const place = described(*tree_, location);
     if (!place.node->isFolder()) {
-        fail(ErrorCode::ResourceNotFound, location);
+        throw Exception(ErrorCode::ResourceNotFound, location);
     }
     return FolderAttributes(attributesOf(place));
 }
@@ -211,7 +207,8 @@ void MemoryProvider::setWritable(StorageIRI const& location, bool writable) {
     } else if (FolderNode* const folder = place.asFolder()) {
         folder->setWritable(writable);
     } else {
-        fail(ErrorCode::UnsupportedOperation, location); // links have no mode of their own
+        throw Exception(ErrorCode::UnsupportedOperation,
+                        location); // links have no mode of their own
     }
     changes.attributesChanged(*place.node);
 }
@@ -222,7 +219,7 @@ void MemoryProvider::setFolderAttributes(StorageIRI const& location,
     std::unique_lock const lock(tree_->mutex);
     FolderNode* const folder = existing(*tree_, location, LastLink::Keep).asFolder();
     if (!folder) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     if (change.mode) {
         folder->setMode(*change.mode);
@@ -260,7 +257,7 @@ void MemoryProvider::createFolderRecursive(StorageIRI const& location) {
         path.remove_prefix(end);
         Place const place = tree_->walk(*at, step, LastLink::Follow);
         if (place.error == ErrorCode::InvalidLocation) {
-            fail(ErrorCode::InvalidLocation, location);
+            throw Exception(ErrorCode::InvalidLocation, location);
         }
         if (place.asFolder()) {
             at = place.asFolder();
@@ -269,8 +266,9 @@ void MemoryProvider::createFolderRecursive(StorageIRI const& location) {
         Place const there = tree_->walk(*at, step, LastLink::Keep);
         if (there.node) {
             // A file, or a link that leads nowhere.
-            fail(path.empty() ? ErrorCode::ResourceAlreadyExists : ErrorCode::ResourceNotFound,
-                 location);
+            throw Exception(path.empty() ? ErrorCode::ResourceAlreadyExists
+                                         : ErrorCode::ResourceNotFound,
+                            location);
         }
         checkWritable(location, *at);
         auto folder = tree_->make<FolderNode>(location, detail::newFolderMode);
@@ -293,13 +291,13 @@ std::unique_ptr<ByteStream> MemoryProvider::openStream(StorageIRI const& locatio
     auto const find = [&](bool create) -> std::shared_ptr<FileNode> {
         Place const place = tree_->walk(pathOf(location), LastLink::Follow);
         if (place.error) {
-            fail(*place.error, location);
+            throw Exception(*place.error, location);
         }
         if (place.node) {
             return openExisting(place, location);
         }
         if (options.creation == ByteStreamCreation::OpenExisting) {
-            fail(ErrorCode::ResourceNotFound, location);
+            throw Exception(ErrorCode::ResourceNotFound, location);
         }
         if (!create) {
             return nullptr;
@@ -320,12 +318,12 @@ std::unique_ptr<ByteStream> MemoryProvider::openStream(StorageIRI const& locatio
     }
     if (options.withoutTruncate != 0) {
         if (!file->isWritable()) {
-            fail(ErrorCode::PermissionDenied, location);
+            throw Exception(ErrorCode::PermissionDenied, location);
         }
     } else {
         switch (file->truncateIfWritable()) {
         case detail::Truncation::Refused:
-            fail(ErrorCode::PermissionDenied, location);
+            throw Exception(ErrorCode::PermissionDenied, location);
         case detail::Truncation::Done:
             tree_->modified(*file, changes);
             break;
@@ -344,17 +342,17 @@ ustring MemoryProvider::readLink(StorageIRI const& location) const {
     std::shared_lock const lock(tree_->mutex);
     LinkNode const* const link = existing(*tree_, location, LastLink::Keep).link();
     if (!link) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     return link->target();
 }
 
 void MemoryProvider::createLink(StorageIRI const& location, ustring const& target) {
     if (target.empty()) {
-        fail(ErrorCode::ResourceNotFound, location);
+        throw Exception(ErrorCode::ResourceNotFound, location);
     }
     if (!isStorable(target)) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     Changes changes(tree_->publications);
     std::unique_lock const lock(tree_->mutex);

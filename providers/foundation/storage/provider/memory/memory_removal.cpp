@@ -24,10 +24,6 @@ namespace {
 /// After so many steps of a removal others have their turn at the tree.
 constexpr std::size_t stepsInOneTurn = 1024;
 
-[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
-    throw Exception(code, location);
-}
-
 /// The location of an entry of `folder`, which is `root` or below it; `location` is that of `root`.
 StorageIRI locationIn(FolderNode const& folder, std::u16string_view name, FolderNode const& root,
                       StorageIRI const& location) {
@@ -71,12 +67,12 @@ bool TreeRemoval::takeTurn() {
     std::unique_lock const lock(tree_->mutex);
     Place const place = existing(*tree_, location_, LastLink::Keep);
     if (place.node == &tree_->root()) {
-        fail(ErrorCode::ResourceInUse, location_);
+        throw Exception(ErrorCode::ResourceInUse, location_);
     }
     FolderNode* const root = place.asFolder();
     if (!root) {
         checkWritable(location_, *place.folder);
-        fail(ErrorCode::ResourceNotFound, location_);
+        throw Exception(ErrorCode::ResourceNotFound, location_);
     }
     // It may have been removed or moved away meanwhile, and another folder come in place of the
     // tree.
@@ -90,7 +86,8 @@ bool TreeRemoval::takeTurn() {
                 continue;
             }
             if (!at->isWritable()) {
-                fail(ErrorCode::PermissionDenied, locationIn(*at, name, *root, location_));
+                throw Exception(ErrorCode::PermissionDenied,
+                                locationIn(*at, name, *root, location_));
             }
             changes.removed(*child);
             removed_.push_back(at->remove(name));
@@ -102,7 +99,8 @@ bool TreeRemoval::takeTurn() {
         } else {
             FolderNode* const above = at->parent();
             if (!above->isWritable()) {
-                fail(ErrorCode::PermissionDenied, locationIn(*above, at->name(), *root, location_));
+                throw Exception(ErrorCode::PermissionDenied,
+                                locationIn(*above, at->name(), *root, location_));
             }
             changes.removed(*at);
             removed_.push_back(above->remove(at->name()));
@@ -124,7 +122,7 @@ void MemoryProvider::removeFile(StorageIRI const& location) {
         checkWritable(location, *place.folder);
     }
     if (place.node->isFolder()) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     changes.removed(*place.node);
     removed = place.folder->remove(place.name);
@@ -136,15 +134,15 @@ void MemoryProvider::removeFolder(StorageIRI const& location) {
     std::unique_lock const lock(tree_->mutex);
     Place const place = existing(*tree_, location, LastLink::Keep);
     if (place.node == &tree_->root()) {
-        fail(ErrorCode::ResourceInUse, location);
+        throw Exception(ErrorCode::ResourceInUse, location);
     }
     checkWritable(location, *place.folder);
     FolderNode const* const folder = place.asFolder();
     if (!folder) {
-        fail(ErrorCode::ResourceNotFound, location);
+        throw Exception(ErrorCode::ResourceNotFound, location);
     }
     if (!folder->children().empty()) {
-        fail(ErrorCode::FolderNotEmpty, location);
+        throw Exception(ErrorCode::FolderNotEmpty, location);
     }
     changes.removed(*place.node);
     removed = place.folder->remove(place.name);

@@ -27,10 +27,6 @@ using detail::Tree;
 
 namespace {
 
-[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
-    throw Exception(code, location);
-}
-
 /// What a path leads to in the end, links followed; a link that leads nowhere itself.
 Node const* finalNode(Tree const& tree, std::u16string_view path) {
     Place const followed = tree.walk(path, LastLink::Follow);
@@ -47,14 +43,14 @@ void refuseSameItem(Tree const& tree, StorageIRI const& source, StorageIRI const
     }
     Node const* const node = finalNode(tree, pathOf(source));
     if (node && node == finalNode(tree, pathOf(destination))) {
-        fail(ErrorCode::InvalidLocation, source);
+        throw Exception(ErrorCode::InvalidLocation, source);
     }
 }
 
 void refuseOtherStore(StorageIRI const& source, StorageIRI const& destination) {
     if (source.getSchemeView() != destination.getSchemeView() ||
         source.getAuthorityView() != destination.getAuthorityView()) {
-        fail(ErrorCode::UnsupportedOperation, destination);
+        throw Exception(ErrorCode::UnsupportedOperation, destination);
     }
 }
 
@@ -101,7 +97,7 @@ Transfer fileTransfer(Tree const& tree, StorageIRI const& source, StorageIRI con
                       ReplacementPolicy policy) {
     Place const from = existing(tree, source, LastLink::Keep);
     if (from.node->isFolder()) {
-        fail(ErrorCode::InvalidLocation, source);
+        throw Exception(ErrorCode::InvalidLocation, source);
     }
     refuseSameItem(tree, source, destination);
     Place const to = tree.walk(pathOf(destination), LastLink::Keep);
@@ -115,33 +111,33 @@ Transfer folderTransfer(Tree const& tree, StorageIRI const& source, StorageIRI c
     Place const from = existing(tree, source, LastLink::Keep);
     FolderNode const* const folder = from.asFolder();
     if (!folder) {
-        fail(ErrorCode::InvalidLocation, source);
+        throw Exception(ErrorCode::InvalidLocation, source);
     }
     refuseSameItem(tree, source, destination);
     Place const to = tree.walk(pathOf(destination), LastLink::Keep);
     if (to.error) {
-        fail(*to.error, destination);
+        throw Exception(*to.error, destination);
     }
     FolderNode const* const old = to.asFolder();
     if (to.node) {
-        if (!detail::replaces(policy)) {
-            fail(ErrorCode::ResourceAlreadyExists, destination);
+        if (!replaces(policy)) {
+            throw Exception(ErrorCode::ResourceAlreadyExists, destination);
         }
         if (!old) {
-            fail(ErrorCode::InvalidLocation, destination);
+            throw Exception(ErrorCode::InvalidLocation, destination);
         }
         if (!old->isWritable()) {
-            fail(ErrorCode::PermissionDenied, destination);
+            throw Exception(ErrorCode::PermissionDenied, destination);
         }
     }
     if (!from.folder || !to.folder) { // the root stays
-        fail(ErrorCode::ResourceInUse, destination);
+        throw Exception(ErrorCode::ResourceInUse, destination);
     }
     if (isInside(to.folder, *folder)) {
-        fail(ErrorCode::InvalidLocation, destination);
+        throw Exception(ErrorCode::InvalidLocation, destination);
     }
     if (old && isInside(from.folder, *old)) {
-        fail(ErrorCode::FolderNotEmpty, destination);
+        throw Exception(ErrorCode::FolderNotEmpty, destination);
     }
     checkWritable(source, *from.folder);
     checkWritable(destination, *to.folder);
@@ -149,7 +145,7 @@ Transfer folderTransfer(Tree const& tree, StorageIRI const& source, StorageIRI c
         checkWritable(destination, *folder); // its `..` changes
     }
     if (old && !old->children().empty()) {
-        fail(ErrorCode::FolderNotEmpty, destination);
+        throw Exception(ErrorCode::FolderNotEmpty, destination);
     }
     return {from, to};
 }
@@ -182,13 +178,13 @@ CopyStatus MemoryProvider::copyFile(StorageIRI const& source, StorageItem const&
         copy = std::move(file);
     }
     if (options.progress && !options.progress(size, size)) {
-        fail(ErrorCode::IOError, target);
+        throw Exception(ErrorCode::IOError, target);
     }
     Changes changes(tree_->publications);
     std::shared_ptr<Node> replaced; // destroyed behind the lock
     std::unique_lock const lock(tree_->mutex);
     if (original && tree_->placeIn(slot).node == original.get()) {
-        fail(ErrorCode::InvalidLocation, source); // it was moved there in between
+        throw Exception(ErrorCode::InvalidLocation, source); // it was moved there in between
     }
     replaced = tree_->publish(target, slot, copy, options.policy);
     changes.created(*copy);
@@ -223,7 +219,7 @@ void MemoryProvider::moveFolder(StorageIRI const& source, StorageIRI const& dest
             return folderTransfer(*tree_, source, destination, policy);
         } catch (Exception const& e) {
             if (invitesCopy(e.getErrorCode()) && wouldCopyIntoItself(*tree_, source, destination)) {
-                fail(ErrorCode::InvalidLocation, destination);
+                throw Exception(ErrorCode::InvalidLocation, destination);
             }
             throw;
         }

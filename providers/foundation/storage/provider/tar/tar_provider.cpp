@@ -17,21 +17,17 @@ using container::LastLink;
 
 namespace {
 
-[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
-    throw Exception(code, location);
-}
-
 /// The path in the archive, as its names are spelled there; a name that no archive can hold is in
 /// none.
 std::string pathOf(StorageIRI const& location) {
     if (!location.hasPath() || !location.hasInnerIRI() || location.hasQuery() ||
         location.hasFragment()) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     try {
         return fl::i18n::ustringToStorageName(location.getResolvedPath());
     } catch (std::range_error const&) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
 }
 
@@ -48,7 +44,7 @@ TarProvider::ArchivePtr TarProvider::read(detail::ItemState const& state) const 
     try {
         archive->source = std::make_shared<detail::ArchiveSource>(item_, state, options_);
     } catch (ByteStreamFailure const& failure) {
-        fail(failure.getErrorCode(), item_.getLocation());
+        throw Exception(failure.getErrorCode(), item_.getLocation());
     }
     archive->headers = detail::readHeaders(*archive->source, options_);
     archive->readers =
@@ -82,7 +78,7 @@ TarProvider::Found TarProvider::find(StorageIRI const& location, LastLink last) 
     ArchivePtr archive = this->archive();
     Place const place = placeOf(*archive, location, last);
     if (place.error) {
-        fail(*place.error, location);
+        throw Exception(*place.error, location);
     }
     return {std::move(archive), place.entry};
 }
@@ -90,7 +86,7 @@ TarProvider::Found TarProvider::find(StorageIRI const& location, LastLink last) 
 TarProvider::Found TarProvider::findFolder(StorageIRI const& location) const {
     Found found = find(location, LastLink::Followed);
     if (!found.index().isFolder(found.entry)) {
-        fail(ErrorCode::ResourceNotFound, location);
+        throw Exception(ErrorCode::ResourceNotFound, location);
     }
     return found;
 }
@@ -104,7 +100,7 @@ TarProvider::Found TarProvider::findToOpen(StorageIRI const& location) const {
         Place const link = placeOf(*archive, location, LastLink::Itself);
         bool const isTooLong = !link.error && index.kindOf(link.entry) == EntryKind::Link &&
                                index.memberOf(link.entry).access == detail::Access::Missing;
-        fail(isTooLong ? ErrorCode::InvalidLocation : *place.error, location);
+        throw Exception(isTooLong ? ErrorCode::InvalidLocation : *place.error, location);
     }
     return {std::move(archive), place.entry};
 }
@@ -117,7 +113,7 @@ TarProvider::Found TarProvider::findFollowed(StorageIRI const& location) const {
         place = placeOf(*archive, location, LastLink::Itself);
     }
     if (place.error) {
-        fail(*place.error, location);
+        throw Exception(*place.error, location);
     }
     return {std::move(archive), place.entry};
 }
@@ -127,7 +123,7 @@ ExistsResult TarProvider::exists(StorageIRI const& location) const {
     Index const* const index = archive->headers.index.get();
     Place const place = placeOf(*archive, location, LastLink::Itself);
     if (place.error && *place.error != ErrorCode::ResourceNotFound) {
-        fail(*place.error, location);
+        throw Exception(*place.error, location);
     }
     return place.error                    ? ExistsResult::Nothing
            : index->isFolder(place.entry) ? ExistsResult::Folder
@@ -140,7 +136,7 @@ ExtendedExistsResult TarProvider::existsExtended(StorageIRI const& location) con
     Place const place = placeOf(*archive, location, LastLink::Itself);
     if (place.error) {
         if (*place.error != ErrorCode::ResourceNotFound) {
-            fail(*place.error, location);
+            throw Exception(*place.error, location);
         }
         return ExtendedExistsResult::Nothing;
     }
@@ -190,7 +186,7 @@ StorageIRI TarProvider::getCanonicalLocation(StorageIRI const& location) const {
     // What is missing has a place too, be it the path itself or what a link leads to.
     Place const place = placeOf(*archive, location, LastLink::Followed);
     if (place.error && place.folder == Index::none) {
-        fail(*place.error, location);
+        throw Exception(*place.error, location);
     }
     std::string path = place.name;
     Number const from = place.error ? place.folder : place.entry;
@@ -207,7 +203,7 @@ StorageIRI TarProvider::getCanonicalLocation(StorageIRI const& location) const {
 FileAttributes TarProvider::getFileAttributes(StorageIRI const& location) const {
     Found const found = findFollowed(location);
     if (found.index().isFolder(found.entry)) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     return FileAttributes(found.index().attributesOf(found.entry));
 }
@@ -238,49 +234,50 @@ ExtendedAttributes TarProvider::getExtendedAttributes(StorageIRI const& location
 }
 
 void TarProvider::setLastModified(StorageIRI const& location, boost::posix_time::ptime const&) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
 }
 void TarProvider::setWritable(StorageIRI const& location, bool) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
 }
 void TarProvider::createFile(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
 }
 void TarProvider::createFolder(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
 }
 void TarProvider::createFolderRecursive(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
 }
 void TarProvider::createLink(StorageIRI const& location, ustring const&) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
 }
 void TarProvider::removeFile(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
 }
 void TarProvider::removeFolder(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
 }
 void TarProvider::removeFolderRecursively(StorageIRI const& location) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
 }
 void TarProvider::moveFile(StorageIRI const& source, StorageIRI const&, ReplacementPolicy const&) {
-    fail(ErrorCode::ReadOnlyProvider, source);
+    throw Exception(ErrorCode::ReadOnlyProvider, source);
 }
 void TarProvider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
                              ReplacementPolicy const&) {
     bool const isOntoItself = source == destination || source.isAncestorOf(destination);
-    fail(isOntoItself ? ErrorCode::InvalidLocation : ErrorCode::ReadOnlyProvider, source);
+    throw Exception(isOntoItself ? ErrorCode::InvalidLocation : ErrorCode::ReadOnlyProvider,
+                    source);
 }
 std::unique_ptr<ByteStream> TarProvider::openStream(StorageIRI const& location,
                                                     ByteStreamOpenOptions const&) {
-    fail(ErrorCode::ReadOnlyProvider, location);
+    throw Exception(ErrorCode::ReadOnlyProvider, location);
 }
 
 std::unique_ptr<ByteStream> TarProvider::openReadOnlyStream(StorageIRI const& location) const {
     Found const found = findToOpen(location);
     if (found.index().isFolder(found.entry)) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     return openMember(*found.archive->source, found.archive->readers, found.member(), location);
 }
@@ -288,10 +285,10 @@ std::unique_ptr<ByteStream> TarProvider::openReadOnlyStream(StorageIRI const& lo
 ustring TarProvider::readLink(StorageIRI const& location) const {
     Found const found = find(location, LastLink::Itself);
     if (found.index().kindOf(found.entry) != EntryKind::Link) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     if (found.member().access == detail::Access::Missing) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     return fl::i18n::storageNameToUstring(found.index().targetOf(found.entry));
 }

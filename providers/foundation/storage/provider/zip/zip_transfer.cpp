@@ -116,7 +116,7 @@ Transfer folderTransfer(Walk const& walkTo, StorageIRI const& source, StorageIRI
     }
     Node const* const old = to.entry;
     if (old) {
-        if (!detail::replaces(policy)) {
+        if (!replaces(policy)) {
             fail(ErrorCode::ResourceAlreadyExists, destination);
         }
         if (!old->isFolder()) {

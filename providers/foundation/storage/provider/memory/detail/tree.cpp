@@ -112,10 +112,6 @@ Place Tree::walk(FolderNode& start, std::u16string_view path, LastLink last) con
     }
 }
 
-bool replaces(ReplacementPolicy policy) noexcept {
-    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
-}
-
 bool isInside(FolderNode const* folder, FolderNode const& ancestor) noexcept {
     for (; folder; folder = folder->parent()) {
         if (folder == &ancestor) {

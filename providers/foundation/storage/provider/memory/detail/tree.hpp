@@ -51,8 +51,6 @@ struct Slot {
     ustring name;
 };
 
-bool replaces(ReplacementPolicy policy) noexcept;
-
 /// The items of one store, from the root down. Everything but the content of files is guarded by
 /// `mutex`, shared for looking and exclusive for changing. Shared by the provider and by streams
 /// that have something to publish.

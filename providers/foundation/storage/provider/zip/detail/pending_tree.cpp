@@ -60,10 +60,6 @@ bool isInside(PendingNode const* folder, PendingNode const& ancestor) noexcept {
     return false;
 }
 
-bool replaces(ReplacementPolicy policy) noexcept {
-    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
-}
-
 void checkReplaceable(PendingTree::Place const& place, ReplacementPolicy policy,
                       StorageIRI const& location) {
     if (place.isFree()) {

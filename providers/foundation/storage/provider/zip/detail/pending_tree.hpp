@@ -140,8 +140,6 @@ class PendingTree {
 /// Whether a folder is `ancestor` or below it.
 bool isInside(PendingNode const* folder, PendingNode const& ancestor) noexcept;
 
-bool replaces(ReplacementPolicy policy) noexcept;
-
 /// Refuses a destination that is neither free for a file nor to be replaced by one under the
 /// policy: ResourceAlreadyExists, PermissionDenied for a read-only file, InvalidLocation for a
 /// folder, and what stands in the way of a place. Throws provider::Exception naming `location`.
