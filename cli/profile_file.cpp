@@ -24,18 +24,37 @@ std::string_view withoutComment(std::string_view text) {
     return text;
 }
 
-/// "profile  name" with one space.
+/// `profile  name` and `profile "name"` with one space, and without the quotes.
 std::string headingOf(std::string_view text) {
+    text = trimmed(text);
     std::string heading;
-    for (char const c : trimmed(text)) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char const c = text[i];
+        bool const isAtStart = heading.empty() || heading.back() == ' ';
+        if (isAtStart && (c == '"' || c == '\'')) {
+            if (std::size_t const end = text.find(c, i + 1); end != std::string_view::npos) {
+                heading += text.substr(i + 1, end - i - 1);
+                i = end;
+                continue;
+            }
+        }
         bool const isBlank = blanks.find(c) != std::string_view::npos;
         if (!isBlank) {
             heading += c;
-        } else if (heading.back() != ' ') {
+        } else if (!isAtStart) {
             heading += ' ';
         }
     }
     return heading;
+}
+
+/// Keys count without regard to case.
+std::string keyOf(std::string_view text) {
+    std::string key(trimmed(text));
+    for (char& c : key) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    return key;
 }
 
 } // namespace
@@ -68,7 +87,7 @@ std::map<std::string, ProfileSection, std::less<>> parseProfiles(std::string_vie
         if (!section || equals == std::string_view::npos) {
             continue;
         }
-        std::string key(trimmed(line.substr(0, equals)));
+        std::string key = keyOf(line.substr(0, equals));
         std::string_view const value = trimmed(withoutComment(line.substr(equals + 1)));
         std::size_t const indent = whole.find_first_not_of(blanks);
         if (!above.empty() && indent > indentAbove) {

@@ -93,15 +93,15 @@ class Lookup {
 
   private:
     Sections read(char const* name, std::string const& usual) const {
-        Text path = variable({name});
-        if (!path) {
+        std::string path = variable({name}).value_or("~/.aws/" + usual);
+        if (path.starts_with("~/")) { // no shell expands what stands in quotes, or in a unit file
             auto const home = variable({"HOME"});
             if (!home) {
                 return {};
             }
-            path = *home + "/.aws/" + usual;
+            path.replace(0, 1, *home);
         }
-        auto const text = environment_.file(*path);
+        auto const text = environment_.file(path);
         return text ? parseProfiles(*text) : Sections();
     }
 

@@ -37,6 +37,18 @@ TEST(ProfileFile, HasValuesUnderHeadings) {
                     Pair("profile far", UnorderedElementsAre(Pair("region", "us-west-2")))));
 }
 
+TEST(ProfileFile, HasHeadingsInQuotesAndKeysInAnyCase) {
+    EXPECT_THAT(parseProfiles("[profile \"a  b\"]\nRegion = one\nS3 =\n  Addressing_Style = Path\n"
+                              "[ profile 'c d' ]\nREGION = two\n"
+                              "[ann's]\nregion = three\n[profile \"open]\nregion = four\n"),
+                UnorderedElementsAre(
+                    Pair("profile a  b", UnorderedElementsAre(Pair("region", "one"), Pair("s3", ""),
+                                                              Pair("s3.addressing_style", "Path"))),
+                    Pair("profile c d", UnorderedElementsAre(Pair("region", "two"))),
+                    Pair("ann's", UnorderedElementsAre(Pair("region", "three"))),
+                    Pair("profile \"open", UnorderedElementsAre(Pair("region", "four")))));
+}
+
 TEST(ProfileFile, PassesOverCommentsAndWhatItDoesNotUnderstand) {
     EXPECT_THAT(parseProfiles("\xEF\xBB\xBF# first\nlost = value\n[a]\n; comment\nno value\n"
                               "key = value # comment\nother = a#b;c\n[broken\nkey = lost\n"),
@@ -276,6 +288,19 @@ TEST(S3Environment, VariablesNameOtherFiles) {
                    {"/d", "[default]\nregion = eu-west-3\n"}});
     EXPECT_EQ(options.credentials.accessKey, "A");
     EXPECT_EQ(options.region, "eu-west-3");
+}
+
+TEST(S3Environment, ATildeInThemIsTheHome) {
+    Texts const variables{{"AWS_SHARED_CREDENTIALS_FILE", "~/c"}, {"AWS_CONFIG_FILE", "~/d"}};
+    Texts const files{{"/home/ann/c", "[a b]\naws_access_key_id = A\naws_secret_access_key = S\n"},
+                      {"/home/ann/d", "[profile \"a b\"]\nREGION = eu-west-3\n"}};
+    Texts ofAnn = variables;
+    ofAnn["HOME"] = "/home/ann";
+    ofAnn["AWS_PROFILE"] = "a b";
+    s3::S3Options const options = optionsOf(ofAnn, files);
+    EXPECT_EQ(options.credentials.accessKey, "A");
+    EXPECT_EQ(options.region, "eu-west-3");
+    EXPECT_THAT(optionsOf(variables, files).credentials.accessKey, IsEmpty()) << "nobody's home";
 }
 
 } // namespace
