@@ -71,12 +71,19 @@ bool ItemRemoval::removeEmptyFolder(Location const& location) const {
     });
 }
 
+bool ItemRemoval::removeTree(Location const& location) const {
+    return removeItem(location, shownFolder(location), [&] {
+        vfs::Folder(location.iri, invocation_.system())
+            .removeFolder(vfs::FolderRemovalPolicy::Recursive);
+    });
+}
+
 TreeRemoval::TreeRemoval(Invocation& invocation, RemovalWishes const& wishes, Location const& top)
     : invocation_(invocation),
       wishes_(wishes),
       items_(invocation, wishes),
       top_(top),
-      byStorage_(wishes.silent() && removesTrees(invocation.system(), top)),
+      byStorage_(removesTrees(invocation.system(), top)),
       path_(top) {}
 
 bool TreeRemoval::remove(std::string const& interrupted) {
@@ -91,7 +98,7 @@ bool TreeRemoval::remove(std::string const& interrupted) {
 
 // Why it was not is found again by the walk, which then goes on.
 bool TreeRemoval::removedByStorage(Folder const& folder) const {
-    if (!byStorage_) {
+    if (!byStorage_ || !wishes_.silent()) {
         return false;
     }
     EndingNotice const notice(interrupted_);
@@ -136,27 +143,36 @@ std::vector<std::string> TreeRemoval::enter() {
     } catch (OutputFailure const&) {
         throw;
     } catch (...) {
-        // An empty folder that cannot be read can be removed all the same.
-        if (!isGone()) {
-            levels_.back().unlisted =
-                describeCurrentFailure(invocation_.system(), std::span(&location, 1));
-        }
+        noteUnlisted();
     }
     return inner;
 }
 
-std::vector<std::string> TreeRemoval::foldersIn(Folder const& folder) const {
+// The exception that is being handled. An empty folder that cannot be read can be removed all the
+// same, and one with items that have no names, too, by some storages.
+void TreeRemoval::noteUnlisted() {
+    if (!isGone()) {
+        Location const location = path_.location();
+        levels_.back().unlisted =
+            describeCurrentFailure(invocation_.system(), std::span(&location, 1));
+    }
+}
+
+// Those that are still to be entered. A listing may fail behind some that it has told of.
+std::vector<std::string> TreeRemoval::foldersIn(Folder const& folder) {
     std::vector<std::string> names;
-    for (vfs::Folder const& inner : folder.listFolders()) {
-        throwIfInterrupted();
-        names.push_back(fl::i18n::toDisplayString(inner.getName()));
-    }
-    if (byStorage_) {
-        std::erase_if(names, [&](std::string const& name) {
+    try {
+        for (vfs::Folder const& inner : folder.listFolders()) {
             throwIfInterrupted();
-            return removedByStorage(Folder(folder, fl::i18n::storageNameToUstring(name)));
-        });
+            names.push_back(fl::i18n::toDisplayString(inner.getName()));
+        }
+    } catch (vfs::Exception const&) {
+        noteUnlisted();
     }
+    std::erase_if(names, [&](std::string const& name) {
+        throwIfInterrupted();
+        return removedByStorage(Folder(folder, fl::i18n::storageNameToUstring(name)));
+    });
     return names;
 }
 
@@ -192,6 +208,11 @@ bool TreeRemoval::removeEmptied(Location const& location) {
         if (level.unlisted && wishes_.dryRun) {
             invocation_.fail(level.unlisted->subject, level.unlisted->reason);
             return false;
+        }
+        // What was not told of has no name to be asked by; the storage takes it along.
+        if (level.unlisted && byStorage_ && !wishes_.ask) {
+            EndingNotice const notice(interrupted_);
+            return items_.removeTree(location);
         }
         return items_.removeEmptyFolder(location);
     } catch (vfs::Exception const& failure) {

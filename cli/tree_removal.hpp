@@ -38,6 +38,7 @@ class ItemRemoval {
     /// Throw what the storage throws; an item that is gone already is not told of.
     bool removeFile(Location const& location) const;
     bool removeEmptyFolder(Location const& location) const;
+    bool removeTree(Location const& location) const;
 
   private:
     template<class Remove>
@@ -51,9 +52,10 @@ class ItemRemoval {
 ///
 /// Where nothing is to be said of what is inside, the storage removes the tree by itself, if it
 /// can. That ends at the first failure; what is left then, and every tree of another storage, is
-/// walked, folder by folder, without recursion. A storage's own removal is safe from a folder that
-/// is exchanged for a link meanwhile, if the storage says so; the walk, which names each item by
-/// its path, is not.
+/// walked, folder by folder, without recursion. What a listing cannot tell of, such a storage takes
+/// along with the folder, unless each item is to be asked for. A storage's own removal is safe from
+/// a folder that is exchanged for a link meanwhile, if the storage says so; the walk, which names
+/// each item by its path, is not.
 class TreeRemoval {
   public:
     TreeRemoval(Invocation& invocation, RemovalWishes const& wishes, Location const& top);
@@ -74,7 +76,8 @@ class TreeRemoval {
 
     bool removedByStorage(Folder const& folder) const;
     std::vector<std::string> enter();
-    std::vector<std::string> foldersIn(Folder const& folder) const;
+    std::vector<std::string> foldersIn(Folder const& folder);
+    void noteUnlisted();
     void removeFiles(
         Location const& location,
         foundation::storage::vfs::FolderListing<foundation::storage::vfs::File> const& files);
@@ -86,7 +89,7 @@ class TreeRemoval {
     RemovalWishes const& wishes_;
     ItemRemoval const items_;
     Location const top_;
-    bool const byStorage_;
+    bool const byStorage_; ///< whether the storage can remove trees
     std::string interrupted_;
     WalkedPath path_;
     std::vector<Level> levels_;

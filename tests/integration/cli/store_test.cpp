@@ -194,6 +194,22 @@ TEST_F(CommandOnAStore, MovesNothingAwayThatItCannotName) {
     EXPECT_EQ(run({"exists", "s3://good/d"}).code, 1);
 }
 
+TEST_F(CommandOnAStore, RemovesWhatHasNoNameAlongWithItsFolder) {
+    for (char const* const key : {"d/x", "d/x/below", "d/e//hidden", "d/e/f/1", "d//hidden"}) {
+        put(key, key);
+    }
+    put("d/m/", "bytes of a marker");
+    Outcome const rehearsed = run({"rm", "-r", "--dry-run", "s3://good/d"});
+    EXPECT_EQ(rehearsed.code, 1);
+    EXPECT_THAT(rehearsed.err, HasSubstr("cannot be listed as files and folders"));
+    Outcome const removed = run({"rm", "-rv", "s3://good/d"});
+    EXPECT_EQ(removed.err, "");
+    EXPECT_EQ(removed.out, "removed s3://good/d/x\nremoved s3://good/d/e/f/1\n"
+                           "removed s3://good/d/e/f/\nremoved s3://good/d/e/\n"
+                           "removed s3://good/d/m/\nremoved s3://good/d/\n");
+    EXPECT_EQ(run({"find", "s3://good/"}).out, "");
+}
+
 TEST_F(CommandOnAStore, SaysWhatIsWrongWithTheWayToTheStore) {
     auto const failure = [&](std::string const& place,
                              std::vector<std::pair<std::string, std::string>> const& variables) {
