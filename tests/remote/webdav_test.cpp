@@ -135,5 +135,27 @@ TEST(WebDav, IsDeniedToWhoeverHasAnotherPassword) {
     }
 }
 
+TEST(WebDav, SaysThatADigestIsWantedWhichCannotBeGiven) {
+    VFS_NEEDS_SERVER("VFS_TEST_DAV_DIGEST_URL");
+    StorageIRI const root(fl::i18n::to_ustring(told("VFS_TEST_DAV_DIGEST_URL")));
+    auto const provider =
+        buildHttpProvider(root, ofUser(told("VFS_TEST_DAV_USER"), told("VFS_TEST_DAV_PASSWORD")));
+    auto const expectRefused = [](auto const& call) {
+        try {
+            call();
+            ADD_FAILURE() << "it was let in";
+        } catch (Exception const& e) {
+            EXPECT_EQ(e.getErrorCode(), ErrorCode::PermissionDenied);
+            EXPECT_NE(e.getReason().find("wants Digest authentication"), std::string::npos)
+                << e.getReason();
+        }
+    };
+    StorageIRI const file(root, u"file");
+    expectRefused([&] { provider->listAll(root, u""); });
+    expectRefused([&] { provider->openReadOnlyStream(file); });
+    expectRefused([&] { provider->createFile(file); });
+    expectRefused([&] { provider->exists(file); });
+}
+
 } // namespace
 } // namespace foundation::storage::provider::http

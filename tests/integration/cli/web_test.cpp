@@ -153,6 +153,17 @@ TEST_F(CommandOnASecureServer, TrustsTheCertificatesThatAVariableNames) {
               0);
 }
 
+TEST_F(CommandOnTheWeb, SaysThatADigestIsWantedWhichCannotBeGiven) {
+    std::string const location = at("/for-digests/5");
+    for (std::string const command : {"ls", "cat", "put", "rm"}) {
+        Outcome const outcome = run({command, location});
+        EXPECT_EQ(outcome.code, 1) << command;
+        EXPECT_EQ(outcome.err, "vfs: " + command + ": " + location +
+                                   ": permission denied (the server answered 401: it wants Digest "
+                                   "authentication, and only Basic and Bearer can be given)\n");
+    }
+}
+
 TEST_F(CommandOnTheWeb, RepeatsNoPassword) {
     std::string all;
     for (std::string const command : {"cat", "ls", "stat", "rm", "put"}) {

@@ -477,6 +477,9 @@ class Connection(Dav, LoopbackConnection):
         word = self.fields.get('authorization', '')
         self.whole_text(word, 403, f'X-Echo: {word}', f'WWW-Authenticate: Basic realm="{word}"', f'ETag: "{word}"')
 
+    def do_for_digests(self, size):
+        self.simple(401, 'WWW-Authenticate: Digest realm="Basic things", nonce="1"')
+
     def do_for_users(self, size):
         self.good(size) if 'authorization' in self.fields else self.simple(401)
 

@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/web/client.hpp>
+#include <foundation/storage/provider/web/encoding.hpp>
 #include <foundation/storage/provider/web/headers.hpp>
 #include <foundation/storage/provider/web/url.hpp>
 
@@ -54,6 +55,40 @@ TEST(WebUrl, ResolvesWhatRedirectsSay) {
           "http://", "http://host:99999/", "dict://host/"}) {
         EXPECT_FALSE(base.resolve(reference)) << reference;
     }
+}
+
+TEST(WebEncoding, OfBytesInBase64IsThatOfTheDocument) {
+    for (auto const& [bytes, text] :
+         {std::pair{"", ""}, std::pair{"f", "Zg=="}, std::pair{"fo", "Zm8="},
+          std::pair{"foo", "Zm9v"}, std::pair{"foob", "Zm9vYg=="}, std::pair{"\xfb\xff", "+/8="}}) {
+        EXPECT_EQ(base64(bytes), text);
+    }
+}
+
+TEST(WebFailure, SaysWhichOtherWayToSayWhoOneIsTheServerWants) {
+    auto const reasonFor = [](std::vector<std::string> const& offers, int status = 401) {
+        Headers headers;
+        for (std::string const& offer : offers) {
+            headers.add("www-authenticate", offer);
+        }
+        Failure const failure = failureOf(status, headers);
+        EXPECT_EQ(failure.code(), errorCodeOfStatus(status));
+        return std::string(failure.what());
+    };
+    std::string const wantsDigest = "the server answered 401: it wants Digest authentication, and "
+                                    "only Basic and Bearer can be given";
+    EXPECT_EQ(reasonFor({"Digest realm=\"Basics\", nonce=\"1\""}), wantsDigest);
+    EXPECT_EQ(reasonFor({"Negotiate", "digest realm=\"a\""}), wantsDigest);
+    EXPECT_THAT(reasonFor({"Unknown, NTLM"}), ::testing::HasSubstr("wants NTLM"));
+    for (std::vector<std::string> const& offers :
+         std::vector<std::vector<std::string>>{{},
+                                               {""},
+                                               {"Secret"},
+                                               {"Digest realm=\"a\", Basic realm=\"a\""},
+                                               {"Digest realm=\"a\"", "bearer"}}) {
+        EXPECT_EQ(reasonFor(offers), "the server answered 401");
+    }
+    EXPECT_EQ(reasonFor({"Digest realm=\"a\""}, 403), "the server answered 403");
 }
 
 TEST(WebUrl, ComparesOriginsBySchemeHostAndPort) {

@@ -17,18 +17,6 @@ using detail::DavOutcome;
 
 namespace {
 
-bool isSuccess(int status) noexcept {
-    return status >= 200 && status < 300;
-}
-
-bool replaces(ReplacementPolicy policy) noexcept {
-    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
-}
-
-[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
-    throw Exception(code, location);
-}
-
 bool isRoot(StorageIRI const& location) {
     return location.getResolvedPath().size() <= 1;
 }
@@ -117,17 +105,17 @@ void HttpProvider::failChange(DavOutcome const& outcome, StorageIRI const& locat
                               web::Deadline const& deadline) const {
     int const status = outcome.status;
     if (auto const failed = failedItem(outcome, location)) {
-        fail(web::errorCodeOfStatus(status), *failed);
+        throw Exception(web::errorCodeOfStatus(status), *failed);
     }
     if (status == 412) {
-        fail(ErrorCode::ResourceAlreadyExists, location);
+        throw Exception(ErrorCode::ResourceAlreadyExists, location);
     }
     // Servers have many words for a folder that is missing: 403, 404, 405, 409 and 500 among them.
     if (status == 400 || status == 403 || status == 404 || status == 405 || status == 409 ||
         status == 500) {
         requireFolderAbove(location, deadline);
     }
-    fail(web::errorCodeOfStatus(status), location);
+    throw Exception(web::errorCodeOfStatus(status), location);
 }
 
 void HttpProvider::createFile(StorageIRI const& location) try {
@@ -136,8 +124,8 @@ void HttpProvider::createFile(StorageIRI const& location) try {
     web::Url const url = itemUrl(location);
     detail::NamesInWork::Hold const hold(inWork_, url.text(), deadline);
     // Not every server looks at the condition of the request.
-    if (isSuccess(lookAt(location, deadline).status)) {
-        fail(ErrorCode::ResourceAlreadyExists, location);
+    if (lookAt(location, deadline).isThere()) {
+        throw Exception(ErrorCode::ResourceAlreadyExists, location);
     }
     requireFolderAbove(location, deadline); // some servers make it
     DavOutcome const outcome = change(
@@ -148,7 +136,7 @@ void HttpProvider::createFile(StorageIRI const& location) try {
         },
         [&] {
             Description const there = lookAt(location, deadline);
-            return isSuccess(there.status) && there.size == 0U;
+            return there.isThere() && there.size == 0U;
         });
     if (!outcome.isSuccess()) {
         failChange(outcome, location, deadline);
@@ -159,18 +147,18 @@ void HttpProvider::createFile(StorageIRI const& location) try {
 
 /// REQUIRES: there was nothing.
 void HttpProvider::makeFolder(StorageIRI const& location, web::Deadline const& deadline) {
-    auto const begun = detail::DescriptionMemory::Clock::now();
+    std::uint64_t const before = folders_.changes();
     DavOutcome const outcome = change(
         Sending::UntilDone, Changed::Files, deadline,
         [&] { return dav_.makeFolder(folderUrl(location), deadline); },
         [&] { return isFolder(location, deadline); });
     if (outcome.isSuccess()) { // and what it is made for mostly follows
         folders_.keep(folderUrl(location).text(), {.status = outcome.status, .isFolder = true},
-                      begun);
+                      before);
         return;
     }
-    if (isSuccess(lookAt(location, deadline).status)) { // by now
-        fail(ErrorCode::ResourceAlreadyExists, location);
+    if (lookAt(location, deadline).isThere()) { // by now
+        throw Exception(ErrorCode::ResourceAlreadyExists, location);
     }
     failChange(outcome, location, deadline);
 }
@@ -178,8 +166,8 @@ void HttpProvider::makeFolder(StorageIRI const& location, web::Deadline const& d
 void HttpProvider::createFolder(StorageIRI const& location) try {
     web::Deadline const deadline = client_->deadline();
     requireDav(location, deadline);
-    if (isSuccess(lookAt(location, deadline).status)) {
-        fail(ErrorCode::ResourceAlreadyExists, location);
+    if (lookAt(location, deadline).isThere()) {
+        throw Exception(ErrorCode::ResourceAlreadyExists, location);
     }
     requireFolderAbove(location, deadline); // some servers make it
     makeFolder(location, deadline);
@@ -194,11 +182,11 @@ void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
     StorageIRI at = location.withResolvedPath();
     for (; !isRoot(at); at = at.getParent()) {
         Description const there = lookAt(at, deadline);
-        if (isSuccess(there.status)) {
+        if (there.isThere()) {
             if (!there.isFolder) {
-                fail(missing.empty() ? ErrorCode::ResourceAlreadyExists
-                                     : ErrorCode::ResourceNotFound,
-                     location);
+                throw Exception(missing.empty() ? ErrorCode::ResourceAlreadyExists
+                                                : ErrorCode::ResourceNotFound,
+                                location);
             }
             break;
         }
@@ -213,9 +201,9 @@ void HttpProvider::createFolderRecursive(StorageIRI const& location) try {
                 throw;
             }
             if (!isFolder(missing.back(), deadline)) {
-                fail(missing.size() == 1 ? ErrorCode::ResourceAlreadyExists
-                                         : ErrorCode::ResourceNotFound,
-                     location);
+                throw Exception(missing.size() == 1 ? ErrorCode::ResourceAlreadyExists
+                                                    : ErrorCode::ResourceNotFound,
+                                location);
             }
         }
     }
@@ -229,7 +217,7 @@ DavOutcome HttpProvider::remove(StorageIRI const& location, web::Url const& url,
                                 web::Deadline const& deadline) {
     return change(
         Sending::UntilDone, changed, deadline, [&] { return dav_.remove(url, tag, deadline); },
-        [&] { return !isSuccess(lookAt(location, deadline).status); });
+        [&] { return !lookAt(location, deadline).isThere(); });
 }
 
 void HttpProvider::removeFile(StorageIRI const& location) try {
@@ -238,11 +226,11 @@ void HttpProvider::removeFile(StorageIRI const& location) try {
     std::string refused;
     for (unsigned attempt = 1;; ++attempt) {
         Description const there = lookAt(location, deadline);
-        if (!isSuccess(there.status)) {
-            fail(ErrorCode::ResourceNotFound, location);
+        if (!there.isThere()) {
+            throw Exception(ErrorCode::ResourceNotFound, location);
         }
         if (there.isFolder) {
-            fail(ErrorCode::InvalidLocation, location);
+            throw Exception(ErrorCode::InvalidLocation, location);
         }
         // A folder that has come in its place would go with all that is in it.
         std::string tag = tagOf(there);
@@ -258,7 +246,7 @@ void HttpProvider::removeFile(StorageIRI const& location) try {
             failChange(outcome, location, deadline);
         }
         if (tag.empty() || attempt >= client_->options().attempts) {
-            fail(ErrorCode::ResourceInUse, location);
+            throw Exception(ErrorCode::ResourceInUse, location);
         }
         refused = tag;
     }
@@ -272,10 +260,10 @@ void HttpProvider::removeFolder(StorageIRI const& location) try {
     // The server would remove it with all that is in it, so what comes between goes too.
     detail::DavListing const listing = membersOf(location, deadline);
     if (!listing.members.empty() || listing.leftOut != 0) {
-        fail(ErrorCode::FolderNotEmpty, location);
+        throw Exception(ErrorCode::FolderNotEmpty, location);
     }
     if (isRoot(location)) {
-        fail(ErrorCode::ResourceInUse, location);
+        throw Exception(ErrorCode::ResourceInUse, location);
     }
     DavOutcome const outcome =
         remove(location, folderUrl(location), {}, Changed::Folders, deadline);
@@ -290,10 +278,10 @@ void HttpProvider::removeFolderRecursively(StorageIRI const& location) try {
     web::Deadline const deadline = client_->deadline();
     requireDav(location, deadline);
     if (!isFolder(location, deadline)) {
-        fail(ErrorCode::ResourceNotFound, location);
+        throw Exception(ErrorCode::ResourceNotFound, location);
     }
     if (isRoot(location)) {
-        fail(ErrorCode::ResourceInUse, location);
+        throw Exception(ErrorCode::ResourceInUse, location);
     }
     for (unsigned attempt = 1;; ++attempt) {
         DavOutcome const outcome =
@@ -301,13 +289,13 @@ void HttpProvider::removeFolderRecursively(StorageIRI const& location) try {
         if (outcome.isSuccess()) {
             return;
         }
-        if (!isSuccess(lookAt(location, deadline).status)) {
-            fail(ErrorCode::ResourceNotFound, location); // somebody else has removed it
+        if (!lookAt(location, deadline).isThere()) {
+            throw Exception(ErrorCode::ResourceNotFound, location); // somebody else has removed it
         }
         // What somebody else has removed from it meanwhile is no failure.
         auto const failed = failedItem(outcome, location);
         if (!failed || attempt >= client_->options().attempts ||
-            isSuccess(lookAt(*failed, deadline).status)) {
+            lookAt(*failed, deadline).isThere()) {
             failChange(outcome, location, deadline);
         }
     }
@@ -321,8 +309,8 @@ void HttpProvider::setLastModified(StorageIRI const& location,
     Timestamp const wanted = toTimestamp(time);
     requireDav(location, deadline);
     Description const there = lookAt(location, deadline);
-    if (!isSuccess(there.status)) {
-        fail(ErrorCode::ResourceNotFound, location);
+    if (!there.isThere()) {
+        throw Exception(ErrorCode::ResourceNotFound, location);
     }
     DavOutcome const outcome = dav_.setLastModified(
         there.isFolder ? folderUrl(location) : itemUrl(location), wanted.seconds, deadline);
@@ -338,7 +326,7 @@ void HttpProvider::setLastModified(StorageIRI const& location,
             return;
         }
     }
-    fail(ErrorCode::UnsupportedOperation, location);
+    throw Exception(ErrorCode::UnsupportedOperation, location);
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), location, failure.what());
 }
@@ -346,21 +334,21 @@ void HttpProvider::setLastModified(StorageIRI const& location,
 void HttpProvider::setWritable(StorageIRI const& location, bool) try {
     web::Deadline const deadline = client_->deadline();
     requireDav(location, deadline);
-    fail(ErrorCode::UnsupportedOperation, location);
+    throw Exception(ErrorCode::UnsupportedOperation, location);
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), location, failure.what());
 }
 
 bool HttpProvider::checkReplaceable(StorageIRI const& destination, Description const& there,
                                     ReplacementPolicy policy) const {
-    if (!isSuccess(there.status)) {
+    if (!there.isThere()) {
         return false;
     }
     if (!replaces(policy)) {
-        fail(ErrorCode::ResourceAlreadyExists, destination);
+        throw Exception(ErrorCode::ResourceAlreadyExists, destination);
     }
     if (there.isFolder) {
-        fail(ErrorCode::InvalidLocation, destination);
+        throw Exception(ErrorCode::InvalidLocation, destination);
     }
     return true;
 }

@@ -14,12 +14,6 @@ namespace foundation::storage::provider::http {
 
 namespace {
 
-bool isSuccess(int status) noexcept {
-    return status >= 200 && status < 300;
-}
-bool isAbsence(int status) noexcept {
-    return status == 404 || status == 410;
-}
 /// The server does not know the method.
 bool isNoDav(int status) noexcept {
     return status == 405 || status == 501;
@@ -89,7 +83,7 @@ bool HttpProvider::speaksDav(StorageIRI const& location, web::Deadline const& de
     try {
         auto const spoken =
             askSpeech(location, isMuteToOptions_ ? 1 : client_->options().attempts, deadline);
-        isMuteToOptions_ = web::mayPass(spoken.status);
+        isMuteToOptions_ = spoken.refusal && spoken.refusal->mayPass();
         return spoken.speech == detail::DavClient::Speech::Dav;
     } catch (web::Failure const&) {
         isMuteToOptions_ = true;
@@ -107,8 +101,8 @@ void HttpProvider::requireDav(StorageIRI const& location, web::Deadline const& d
         return;
     }
     auto const spoken = askSpeech(location, client_->options().attempts, deadline);
-    if (spoken.speech == detail::DavClient::Speech::Refused) {
-        throw web::failureOfStatus(spoken.status);
+    if (spoken.refusal) {
+        throw web::Failure(*spoken.refusal);
     }
     if (spoken.speech != detail::DavClient::Speech::Dav) {
         throw Exception(without, location);
@@ -122,11 +116,11 @@ HttpProvider::describeByDav(StorageIRI const& location, web::Deadline const& dea
     if (isNoDav(item.status)) { // which says nothing of other items
         return std::nullopt;
     }
-    if (isAbsence(item.status)) {
+    if (web::isAbsence(item.status)) {
         result.status = item.status;
         return result;
     }
-    if (!isSuccess(item.status)) {
+    if (!web::isSuccess(item.status)) {
         if (item.status != 401 && item.status != 407 && isBelowFile(location, deadline)) {
             result.status = 404;
             return result;
@@ -157,11 +151,11 @@ HttpProvider::describeByDav(StorageIRI const& location, web::Deadline const& dea
 HttpProvider::Description HttpProvider::lookAt(StorageIRI const& location,
                                                web::Deadline const& deadline) const {
     if (auto found = describeByDav(location, deadline)) {
-        if (!isSuccess(found->status) && !isAbsence(found->status)) {
+        if (!found->isThere() && !found->isMissing()) {
             throw web::failureOfStatus(found->status);
         }
         // What would be removed or replaced as a file could be a whole tree.
-        if (isSuccess(found->status) && !found->isKindTold) {
+        if (found->isThere() && !found->isKindTold) {
             throw web::Failure(ErrorCode::IOError, "the server does not tell what kind of item "
                                                    "is there");
         }
@@ -178,10 +172,10 @@ bool HttpProvider::isBelowFile(StorageIRI const& location, web::Deadline const& 
             return false;
         }
         detail::DavItem const item = dav_.find(itemUrl(above), deadline);
-        if (isSuccess(item.status)) {
+        if (web::isSuccess(item.status)) {
             return !item.isFolder;
         }
-        if (isAbsence(item.status)) {
+        if (web::isAbsence(item.status)) {
             return false; // then the server would have said so
         }
     }
@@ -190,7 +184,7 @@ bool HttpProvider::isBelowFile(StorageIRI const& location, web::Deadline const& 
 
 bool HttpProvider::isFolder(StorageIRI const& location, web::Deadline const& deadline) const {
     Description const there = lookAt(location, deadline);
-    return isSuccess(there.status) && there.isFolder;
+    return there.isThere() && there.isFolder;
 }
 
 void HttpProvider::requireFolderAbove(StorageIRI const& location,
@@ -203,18 +197,18 @@ void HttpProvider::requireFolderAbove(StorageIRI const& location,
     if (folders_.find(url)) {
         return;
     }
-    auto const asked = detail::DescriptionMemory::Clock::now();
+    std::uint64_t const before = folders_.changes();
     Description const there = lookAt(above, deadline);
-    if (!isSuccess(there.status) || !there.isFolder) {
+    if (!there.isThere() || !there.isFolder) {
         throw Exception(ErrorCode::ResourceNotFound, location);
     }
-    folders_.keep(url, there, asked);
+    folders_.keep(url, there, before);
 }
 
 void HttpProvider::forget(Changed changed) const {
-    known_.forget();
+    known_.forgetAll();
     if (changed == Changed::Folders) {
-        folders_.forget();
+        folders_.forgetAll();
     }
 }
 
@@ -229,7 +223,7 @@ StorageIRI HttpProvider::getCanonicalLocation(StorageIRI const& location) const 
     urlOf(location);
     if (speaksDav(location, deadline)) {
         auto const there = describeByDav(location, deadline);
-        if (there && isAbsence(there->status)) {
+        if (there && there->isMissing()) {
             requireFolderAbove(location, deadline);
         }
     }
@@ -244,10 +238,10 @@ detail::DavListing HttpProvider::membersOf(StorageIRI const& location,
     if (isNoDav(listing.status)) {
         throw Exception(ErrorCode::UnsupportedOperation, location);
     }
-    if (isAbsence(listing.status)) {
+    if (web::isAbsence(listing.status)) {
         throw Exception(ErrorCode::ResourceNotFound, location);
     }
-    if (!isSuccess(listing.status)) {
+    if (!web::isSuccess(listing.status)) {
         // A file's location with a slash at its end is one below a file.
         if (listing.status != 401 && listing.status != 407 && !isFolder(location, deadline)) {
             throw Exception(ErrorCode::ResourceNotFound, location);

@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/http/detail/range_reader.hpp>
 #include <foundation/storage/provider/http/http_stream.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
+#include <foundation/storage/provider/web/encoding.hpp>
 
 #include <algorithm>
 #include <array>
@@ -13,29 +14,6 @@
 namespace foundation::storage::provider::http {
 
 namespace {
-
-bool isSuccess(int status) noexcept {
-    return status >= 200 && status < 300;
-}
-bool isAbsence(int status) noexcept {
-    return status == 404 || status == 410;
-}
-
-std::string base64(std::string_view bytes) {
-    constexpr char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string result;
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        std::uint32_t group = 0;
-        for (std::size_t k = 0; k < 3; ++k) {
-            group =
-                group << 8 | (i + k < bytes.size() ? static_cast<unsigned char>(bytes[i + k]) : 0U);
-        }
-        for (std::size_t k = 0; k < 4; ++k) {
-            result += i + k > bytes.size() ? '=' : digits[group >> (18 - 6 * k) & 63];
-        }
-    }
-    return result;
-}
 
 void addField(web::Headers& fields, std::string const& name, std::string const& value) {
     if (name.empty() || name.find_first_of(std::string_view(":\r\n\0 ", 5)) != std::string::npos ||
@@ -95,7 +73,7 @@ web::Identity identityOf(StorageIRI const& location, HttpOptions const& options)
     if (!options.bearerToken.empty()) {
         addField(fields, "Authorization", "Bearer " + options.bearerToken);
     } else if (!user.empty() || !options.password.empty()) {
-        addField(fields, "Authorization", "Basic " + base64(user + ':' + options.password));
+        addField(fields, "Authorization", "Basic " + web::base64(user + ':' + options.password));
     } else {
         identity.netrcFile = options.netrcFile;
     }
@@ -132,11 +110,11 @@ HttpProvider::Description HttpProvider::describe(StorageIRI const& location, Que
     if (known && (known->isKindKnown || question == Question::OfFile)) {
         return *std::move(known);
     }
-    auto const asked = detail::DescriptionMemory::Clock::now();
+    std::uint64_t const before = known_.changes();
     bool const isDav =
         question == Question::OfKind ? speaksDav(location, deadline) : isKnownToSpeakDav(location);
     std::optional<Description> told = isDav ? describeByDav(location, deadline) : std::move(known);
-    if (told && !isSuccess(told->status) && !isAbsence(told->status)) {
+    if (told && !told->isThere() && !told->isMissing()) {
         // Some let us read what they do not let us ask of by the methods of WebDAV.
         web::Failure const refusal = web::failureOfStatus(told->status);
         try {
@@ -147,8 +125,8 @@ HttpProvider::Description HttpProvider::describe(StorageIRI const& location, Que
     }
     Description answer = told ? *std::move(told) : ask(url, deadline);
     answer.isKindKnown = isDav || question == Question::OfKind;
-    if (isSuccess(answer.status)) {
-        known_.keep(url.text(), answer, asked);
+    if (answer.isThere()) {
+        known_.keep(url.text(), answer, before);
     }
     return answer;
 } catch (web::Failure const& failure) {
@@ -162,14 +140,14 @@ HttpProvider::Description HttpProvider::ask(web::Url const& url,
     if (!isHeadRefused_) {
         auto const answer = client_->send({"HEAD", url, fields}, deadline);
         web::AnswerHead const& head = answer->head(deadline);
-        if (isSuccess(head.status) || isAbsence(head.status)) {
+        if (web::isSuccess(head.status) || web::isAbsence(head.status)) {
             return {head.status, head.contentLength(), toldOf(head.headers)};
         }
         // Some servers refuse HEAD altogether, others where a key in the query is for GET alone.
         if (head.status == 405 || head.status == 501) {
             isHeadRefused_ = true;
         } else if (head.status != 400 && head.status != 403) {
-            throw web::failureOfStatus(head.status);
+            throw web::failureOf(head.status, head.headers);
         }
     }
     fields.add("Range", "bytes=0-0");
@@ -180,14 +158,14 @@ HttpProvider::Description HttpProvider::ask(web::Url const& url,
         auto const value = head.headers.find("Content-Range");
         auto const range = value ? web::parseContentRange(*value) : std::nullopt;
         if (head.status == 416 && (!range || range->size != 0U)) {
-            throw web::failureOfStatus(head.status);
+            throw web::failureOf(head.status, head.headers);
         }
         result.status = 200;
         result.size = range ? range->size : std::nullopt;
-    } else if (isSuccess(head.status)) {
+    } else if (web::isSuccess(head.status)) {
         result.size = head.contentLength();
-    } else if (!isAbsence(head.status)) {
-        throw web::failureOfStatus(head.status);
+    } else if (!web::isAbsence(head.status)) {
+        throw web::failureOf(head.status, head.headers);
     }
     answer->finish();
     return result;
@@ -196,7 +174,7 @@ HttpProvider::Description HttpProvider::ask(web::Url const& url,
 HttpProvider::Description HttpProvider::existing(StorageIRI const& location, Question question,
                                                  web::Deadline const& deadline) const {
     Description result = describe(location, question, deadline);
-    if (isAbsence(result.status)) {
+    if (result.isMissing()) {
         throw Exception(ErrorCode::ResourceNotFound, location);
     }
     return result;
@@ -205,7 +183,7 @@ HttpProvider::Description HttpProvider::existing(StorageIRI const& location, Que
 ExistsResult HttpProvider::exists(StorageIRI const& location) const {
     web::Deadline const deadline = client_->deadline();
     Description const description = describe(location, Question::OfKind, deadline);
-    if (isAbsence(description.status)) {
+    if (description.isMissing()) {
         return ExistsResult::Nothing;
     }
     return description.isFolder ? ExistsResult::Folder : ExistsResult::File;
@@ -256,17 +234,17 @@ std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& l
         if (there && there->isFolder) {
             throw Exception(ErrorCode::InvalidLocation, location);
         }
-        if (there && isAbsence(there->status)) {
+        if (there && there->isMissing()) {
             throw Exception(ErrorCode::ResourceNotFound, location);
         }
-        if (there && !isSuccess(there->status)) {
+        if (there && !there->isThere()) {
             throw web::failureOfStatus(there->status);
         }
     };
     // Whatever else it is, it can be read.
     auto const refusePageOfFolder = [&] {
         auto const there = describeByDav(location, deadline);
-        if (there && isSuccess(there->status) && there->isFolder) {
+        if (there && there->isThere() && there->isFolder) {
             throw Exception(ErrorCode::InvalidLocation, location);
         }
     };

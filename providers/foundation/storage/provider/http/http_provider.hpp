@@ -3,13 +3,15 @@
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/http/detail/dav_client.hpp>
 #include <foundation/storage/provider/http/detail/dav_spaces.hpp>
-#include <foundation/storage/provider/http/detail/description_memory.hpp>
+#include <foundation/storage/provider/http/detail/description.hpp>
 #include <foundation/storage/provider/http/detail/names_in_work.hpp>
 #include <foundation/storage/provider/http/http_cursor.hpp>
 #include <foundation/storage/provider/http/http_options.hpp>
+#include <foundation/storage/provider/http/http_writing.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/spool/content.hpp>
 #include <foundation/storage/provider/web/client.hpp>
+#include <foundation/storage/provider/web/short_memory.hpp>
 
 #include <atomic>
 #include <chrono>
@@ -178,6 +180,9 @@ class HttpProvider final : public IProvider,
     /// have it from an earlier call.
     void publish(StorageIRI const& location, spool::Content const& content,
                  detail::DavExpected const& expected, bool& mayHaveCome);
+    /// The same for a stream.
+    HttpWritingStream::Publish publishing(StorageIRI const& location,
+                                          detail::DavExpected const& expected);
 
     StorageIRI const home_;
     HttpOptions const options_;
@@ -185,8 +190,8 @@ class HttpProvider final : public IProvider,
     detail::DavClient const dav_;
     std::shared_ptr<spool::Space> const space_;
     mutable std::atomic<bool> isHeadRefused_{false};
-    mutable detail::DescriptionMemory known_;
-    mutable detail::DescriptionMemory folders_; ///< those that are there
+    mutable web::ShortMemory<Description> known_;
+    mutable web::ShortMemory<Description> folders_; ///< those that are there
     mutable detail::DavSpaces spaces_;
     mutable std::atomic<bool> isMuteToOptions_ = false; ///< the last time
     detail::NamesInWork inWork_;

@@ -25,18 +25,6 @@ constexpr std::size_t pieceSize = std::size_t{256} * 1024;
 constexpr std::uint64_t slowestWay = std::uint64_t{64} * 1024;
 constexpr std::uint64_t slowestDisk = std::uint64_t{1024} * 1024;
 
-bool isSuccess(int status) noexcept {
-    return status >= 200 && status < 300;
-}
-
-bool replaces(ReplacementPolicy policy) noexcept {
-    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
-}
-
-[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
-    throw Exception(code, location);
-}
-
 std::chrono::seconds timeFor(std::uint64_t size, std::uint64_t bytesInASecond) noexcept {
     // What a server tells of a size may be anything.
     constexpr std::uint64_t longest = std::uint64_t{30} * 24 * 3600;
@@ -76,7 +64,7 @@ std::string HttpProvider::takeOld(StorageIRI const& location, Description const&
 bool HttpProvider::holds(StorageIRI const& location, spool::Content const& content,
                          web::Deadline const& deadline) const {
     Description const there = lookAt(location, deadline);
-    if (!isSuccess(there.status) || there.isFolder ||
+    if (!there.isThere() || there.isFolder ||
         there.size.value_or(content.size()) != content.size()) {
         return false;
     }
@@ -130,11 +118,11 @@ void HttpProvider::publish(StorageIRI const& location, spool::Content const& con
     if (expected.state == State::Nothing) {
         hold.emplace(inWork_, itemUrl(location).text(), deadline);
         // Not every server looks at the condition of the request.
-        if (isSuccess(lookAt(location, deadline).status)) {
+        if (lookAt(location, deadline).isThere()) {
             if (cameBefore && holds(location, content, deadline)) {
                 return;
             }
-            fail(ErrorCode::ResourceAlreadyExists, location);
+            throw Exception(ErrorCode::ResourceAlreadyExists, location);
         }
     }
     auto const sent = [&](DavExpected const& wanted) {
@@ -151,22 +139,30 @@ void HttpProvider::publish(StorageIRI const& location, spool::Content const& con
         }
         // There are servers whose conditions are not about the tags that they tell.
         Description const there = lookAt(location, deadline);
-        if (!isSuccess(there.status) || tagOf(there) != expected.tag) {
-            fail(ErrorCode::ResourceInUse, location);
+        if (!there.isThere() || tagOf(there) != expected.tag) {
+            throw Exception(ErrorCode::ResourceInUse, location);
         }
         outcome = sent({});
     }
     if (!outcome.isSuccess()) {
         Description const there = lookAt(location, deadline);
-        if (isSuccess(there.status) && there.isFolder) {
-            fail(ErrorCode::InvalidLocation, location);
+        if (there.isThere() && there.isFolder) {
+            throw Exception(ErrorCode::InvalidLocation, location);
         }
         failChange(outcome, location, deadline);
     }
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), location, failure.what());
 } catch (spool::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location);
+}
+
+HttpWritingStream::Publish HttpProvider::publishing(StorageIRI const& location,
+                                                    DavExpected const& expected) {
+    return [self = shared_from_this(), location, expected,
+            mayHaveCome = false](spool::Content const& whole) mutable {
+        self->publish(location, whole, expected, mayHaveCome);
+    };
 }
 
 std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
@@ -174,13 +170,13 @@ std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
     web::Deadline const deadline = client_->deadline();
     requireDav(location, deadline);
     Description const there = lookAt(location, deadline);
-    bool const isThere = isSuccess(there.status);
+    bool const isThere = there.isThere();
     if (there.isFolder) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     if (!isThere) {
         if (options.creation == ByteStreamCreation::OpenExisting) {
-            fail(ErrorCode::ResourceNotFound, location);
+            throw Exception(ErrorCode::ResourceNotFound, location);
         }
         requireFolderAbove(location, deadline);
     }
@@ -196,15 +192,11 @@ std::unique_ptr<ByteStream> HttpProvider::openStream(StorageIRI const& location,
         options.access == ByteStreamAccess::ReadWrite ? WritingAccess::ReadWrite
                                                       : WritingAccess::Write,
         options.withoutAppend == 0 ? WritingPlace::AtEnd : WritingPlace::AtPosition,
-        /*isChanged=*/!keeps,
-        [self = shared_from_this(), location, expected,
-         mayHaveCome = false](spool::Content const& whole) mutable {
-            self->publish(location, whole, expected, mayHaveCome);
-        });
+        /*isChanged=*/!keeps, publishing(location, expected));
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), location, failure.what());
 } catch (spool::Failure const& failure) {
-    fail(failure.code(), location);
+    throw Exception(failure.code(), location);
 }
 
 std::unique_ptr<ByteStream> HttpProvider::openReplacement(StorageIRI const& location,
@@ -215,13 +207,9 @@ std::unique_ptr<ByteStream> HttpProvider::openReplacement(StorageIRI const& loca
         requireFolderAbove(location, deadline);
     }
     DavExpected const expected{replaces(policy) ? State::Anything : State::Nothing};
-    return std::make_unique<HttpWritingStream>(
-        spool::Content(space_), WritingAccess::ReadWrite, WritingPlace::AtPosition,
-        /*isChanged=*/true,
-        [self = shared_from_this(), location, expected,
-         mayHaveCome = false](spool::Content const& whole) mutable {
-            self->publish(location, whole, expected, mayHaveCome);
-        });
+    return std::make_unique<HttpWritingStream>(spool::Content(space_), WritingAccess::ReadWrite,
+                                               WritingPlace::AtPosition,
+                                               /*isChanged=*/true, publishing(location, expected));
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), location, failure.what());
 }

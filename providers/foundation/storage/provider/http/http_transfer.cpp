@@ -18,18 +18,6 @@ using Overwriting = detail::DavClient::Overwriting;
 
 namespace {
 
-[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
-    throw Exception(code, location);
-}
-
-bool isSuccess(int status) noexcept {
-    return status >= 200 && status < 300;
-}
-
-bool replaces(ReplacementPolicy policy) noexcept {
-    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
-}
-
 /// Whether a caller may answer a refusal by copying the tree and removing the source.
 bool invitesCopy(ErrorCode code) noexcept {
     return code == ErrorCode::UnsupportedOperation || code == ErrorCode::ResourceAlreadyExists ||
@@ -75,7 +63,7 @@ void HttpProvider::refuseOneItem(Way const& way, Description const& from,
     auto const tag = from.headers.find("ETag");
     if (tag && there.headers.find("ETag") == tag && there.size == from.size &&
         there.headers.find("Last-Modified") == from.headers.find("Last-Modified")) {
-        fail(ErrorCode::InvalidLocation, way.source);
+        throw Exception(ErrorCode::InvalidLocation, way.source);
     }
 }
 
@@ -92,8 +80,8 @@ void HttpProvider::move(Way const& way, bool isReplacing, Changed changed,
                                  deadline);
         },
         [&] {
-            return isSuccess(lookAt(way.destination, deadline).status) &&
-                   !isSuccess(lookAt(way.source, deadline).status);
+            return lookAt(way.destination, deadline).isThere() &&
+                   !lookAt(way.source, deadline).isThere();
         });
     if (outcome.isSuccess()) {
         return;
@@ -103,13 +91,13 @@ void HttpProvider::move(Way const& way, bool isReplacing, Changed changed,
 
 void HttpProvider::failTransfer(DavOutcome const& outcome, Way const& way,
                                 web::Deadline const& deadline) const {
-    if (outcome.status == 404 && !isSuccess(lookAt(way.source, deadline).status)) {
-        fail(ErrorCode::ResourceNotFound, way.source);
+    if (outcome.status == 404 && !lookAt(way.source, deadline).isThere()) {
+        throw Exception(ErrorCode::ResourceNotFound, way.source);
     }
     // The server takes the destination for another one's (RFC 4918, sections 9.8.5 and 9.9.4), as
     // one behind a proxy may, which does not know by what name it is called.
     if (outcome.status == 502) {
-        fail(ErrorCode::UnsupportedOperation, way.destination);
+        throw Exception(ErrorCode::UnsupportedOperation, way.destination);
     }
     failChange(outcome, way.destination, deadline);
 }
@@ -190,11 +178,11 @@ CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& d
         return copyFileByStreams(*this, source, destination, options);
     }
     Description const from = lookAt(source, deadline);
-    if (!isSuccess(from.status)) {
-        fail(ErrorCode::ResourceNotFound, source);
+    if (!from.isThere()) {
+        throw Exception(ErrorCode::ResourceNotFound, source);
     }
     if (from.isFolder || isOneItem(source, target)) {
-        fail(ErrorCode::InvalidLocation, source);
+        throw Exception(ErrorCode::InvalidLocation, source);
     }
     Description const there = lookAt(target, deadline);
     bool const isReplacing = checkReplaceable(target, there, options.policy);
@@ -204,7 +192,7 @@ CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& d
         requireFolderAbove(target, deadline);
     }
     if (options.progress && !options.progress(size, size)) {
-        fail(ErrorCode::IOError, target);
+        throw Exception(ErrorCode::IOError, target);
     }
     copy({source, itemUrl(source), target, itemUrl(target)}, isReplacing,
          deadline.after(timeToStore(size)));
@@ -218,15 +206,15 @@ void HttpProvider::moveFile(StorageIRI const& source, StorageIRI const& destinat
     web::Deadline const deadline = client_->deadline();
     requireDav(source, deadline);
     if (!isOneServer(source, destination)) {
-        fail(ErrorCode::UnsupportedOperation, destination);
+        throw Exception(ErrorCode::UnsupportedOperation, destination);
     }
     requireDav(destination, deadline);
     Description const from = lookAt(source, deadline);
-    if (!isSuccess(from.status)) {
-        fail(ErrorCode::ResourceNotFound, source);
+    if (!from.isThere()) {
+        throw Exception(ErrorCode::ResourceNotFound, source);
     }
     if (from.isFolder || isOneItem(source, destination)) {
-        fail(ErrorCode::InvalidLocation, source);
+        throw Exception(ErrorCode::InvalidLocation, source);
     }
     Description const there = lookAt(destination, deadline);
     bool const isReplacing = checkReplaceable(destination, there, policy);
@@ -257,26 +245,26 @@ bool HttpProvider::wouldCopyIntoItself(StorageIRI const& source, StorageIRI cons
 void HttpProvider::refuseFolderMove(StorageIRI const& source, StorageIRI const& destination,
                                     ReplacementPolicy policy, Description const& there,
                                     web::Deadline const& deadline) const {
-    if (isSuccess(there.status)) {
+    if (there.isThere()) {
         if (!replaces(policy)) {
-            fail(ErrorCode::ResourceAlreadyExists, destination);
+            throw Exception(ErrorCode::ResourceAlreadyExists, destination);
         }
         if (!there.isFolder) {
-            fail(ErrorCode::InvalidLocation, destination);
+            throw Exception(ErrorCode::InvalidLocation, destination);
         }
     } else {
         requireFolderAbove(destination, deadline);
     }
     if (source.getResolvedPath().size() <= 1 || destination.getResolvedPath().size() <= 1) {
-        fail(ErrorCode::ResourceInUse, destination); // the root stays
+        throw Exception(ErrorCode::ResourceInUse, destination); // the root stays
     }
     if (source.isAncestorOf(destination)) {
-        fail(ErrorCode::InvalidLocation, destination);
+        throw Exception(ErrorCode::InvalidLocation, destination);
     }
-    if (isSuccess(there.status)) {
+    if (there.isThere()) {
         detail::DavListing const listing = membersOf(destination, deadline);
         if (!listing.members.empty() || listing.leftOut != 0) {
-            fail(ErrorCode::FolderNotEmpty, destination);
+            throw Exception(ErrorCode::FolderNotEmpty, destination);
         }
     }
 }
@@ -286,25 +274,25 @@ void HttpProvider::moveFolder(StorageIRI const& source, StorageIRI const& destin
     web::Deadline const deadline = client_->deadline();
     requireDav(source, deadline);
     if (!isOneServer(source, destination)) {
-        fail(ErrorCode::UnsupportedOperation, destination);
+        throw Exception(ErrorCode::UnsupportedOperation, destination);
     }
     requireDav(destination, deadline);
     Description const from = lookAt(source, deadline);
-    if (!isSuccess(from.status)) {
-        fail(ErrorCode::ResourceNotFound, source);
+    if (!from.isThere()) {
+        throw Exception(ErrorCode::ResourceNotFound, source);
     }
     if (!from.isFolder || isOneItem(source, destination)) {
-        fail(ErrorCode::InvalidLocation, source);
+        throw Exception(ErrorCode::InvalidLocation, source);
     }
     try {
         Description const there = lookAt(destination, deadline);
         refuseFolderMove(source, destination, policy, there, deadline);
         Way const way{source, folderUrl(source), destination, folderUrl(destination)};
         refuseOneItem(way, from, there);
-        move(way, isSuccess(there.status), Changed::Folders, deadline);
+        move(way, there.isThere(), Changed::Folders, deadline);
     } catch (Exception const& e) {
         if (invitesCopy(e.getErrorCode()) && wouldCopyIntoItself(source, destination, deadline)) {
-            fail(ErrorCode::InvalidLocation, destination);
+            throw Exception(ErrorCode::InvalidLocation, destination);
         }
         throw;
     }

@@ -13,14 +13,6 @@ namespace foundation::storage::provider::s3 {
 using detail::FolderMemory;
 using detail::translated;
 
-namespace {
-
-[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
-    throw Exception(code, location);
-}
-
-} // namespace
-
 /// Throws where there is no folder to make something in.
 void S3Provider::requireFolderOf(ItemKey const& key, StorageIRI const& location,
                                  Deadline const& deadline) const {
@@ -31,7 +23,7 @@ void S3Provider::requireFolderOf(ItemKey const& key, StorageIRI const& location,
     }
     std::uint64_t const before = folders_.changes();
     if (!isFolder(parent, deadline)) {
-        fail(ErrorCode::ResourceNotFound, location);
+        throw Exception(ErrorCode::ResourceNotFound, location);
     }
     folders_.keep(parent.file, before);
 }
@@ -42,16 +34,16 @@ S3Provider::Standing S3Provider::placeForFile(ItemKey const& key, StorageIRI con
     Standing standing = lookUp(key, deadline);
     if (standing.isNothing()) {
         if (key.isRoot()) {
-            fail(ErrorCode::ResourceNotFound, location);
+            throw Exception(ErrorCode::ResourceNotFound, location);
         }
         requireFolderOf(key, location, deadline);
         return standing;
     }
-    if (policy == ReplacementPolicy::FailIfExists || policy == ReplacementPolicy::KeepExisting) {
-        fail(ErrorCode::ResourceAlreadyExists, location);
+    if (!replaces(policy)) {
+        throw Exception(ErrorCode::ResourceAlreadyExists, location);
     }
     if (!standing.file) {
-        fail(ErrorCode::InvalidLocation, location);
+        throw Exception(ErrorCode::InvalidLocation, location);
     }
     return standing;
 }
@@ -81,7 +73,7 @@ void S3Provider::createFolder(StorageIRI const& location) {
         auto const lock = locks_.lock(deadline, {key.file, key.folder()});
         placeForFile(key, location, ReplacementPolicy::FailIfExists, deadline);
         if (!key.canBeFolder()) {
-            fail(ErrorCode::InvalidLocation, location);
+            throw Exception(ErrorCode::InvalidLocation, location);
         }
         putMarker(key, deadline);
     });
@@ -100,14 +92,14 @@ void S3Provider::createFolderRecursive(StorageIRI const& location) {
                 break;
             }
             if (standing.file || level.isRoot()) {
-                fail(standing.file && level == key ? ErrorCode::ResourceAlreadyExists
-                                                   : ErrorCode::ResourceNotFound,
-                     location);
+                throw Exception(standing.file && level == key ? ErrorCode::ResourceAlreadyExists
+                                                              : ErrorCode::ResourceNotFound,
+                                location);
             }
             missing.push_back(level);
         }
         if (!missing.empty() && !key.canBeFolder()) {
-            fail(ErrorCode::InvalidLocation, location);
+            throw Exception(ErrorCode::InvalidLocation, location);
         }
         for (auto level = missing.rbegin(); level != missing.rend(); ++level) {
             auto const lock = locks_.lock(deadline, {level->file, level->folder()});
@@ -137,7 +129,7 @@ void S3Provider::removeFile(StorageIRI const& location) {
 void S3Provider::removeFolder(StorageIRI const& location) {
     ItemKey const key = keyOf(location);
     if (key.isRoot()) {
-        fail(ErrorCode::ResourceInUse, location);
+        throw Exception(ErrorCode::ResourceInUse, location);
     }
     translated(location, [&] {
         std::string const folder = key.folder();
@@ -146,10 +138,10 @@ void S3Provider::removeFolder(StorageIRI const& location) {
         auto const first = key.canBeFolder() ? detail::firstKeys(*bucket_, folder, 2, deadline)
                                              : std::vector<detail::ListedObject>();
         if (first.empty()) {
-            fail(ErrorCode::ResourceNotFound, location);
+            throw Exception(ErrorCode::ResourceNotFound, location);
         }
         if (first.size() > 1 || first.front().key != folder) {
-            fail(ErrorCode::FolderNotEmpty, location);
+            throw Exception(ErrorCode::FolderNotEmpty, location);
         }
         Change const change(heads_, folder);
         FolderMemory::Removal const removal(folders_, key.file);
@@ -160,10 +152,10 @@ void S3Provider::removeFolder(StorageIRI const& location) {
 void S3Provider::removeFolderRecursively(StorageIRI const& location) {
     ItemKey const key = keyOf(location);
     if (key.isRoot()) {
-        fail(ErrorCode::ResourceInUse, location);
+        throw Exception(ErrorCode::ResourceInUse, location);
     }
     if (!key.canBeFolder()) {
-        fail(ErrorCode::ResourceNotFound, location);
+        throw Exception(ErrorCode::ResourceNotFound, location);
     }
     translated(location, [&] {
         std::string const folder = key.folder();
@@ -184,7 +176,7 @@ void S3Provider::removeFolderRecursively(StorageIRI const& location) {
         }
         auto const failed = removal.finish();
         if (!isThere) {
-            fail(ErrorCode::ResourceNotFound, location);
+            throw Exception(ErrorCode::ResourceNotFound, location);
         }
         if (failed) {
             throw Exception(failed->code, detail::itemBelow(location, folder, failed->key),

@@ -19,14 +19,6 @@ using detail::translatedCopy;
 
 namespace {
 
-[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
-    throw Exception(code, location);
-}
-
-bool replaces(ReplacementPolicy policy) noexcept {
-    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
-}
-
 /// A path below a folder; empty where it is not below it.
 std::string_view pathBelow(std::string_view folder, std::string_view path) {
     return path.starts_with(folder) ? path.substr(folder.size()) : std::string_view();
@@ -46,7 +38,7 @@ bool isSame(ListedObject const& one, ListedObject const& other) noexcept {
 void S3Provider::moveFile(StorageIRI const& source, StorageIRI const& destination,
                           ReplacementPolicy const& policy) {
     if (!isOwn(destination)) {
-        fail(ErrorCode::UnsupportedOperation, destination);
+        throw Exception(ErrorCode::UnsupportedOperation, destination);
     }
     ItemKey const from = keyOf(source);
     ItemKey const to = keyOf(destination);
@@ -55,7 +47,7 @@ void S3Provider::moveFile(StorageIRI const& source, StorageIRI const& destinatio
         auto const lock = locks_.lock(deadline, {from.file, to.file});
         detail::ObjectHead const head = headOf(from, source, deadline);
         if (from == to) {
-            fail(ErrorCode::InvalidLocation, source);
+            throw Exception(ErrorCode::InvalidLocation, source);
         }
         translatedCopy(source, destination, [&] {
             placeForFile(to, destination, policy, deadline);
@@ -77,21 +69,21 @@ void S3Provider::moveFile(StorageIRI const& source, StorageIRI const& destinatio
 void S3Provider::checkFolderMove(MovedFolder const& from, MovedFolder const& to,
                                  ReplacementPolicy policy, Deadline const& deadline) const {
     if (!isFolder(from.key, deadline)) {
-        fail(bucket_->head(from.key.file, deadline) ? ErrorCode::InvalidLocation
-                                                    : ErrorCode::ResourceNotFound,
-             from.location);
+        throw Exception(bucket_->head(from.key.file, deadline) ? ErrorCode::InvalidLocation
+                                                               : ErrorCode::ResourceNotFound,
+                        from.location);
     }
     if (from.key == to.key) {
-        fail(ErrorCode::InvalidLocation, from.location);
+        throw Exception(ErrorCode::InvalidLocation, from.location);
     }
     if (to.key.file.starts_with(from.key.folder())) {
-        fail(ErrorCode::InvalidLocation, to.location);
+        throw Exception(ErrorCode::InvalidLocation, to.location);
     }
     translated(to.location, [&] {
         // A caller who copies instead would copy the tree into itself.
         std::string_view const way = pathBelow(to.key.folder(), from.key.file);
         if (!way.empty() && isFolder({from.key.folder() + std::string(way)}, deadline)) {
-            fail(ErrorCode::InvalidLocation, to.location);
+            throw Exception(ErrorCode::InvalidLocation, to.location);
         }
         Standing const standing = lookUp(to.key, deadline);
         if (standing.isNothing()) {
@@ -99,14 +91,14 @@ void S3Provider::checkFolderMove(MovedFolder const& from, MovedFolder const& to,
             return;
         }
         if (!replaces(policy)) {
-            fail(ErrorCode::ResourceAlreadyExists, to.location);
+            throw Exception(ErrorCode::ResourceAlreadyExists, to.location);
         }
         if (standing.file) {
-            fail(ErrorCode::InvalidLocation, to.location);
+            throw Exception(ErrorCode::InvalidLocation, to.location);
         }
         auto const first = detail::firstKeys(*bucket_, to.key.folder(), 2, deadline);
         if (first.size() > 1 || (first.size() == 1 && first.front().key != to.key.folder())) {
-            fail(ErrorCode::FolderNotEmpty, to.location);
+            throw Exception(ErrorCode::FolderNotEmpty, to.location);
         }
     });
 }
@@ -114,12 +106,13 @@ void S3Provider::checkFolderMove(MovedFolder const& from, MovedFolder const& to,
 void S3Provider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
                             ReplacementPolicy const& policy) {
     if (!isOwn(destination)) {
-        fail(ErrorCode::UnsupportedOperation, destination);
+        throw Exception(ErrorCode::UnsupportedOperation, destination);
     }
     MovedFolder const from{keyOf(source), source};
     MovedFolder const to{keyOf(destination), destination};
     if (from.key.isRoot()) { // the root stays
-        fail(from.key == to.key ? ErrorCode::InvalidLocation : ErrorCode::ResourceInUse, source);
+        throw Exception(from.key == to.key ? ErrorCode::InvalidLocation : ErrorCode::ResourceInUse,
+                        source);
     }
     translated(source, [&] {
         Deadline const deadline = bucket_->deadline();
@@ -170,7 +163,7 @@ void S3Provider::copyKeys(std::vector<ListedObject> const& page, MovedFolder con
     if (std::any_of(page.begin(), page.end(), [&](ListedObject const& object) {
             return targetOf(object).size() > detail::longestKey;
         })) {
-        fail(ErrorCode::InvalidLocation, to.location);
+        throw Exception(ErrorCode::InvalidLocation, to.location);
     }
     auto const copying = [&](ListedObject const& object, auto const& call) {
         translatedCopy(detail::itemBelow(from.location, folder, object.key),

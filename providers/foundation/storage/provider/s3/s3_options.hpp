@@ -52,7 +52,7 @@ struct S3Options {
 
     /// Bytes that the provider keeps in memory of files that are changed in place, until they are
     /// written back. What is more goes to a temporary file without a name.
-    std::size_t maximumSpoolMemory = std::size_t{64} * 1024 * 1024;
+    std::size_t maximumPendingMemory = std::size_t{64} * 1024 * 1024;
     /// Where that file is; empty for /var/tmp, and /tmp where that does not do.
     std::string temporaryFolder = {};
 };

@@ -3,8 +3,10 @@
 #include <fl/i18n/conversion.hpp>
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/s3/detail/object_time.hpp>
+#include <foundation/storage/provider/s3/detail/request_fields.hpp>
 #include <foundation/storage/provider/s3/detail/translation.hpp>
 #include <foundation/storage/provider/s3/s3_stream.hpp>
+#include <foundation/storage/provider/web/encoding.hpp>
 
 #include <algorithm>
 #include <array>
@@ -86,7 +88,6 @@ constexpr std::array toldFields{std::pair{"s3.cache-control", "Cache-Control"},
                                 std::pair{"s3.last-modified", "Last-Modified"},
                                 std::pair{"s3.storage-class", "x-amz-storage-class"},
                                 std::pair{"s3.version-id", "x-amz-version-id"}};
-constexpr std::string_view metadataPrefix = "x-amz-meta-";
 
 ExtendedAttributes toldOf(web::Headers const& headers) {
     ExtendedAttributes result;
@@ -96,14 +97,9 @@ ExtendedAttributes toldOf(web::Headers const& headers) {
         }
     }
     for (auto const& [name, value] : headers.fields()) {
-        if (name.size() > metadataPrefix.size() &&
-            web::areEqualNames(std::string_view(name).substr(0, metadataPrefix.size()),
-                               metadataPrefix)) {
-            std::string key = "s3.meta." + name.substr(metadataPrefix.size());
-            std::transform(key.begin(), key.end(), key.begin(), [](char c) {
-                return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-            });
-            result.emplace(std::move(key), value);
+        std::string_view const metadata = detail::metadataNameOf(name);
+        if (!metadata.empty()) {
+            result.emplace("s3.meta." + web::inSmallLetters(metadata), value);
         }
     }
     return result;
@@ -117,7 +113,7 @@ S3Provider::S3Provider(StorageIRI const& location, S3Options const& options)
       bucket_(bucketOf(location, name_, options)),
       threads_(std::make_shared<detail::RequestThreads>(
           std::max(leastThreads, 4 * options.concurrency))),
-      space_(std::make_shared<spool::Space>(options.maximumSpoolMemory, options.temporaryFolder)),
+      space_(std::make_shared<spool::Space>(options.maximumPendingMemory, options.temporaryFolder)),
       heads_(options.attributeLifetime) {}
 
 S3Provider::~S3Provider() = default;

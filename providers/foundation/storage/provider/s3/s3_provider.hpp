@@ -4,13 +4,13 @@
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
 #include <foundation/storage/provider/s3/detail/folder_memory.hpp>
-#include <foundation/storage/provider/s3/detail/head_memory.hpp>
 #include <foundation/storage/provider/s3/detail/key_locks.hpp>
 #include <foundation/storage/provider/s3/detail/keys.hpp>
 #include <foundation/storage/provider/s3/detail/listing.hpp>
-#include <foundation/storage/provider/s3/detail/new_content.hpp>
 #include <foundation/storage/provider/s3/detail/request_threads.hpp>
+#include <foundation/storage/provider/s3/s3_stream.hpp>
 #include <foundation/storage/provider/spool/space.hpp>
+#include <foundation/storage/provider/web/short_memory.hpp>
 
 #include <cstdint>
 #include <functional>
@@ -98,7 +98,8 @@ class S3Provider final : public IProvider,
         bool isNothing() const noexcept { return !file && !isFolder; }
     };
 
-    using Change = detail::HeadMemory::Change;
+    using HeadMemory = web::ShortMemory<detail::ObjectHead>;
+    using Change = HeadMemory::Change;
 
     ItemKey keyOf(StorageIRI const& location) const;
     Standing lookUp(ItemKey const& key, Deadline const& deadline) const;
@@ -160,6 +161,9 @@ class S3Provider final : public IProvider,
                           std::string const& before, bool isLast) const;
     std::unique_ptr<detail::Upload> makeUpload(ItemKey const& key,
                                                detail::PutConditions conditions) const;
+    /// What puts the content of a stream into the store.
+    S3WriteStream::Publish publishAt(ItemKey const& key,
+                                     std::optional<detail::ObjectHead> old = std::nullopt);
 
     StorageIRI const home_;
     std::string const name_;
@@ -167,7 +171,7 @@ class S3Provider final : public IProvider,
     std::shared_ptr<detail::RequestThreads> const threads_;
     std::shared_ptr<spool::Space> const space_;
     mutable detail::FolderMemory folders_;
-    mutable detail::HeadMemory heads_;
+    mutable HeadMemory heads_;
     mutable detail::KeyLocks locks_;
 };
 

@@ -16,20 +16,12 @@ using detail::translated;
 
 namespace {
 
-[[noreturn]] void fail(ErrorCode code, StorageIRI const& location) {
-    throw Exception(code, location);
-}
-
-bool replaces(ReplacementPolicy policy) noexcept {
-    return policy != ReplacementPolicy::FailIfExists && policy != ReplacementPolicy::KeepExisting;
-}
-
 /// What gives an object that is copied onto itself a time. Throws where the rest would be lost.
 detail::PutConditions conditionsWith(Timestamp time, detail::ObjectHead const& head,
                                      StorageIRI const& location) {
     detail::Likeness likeness = likenessOf(head);
     if (!likeness.isComplete) {
-        fail(ErrorCode::UnsupportedOperation, location);
+        throw Exception(ErrorCode::UnsupportedOperation, location);
     }
     setTime(likeness.conditions, time);
     return std::move(likeness.conditions);
@@ -116,12 +108,12 @@ CopyStatus S3Provider::copyFile(StorageIRI const& source, StorageItem const& des
     detail::ObjectHead const head =
         translated(source, [&] { return headOf(from, source, deadline); });
     if (name_ == other->name_ && from == to) {
-        fail(ErrorCode::InvalidLocation, source);
+        throw Exception(ErrorCode::InvalidLocation, source);
     }
     auto const conditions = conditionsFor(head, !replaces(options.policy));
     auto const tell = [&](std::uint64_t done) {
         if (options.progress && !options.progress(done, head.size)) {
-            fail(ErrorCode::IOError, target);
+            throw Exception(ErrorCode::IOError, target);
         }
     };
     detail::translatedCopy(source, target, [&] {
@@ -148,7 +140,7 @@ void S3Provider::setLastModified(StorageIRI const& location, boost::posix_time::
     Timestamp const timestamp = toTimestamp(time);
     translated(location, [&] {
         if (key.isRoot()) {
-            fail(ErrorCode::UnsupportedOperation, location);
+            throw Exception(ErrorCode::UnsupportedOperation, location);
         }
         Deadline const deadline = bucket_->deadline();
         auto const lock = locks_.lock(deadline, {key.file, key.folder()});
@@ -158,7 +150,7 @@ void S3Provider::setLastModified(StorageIRI const& location, boost::posix_time::
             return;
         }
         if (!key.canBeFolder()) {
-            fail(ErrorCode::ResourceNotFound, location);
+            throw Exception(ErrorCode::ResourceNotFound, location);
         }
         ItemKey const marker{key.folder()};
         auto const head = bucket_->head(marker.file, deadline);
@@ -168,7 +160,7 @@ void S3Provider::setLastModified(StorageIRI const& location, boost::posix_time::
             return;
         }
         if (!isFolder(key, deadline)) {
-            fail(ErrorCode::ResourceNotFound, location);
+            throw Exception(ErrorCode::ResourceNotFound, location);
         }
         detail::PutConditions conditions;
         setTime(conditions, timestamp);

@@ -1,6 +1,35 @@
 #include <foundation/storage/provider/web/failure.hpp>
 
+#include <foundation/storage/provider/web/headers.hpp>
+
+#include <algorithm>
+#include <string_view>
+
 namespace foundation::storage::provider::web {
+
+namespace {
+
+/// Whether a way to say who one is stands among those that a field of the answer 401 offers, each
+/// with its parameters behind it (RFC 9110, section 11.6.1).
+bool offers(std::string_view field, std::string_view scheme) {
+    while (!field.empty()) {
+        field.remove_prefix(std::min(field.find_first_not_of(" \t,"), field.size()));
+        std::string_view const word = field.substr(0, field.find_first_of(" \t,"));
+        if (areEqualNames(word, scheme)) {
+            return true;
+        }
+        field.remove_prefix(word.size());
+    }
+    return false;
+}
+
+bool offers(Headers const& headers, std::string_view scheme) {
+    return std::any_of(headers.fields().begin(), headers.fields().end(), [&](auto const& field) {
+        return areEqualNames(field.first, "WWW-Authenticate") && offers(field.second, scheme);
+    });
+}
+
+} // namespace
 
 ErrorCode errorCodeOfStatus(int status) noexcept {
     switch (status) {
@@ -40,6 +69,25 @@ bool isUndone(int status) noexcept {
 Failure failureOfStatus(int status) {
     return {errorCodeOfStatus(status), "the server answered " + std::to_string(status),
             mayPass(status) ? Failure::Repetition::MayHelp : Failure::Repetition::IsUseless};
+}
+
+Failure failureOf(int status, Headers const& headers) {
+    Failure const failure = failureOfStatus(status);
+    if (status != 401 || offers(headers, "Basic") || offers(headers, "Bearer")) {
+        return failure;
+    }
+    for (std::string_view const scheme : {"Digest", "Negotiate", "NTLM"}) {
+        if (offers(headers, scheme)) {
+            return {failure.code(), std::string(failure.what()) + ": it wants " +
+                                        std::string(scheme) +
+                                        " authentication, and only Basic and Bearer can be given"};
+        }
+    }
+    return failure;
+}
+
+Failure unusableAnswer(std::string const& what) {
+    return {ErrorCode::IOError, "the server's answer cannot be used: " + what};
 }
 
 } // namespace foundation::storage::provider::web

@@ -7,6 +7,8 @@
 
 namespace foundation::storage::provider::web {
 
+class Headers;
+
 /// A request that failed. The text names the reason and holds no secret: no user, no password, no
 /// query.
 class Failure : public std::runtime_error {
@@ -33,6 +35,13 @@ class Failure : public std::runtime_error {
     Repetition repetition_;
 };
 
+constexpr bool isSuccess(int status) noexcept {
+    return status >= 200 && status < 300;
+}
+constexpr bool isAbsence(int status) noexcept {
+    return status == 404 || status == 410;
+}
+
 /// The code for the status of an answer (RFC 9110, section 15) that is no success.
 ErrorCode errorCodeOfStatus(int status) noexcept;
 
@@ -43,5 +52,10 @@ bool isUndone(int status) noexcept;
 
 /// "the server answered 404", as a failure.
 Failure failureOfStatus(int status);
+/// The same; where nobody is let in who cannot do more than we, it says what is wanted.
+Failure failureOf(int status, Headers const& headers);
+
+/// Of an answer that is no part of the protocol, or contradicts the question.
+Failure unusableAnswer(std::string const& what);
 
 } // namespace foundation::storage::provider::web

@@ -20,6 +20,15 @@ bool areEqualNames(std::string_view a, std::string_view b) noexcept {
                       [](char x, char y) { return small(x) == small(y); });
 }
 
+std::string_view trimmed(std::string_view text) noexcept {
+    constexpr std::string_view blanks = " \t\r\n";
+    std::size_t const first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(first, text.find_last_not_of(blanks) + 1 - first);
+}
+
 bool Headers::isRepeated(std::string_view name) const noexcept {
     return std::count_if(fields_.begin(), fields_.end(),
                          [&](auto const& field) { return areEqualNames(field.first, name); }) > 1;

@@ -12,6 +12,9 @@ namespace foundation::storage::provider::web {
 /// Without regard to the case of ASCII letters.
 bool areEqualNames(std::string_view a, std::string_view b) noexcept;
 
+/// Without blanks and line ends around it.
+std::string_view trimmed(std::string_view text) noexcept;
+
 /// The fields before a message, in their order; names compare without regard to case.
 class Headers {
   public:

@@ -3,6 +3,7 @@
 #include <fl/i18n/conversion.hpp>
 #include <foundation/network/iri.hpp>
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/web/encoding.hpp>
 
 #include <curl/curl.h>
 #include <memory>
@@ -43,44 +44,9 @@ std::string bytesOf(std::wstring const& text) {
     return fl::i18n::ustringToStorageName(units);
 }
 
-bool isPlain(char c) noexcept {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           std::string_view("-._~!$&'()*+,;=:@/%").find(c) != std::string_view::npos;
-}
-
-/// What stands encoded stays so; what must be and is not, is encoded.
-std::string encoded(std::string const& bytes, std::string_view alsoPlain) {
-    constexpr char digits[] = "0123456789ABCDEF";
-    std::string result;
-    for (char const c : bytes) {
-        if (isPlain(c) || alsoPlain.find(c) != std::string_view::npos) {
-            result += c;
-        } else {
-            auto const byte = static_cast<unsigned char>(c);
-            result += '%';
-            result += digits[byte >> 4];
-            result += digits[byte & 15];
-        }
-    }
-    return result;
-}
-
-int valueOf(char digit) noexcept {
-    return digit <= '9' ? digit - '0' : (digit | 0x20) - 'a' + 10;
-}
-
-std::string decoded(std::string const& text) {
-    std::string result;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size()) {
-            result += static_cast<char>(valueOf(text[i + 1]) * 16 + valueOf(text[i + 2]));
-            i += 2;
-        } else {
-            result += text[i];
-        }
-    }
-    return result;
-}
+/// What may stand in a path as it is; what stands encoded stays so.
+constexpr std::string_view plainInPath = "-._~!$&'()*+,;=:@/%";
+constexpr std::string_view plainInQuery = "-._~!$&'()*+,;=:@/%?";
 
 } // namespace
 
@@ -101,16 +67,13 @@ std::optional<Url> Url::parse(std::string const& base, std::string const& refere
         ::curl_url_set(url.get(), dropped, nullptr, 0);
     }
     std::string const scheme = part(url.get(), CURLUPART_SCHEME);
-    std::string host = part(url.get(), CURLUPART_HOST);
+    std::string const host = part(url.get(), CURLUPART_HOST);
     std::string text = part(url.get(), CURLUPART_URL);
     if ((scheme != "http" && scheme != "https") || host.empty() || text.empty()) {
         return std::nullopt;
     }
-    for (char& c : host) {
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-    }
-    std::string origin =
-        scheme + "://" + host + ':' + part(url.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT);
+    std::string origin = scheme + "://" + inSmallLetters(host) + ':' +
+                         part(url.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT);
     return Url(std::move(text), std::move(origin));
 }
 
@@ -122,10 +85,10 @@ Url Url::of(StorageIRI const& location) {
         if (args.hasPort) {
             text += ':' + std::to_string(args.port);
         }
-        std::string const path = encoded(bytesOf(args.path), "");
+        std::string const path = percentEncoded(bytesOf(args.path), plainInPath);
         text += path.empty() ? "/" : path;
         if (args.hasQuery) {
-            text += '?' + encoded(bytesOf(args.query), "?");
+            text += '?' + percentEncoded(bytesOf(args.query), plainInQuery);
         }
         if (!location.hasInnerIRI() && !args.host.empty()) {
             if (std::optional<Url> url = parse({}, text)) {
@@ -158,10 +121,12 @@ std::string Url::redacted() const {
 std::string userOf(StorageIRI const& location) {
     network::IRI const iri = location.toIRI();
     try {
-        return decoded(bytesOf(iri.args().userInformation));
-    } catch (std::range_error const&) {
-        throw Exception(ErrorCode::InvalidLocation, location);
+        if (auto user = percentDecoded(bytesOf(iri.args().userInformation))) {
+            return *std::move(user);
+        }
+    } catch (std::range_error const&) { // a lone surrogate that stands for no byte
     }
+    throw Exception(ErrorCode::InvalidLocation, location);
 }
 
 } // namespace foundation::storage::provider::web

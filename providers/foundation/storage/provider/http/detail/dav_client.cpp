@@ -19,27 +19,12 @@ constexpr std::string_view wantedProperties =
 /// Of an answer of any use: an item takes 300 to 1,000 bytes, and has about 13 tags.
 constexpr std::uint64_t bytesOfPart = 24;
 
-bool isSuccess(int status) noexcept {
-    return status >= 200 && status < 300;
-}
-
-[[noreturn]] void refuse(char const* what) {
-    throw web::Failure(ErrorCode::IOError,
-                       std::string("the server's answer cannot be used: ") + what);
-}
-
 /// Whether one of the classes is named, each of which holds the first one (RFC 4918, section 18).
 bool namesClass(std::string_view field) noexcept {
     while (!field.empty()) {
         std::size_t const end = std::min(field.find(','), field.size());
-        std::string_view item = field.substr(0, end);
+        std::string_view const item = web::trimmed(field.substr(0, end));
         field.remove_prefix(std::min(end + 1, field.size()));
-        while (!item.empty() && (item.front() == ' ' || item.front() == '\t')) {
-            item.remove_prefix(1);
-        }
-        while (!item.empty() && (item.back() == ' ' || item.back() == '\t')) {
-            item.remove_suffix(1);
-        }
         if (item == "1" || item == "2" || item == "3") {
             return true;
         }
@@ -94,24 +79,18 @@ DavClient::Spoken DavClient::speechAt(web::Url const& url, unsigned attempts,
     for (auto const& [name, value] : head.headers.fields()) {
         if (web::areEqualNames(name, "DAV") && namesClass(value)) {
             // What is led to another origin is not asked of this one.
-            return {answer->url().hasSameOrigin(url) ? Speech::Dav : Speech::Web, head.status};
+            return {answer->url().hasSameOrigin(url) ? Speech::Dav : Speech::Web};
         }
     }
-    switch (head.status) {
-    case 404:
-    case 410:
-        return {Speech::Unknown, head.status};
-    case 400:
-    case 401:
-    case 403:
-    case 407:
-    case 408:
-    case 429:
-        return {Speech::Refused, head.status};
-    default: // 501: the method is not known
-        return {head.status >= 500 && head.status != 501 ? Speech::Refused : Speech::Web,
-                head.status};
+    int const status = head.status;
+    if (web::isAbsence(status)) {
+        return {Speech::Unknown};
     }
+    bool const isRefused = status == 400 || status == 401 || status == 403 || status == 407 ||
+                           status == 408 || status == 429 ||
+                           (status >= 500 && status != 501); // 501: the method is not known
+    return isRefused ? Spoken{Speech::Refused, web::failureOf(status, head.headers)}
+                     : Spoken{Speech::Web};
 }
 
 std::vector<DavResponse> DavClient::partsOf(web::Exchange& answer,
@@ -144,14 +123,14 @@ std::vector<DavResponse> DavClient::ask(web::Url& url, char const* depth, int& s
         try {
             status = answer->head(deadline).status;
             if (!answer->url().hasSameOrigin(url)) {
-                refuse("it is another server's");
+                throw web::unusableAnswer("it is another server's");
             }
             url = answer->url();
             if (status == 207) {
                 return partsOf(*answer, deadline);
             }
             answer->finish();
-            if (isSuccess(status)) {
+            if (web::isSuccess(status)) {
                 status = 405; // that is no answer to this request, and so the method is unknown
             }
             return {};
@@ -179,7 +158,7 @@ DavItem DavClient::find(web::Url const& url, web::Deadline const& deadline) cons
         if (!path || !path->isSameAs(place)) {
             continue;
         }
-        if (response.status != 0 && !isSuccess(response.status)) {
+        if (response.status != 0 && !web::isSuccess(response.status)) {
             item.status = response.status;
             return item;
         }
@@ -193,7 +172,7 @@ DavItem DavClient::find(web::Url const& url, web::Deadline const& deadline) cons
         item.isFolder = isFolder(response);
         return item;
     }
-    refuse("it tells of something else");
+    throw web::unusableAnswer("it tells of something else");
 }
 
 DavListing DavClient::list(web::Url const& folder, web::Deadline const& deadline) const {
@@ -216,7 +195,7 @@ DavOutcome DavClient::change(web::Request request, web::Deadline const& deadline
     outcome.status = 200;
     auto const place = DavPath::of(request.url);
     for (DavResponse const& response : partsOf(*answer, deadline)) {
-        int const status = isSuccess(response.status) ? 0 : response.status;
+        int const status = web::isSuccess(response.status) ? 0 : response.status;
         int const refusal = status != 0 ? status : response.refusal;
         // 424: not done because of another one.
         if (refusal >= 300 && (outcome.isSuccess() || outcome.status == 424)) {

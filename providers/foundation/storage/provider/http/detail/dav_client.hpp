@@ -34,7 +34,7 @@ struct DavOutcome {
     std::optional<DavPath> failed = std::nullopt;
 
     /// That a change was taken note of, and is done later, is none (RFC 9110, section 15.3.3).
-    bool isSuccess() const noexcept { return status >= 200 && status < 300 && status != accepted; }
+    bool isSuccess() const noexcept { return web::isSuccess(status) && status != accepted; }
 
     static constexpr int accepted = 202;
 };
@@ -63,7 +63,7 @@ class DavClient {
     /// where another time, or somebody else, may get an answer.
     struct Spoken {
         Speech speech;
-        int status;
+        std::optional<web::Failure> refusal = std::nullopt;
     };
     Spoken speechAt(web::Url const& url, unsigned attempts, web::Deadline const& deadline) const;
 

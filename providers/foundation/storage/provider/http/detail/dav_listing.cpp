@@ -9,15 +9,6 @@
 
 namespace foundation::storage::provider::http::detail {
 
-namespace {
-
-[[noreturn]] void refuse(char const* what) {
-    throw web::Failure(ErrorCode::IOError,
-                       std::string("the server's answer cannot be used: ") + what);
-}
-
-} // namespace
-
 bool isFolder(DavResponse const& response) noexcept {
     return response.properties.isFolder.value_or(response.href.ends_with('/'));
 }
@@ -46,8 +37,7 @@ DavListing listingOf(std::vector<DavResponse> const& responses, DavPath const& a
     listing.members.reserve(responses.size()); // the names stay where they are
     for (DavResponse const& response : responses) {
         auto const path = DavPath::of(response.href, folder);
-        bool const isThere =
-            response.status == 0 || (response.status >= 200 && response.status < 300);
+        bool const isThere = response.status == 0 || web::isSuccess(response.status);
         if (path && path->isSameAs(folder)) {
             if (!isThere) {
                 DavListing refused;
@@ -55,7 +45,7 @@ DavListing listingOf(std::vector<DavResponse> const& responses, DavPath const& a
                 return refused;
             }
             if (isItselfFolder.value_or(isFolder(response)) != isFolder(response)) {
-                refuse("two kinds of one item");
+                throw web::unusableAnswer("two kinds of one item");
             }
             isItselfFolder = isFolder(response);
             continue;
@@ -64,17 +54,17 @@ DavListing listingOf(std::vector<DavResponse> const& responses, DavPath const& a
         if (!name) {
             // Whoever copies a listing, and then removes the folder, relies on it to be complete.
             if (!path && folder.holdsUnreadable(response.href)) {
-                refuse("an item's place is not well written");
+                throw web::unusableAnswer("an item's place is not well written");
             }
             ++listing.leftOut;
             continue;
         }
-        if (response.status == 404 || response.status == 410) {
+        if (web::isAbsence(response.status)) {
             continue; // vanished meanwhile
         }
         if (auto const before = names.find(*name); before != names.end()) {
             if (before->second != isFolder(response)) {
-                refuse("two kinds of one item");
+                throw web::unusableAnswer("two kinds of one item");
             }
             continue;
         }
@@ -87,7 +77,7 @@ DavListing listingOf(std::vector<DavResponse> const& responses, DavPath const& a
     }
     // A server that tells nothing of the folder has listed something else.
     if (!isItselfFolder && listing.members.empty()) {
-        refuse("it tells of something else");
+        throw web::unusableAnswer("it tells of something else");
     }
     listing.isFolder = isItselfFolder.value_or(true);
     return listing;

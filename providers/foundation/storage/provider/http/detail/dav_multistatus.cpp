@@ -23,10 +23,6 @@ constexpr std::size_t partsOfItem = 5;
 
 constexpr std::string_view blanks = " \t\r\n";
 
-[[noreturn]] void refuse(char const* what) {
-    throw web::Failure(ErrorCode::IOError,
-                       std::string("the server's answer cannot be used: ") + what);
-}
 [[noreturn]] void refuseSize() {
     throw web::Failure(ErrorCode::FileTooLarge, "the server sent more XML than is taken");
 }
@@ -62,7 +58,8 @@ std::optional<Token> markupAt(std::string_view text, std::size_t at) {
                 return std::nullopt;
             }
         }
-        refuse("a document type"); // nothing that it could say has a meaning here
+        throw web::unusableAnswer(
+            "a document type"); // nothing that it could say has a meaning here
     }
     if (here.size() < 2) {
         return std::nullopt;
@@ -134,7 +131,7 @@ bool MultistatusReader::step(std::size_t& position) {
         return false;
     }
     if (text[position] != '<') {
-        refuse("no well-formed XML");
+        throw web::unusableAnswer("no well-formed XML");
     }
     auto const token = markupAt(text, position);
     if (!token) {
@@ -172,7 +169,7 @@ void MultistatusReader::takeOutside(Markup what, std::string_view markup) {
     } else if (place_ == Place::InRoot && what == Markup::End) {
         end(markup);
     } else if (place_ == Place::BehindRoot || what == Markup::End) {
-        refuse("no well-formed XML");
+        throw web::unusableAnswer("no well-formed XML");
     } else {
         elements_ += markup;
         depth_ = what == Markup::Start ? 1U : 0U;
@@ -182,10 +179,10 @@ void MultistatusReader::takeOutside(Markup what, std::string_view markup) {
 void MultistatusReader::begin(std::string_view tag) {
     rootName_ = nameIn(tag);
     if (tag.starts_with("</") || rootName_.empty()) {
-        refuse("no well-formed XML");
+        throw web::unusableAnswer("no well-formed XML");
     }
     if (tag.size() + opening_.size() > largestRootTag) {
-        refuse("an XML tag with too many attributes");
+        throw web::unusableAnswer("an XML tag with too many attributes");
     }
     if (tag.ends_with("/>")) {
         opening_ += tag.substr(0, tag.size() - 2);
@@ -198,7 +195,7 @@ void MultistatusReader::begin(std::string_view tag) {
 
 void MultistatusReader::end(std::string_view tag) {
     if (nameIn(tag) != rootName_) {
-        refuse("no well-formed XML");
+        throw web::unusableAnswer("no well-formed XML");
     }
     parse(); // also where there is nothing in it: the root is looked at
     place_ = Place::BehindRoot;
@@ -215,7 +212,7 @@ void MultistatusReader::parse() {
 
 std::vector<DavResponse> MultistatusReader::finish() {
     if (place_ != Place::BehindRoot || !text_.empty() || !intake_.isWhole()) {
-        refuse("no well-formed XML");
+        throw web::unusableAnswer("no well-formed XML");
     }
     return std::move(responses_);
 }

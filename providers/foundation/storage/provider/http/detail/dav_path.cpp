@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/http/detail/dav_path.hpp>
 
+#include <foundation/storage/provider/web/encoding.hpp>
 #include <foundation/storage/provider/web/headers.hpp>
 
 #include <algorithm>
@@ -7,31 +8,6 @@
 namespace foundation::storage::provider::http::detail {
 
 namespace {
-
-int valueOf(char digit) noexcept {
-    if (digit >= '0' && digit <= '9') {
-        return digit - '0';
-    }
-    char const small = static_cast<char>(digit | 0x20);
-    return small >= 'a' && small <= 'f' ? small - 'a' + 10 : -1;
-}
-
-/// Once; what comes out with a percent sign is a name with a percent sign.
-std::optional<std::string> decoded(std::string_view text) {
-    std::string result;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '%') {
-            result += text[i];
-            continue;
-        }
-        if (i + 2 >= text.size() || valueOf(text[i + 1]) < 0 || valueOf(text[i + 2]) < 0) {
-            return std::nullopt;
-        }
-        result += static_cast<char>(valueOf(text[i + 1]) * 16 + valueOf(text[i + 2]));
-        i += 2;
-    }
-    return result;
-}
 
 bool isName(std::string_view name) noexcept {
     return !name.empty() && name != "." && name != ".." &&
@@ -58,7 +34,7 @@ std::string_view takeName(std::string_view& path) noexcept {
 bool append(std::string_view path, DavPath& result) {
     result.endsInSlash = path.empty() || path.back() == '/';
     for (auto text = takeName(path); !text.empty(); text = takeName(path)) {
-        auto name = decoded(text);
+        auto name = web::percentDecoded(text);
         if (!name || !isName(*name)) {
             return false;
         }
@@ -157,7 +133,7 @@ bool DavPath::holdsUnreadable(std::string_view href) const {
     }
     if (place->isAbsolute) {
         for (std::string const& name : names) {
-            auto const written = decoded(takeName(place->path));
+            auto const written = web::percentDecoded(takeName(place->path));
             if (!written || !areAlike(*written, name)) {
                 return false;
             }
@@ -167,7 +143,7 @@ bool DavPath::holdsUnreadable(std::string_view href) const {
     if (text.empty()) {
         return hasMore && href.substr(0, end).ends_with('/');
     }
-    auto const name = decoded(text);
+    auto const name = web::percentDecoded(text);
     bool const isLast = place->path.find_first_not_of('/') == std::string_view::npos;
     bool const leadsElsewhere = name == "." || name == "..";
     return !leadsElsewhere && (!name || !isName(*name) || (isLast && hasMore));

@@ -17,18 +17,13 @@ namespace {
 /// Each look at a name goes through the attributes around it; no server has reason for more.
 constexpr unsigned mostAttributes = 64;
 
-[[noreturn]] void refuse(char const* what) {
-    throw web::Failure(ErrorCode::IOError,
-                       std::string("the server's answer cannot be used: ") + what);
-}
-
 /// The namespace that a prefix stands for at a node.
 std::string_view namespaceOf(pugi::xml_node node, std::string_view prefix) {
     for (; node; node = node.parent()) {
         unsigned count = 0;
         for (pugi::xml_attribute const attribute : node.attributes()) {
             if (++count > mostAttributes) {
-                refuse("an XML tag with too many attributes");
+                throw web::unusableAnswer("an XML tag with too many attributes");
             }
             std::string_view name = attribute.name();
             if (!name.starts_with("xmlns")) {
@@ -69,12 +64,7 @@ std::string textOf(pugi::xml_node node) {
             text += piece.value();
         }
     }
-    constexpr char const* blanks = " \t\r\n";
-    std::size_t const first = text.find_first_not_of(blanks);
-    if (first == std::string::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(blanks) + 1 - first);
+    return std::string(web::trimmed(text));
 }
 
 /// "HTTP/1.1 200 OK"; 0 for anything else.
@@ -141,11 +131,11 @@ int statusOf(pugi::xml_node part) {
     int status = 0;
     eachDav(part, "status", [&](pugi::xml_node node) {
         if (status != 0) {
-            refuse("two states of one item");
+            throw web::unusableAnswer("two states of one item");
         }
         status = parseStatus(textOf(node));
         if (status == 0) {
-            refuse("a state that is none");
+            throw web::unusableAnswer("a state that is none");
         }
     });
     return status;
@@ -154,11 +144,11 @@ int statusOf(pugi::xml_node part) {
 void takeProperties(pugi::xml_node part, DavResponse& response) {
     int const status = statusOf(part);
     if (status == 0) {
-        refuse("properties without a state");
+        throw web::unusableAnswer("properties without a state");
     }
-    if (status >= 200 && status < 300) {
+    if (web::isSuccess(status)) {
         eachDav(part, "prop", [&](pugi::xml_node found) { take(found, response.properties); });
-    } else if (status != 404 && status != 410 && response.refusal == 0) {
+    } else if (!web::isAbsence(status) && response.refusal == 0) {
         response.refusal = status;
     }
 }
@@ -170,17 +160,17 @@ void parseMultistatus(std::string text, std::vector<DavResponse>& responses) {
     auto const parsed = document.load_buffer_inplace(text.data(), text.size(),
                                                      pugi::parse_default | pugi::parse_doctype);
     if (!parsed) {
-        refuse("no well-formed XML");
+        throw web::unusableAnswer("no well-formed XML");
     }
     // Nothing that a document type could say has a meaning here.
     for (pugi::xml_node const node : document.children()) {
         if (node.type() == pugi::node_doctype) {
-            refuse("a document type");
+            throw web::unusableAnswer("a document type");
         }
     }
     pugi::xml_node const root = document.document_element();
     if (!isDav(root, "multistatus")) {
-        refuse("XML that is no multistatus");
+        throw web::unusableAnswer("XML that is no multistatus");
     }
     eachDav(root, "response", [&](pugi::xml_node part) {
         DavResponse response;
@@ -194,10 +184,10 @@ void parseMultistatus(std::string text, std::vector<DavResponse>& responses) {
         std::size_t items = 0;
         eachDav(part, "href", [&](pugi::xml_node) { ++items; });
         if (items == 0) {
-            refuse("a part that names no item");
+            throw web::unusableAnswer("a part that names no item");
         }
         if (items > 1 && hasProperties) { // which may be many, and long
-            refuse("properties of several items at once");
+            throw web::unusableAnswer("properties of several items at once");
         }
         eachDav(part, "href", [&](pugi::xml_node href) {
             response.href = textOf(href);

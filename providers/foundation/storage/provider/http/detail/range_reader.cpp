@@ -220,7 +220,7 @@ bool RangeReader::request(std::uint64_t position, std::uint64_t wanted, Deadline
         throw changed();
     default:
         throw Failure(web::errorCodeOfStatus(head.status),
-                      web::failureOfStatus(head.status).what());
+                      web::failureOf(head.status, head.headers).what());
     }
     isPage_ = isOpen_ ? isPage_ : hasType(head, "text/html");
     isOpen_ = true;

@@ -64,8 +64,7 @@ std::string XmlText::take(std::string_view bytes) {
     try {
         return fl::i18n::to_string(units);
     } catch (std::range_error const&) {
-        throw web::Failure(ErrorCode::IOError,
-                           "the server's answer cannot be used: no well-formed XML");
+        throw web::unusableAnswer("no well-formed XML");
     }
 }
 

@@ -26,9 +26,13 @@ Bucket::Deadline Bucket::deadline(std::stop_token stop) const {
 }
 
 std::int64_t nanosecondsOf(std::int64_t seconds) noexcept {
-    constexpr std::int64_t inASecond = 1'000'000'000;
-    constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / inASecond - 1;
-    return std::clamp(seconds, -most, most) * inASecond;
+    constexpr std::int64_t most =
+        std::numeric_limits<std::int64_t>::max() / nanosecondsInASecond - 1;
+    return std::clamp(seconds, -most, most) * nanosecondsInASecond;
+}
+
+std::chrono::milliseconds cleaningTime(web::WebOptions const& options) noexcept {
+    return std::min(std::chrono::milliseconds(5'000), options.operationTimeout);
 }
 
 ListPage Bucket::list(ListQuery const& query, Deadline const& deadline) const {

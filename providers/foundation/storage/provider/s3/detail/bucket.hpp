@@ -20,8 +20,12 @@ struct Doubt;
 class Store;
 class UploadLedger;
 
+inline constexpr std::int32_t nanosecondsInASecond = 1'000'000'000;
 /// Times are nanoseconds since 1970, which go to the year 2262; what is beyond that is at its end.
 std::int64_t nanosecondsOf(std::int64_t seconds) noexcept;
+
+/// What cleaning up may take, though the time of the operation is over.
+std::chrono::milliseconds cleaningTime(web::WebOptions const& options) noexcept;
 
 /// As a listing tells it.
 struct ListedObject {

@@ -15,9 +15,6 @@ namespace foundation::storage::provider::s3::detail {
 
 namespace {
 
-/// To clean up takes no longer than this, though the time of the operation is over.
-constexpr std::chrono::seconds cleaningTime{5};
-
 Question partQuestion(std::string_view key, std::string_view upload, unsigned number) {
     return {
         "PUT", key, {{"partNumber", std::to_string(number)}, {"uploadId", std::string(upload)}}};
@@ -96,12 +93,11 @@ void Bucket::abortLostUploads(std::string_view key, Doubt const& doubt) const {
     if (uploads_->isBegunTwice(key)) {
         return;
     }
-    Deadline const deadline(
-        std::min<std::chrono::milliseconds>(cleaningTime, store_->options().web.operationTimeout));
+    Deadline const deadline(cleaningTime(store_->options().web));
     Answer answer = askForUploads(*store_, key, deadline);
     constexpr std::int64_t slack = 2; // as whole seconds are compared
     std::int64_t const now = timeOf(answer.headers, store_->now());
-    std::int64_t const since = (now - doubt.secondsSince() - slack) * 1'000'000'000;
+    std::int64_t const since = (now - doubt.secondsSince() - slack) * nanosecondsInASecond;
     std::vector<ListedUpload> lost = uploadsIn(std::move(answer.body));
     std::erase_if(lost, [&](ListedUpload const& upload) {
         return upload.key != key || upload.begun < since || uploads_->has(upload.upload);

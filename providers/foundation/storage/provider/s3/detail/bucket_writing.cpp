@@ -5,6 +5,7 @@
 #include <foundation/storage/provider/s3/detail/s3_xml.hpp>
 #include <foundation/storage/provider/s3/detail/sent_documents.hpp>
 #include <foundation/storage/provider/s3/detail/store.hpp>
+#include <foundation/storage/provider/web/encoding.hpp>
 
 #include <algorithm>
 #include <iterator>
@@ -149,7 +150,10 @@ std::vector<KeyFailure> Bucket::remove(std::span<std::string const> keys,
         std::string const document = removalOf(left);
         Question question{"POST", {}, {{"delete", ""}}};
         question.headers.add("Content-Type", "application/xml");
-        question.headers.add("Content-MD5", base64(md5(document)));
+        Md5 const digest = md5(document);
+        question.headers.add(
+            "Content-MD5",
+            web::base64({reinterpret_cast<char const*>(digest.data()), digest.size()}));
         question.body = document;
         auto const refused = refusedRemovalsIn(store_->ask(question, deadline).body);
         std::set<std::string> const asked(left.begin(), left.end());

@@ -1,5 +1,6 @@
 #include <foundation/storage/provider/s3/detail/digest.hpp>
 
+#include <foundation/storage/provider/web/encoding.hpp>
 #include <foundation/storage/provider/web/failure.hpp>
 
 #include <openssl/evp.h>
@@ -19,14 +20,6 @@ Digest digestOf(std::span<char const> bytes, EVP_MD const* kind) {
         throw web::Failure(ErrorCode::InternalError, "a digest cannot be computed");
     }
     return digest;
-}
-
-int valueOf(char digit) noexcept {
-    if (digit >= '0' && digit <= '9') {
-        return digit - '0';
-    }
-    char const small = static_cast<char>(digit | 0x20);
-    return small >= 'a' && small <= 'f' ? small - 'a' + 10 : -1;
 }
 
 } // namespace
@@ -68,23 +61,14 @@ std::string bytesOfHex(std::string_view text) {
         return bytes;
     }
     for (std::size_t i = 0; i < text.size(); i += 2) {
-        int const high = valueOf(text[i]);
-        int const low = valueOf(text[i + 1]);
+        int const high = web::valueOfHex(text[i]);
+        int const low = web::valueOfHex(text[i + 1]);
         if (high < 0 || low < 0) {
             return {};
         }
         bytes += static_cast<char>(high * 16 + low);
     }
     return bytes;
-}
-
-std::string base64(std::span<unsigned char const> bytes) {
-    // With room for the end that the function writes.
-    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
-    int const size = ::EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes.data(),
-                                       static_cast<int>(bytes.size()));
-    text.resize(static_cast<std::size_t>(size));
-    return text;
 }
 
 } // namespace foundation::storage::provider::s3::detail

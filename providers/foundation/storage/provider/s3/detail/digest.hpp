@@ -19,7 +19,5 @@ Md5 md5(std::span<char const> bytes);
 std::string hex(std::span<unsigned char const> bytes);
 /// The bytes of such a text; empty where it is none.
 std::string bytesOfHex(std::string_view text);
-/// RFC 4648, section 4.
-std::string base64(std::span<unsigned char const> bytes);
 
 } // namespace foundation::storage::provider::s3::detail

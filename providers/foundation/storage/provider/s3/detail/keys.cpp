@@ -45,10 +45,6 @@ ItemKey ItemKey::parent() const {
     return {slash == std::string::npos ? std::string() : file.substr(0, slash)};
 }
 
-std::string_view ItemKey::name() const noexcept {
-    return std::string_view(file).substr(file.rfind('/') + 1);
-}
-
 ItemKey itemKey(StorageIRI const& location) {
     if (!location.hasPath() || location.hasQuery() || location.hasFragment() ||
         location.hasInnerIRI()) {

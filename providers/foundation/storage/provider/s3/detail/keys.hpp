@@ -23,7 +23,6 @@ struct ItemKey {
     bool canBeFolder() const noexcept { return file.size() < longestKey; }
     /// Of the folder that it lies in. REQUIRES: not the root.
     ItemKey parent() const;
-    std::string_view name() const noexcept;
 
     friend bool operator==(ItemKey const&, ItemKey const&) = default;
 };

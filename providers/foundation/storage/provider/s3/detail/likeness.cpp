@@ -18,7 +18,6 @@ namespace {
 constexpr std::array<std::string_view, 6> contentFields{"Cache-Control",    "Content-Disposition",
                                                         "Content-Encoding", "Content-Language",
                                                         "Content-Type",     "Expires"};
-constexpr std::string_view metadataPrefix = "x-amz-meta-";
 
 /// How much metadata there is that the store cannot tell.
 constexpr std::string_view untoldMetadata = "x-amz-missing-meta";
@@ -50,14 +49,11 @@ Likeness likenessOf(ObjectHead const& head) {
         bool const isField =
             std::any_of(contentFields.begin(), contentFields.end(),
                         [&](std::string_view field) { return web::areEqualNames(name, field); });
-        bool const isMetadata =
-            name.size() > metadataPrefix.size() &&
-            web::areEqualNames(std::string_view(name).substr(0, metadataPrefix.size()),
-                               metadataPrefix);
+        std::string_view const metadata = metadataNameOf(name);
         if (web::areEqualNames(name, untoldMetadata) && value != "0") {
             likeness.isComplete = false;
         }
-        if (!isField && !isMetadata) {
+        if (!isField && metadata.empty()) {
             continue;
         }
         if (!canBeName(name) || !canBeValue(value)) {
@@ -66,8 +62,8 @@ Likeness likenessOf(ObjectHead const& head) {
         }
         if (isField) {
             add(likeness.conditions.contentFields, name, value);
-        } else if (std::string key = name.substr(metadataPrefix.size()); !isTime(key)) {
-            add(likeness.conditions.metadata, std::move(key), value);
+        } else if (!isTime(metadata)) {
+            add(likeness.conditions.metadata, std::string(metadata), value);
         }
     }
     return likeness;

@@ -11,8 +11,6 @@ namespace foundation::storage::provider::s3::detail {
 
 namespace {
 
-constexpr std::int64_t nanosecondsInASecond = 1'000'000'000;
-
 /// Units of a path that name a folder which an open one is, or lies in.
 std::size_t knownOf(std::string_view path, std::string_view open) {
     std::size_t const same = static_cast<std::size_t>(

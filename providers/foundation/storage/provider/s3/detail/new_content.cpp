@@ -23,24 +23,26 @@ void pass(std::uint64_t size, Read const& read, Take const& take) {
     }
 }
 
-void append(Spool const& spool, Upload& upload) {
+void append(spool::Content const& spool, Upload& upload) {
     pass(
         spool.size(),
         [&](std::uint64_t position, std::span<char> buffer) {
-            return spool.read(position, buffer);
+            return spool.read(position, buffer.data(), buffer.size());
         },
         [&](std::uint64_t, std::span<char const> bytes) { upload.append(bytes); });
 }
 
 } // namespace
 
-void load(ObjectReader& reader, Spool& spool) {
+void load(ObjectReader& reader, spool::Content& spool) {
     pass(
         reader.size(),
         [&](std::uint64_t position, std::span<char> buffer) {
             return reader.readAt(position, buffer);
         },
-        [&](std::uint64_t position, std::span<char const> bytes) { spool.write(position, bytes); });
+        [&](std::uint64_t position, std::span<char const> bytes) {
+            spool.write(position, bytes.data(), bytes.size());
+        });
 }
 
 NewContent::~NewContent() = default;
@@ -77,22 +79,22 @@ void SentContent::publish() {
     upload_->finish();
 }
 
-SpooledContent::SpooledContent(std::unique_ptr<Spool> spool, bool isNew, MakeUpload makeUpload)
+SpooledContent::SpooledContent(spool::Content spool, bool isNew, MakeUpload makeUpload)
     : spool_(std::move(spool)),
       isChanged_(isNew),
       makeUpload_(std::move(makeUpload)) {}
 
 std::uint64_t SpooledContent::size() const {
-    return spool_->size();
+    return spool_.size();
 }
 
 std::size_t SpooledContent::read(std::uint64_t position, std::span<char> buffer) {
-    return spool_->read(position, buffer);
+    return spool_.read(position, buffer.data(), buffer.size());
 }
 
 void SpooledContent::write(std::uint64_t position, std::span<char const> bytes) {
     isChanged_ = true;
-    spool_->write(position, bytes);
+    spool_.write(position, bytes.data(), bytes.size());
 }
 
 void SpooledContent::setLastModified(Timestamp time) {
@@ -100,21 +102,17 @@ void SpooledContent::setLastModified(Timestamp time) {
 }
 
 void SpooledContent::publish() {
-    if (!isChanged_) {
-        return;
-    }
     auto const upload = makeUpload_();
     if (lastModified_) {
         upload->setLastModified(*lastModified_);
     }
-    append(*spool_, *upload);
+    append(spool_, *upload);
     upload->finish();
 }
 
 AppendedContent::AppendedContent(std::shared_ptr<Bucket const> bucket,
                                  std::shared_ptr<RequestThreads> threads, std::string bucketName,
-                                 std::string key, std::uint64_t oldSize,
-                                 std::unique_ptr<Spool> spool)
+                                 std::string key, std::uint64_t oldSize, spool::Content spool)
     : bucket_(std::move(bucket)),
       threads_(std::move(threads)),
       bucketName_(std::move(bucketName)),
@@ -127,7 +125,7 @@ std::size_t AppendedContent::read(std::uint64_t, std::span<char>) {
 }
 
 void AppendedContent::write(std::uint64_t, std::span<char const> bytes) {
-    spool_->write(spool_->size(), bytes);
+    spool_.write(spool_.size(), bytes.data(), bytes.size());
 }
 
 void AppendedContent::setLastModified(Timestamp) {
@@ -135,9 +133,6 @@ void AppendedContent::setLastModified(Timestamp) {
 }
 
 void AppendedContent::publish() {
-    if (!isChanged()) {
-        return;
-    }
     auto const head = bucket_->head(key_, bucket_->deadline());
     if (!head) {
         throw web::Failure(ErrorCode::ResourceNotFound, "the file is gone that is appended to");
@@ -153,7 +148,7 @@ void AppendedContent::publish() {
         }
         upload.append(old);
     }
-    append(*spool_, upload);
+    append(spool_, upload);
     upload.finish();
 }
 

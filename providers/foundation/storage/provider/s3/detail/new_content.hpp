@@ -1,8 +1,8 @@
 #pragma once
 
 #include <foundation/storage/provider/s3/detail/object_reader.hpp>
-#include <foundation/storage/provider/s3/detail/spool.hpp>
 #include <foundation/storage/provider/s3/detail/upload.hpp>
+#include <foundation/storage/provider/spool/content.hpp>
 #include <foundation/storage/provider/timestamp.hpp>
 
 #include <cstdint>
@@ -14,10 +14,12 @@
 
 namespace foundation::storage::provider::s3::detail {
 
-/// Writes into an empty spool all that an object has. REQUIRES: the reader is open.
-void load(ObjectReader& reader, Spool& spool);
+/// Takes all that an object has into an empty one. REQUIRES: the reader is open. Throws
+/// spool::Failure, too.
+void load(ObjectReader& reader, spool::Content& spool);
 
-/// What an object is to hold. For one thread at a time. Throws web::Failure.
+/// What an object is to hold. For one thread at a time. Throws web::Failure, and spool::Failure
+/// where it is kept here.
 class NewContent {
   public:
     NewContent() = default;
@@ -28,11 +30,11 @@ class NewContent {
     virtual std::uint64_t size() const = 0;
     virtual std::size_t read(std::uint64_t position, std::span<char> buffer) = 0;
     virtual void write(std::uint64_t position, std::span<char const> bytes) = 0;
-    /// Whether publishing does anything.
+    /// Whether the store has something else.
     virtual bool isChanged() const = 0;
     /// REQUIRES: nothing was written yet.
     virtual void setLastModified(Timestamp time) = 0;
-    /// Puts it into the store. May be called again where it failed.
+    /// Puts it into the store. May be called again where it failed. REQUIRES: isChanged().
     virtual void publish() = 0;
 };
 
@@ -59,7 +61,7 @@ class SpooledContent final : public NewContent {
     using MakeUpload = std::function<std::unique_ptr<Upload>()>;
 
     /// What is in the spool is what the store has, unless it `isNew`.
-    SpooledContent(std::unique_ptr<Spool> spool, bool isNew, MakeUpload makeUpload);
+    SpooledContent(spool::Content spool, bool isNew, MakeUpload makeUpload);
 
     std::uint64_t size() const override;
     std::size_t read(std::uint64_t position, std::span<char> buffer) override;
@@ -69,7 +71,7 @@ class SpooledContent final : public NewContent {
     void publish() override;
 
   private:
-    std::unique_ptr<Spool> const spool_;
+    spool::Content spool_;
     bool isChanged_;
     MakeUpload const makeUpload_;
     std::optional<Timestamp> lastModified_;
@@ -81,13 +83,13 @@ class AppendedContent final : public NewContent {
   public:
     AppendedContent(std::shared_ptr<Bucket const> bucket, std::shared_ptr<RequestThreads> threads,
                     std::string bucketName, std::string key, std::uint64_t oldSize,
-                    std::unique_ptr<Spool> spool);
+                    spool::Content spool);
 
-    std::uint64_t size() const override { return oldSize_ + spool_->size(); }
+    std::uint64_t size() const override { return oldSize_ + spool_.size(); }
     std::size_t read(std::uint64_t position, std::span<char> buffer) override;
     /// REQUIRES: at the end.
     void write(std::uint64_t position, std::span<char const> bytes) override;
-    bool isChanged() const override { return spool_->size() != 0; }
+    bool isChanged() const override { return spool_.size() != 0; }
     void setLastModified(Timestamp time) override;
     /// What the object has beside its bytes stays, but for its time. REQUIRES: nobody else of this
     /// process changes it meanwhile.
@@ -99,7 +101,7 @@ class AppendedContent final : public NewContent {
     std::string const bucketName_;
     std::string const key_;
     std::uint64_t const oldSize_; ///< when it was opened
-    std::unique_ptr<Spool> const spool_;
+    spool::Content spool_;
 };
 
 } // namespace foundation::storage::provider::s3::detail

@@ -6,12 +6,6 @@
 
 namespace foundation::storage::provider::s3::detail {
 
-namespace {
-
-constexpr std::int32_t nanosecondsInASecond = 1'000'000'000;
-
-} // namespace
-
 std::string timeText(Timestamp time) {
     // The fraction counts away from zero in the text, and upwards in the value.
     bool const isNegative = time.seconds < 0;

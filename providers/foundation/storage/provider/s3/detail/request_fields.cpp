@@ -17,6 +17,12 @@ bool canBeValue(std::string_view value) noexcept {
     return std::all_of(value.begin(), value.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
+std::string_view metadataNameOf(std::string_view field) noexcept {
+    return web::areEqualNames(field.substr(0, metadataPrefix.size()), metadataPrefix)
+               ? field.substr(metadataPrefix.size())
+               : std::string_view();
+}
+
 void addMetadata(web::Headers& headers, PutConditions const& conditions) {
     for (auto const& [name, value] : conditions.contentFields) {
         headers.add(name, value);
@@ -25,7 +31,7 @@ void addMetadata(web::Headers& headers, PutConditions const& conditions) {
         if (!canBeName(name) || !canBeValue(value)) {
             throw web::Failure(ErrorCode::InternalError, "metadata cannot be sent as it is");
         }
-        headers.add("x-amz-meta-" + name, value);
+        headers.add(std::string(metadataPrefix) + name, value);
     }
 }
 
@@ -43,7 +49,7 @@ std::int64_t timeOf(web::Headers const& headers, std::int64_t otherwise) {
 
 bool isRecent(ObjectHead const& head, Doubt const& doubt, std::int64_t now) {
     constexpr std::int64_t rounding = 2; // times of answers are whole seconds
-    return head.lastModified / 1'000'000'000 + doubt.secondsSince() + rounding >=
+    return head.lastModified / nanosecondsInASecond + doubt.secondsSince() + rounding >=
            timeOf(head.headers, now);
 }
 

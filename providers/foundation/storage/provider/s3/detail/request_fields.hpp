@@ -16,6 +16,11 @@ class StoreFailure;
 bool canBeName(std::string_view name) noexcept;
 bool canBeValue(std::string_view value) noexcept;
 
+/// What the fields are called in which metadata is sent and told, before its own name.
+inline constexpr std::string_view metadataPrefix = "x-amz-meta-";
+/// The name of the metadata in a field; empty where that holds something else.
+std::string_view metadataNameOf(std::string_view field) noexcept;
+
 /// Throws where a name or a value cannot stand in a request.
 void addMetadata(web::Headers& headers, PutConditions const& conditions);
 /// What is copied, and of which version, where a tag is given.

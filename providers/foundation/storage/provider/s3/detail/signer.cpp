@@ -1,6 +1,7 @@
 #include <foundation/storage/provider/s3/detail/signer.hpp>
 
 #include <foundation/storage/provider/s3/detail/digest.hpp>
+#include <foundation/storage/provider/web/encoding.hpp>
 
 #include <algorithm>
 #include <array>
@@ -16,14 +17,6 @@ namespace foundation::storage::provider::s3::detail {
 namespace {
 
 constexpr std::string_view algorithm = "AWS4-HMAC-SHA256";
-
-std::string small(std::string_view text) {
-    std::string result(text);
-    for (char& c : result) {
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    }
-    return result;
-}
 
 /// Without blanks around it, and with one for several.
 std::string trimmed(std::string_view value) {
@@ -54,7 +47,7 @@ bool isSigned(std::string_view name) noexcept {
 std::map<std::string, std::string> signedFields(web::Headers const& fields) {
     std::map<std::string, std::string> result;
     for (auto const& [name, value] : fields.fields()) {
-        std::string const key = small(name);
+        std::string const key = web::inSmallLetters(name);
         if (!isSigned(key)) {
             continue;
         }

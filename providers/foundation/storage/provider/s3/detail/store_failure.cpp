@@ -98,7 +98,7 @@ bool mayPassByWord(std::string_view word, int status) noexcept {
 std::optional<StoreFailure> failureOf(int status, web::Headers const& headers,
                                       std::string_view body, Credentials const& credentials) {
     std::optional<StoreError> const error = errorIn(body);
-    if (status >= 200 && status < 300 && !error) {
+    if (web::isSuccess(status) && !error) {
         return std::nullopt;
     }
     StoreFailure const failure =

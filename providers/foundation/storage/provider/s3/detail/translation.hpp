@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/exception.hpp>
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
+#include <foundation/storage/provider/spool/space.hpp>
 #include <foundation/storage/provider/web/failure.hpp>
 
 #include <new>
@@ -19,6 +20,8 @@ inline web::Failure currentFailure() {
     } catch (Exception const& failure) {
         return {failure.getErrorCode(),
                 failure.getReason().empty() ? failure.what() : failure.getReason()};
+    } catch (spool::Failure const& failure) {
+        return {failure.code(), failure.what()};
     } catch (std::bad_alloc const&) {
         return {ErrorCode::InternalError, "there is no memory for it"};
     } catch (std::exception const& failure) {
@@ -34,6 +37,8 @@ auto translated(StorageIRI const& location, Call const& call) {
     try {
         return call();
     } catch (web::Failure const& failure) {
+        throw Exception(failure.code(), location, failure.what());
+    } catch (spool::Failure const& failure) {
         throw Exception(failure.code(), location, failure.what());
     } catch (std::system_error const&) { // of threads
         throw Exception(ErrorCode::InternalError, location);

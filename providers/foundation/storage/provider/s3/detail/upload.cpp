@@ -21,10 +21,6 @@ constexpr unsigned usualParts = 1'000;
 constexpr unsigned largerParts = 600;
 constexpr std::uint64_t largestInMemory = std::uint64_t{1024} * 1024 * 1024;
 
-/// For those that are on their way when nobody wants them any more, and for the store to forget
-/// them, each.
-constexpr std::chrono::seconds cleaningTime{5};
-
 } // namespace
 
 Upload::Upload(std::shared_ptr<Bucket const> bucket, std::shared_ptr<RequestThreads> threads,
@@ -210,8 +206,8 @@ void Upload::finish() {
 
 void Upload::abort() noexcept {
     web::WebOptions const& options = bucket_->options().web;
-    std::chrono::milliseconds const allowed(
-        std::min<std::chrono::milliseconds>(cleaningTime, options.operationTimeout));
+    // For those that are on their way, and for the store to forget them, each.
+    std::chrono::milliseconds const allowed = cleaningTime(options);
     inFlight_.drop();
     // A part that arrives behind the end of its upload might stay. Those that the store copies take
     // it longer.

@@ -62,9 +62,7 @@ class Upload {
 
     /// The protocol has no part smaller than this but the last one.
     static constexpr std::uint64_t smallestPart = std::uint64_t{5} * 1024 * 1024;
-    /// And none larger.
-    static constexpr std::uint64_t largestPart = std::uint64_t{5} * 1024 * 1024 * 1024;
-    /// Nor more of them.
+    /// And not more of them.
     static constexpr unsigned mostParts = 10'000;
 
     /// Of the part behind so many. The first thousand are as they are `usual`; then they grow, so
