@@ -95,9 +95,13 @@ HttpProvider::HttpProvider(StorageIRI const& location, HttpOptions const& option
       known_(options.attributeLifetime),
       folders_(options.attributeLifetime) {}
 
+bool HttpProvider::isOwn(StorageIRI const& location) const {
+    return !location.hasInnerIRI() && location.getSchemeView() == home_.getSchemeView() &&
+           location.getAuthorityView() == home_.getAuthorityView();
+}
+
 web::Url HttpProvider::urlOf(StorageIRI const& location) const {
-    if (location.hasInnerIRI() || location.getSchemeView() != home_.getSchemeView() ||
-        location.getAuthorityView() != home_.getAuthorityView()) {
+    if (!isOwn(location)) {
         throw Exception(ErrorCode::InvalidLocation, location);
     }
     return web::Url::of(location);

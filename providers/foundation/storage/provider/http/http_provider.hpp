@@ -86,6 +86,7 @@ class HttpProvider final : public IProvider,
     /// Whether a question is worth asking first what the server speaks.
     enum class Question { OfKind, OfFile };
 
+    bool isOwn(StorageIRI const& location) const;
     web::Url urlOf(StorageIRI const& location) const;
     /// With a status of success, or of absence. Throws provider::Exception for every other.
     Description describe(StorageIRI const& location, Question question,
@@ -147,6 +148,15 @@ class HttpProvider final : public IProvider,
                               std::string const& tag, Changed changed,
                               web::Deadline const& deadline);
     struct Way;
+    enum class Kind { File, Folder };
+    /// Throws where the two ends of a move are not both on this server, and in WebDAV.
+    void requireOneDavServer(StorageIRI const& source, StorageIRI const& destination,
+                             web::Deadline const& deadline) const;
+    /// What is copied or moved, which must be of this kind, and go elsewhere.
+    Description lookAtSource(Way const& way, Kind kind, web::Deadline const& deadline) const;
+    /// Throws where a file cannot go to the destination; else whether one is replaced there.
+    bool checkPlace(Way const& way, Description const& from, ReplacementPolicy policy,
+                    web::Deadline const& deadline) const;
     /// Throws where both ends seem to be one item.
     void refuseOneItem(Way const& way, Description const& from, Description const& there) const;
     /// Takes an item to where nothing is, or to what may be replaced.

@@ -24,15 +24,6 @@ bool invitesCopy(ErrorCode code) noexcept {
            code == ErrorCode::FolderNotEmpty || code == ErrorCode::PermissionDenied;
 }
 
-bool isOneServer(StorageIRI const& a, StorageIRI const& b) {
-    return a.getSchemeView() == b.getSchemeView() && a.getAuthorityView() == b.getAuthorityView() &&
-           !a.hasInnerIRI() && !b.hasInnerIRI();
-}
-
-bool isOneItem(StorageIRI const& a, StorageIRI const& b) {
-    return a.getResolvedPath() == b.getResolvedPath();
-}
-
 ustring temporaryName() {
     static constexpr char16_t digits[] = u"0123456789abcdefghijklmnopqrstuv";
     std::random_device random;
@@ -51,6 +42,39 @@ struct HttpProvider::Way {
     StorageIRI const& destination;
     web::Url to;
 };
+
+void HttpProvider::requireOneDavServer(StorageIRI const& source, StorageIRI const& destination,
+                                       web::Deadline const& deadline) const {
+    requireDav(source, deadline);
+    if (!isOwn(destination)) {
+        throw Exception(ErrorCode::UnsupportedOperation, destination);
+    }
+    requireDav(destination, deadline);
+}
+
+HttpProvider::Description HttpProvider::lookAtSource(Way const& way, Kind kind,
+                                                     web::Deadline const& deadline) const {
+    Description from = lookAt(way.source, deadline);
+    if (!from.isThere()) {
+        throw Exception(ErrorCode::ResourceNotFound, way.source);
+    }
+    if (from.isFolder != (kind == Kind::Folder) ||
+        way.source.getResolvedPath() == way.destination.getResolvedPath()) {
+        throw Exception(ErrorCode::InvalidLocation, way.source);
+    }
+    return from;
+}
+
+bool HttpProvider::checkPlace(Way const& way, Description const& from, ReplacementPolicy policy,
+                              web::Deadline const& deadline) const {
+    Description const there = lookAt(way.destination, deadline);
+    bool const isReplacing = checkReplaceable(way.destination, there, policy);
+    refuseOneItem(way, from, there);
+    if (!isReplacing) {
+        requireFolderAbove(way.destination, deadline); // some servers make it
+    }
+    return isReplacing;
+}
 
 /// A server that knows no case has one item by two names, and what is replaced it takes away first.
 void HttpProvider::refuseOneItem(Way const& way, Description const& from,
@@ -177,25 +201,14 @@ CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& d
     if (!speaksDav(source, deadline)) {
         return copyFileByStreams(*this, source, destination, options);
     }
-    Description const from = lookAt(source, deadline);
-    if (!from.isThere()) {
-        throw Exception(ErrorCode::ResourceNotFound, source);
-    }
-    if (from.isFolder || isOneItem(source, target)) {
-        throw Exception(ErrorCode::InvalidLocation, source);
-    }
-    Description const there = lookAt(target, deadline);
-    bool const isReplacing = checkReplaceable(target, there, options.policy);
-    refuseOneItem({source, itemUrl(source), target, itemUrl(target)}, from, there);
+    Way const way{source, itemUrl(source), target, itemUrl(target)};
+    Description const from = lookAtSource(way, Kind::File, deadline);
+    bool const isReplacing = checkPlace(way, from, options.policy, deadline);
     std::uint64_t const size = from.size.value_or(0);
-    if (!isReplacing) {
-        requireFolderAbove(target, deadline);
-    }
     if (options.progress && !options.progress(size, size)) {
         throw Exception(ErrorCode::IOError, target);
     }
-    copy({source, itemUrl(source), target, itemUrl(target)}, isReplacing,
-         deadline.after(timeToStore(size)));
+    copy(way, isReplacing, deadline.after(timeToStore(size)));
     return CopyStatus::Copied;
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), source, failure.what());
@@ -204,26 +217,10 @@ CopyStatus HttpProvider::copyFile(StorageIRI const& source, StorageItem const& d
 void HttpProvider::moveFile(StorageIRI const& source, StorageIRI const& destination,
                             ReplacementPolicy const& policy) try {
     web::Deadline const deadline = client_->deadline();
-    requireDav(source, deadline);
-    if (!isOneServer(source, destination)) {
-        throw Exception(ErrorCode::UnsupportedOperation, destination);
-    }
-    requireDav(destination, deadline);
-    Description const from = lookAt(source, deadline);
-    if (!from.isThere()) {
-        throw Exception(ErrorCode::ResourceNotFound, source);
-    }
-    if (from.isFolder || isOneItem(source, destination)) {
-        throw Exception(ErrorCode::InvalidLocation, source);
-    }
-    Description const there = lookAt(destination, deadline);
-    bool const isReplacing = checkReplaceable(destination, there, policy);
+    requireOneDavServer(source, destination, deadline);
     Way const way{source, itemUrl(source), destination, itemUrl(destination)};
-    refuseOneItem(way, from, there);
-    if (!isReplacing) {
-        requireFolderAbove(destination, deadline); // some servers make it
-    }
-    move(way, isReplacing, Changed::Files, deadline);
+    Description const from = lookAtSource(way, Kind::File, deadline);
+    move(way, checkPlace(way, from, policy, deadline), Changed::Files, deadline);
 } catch (web::Failure const& failure) {
     throw Exception(failure.code(), source, failure.what());
 }
@@ -272,22 +269,12 @@ void HttpProvider::refuseFolderMove(StorageIRI const& source, StorageIRI const& 
 void HttpProvider::moveFolder(StorageIRI const& source, StorageIRI const& destination,
                               ReplacementPolicy const& policy) try {
     web::Deadline const deadline = client_->deadline();
-    requireDav(source, deadline);
-    if (!isOneServer(source, destination)) {
-        throw Exception(ErrorCode::UnsupportedOperation, destination);
-    }
-    requireDav(destination, deadline);
-    Description const from = lookAt(source, deadline);
-    if (!from.isThere()) {
-        throw Exception(ErrorCode::ResourceNotFound, source);
-    }
-    if (!from.isFolder || isOneItem(source, destination)) {
-        throw Exception(ErrorCode::InvalidLocation, source);
-    }
+    requireOneDavServer(source, destination, deadline);
+    Way const way{source, folderUrl(source), destination, folderUrl(destination)};
+    Description const from = lookAtSource(way, Kind::Folder, deadline);
     try {
         Description const there = lookAt(destination, deadline);
         refuseFolderMove(source, destination, policy, there, deadline);
-        Way const way{source, folderUrl(source), destination, folderUrl(destination)};
         refuseOneItem(way, from, there);
         move(way, there.isThere(), Changed::Folders, deadline);
     } catch (Exception const& e) {
