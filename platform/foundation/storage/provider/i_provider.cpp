@@ -1,9 +1,11 @@
 #include <foundation/storage/provider/i_provider.hpp>
 
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/extensions/i_end_first_streams.hpp>
 #include <foundation/storage/provider/extensions/i_flushable_filesystem.hpp>
 #include <foundation/storage/provider/extensions/i_folder_attributes.hpp>
 #include <foundation/storage/provider/extensions/i_links.hpp>
+#include <foundation/storage/provider/extensions/i_pinned_stream.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/extensions/i_small_file_copies.hpp>
 #include <foundation/storage/provider/factories.hpp>
@@ -21,10 +23,12 @@ ByteStream::~ByteStream() = default;
 IFolderEntryIterator::~IFolderEntryIterator() = default;
 PhysicalProviderFactory::~PhysicalProviderFactory() = default;
 ContainerProviderFactory::~ContainerProviderFactory() = default;
+extensions::IEndFirstStreams::~IEndFirstStreams() = default;
 extensions::IFlushableFilesystem::~IFlushableFilesystem() = default;
 extensions::IFolderAttributes::~IFolderAttributes() = default;
 extensions::ILinks::~ILinks() = default;
 extensions::INewFileAttributes::~INewFileAttributes() = default;
+extensions::IPinnedStream::~IPinnedStream() = default;
 extensions::IReplacingStreams::~IReplacingStreams() = default;
 extensions::ISmallFileCopies::~ISmallFileCopies() = default;
 

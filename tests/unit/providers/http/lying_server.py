@@ -73,9 +73,11 @@ class Connection(Dav, LoopbackConnection):
 
     def range(self, size):
         """The first byte and the one behind the last, of what is asked for."""
-        match = re.fullmatch(r'bytes=(\d+)-(\d*)', self.fields.get('range', ''))
+        match = re.fullmatch(r'bytes=(\d*)-(\d*)', self.fields.get('range', ''))
         if not match:
             return None
+        if not match[1]:
+            return max(size - int(match[2]), 0), size
         first = int(match[1])
         return first, min(int(match[2]) + 1 if match[2] else size, size)
 
@@ -229,6 +231,13 @@ class Connection(Dav, LoopbackConnection):
                   f'Content-Length: {end - first}')
         self.body(content(size)[first:end])
 
+    def do_smaller_ranges_than_the_end(self, size):
+        """Of what is asked for from the end, without its first byte."""
+        first, end = self.range(size)
+        self.head(206, f'Content-Range: bytes {first + 1}-{end - 1}/{size}',
+                  f'Content-Length: {end - first - 1}')
+        self.body(content(size)[first + 1:end])
+
     def do_shifted_range(self, size):
         self.good(size, shift=1)
 
@@ -243,6 +252,23 @@ class Connection(Dav, LoopbackConnection):
     def do_range_of_nonsense(self, size):
         self.head(206, 'Content-Range: bytes 5-2/x', 'Content-Length: 4')
         self.body(b'text')
+
+    def asks_for_the_end(self):
+        return self.fields.get('range', '').startswith('bytes=-')
+
+    def do_ignores_ends(self, size):
+        """As if no range were asked for; and says that it knows others."""
+        if self.asks_for_the_end():
+            del self.fields['range']
+            return self.good(size, extra=['Accept-Ranges: bytes'])
+        self.good(size)
+
+    def do_refuses_ends(self, size):
+        """With the status behind the question mark."""
+        if self.asks_for_the_end():
+            return self.head(int(self.target.split('?')[1]), f'Content-Range: bytes */{size}',
+                             'Content-Length: 0')
+        self.good(size)
 
     def do_refused_range(self, size):
         self.head(416, f'Content-Range: bytes */{size}', 'Content-Length: 0')
@@ -471,6 +497,12 @@ class Connection(Dav, LoopbackConnection):
         except OSError:
             return self.simple(404)
         self.good(len(data), data)
+
+    def do_disk_whole(self, size):
+        """The same, and knows no ranges."""
+        self.fields.pop('range', None)
+        self.target = self.target.replace('-whole', '', 1)
+        self.do_disk(size)
 
     def do_echoes(self, size):
         """What it is told by whom it asks comes back wherever there is room."""

@@ -73,6 +73,18 @@ class LyingStore : public ::testing::Test {
             return buffer;
         });
     }
+    /// "none" where the store does not know such ranges.
+    static Result readEnd(Bucket const& bucket, std::size_t size, std::string_view key = "a") {
+        return resultOf([&]() -> std::string {
+            std::string buffer(size, '?');
+            auto const head = bucket.readEnd(key, buffer, bucket.deadline());
+            if (!head) {
+                return "none";
+            }
+            buffer.resize(static_cast<std::size_t>(std::min<std::uint64_t>(size, head->size)));
+            return buffer;
+        });
+    }
     static Result list(Bucket const& bucket, ListQuery const& query = {}) {
         return resultOf([&] {
             ListPage const page = bucket.list(query, bucket.deadline());

@@ -53,6 +53,73 @@ TEST_F(LyingStore, TakesTheStartOfAWholeObject) {
     EXPECT_TRUE(read(bucket, 0, 600'000).value == content(500'000));
 }
 
+TEST_F(LyingStore, ReadsTheEndOfWhatWasPut) {
+    Bucket const bucket = this->bucket("good");
+    fill(bucket, 5000);
+    EXPECT_EQ(readEnd(bucket, 100).value, content(5000, 4900));
+    EXPECT_EQ(readEnd(bucket, 5000).value, content(5000));
+    EXPECT_EQ(readEnd(bucket, 9000).value, content(5000));
+    EXPECT_EQ(server_.countOf("GET\t"), 3U);
+    EXPECT_EQ(server_.countOf("range: bytes=-100\t"), 1U);
+    EXPECT_EQ(readEnd(bucket, 100, "missing").code, 4);
+    fill(bucket, 0, "empty");
+    EXPECT_EQ(readEnd(bucket, 100, "empty").value, "");
+}
+
+TEST_F(LyingStore, SaysThatAStoreDoesNotKnowRangesFromTheEnd) {
+    for (std::string const behaviour :
+         {"ignores-ends", "refuses-ends", "takes-ends-for-nonsense", "has-no-ends-yet"}) {
+        Bucket const bucket = this->bucket(behaviour);
+        fill(bucket, 5000);
+        EXPECT_EQ(readEnd(bucket, 4999).value, "none") << behaviour;
+    }
+    // The whole of it is its end, too.
+    EXPECT_EQ(readEnd(this->bucket("ignores-ends"), 5000).value, content(5000));
+    // And what fails for another reason fails when the start is asked for.
+    EXPECT_EQ(readEnd(this->bucket("has-no-ends-yet"), 10, "missing").value, "none");
+}
+
+TEST_F(LyingStore, TakesNoAnswerThatIsNotTheEndAskedFor) {
+    struct Row {
+        std::string behaviour;
+        std::string text;
+    };
+    for (Row const& row : {
+             Row{"shifted-range", "another range than was asked for"},
+             Row{"longer-than-its-range", "another length than the range has"},
+             Row{"range-unsaid", "a part that nobody asked for"},
+             Row{"of-unknown-size", "an object has no size"},
+             Row{"extra-bytes", "more bytes than it tells of"},
+             Row{"an-error-for-the-object", "no object"},
+             Row{"other-ends", "another range than was asked for"},
+         }) {
+        Bucket const bucket = this->bucket(row.behaviour);
+        fill(bucket, 5000);
+        Result const result = readEnd(bucket, 1000);
+        EXPECT_EQ(result.code, 9) << row.behaviour << ' ' << result.value;
+        EXPECT_THAT(result.failure, HasSubstr(row.text)) << row.behaviour;
+    }
+}
+
+TEST_F(LyingStore, ReadsOnWhereTheBodyOfAnEndBrokeOff) {
+    for (std::string const behaviour :
+         {"short", "reset-at-every-tenth-byte", "smaller-ends", "short-without-tags"}) {
+        Bucket const bucket = this->bucket(behaviour);
+        fill(bucket, 1500);
+        EXPECT_EQ(readEnd(bucket, 1400).value, content(1500, 100)) << behaviour;
+        EXPECT_EQ(readEnd(bucket, 1600).value, content(1500)) << behaviour;
+    }
+    EXPECT_GT(server_.countOf("if-match: \""), 50U);
+}
+
+TEST_F(LyingStore, NeverMixesTwoVersionsOfAnEnd) {
+    Bucket const bucket = this->bucket("changes");
+    fill(bucket, 5000);
+    Result const result = readEnd(bucket, 5000);
+    EXPECT_EQ(result.code, 9);
+    EXPECT_THAT(result.failure, HasSubstr("has changed"));
+}
+
 TEST_F(LyingStore, TakesNoErrorForTheObject) {
     Bucket const bucket = this->bucket("an-error-for-the-object");
     fill(bucket, 5000);

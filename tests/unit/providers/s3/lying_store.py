@@ -110,6 +110,38 @@ class LyingConnection(Connection):
     def do_an_error_for_the_object(self):
         self.altered(lambda s, f, b: (200, [], error(500, 'InternalError')[2]))
 
+    def do_smaller_ends(self):
+        """Not all of what is asked for at once: 700 bytes from where it begins."""
+        def change(status, fields, body):
+            first = int(re.search(r'bytes (\d+)', ' '.join(fields))[1])
+            return status, [re.sub(r'-\d+/', f'-{first + len(body[:700]) - 1}/', one)
+                            for one in fields], body[:700]
+        self.altered(change)
+
+    def do_other_ends(self):
+        """Fewer bytes than are asked for, and there are more."""
+        self.fields['range'] = self.fields.get('range', '').replace('=-1000', '=-999')
+        self.send(self.good())
+
+    def without_ends(self, make):
+        """Knows no ranges that are counted from the end."""
+        if self.fields.get('range', '').startswith('bytes=-'):
+            make()
+        else:
+            self.send(self.good())
+
+    def do_ignores_ends(self):
+        self.without_ends(self.do_whole)
+
+    def do_refuses_ends(self):
+        self.without_ends(lambda: self.send(error(416, 'InvalidRange')))
+
+    def do_takes_ends_for_nonsense(self):
+        self.without_ends(lambda: self.send(error(400, 'InvalidArgument')))
+
+    def do_has_no_ends_yet(self):
+        self.without_ends(lambda: self.send(error(501, 'NotImplemented')))
+
     def do_smaller_ranges(self):
         self.fields['range'] = re.sub(r'=(\d+)-\d+', lambda m: f'={m[1]}-{int(m[1]) + 699}',
                                       self.fields.get('range', ''))

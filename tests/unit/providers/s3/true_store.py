@@ -195,10 +195,12 @@ class Connection(LoopbackConnection):
             raise Refusal(412, 'PreconditionFailed')
         mark = [f'ETag: {tag}', f'Last-Modified: {formatdate(found.time, usegmt=True)}',
                 *found.fields]
-        match = re.fullmatch(r'bytes=(\d+)-(\d+)', self.fields.get('range', ''))
+        match = re.fullmatch(r'bytes=(\d*)-(\d+)', self.fields.get('range', ''))
         if not match:
             return 200, mark, data
-        first, end = int(match[1]), min(int(match[2]) + 1, len(data))
+        first, end = max(len(data) - int(match[2]), 0), len(data)
+        if match[1]:
+            first, end = int(match[1]), min(int(match[2]) + 1, len(data))
         if first >= len(data):
             raise Refusal(416, 'InvalidRange')
         return 206, [f'Content-Range: bytes {first}-{end - 1}/{len(data)}', *mark], data[first:end]

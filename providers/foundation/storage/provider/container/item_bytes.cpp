@@ -1,6 +1,7 @@
 #include <foundation/storage/provider/container/item_bytes.hpp>
 
 #include <algorithm>
+#include <utility>
 
 namespace foundation::storage::provider::container {
 
@@ -9,6 +10,10 @@ namespace {
 constexpr std::size_t tailSize = 512;
 
 } // namespace
+
+ItemBytes::ItemBytes(std::unique_ptr<ByteStream> stream)
+    : stream_(std::move(stream)),
+      pinned_(dynamic_cast<extensions::IPinnedStream*>(stream_.get())) {}
 
 std::size_t ItemBytes::readAt(std::uint64_t position, std::span<unsigned char> buffer) {
     isGood_ = false; // until the end

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <foundation/storage/provider/byte_stream.hpp>
-#include <foundation/storage/provider/storage_item.hpp>
+#include <foundation/storage/provider/extensions/i_pinned_stream.hpp>
 
 #include <cstdint>
 #include <memory>
@@ -17,7 +17,10 @@ namespace foundation::storage::provider::container {
 /// one would cost much where the item is decoded.
 class ItemBytes {
   public:
-    explicit ItemBytes(StorageItem const& item) : stream_(item.openReadOnlyStream()) {}
+    /// Takes over a stream at its start.
+    explicit ItemBytes(std::unique_ptr<ByteStream> stream);
+    /// What the stream is besides; null where it is not pinned.
+    extensions::IPinnedStream* pinned() const noexcept { return pinned_; }
 
     /// Reads up to as many bytes as there is room for; fewer only at the end of the item.
     std::size_t readAt(std::uint64_t position, std::span<unsigned char> buffer);
@@ -28,6 +31,7 @@ class ItemBytes {
 
   private:
     std::unique_ptr<ByteStream> stream_;
+    extensions::IPinnedStream* const pinned_;
     std::uint64_t position_ = 0;
     std::vector<unsigned char> tail_; ///< what was read last, before the position
     bool isGood_ = true;

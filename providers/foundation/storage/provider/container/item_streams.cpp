@@ -1,19 +1,26 @@
 #include <foundation/storage/provider/container/item_streams.hpp>
 
+#include <foundation/storage/provider/extensions/i_end_first_streams.hpp>
+
 #include <utility>
 
 namespace foundation::storage::provider::container {
 
 namespace {
 
-/// Each may hold a file open, and the state of a decoder.
+/// Each may hold the state of a decoder, or what was asked for ahead.
 constexpr std::size_t mostIdle = 2;
+
+std::unique_ptr<ItemBytes> another(ItemBytes const& opener) {
+    return std::make_unique<ItemBytes>(opener.pinned()->openAnother());
+}
 
 } // namespace
 
-ItemStreams::ItemStreams(StorageItem item)
+ItemStreams::ItemStreams(StorageItem item, First first)
     : item_(std::move(item)),
-      isKeeping_(item_.getLocation().hasInnerIRI()) {
+      first_(first),
+      isNested_(item_.getLocation().hasInnerIRI()) {
     idle_.reserve(mostIdle); // so that bringing one back takes no memory
 }
 
@@ -24,21 +31,62 @@ ItemStreams::Lent ItemStreams::lend() {
         if (!idle_.empty()) {
             bytes = std::move(idle_.back());
             idle_.pop_back();
+        } else if (opener_) {
+            bytes = another(*opener_);
         }
     }
     if (!bytes) {
-        bytes = std::make_unique<ItemBytes>(item_);
+        bytes = pin(open());
     }
     return {bytes.release(), Return{shared_from_this()}};
 }
 
+std::unique_ptr<ItemBytes> ItemStreams::open() const {
+    auto const* const endFirst =
+        first_ == First::End
+            ? dynamic_cast<extensions::IEndFirstStreams const*>(item_.getProvider().get())
+            : nullptr;
+    return std::make_unique<ItemBytes>(endFirst != nullptr
+                                           ? endFirst->openEndFirst(item_.getLocation())
+                                           : item_.openReadOnlyStream());
+}
+
+/// Of two that are opened at once, one says which version it is.
+std::unique_ptr<ItemBytes> ItemStreams::pin(std::unique_ptr<ItemBytes> opened) {
+    if (opened->pinned() == nullptr) {
+        return opened;
+    }
+    std::lock_guard const lock(mutex_);
+    if (opener_) {
+        return another(*opener_);
+    }
+    opener_ = another(*opened);
+    return opened;
+}
+
+bool ItemStreams::mayBeOutdated() const {
+    std::lock_guard const lock(mutex_);
+    return hasPinnedFailed_;
+}
+
 void ItemStreams::Return::operator()(ItemBytes* bytes) const noexcept {
     std::unique_ptr<ItemBytes> returned(bytes);
-    if (owner->isKeeping_ && returned->isGood()) {
-        std::lock_guard const lock(owner->mutex_);
-        if (owner->idle_.size() < mostIdle) {
-            owner->idle_.push_back(std::move(returned));
+    auto* const pinned = returned->pinned();
+    if (!returned->isGood()) {
+        if (pinned != nullptr) {
+            std::lock_guard const lock(owner->mutex_);
+            owner->hasPinnedFailed_ = true;
         }
+        return;
+    }
+    if (pinned != nullptr) {
+        pinned->rest();
+    } else if (!owner->isNested_) {
+        return;
+    }
+    std::lock_guard const lock(owner->mutex_); // released before what is too much goes
+    if (owner->idle_.size() < mostIdle) {
+        owner->idle_.push_back(std::move(returned));
     }
 }
 

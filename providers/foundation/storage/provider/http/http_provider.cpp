@@ -226,11 +226,21 @@ ExtendedAttributes HttpProvider::getExtendedAttributes(StorageIRI const& locatio
     return result;
 }
 
-std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& location) const try {
+std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& location) const {
+    return openFile(location, First::Start);
+}
+
+std::unique_ptr<ByteStream> HttpProvider::openEndFirst(StorageIRI const& location) const {
+    return openFile(location, First::End);
+}
+
+std::unique_ptr<ByteStream> HttpProvider::openFile(StorageIRI const& location, First first) const
+    try {
     web::Deadline const deadline = client_->deadline();
     web::Url const url = urlOf(location);
     if (!isKnownToSpeakDav(location)) {
-        return openForReading(client_, url, location, options_, [](detail::RangeReader const&) {});
+        return openForReading(client_, url, location, options_, first,
+                              [](detail::RangeReader const&) {});
     }
     // Where there are folders, what a server shows of one is no file.
     auto const refuseFolder = [&] {
@@ -253,7 +263,7 @@ std::unique_ptr<ByteStream> HttpProvider::openReadOnlyStream(StorageIRI const& l
         }
     };
     try {
-        return openForReading(client_, itemUrl(location), location, options_,
+        return openForReading(client_, itemUrl(location), location, options_, first,
                               [&](detail::RangeReader const& reader) {
                                   auto const path = detail::DavPath::of(reader.place());
                                   if (path && path->endsInSlash) {

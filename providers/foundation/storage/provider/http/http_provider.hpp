@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/storage/provider/extensions/i_end_first_streams.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/http/detail/dav_client.hpp>
 #include <foundation/storage/provider/http/detail/dav_spaces.hpp>
@@ -7,6 +8,7 @@
 #include <foundation/storage/provider/http/detail/names_in_work.hpp>
 #include <foundation/storage/provider/http/http_cursor.hpp>
 #include <foundation/storage/provider/http/http_options.hpp>
+#include <foundation/storage/provider/http/http_stream.hpp>
 #include <foundation/storage/provider/http/http_writing.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/spool/content.hpp>
@@ -31,6 +33,7 @@ namespace foundation::storage::provider::http {
 /// Safe on any thread. Failures are provider::Exception; without WebDAV, changes are refused with
 /// code ReadOnlyProvider, listings with UnsupportedOperation.
 class HttpProvider final : public IProvider,
+                           public extensions::IEndFirstStreams,
                            public extensions::IReplacingStreams,
                            public std::enable_shared_from_this<HttpProvider> {
   public:
@@ -62,6 +65,7 @@ class HttpProvider final : public IProvider,
     std::unique_ptr<ByteStream> openStream(StorageIRI const& location,
                                            ByteStreamOpenOptions const& options) override;
     std::unique_ptr<ByteStream> openReadOnlyStream(StorageIRI const& location) const override;
+    std::unique_ptr<ByteStream> openEndFirst(StorageIRI const& location) const override;
 
     /// The file that is there has its old content or the new one: as far as the server puts a file
     /// in its place as a whole.
@@ -88,6 +92,7 @@ class HttpProvider final : public IProvider,
 
     bool isOwn(StorageIRI const& location) const;
     web::Url urlOf(StorageIRI const& location) const;
+    std::unique_ptr<ByteStream> openFile(StorageIRI const& location, First first) const;
     /// With a status of success, or of absence. Throws provider::Exception for every other.
     Description describe(StorageIRI const& location, Question question,
                          web::Deadline const& deadline) const;

@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/extensions/i_pinned_stream.hpp>
 #include <foundation/storage/provider/http/detail/range_reader.hpp>
 
 #include <limits>
@@ -12,7 +13,7 @@ namespace foundation::storage::provider::http {
 
 namespace {
 
-class HttpStream final : public ByteStream {
+class HttpStream final : public ByteStream, public extensions::IPinnedStream {
   public:
     explicit HttpStream(std::unique_ptr<detail::RangeReader> reader) : reader_(std::move(reader)) {}
 
@@ -69,6 +70,11 @@ class HttpStream final : public ByteStream {
         reader_.reset();
     }
 
+    std::unique_ptr<ByteStream> openAnother() const override {
+        return std::make_unique<HttpStream>(reader_->another());
+    }
+    void rest() noexcept override { reader_->rest(); }
+
   private:
     template<class Thrown>
     void checkOpen(char const* call) const {
@@ -89,11 +95,12 @@ class HttpStream final : public ByteStream {
 
 std::unique_ptr<ByteStream> openForReading(std::shared_ptr<web::Client const> client,
                                            web::Url const& url, StorageIRI const& location,
-                                           HttpOptions const& options, Opened const& opened) {
+                                           HttpOptions const& options, First first,
+                                           Opened const& opened) {
     auto reader = std::make_unique<detail::RangeReader>(
         std::move(client), url, detail::RangeSizes{options.firstRange, options.largestRange});
     try {
-        reader->open();
+        first == First::Start ? reader->open() : reader->openFromEnd();
     } catch (web::Failure const& failure) {
         throw Exception(failure.code(), location, failure.what());
     }

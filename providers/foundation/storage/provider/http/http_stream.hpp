@@ -17,12 +17,16 @@ class RangeReader;
 /// What whoever opens a file makes of the first answer.
 using Opened = std::function<void(detail::RangeReader const& reader)>;
 
-/// Opens a file for reading: its first bytes are asked for. A file that changes while it is open
-/// gives a failing read, never bytes of both.
+/// Which bytes of a file are asked for when it is opened.
+enum class First { Start, End };
+
+/// Opens a file for reading. One that changes while it is open gives a failing read, never bytes of
+/// both.
 ///
 /// Throws provider::Exception naming `location`, and what `opened` throws.
 std::unique_ptr<ByteStream> openForReading(std::shared_ptr<web::Client const> client,
                                            web::Url const& url, StorageIRI const& location,
-                                           HttpOptions const& options, Opened const& opened);
+                                           HttpOptions const& options, First first,
+                                           Opened const& opened);
 
 } // namespace foundation::storage::provider::http

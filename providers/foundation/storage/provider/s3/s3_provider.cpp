@@ -301,6 +301,16 @@ ExtendedAttributes S3Provider::getExtendedAttributes(StorageIRI const& location)
 }
 
 std::unique_ptr<ByteStream> S3Provider::openReadOnlyStream(StorageIRI const& location) const {
+    return openWith(&detail::ObjectReader::open, location);
+}
+
+std::unique_ptr<ByteStream> S3Provider::openEndFirst(StorageIRI const& location) const {
+    return openWith(&detail::ObjectReader::openFromEnd, location);
+}
+
+std::unique_ptr<ByteStream>
+S3Provider::openWith(detail::ObjectHead (detail::ObjectReader::*open)(Deadline const&),
+                     StorageIRI const& location) const {
     ItemKey const key = keyOf(location);
     return translated(location, [&] {
         Deadline const deadline = bucket_->deadline();
@@ -310,7 +320,7 @@ std::unique_ptr<ByteStream> S3Provider::openReadOnlyStream(StorageIRI const& loc
         auto reader = std::make_unique<detail::ObjectReader>(bucket_, threads_, key.file);
         std::uint64_t const before = heads_.changes();
         try {
-            heads_.keep(key.file, reader->open(deadline), before);
+            heads_.keep(key.file, (reader.get()->*open)(deadline), before);
         } catch (web::Failure const& failure) {
             if (failure.code() == ErrorCode::ResourceNotFound) {
                 failWithoutFile(key, location, deadline);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <foundation/storage/provider/extensions/i_end_first_streams.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
@@ -7,6 +8,7 @@
 #include <foundation/storage/provider/s3/detail/key_locks.hpp>
 #include <foundation/storage/provider/s3/detail/keys.hpp>
 #include <foundation/storage/provider/s3/detail/listing.hpp>
+#include <foundation/storage/provider/s3/detail/object_reader.hpp>
 #include <foundation/storage/provider/s3/detail/request_threads.hpp>
 #include <foundation/storage/provider/s3/s3_stream.hpp>
 #include <foundation/storage/provider/spool/space.hpp>
@@ -27,6 +29,7 @@ namespace foundation::storage::provider::s3 {
 ///
 /// Safe on any thread. Failures are provider::Exception.
 class S3Provider final : public IProvider,
+                         public extensions::IEndFirstStreams,
                          public extensions::IReplacingStreams,
                          public std::enable_shared_from_this<S3Provider> {
   public:
@@ -66,6 +69,7 @@ class S3Provider final : public IProvider,
     std::unique_ptr<ByteStream> openStream(StorageIRI const& location,
                                            ByteStreamOpenOptions const& options) override;
     std::unique_ptr<ByteStream> openReadOnlyStream(StorageIRI const& location) const override;
+    std::unique_ptr<ByteStream> openEndFirst(StorageIRI const& location) const override;
     std::unique_ptr<ByteStream> openReplacement(StorageIRI const& location,
                                                 ReplacementPolicy const& policy) override;
 
@@ -102,6 +106,10 @@ class S3Provider final : public IProvider,
     using Change = HeadMemory::Change;
 
     ItemKey keyOf(StorageIRI const& location) const;
+    /// Opens an object with one of the ways that a reader has.
+    std::unique_ptr<ByteStream>
+    openWith(detail::ObjectHead (detail::ObjectReader::*open)(Deadline const&),
+             StorageIRI const& location) const;
     Standing lookUp(ItemKey const& key, Deadline const& deadline) const;
     bool isFolder(ItemKey const& key, Deadline const& deadline) const;
     /// What an object tells of itself, or told a moment ago; nothing where it is missing.

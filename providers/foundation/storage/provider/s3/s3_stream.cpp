@@ -90,6 +90,14 @@ void S3ReadStream::close() {
     markClosed();
 }
 
+std::unique_ptr<ByteStream> S3ReadStream::openAnother() const {
+    return std::make_unique<S3ReadStream>(reader_->another());
+}
+
+void S3ReadStream::rest() noexcept {
+    reader_->rest();
+}
+
 S3WriteStream::S3WriteStream(std::unique_ptr<detail::NewContent> content, StreamAccess access,
                              StreamWriting writing, Closing closing, Publish publish)
     : content_(std::move(content)),

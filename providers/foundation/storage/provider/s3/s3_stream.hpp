@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/storage/provider/byte_stream.hpp>
+#include <foundation/storage/provider/extensions/i_pinned_stream.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
 #include <foundation/storage/provider/s3/detail/new_content.hpp>
 #include <foundation/storage/provider/s3/detail/object_reader.hpp>
@@ -35,13 +36,15 @@ class S3Stream : public ByteStream {
 };
 
 /// An object that is read. One that changes meanwhile gives a failing read.
-class S3ReadStream final : public S3Stream {
+class S3ReadStream final : public S3Stream, public extensions::IPinnedStream {
   public:
     explicit S3ReadStream(std::unique_ptr<detail::ObjectReader> reader);
 
     long read(char* buffer, long count) override;
     long write(char const* buffer, long count) override;
     void close() override;
+    std::unique_ptr<ByteStream> openAnother() const override;
+    void rest() noexcept override;
 
   private:
     std::uint64_t size() const override;

@@ -55,9 +55,10 @@ TarProvider::ArchivePtr TarProvider::read(detail::ItemState const& state) const 
 TarProvider::ArchivePtr TarProvider::archive() const {
     detail::ItemState now = detail::stateOf(item_);
     std::lock_guard const lock(mutex_);
-    if (now != itemState_) {
+    auto const isOutdated = [&] { return now != itemState_ || archive_->source->mayBeOutdated(); };
+    if (isOutdated()) {
         now = detail::stateOf(item_); // another thread may have waited, and seen more
-        if (now != itemState_) {
+        if (isOutdated()) {
             archive_ = read(now);
             itemState_ = now;
         }

@@ -69,7 +69,8 @@ ZipProvider::ItemState ZipProvider::stateOfItem() const {
 
 ZipProvider::ArchivePtr ZipProvider::read() const {
     auto const archive = std::make_shared<Archive>();
-    archive->streams = std::make_shared<container::ItemStreams>(item_);
+    archive->streams =
+        std::make_shared<container::ItemStreams>(item_, container::ItemStreams::First::End);
     archive->index = detail::readCentralDirectory(*archive->streams, options_);
     return archive;
 }
@@ -79,7 +80,7 @@ ZipProvider::View ZipProvider::view() const {
     std::lock_guard const lock(mutex_);
     if (own_ != Own::Seen) {
         lookAtOwn();
-    } else if (now != itemState_) {
+    } else if (now != itemState_ || archive_->streams->mayBeOutdated()) {
         lookAgain();
     }
     return {archive_, pending_};
@@ -88,10 +89,14 @@ ZipProvider::View ZipProvider::view() const {
 /// REQUIRES: the mutex is held, so that nobody flushes.
 void ZipProvider::lookAgain() const {
     ItemState const now = stateOfItem(); // what was seen before may have been flushed away
-    if (now == itemState_) {
+    bool const hasChanged = now != itemState_;
+    if (!hasChanged && !archive_->streams->mayBeOutdated()) {
         return;
     }
     if (pending_ && hasChanges()) {
+        if (!hasChanged) {
+            return; // it may as well be the same, and then nothing of what is pending is lost
+        }
         fail(ErrorCode::ResourceInUse, item_.getLocation());
     }
     pending_.reset();

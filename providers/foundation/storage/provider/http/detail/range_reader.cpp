@@ -15,6 +15,8 @@ namespace {
 constexpr std::uint64_t smallStep = std::uint64_t{64} * 1024;
 /// So many bytes without a failure make up for the failures before.
 constexpr std::uint64_t realProgress = std::uint64_t{64} * 1024;
+/// What a body has to come that nobody reads.
+constexpr std::uint64_t mostAtRest = std::uint64_t{1024} * 1024;
 
 Failure changed() {
     return {ErrorCode::IOError, "the file has changed since it was opened"};
@@ -34,6 +36,16 @@ bool hasType(web::AnswerHead const& head, std::string_view wanted) {
 /// Of the media type that holds several ranges, which is sent where several are asked for.
 bool isInSeveralParts(web::AnswerHead const& head) {
     return hasType(head, "multipart/byteranges");
+}
+
+std::optional<std::uint64_t> sizeIn(web::AnswerHead const& head) {
+    auto const value = head.headers.find("Content-Range");
+    auto const range = value ? web::parseContentRange(*value) : std::nullopt;
+    return range ? range->size : std::nullopt;
+}
+
+bool knowsRanges(web::AnswerHead const& head) {
+    return web::areEqualNames(head.headers.find("Accept-Ranges").value_or(""), "bytes");
 }
 
 Version versionOf(web::AnswerHead const& head) {
@@ -113,6 +125,12 @@ std::size_t RangeReader::readSome(std::uint64_t position, std::span<char> buffer
     if (version_.size && position >= *version_.size) {
         return 0;
     }
+    if (kept_ && position >= endFrom_) {
+        auto const at = static_cast<std::size_t>(position - endFrom_);
+        std::size_t const count = std::min(buffer.size(), kept_->size() - at);
+        std::copy_n(kept_->data() + at, count, buffer.data());
+        return count;
+    }
     if (!isReachable(position) && !request(position, buffer.size(), deadline)) {
         return 0;
     }
@@ -179,6 +197,25 @@ std::unique_ptr<web::Exchange> RangeReader::send(web::Headers const& fields,
     return answer;
 }
 
+web::AnswerHead const& RangeReader::ask(web::Headers const& fields, Deadline const& deadline) {
+    try {
+        body_ = send(fields, deadline);
+    } catch (Failure const& failure) { // was tried again where that may help
+        throw Failure(failure.code(), failure.what());
+    }
+    return body_->head(deadline);
+}
+
+void RangeReader::failWith(web::AnswerHead const& head) {
+    throw Failure(web::errorCodeOfStatus(head.status),
+                  web::failureOf(head.status, head.headers).what());
+}
+
+void RangeReader::noteOpen(web::AnswerHead const& head) {
+    isPage_ = isOpen_ ? isPage_ : hasType(head, "text/html");
+    isOpen_ = true;
+}
+
 bool RangeReader::request(std::uint64_t position, std::uint64_t wanted, Deadline const& deadline) {
     if (body_) {
         endBody();
@@ -192,6 +229,9 @@ bool RangeReader::request(std::uint64_t position, std::uint64_t wanted, Deadline
             last = std::min(*last, *version_.size - 1);
         }
     }
+    if (kept_) {
+        last = std::min(last.value_or(endFrom_ - 1), endFrom_ - 1);
+    }
     web::Headers fields;
     fields.add("Accept-Encoding", "identity");
     if (!isWholeAlways_) {
@@ -201,12 +241,7 @@ bool RangeReader::request(std::uint64_t position, std::uint64_t wanted, Deadline
             fields.add("If-Range", version_.validator());
         }
     }
-    try {
-        body_ = send(fields, deadline);
-    } catch (Failure const& failure) { // was tried again where that may help
-        throw Failure(failure.code(), failure.what());
-    }
-    web::AnswerHead const& head = body_->head(deadline);
+    web::AnswerHead const& head = ask(fields, deadline);
     switch (head.status) {
     case 206:
         takeRange(head, position, last);
@@ -219,13 +254,88 @@ bool RangeReader::request(std::uint64_t position, std::uint64_t wanted, Deadline
     case 412:
         throw changed();
     default:
-        throw Failure(web::errorCodeOfStatus(head.status),
-                      web::failureOf(head.status, head.headers).what());
+        failWith(head);
     }
-    isPage_ = isOpen_ ? isPage_ : hasType(head, "text/html");
-    isOpen_ = true;
+    noteOpen(head);
     nextRange_ = range <= sizes_.largest / 4 ? range * 4 : sizes_.largest;
     return true;
+}
+
+void RangeReader::openFromEnd() {
+    Deadline const deadline = client_->deadline();
+    requestEnd(deadline);
+    keepEnd(deadline);
+}
+
+/// As request().
+void RangeReader::requestEnd(Deadline const& deadline) {
+    std::uint64_t const most = 2 * sizes_.first;
+    web::Headers fields;
+    fields.add("Accept-Encoding", "identity");
+    fields.add("Range", "bytes=-" + std::to_string(most));
+    web::AnswerHead const& head = ask(fields, deadline);
+    switch (head.status) {
+    case 206:
+        if (auto const size = sizeIn(head)) {
+            takeRange(head, *size - std::min(*size, most), *size - 1);
+            noteOpen(head);
+            return;
+        }
+        break; // it could be anything
+    case 200:
+        takeWhole(head);
+        // That it does not know this range does not mean that it knows none.
+        isWholeAlways_ = !knowsRanges(head);
+        noteOpen(head);
+        return;
+    case 416:
+        if (sizeIn(head) == 0U) {
+            takeNoRange(head, 0);
+            return;
+        }
+        break;
+    case 400:
+    case 501:
+        break;
+    default:
+        failWith(head);
+    }
+    endBody();
+    open(deadline);
+}
+
+/// Where the body that has come is the end, or a small file as a whole.
+void RangeReader::keepEnd(Deadline const& deadline) {
+    if (!body_ || !version_.size || *version_.size - position_ > 2 * sizes_.first) {
+        return;
+    }
+    std::uint64_t const from = position_;
+    std::vector<char> bytes(static_cast<std::size_t>(*version_.size - from));
+    if (readAt(from, bytes, deadline) != bytes.size()) {
+        throw wrongAnswer("less than the size that it tells");
+    }
+    endFrom_ = from;
+    kept_ = std::make_shared<std::vector<char> const>(std::move(bytes));
+}
+
+void RangeReader::rest() noexcept {
+    nextRange_ = std::min(nextRange_, mostAtRest);
+    bool const hasMuch = !end_ || *end_ - position_ > mostAtRest;
+    if (body_ && hasMuch && !isWholeAlways_) { // that would have to come from its start again
+        body_.reset();
+    }
+}
+
+std::unique_ptr<RangeReader> RangeReader::another() const {
+    auto reader = std::make_unique<RangeReader>(client_, url_, sizes_);
+    reader->current_ = current_;
+    reader->isOpen_ = isOpen_;
+    reader->isWholeAlways_ = isWholeAlways_;
+    reader->version_ = version_;
+    reader->isPage_ = isPage_;
+    reader->endFrom_ = endFrom_;
+    reader->kept_ = kept_;
+    return reader;
 }
 
 void RangeReader::takeRange(web::AnswerHead const& head, std::uint64_t position,
@@ -267,9 +377,7 @@ void RangeReader::takeWhole(web::AnswerHead const& head) {
 }
 
 bool RangeReader::takeNoRange(web::AnswerHead const& head, std::uint64_t position) {
-    auto const value = head.headers.find("Content-Range");
-    auto const range = value ? web::parseContentRange(*value) : std::nullopt;
-    auto const size = range ? range->size : std::nullopt; // the marks are those of the answer
+    auto const size = sizeIn(head); // the marks are those of the answer
     if (isOpen_ && size) {
         if (version_.size && *version_.size != *size) {
             throw changed();

@@ -7,11 +7,12 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace foundation::storage::provider::http::detail {
 
-/// Bytes of a request: at first and behind a seek, and the number from which on everything is asked
-/// for.
+/// Bytes of a request: at first and behind a seek, twice as many where it begins with the end of
+/// the file; and the number from which on everything is asked for.
 struct RangeSizes {
     std::uint64_t first;
     std::uint64_t largest;
@@ -45,9 +46,15 @@ class RangeReader {
   public:
     RangeReader(std::shared_ptr<web::Client const> client, web::Url url, RangeSizes sizes);
 
-    /// Asks for the start of the file. REQUIRES: called once, before anything else.
+    /// Asks for the start of the file. REQUIRES: one of these is called once, before anything else.
     void open() { open(client_->deadline()); }
     void open(web::Deadline const& deadline) { request(0, 0, deadline); }
+    /// Asks for the end of the file, and keeps it; for the start where the server does not know how
+    /// to be asked for that.
+    void openFromEnd();
+    /// Of the same version, as far as that is told; has the end of the file where this one has it.
+    /// Safe on any thread while nobody reads this one.
+    std::unique_ptr<RangeReader> another() const;
     /// Nothing where the server does not tell it.
     std::optional<std::uint64_t> size() const noexcept { return version_.size; }
     /// As the first answer told it, or empty.
@@ -63,10 +70,17 @@ class RangeReader {
     }
     std::size_t readAt(std::uint64_t position, std::span<char> buffer,
                        web::Deadline const& deadline);
+    /// Lets a body go of which much is to come.
+    void rest() noexcept;
 
   private:
     /// Whether there is something to read.
     bool request(std::uint64_t position, std::uint64_t wanted, web::Deadline const& deadline);
+    void requestEnd(web::Deadline const& deadline);
+    void keepEnd(web::Deadline const& deadline);
+    web::AnswerHead const& ask(web::Headers const& fields, web::Deadline const& deadline);
+    [[noreturn]] static void failWith(web::AnswerHead const& head);
+    void noteOpen(web::AnswerHead const& head);
     std::unique_ptr<web::Exchange> send(web::Headers const& fields, web::Deadline const& deadline);
     void takeRange(web::AnswerHead const& head, std::uint64_t position,
                    std::optional<std::uint64_t> last);
@@ -92,7 +106,9 @@ class RangeReader {
     bool isOpen_ = false;
     bool isWholeAlways_ = false; ///< the server knows no ranges
     Version version_;
-    bool isPage_ = false; ///< HTML, says the first answer
+    bool isPage_ = false;                           ///< HTML, says the first answer
+    std::uint64_t endFrom_ = 0;                     ///< of the end that is kept, if any
+    std::shared_ptr<std::vector<char> const> kept_; ///< null where it is not
 
     std::unique_ptr<web::Exchange> body_; ///< what is being read, if anything
     std::uint64_t position_ = 0;          ///< in the file, of the next byte of the body

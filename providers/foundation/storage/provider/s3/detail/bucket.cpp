@@ -88,4 +88,9 @@ ObjectHead Bucket::read(std::string_view key, std::uint64_t offset, std::span<ch
     return ObjectRead(*this, *store_, key, eTag).run(offset, buffer, deadline);
 }
 
+std::optional<ObjectHead> Bucket::readEnd(std::string_view key, std::span<char> buffer,
+                                          Deadline const& deadline) const {
+    return ObjectRead(*this, *store_, key, {}).runFromEnd(buffer, deadline);
+}
+
 } // namespace foundation::storage::provider::s3::detail

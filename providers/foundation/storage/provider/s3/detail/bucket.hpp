@@ -126,6 +126,11 @@ class Bucket {
     /// is another range. A body that breaks off is asked for again from there.
     ObjectHead read(std::string_view key, std::uint64_t offset, std::span<char> buffer,
                     std::string_view eTag, Deadline const& deadline) const;
+    /// GetObject: the last bytes into the start of the buffer, as many as there is room for or as
+    /// the object has. Nothing where the store does not know such ranges; some do not. REQUIRES: a
+    /// buffer with room.
+    std::optional<ObjectHead> readEnd(std::string_view key, std::span<char> buffer,
+                                      Deadline const& deadline) const;
 
     /// PutObject; returns the tag. A put only where nothing is, is sent again where its answer is
     /// lost and nothing is there yet; what is there then counts as its own where it has these bytes

@@ -47,14 +47,30 @@ ObjectHead headOfSame(Bucket const& bucket, std::string_view key, std::string_vi
 
 ObjectHead ObjectRead::run(std::uint64_t offset, std::span<char> buffer,
                            web::Deadline const& deadline) {
+    runAll(offset, buffer, deadline);
+    return head_;
+}
+
+std::optional<ObjectHead> ObjectRead::runFromEnd(std::span<char> buffer,
+                                                 web::Deadline const& deadline) {
+    if (runAll(std::nullopt, buffer, deadline) == Outcome::NoSuchRange) {
+        return std::nullopt;
+    }
+    return head_;
+}
+
+ObjectRead::Outcome ObjectRead::runAll(std::optional<std::uint64_t> offset, std::span<char> buffer,
+                                       web::Deadline const& deadline) {
+    offset_ = offset;
     unsigned failures = 0; // one after the other, without a byte between them
     unsigned setbacks = 0; // those without real progress between them
     std::uint64_t setback = 0;
     for (;;) {
         std::uint64_t const before = done_;
         try {
-            if (step(offset, buffer, deadline) == Outcome::Done) {
-                return head_;
+            Outcome const outcome = step(buffer, deadline);
+            if (outcome != Outcome::Unfinished) {
+                return outcome;
             }
         } catch (Failure const& failure) {
             failures = done_ > before ? 1 : failures + 1;
@@ -66,6 +82,7 @@ ObjectHead ObjectRead::run(std::uint64_t offset, std::span<char> buffer,
             if (tag_.empty()) {
                 done_ = 0; // what is there may be of another version than what comes
                 hasHead_ = false;
+                offset_ = offset;
             }
             if (setbacks > 1) {
                 store_.client().pauseBefore(setbacks, {}, deadline, failure);
@@ -76,13 +93,15 @@ ObjectHead ObjectRead::run(std::uint64_t offset, std::span<char> buffer,
     }
 }
 
-ObjectRead::Outcome ObjectRead::step(std::uint64_t offset, std::span<char> buffer,
-                                     web::Deadline const& deadline) {
-    std::uint64_t const first = offset + done_;
-    std::uint64_t const last = offset + buffer.size() - 1;
+ObjectRead::Outcome ObjectRead::step(std::span<char> buffer, web::Deadline const& deadline) {
+    std::uint64_t const most = buffer.size() - done_;
+    bool const isEnd = !offset_;
+    std::uint64_t const first = offset_.value_or(0) + done_;
     Question question{"GET", key_};
     question.headers.add("Accept-Encoding", "identity");
-    question.headers.add("Range", "bytes=" + std::to_string(first) + '-' + std::to_string(last));
+    question.headers.add("Range", isEnd ? "bytes=-" + std::to_string(most)
+                                        : "bytes=" + std::to_string(first) + '-' +
+                                              std::to_string(first + most - 1));
     if (!tag_.empty()) {
         question.headers.add("If-Match", tag_);
     }
@@ -93,9 +112,15 @@ ObjectRead::Outcome ObjectRead::step(std::uint64_t offset, std::span<char> buffe
         throw Failure(failure.code(), failure.what());
     }
     web::AnswerHead const& head = exchange->head(deadline);
+    if (isEnd && (head.status == 400 || head.status == 501)) {
+        return Outcome::NoSuchRange; // and another failure comes again
+    }
     if (head.status == 416) {
         exchange->finish();
         head_ = headOfSame(bucket_, key_, tag_, deadline);
+        if (isEnd && head_.size > 0) {
+            return Outcome::NoSuchRange;
+        }
         if (done_ > 0 || head_.size > first) {
             throw wrongAnswer("a range of the object is refused");
         }
@@ -116,20 +141,23 @@ ObjectRead::Outcome ObjectRead::step(std::uint64_t offset, std::span<char> buffe
         }
         throw *failure;
     }
-    std::uint64_t left = takeHead(head, first, last);
-    while (left > 0) {
+    std::optional<std::uint64_t> left = takeHead(head, most);
+    if (!left) {
+        return Outcome::NoSuchRange;
+    }
+    while (*left > 0) {
         auto const room = buffer.subspan(
             static_cast<std::size_t>(done_),
-            static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size() - done_)));
+            static_cast<std::size_t>(std::min<std::uint64_t>(*left, buffer.size() - done_)));
         std::size_t const got = exchange->read(room, deadline);
         if (got == 0) {
             throw Failure(ErrorCode::IOError, "the object broke off before its end",
                           Failure::Repetition::MayHelp);
         }
         done_ += got;
-        left -= got;
+        *left -= got;
     }
-    bool const isAll = done_ == buffer.size() || offset + done_ == head_.size;
+    bool const isAll = done_ == buffer.size() || *offset_ + done_ == head_.size;
     if (!isAll && tag_.empty()) { // the next piece may be of another version
         throw wrongAnswer("an object without a tag comes in pieces");
     }
@@ -139,36 +167,43 @@ ObjectRead::Outcome ObjectRead::step(std::uint64_t offset, std::span<char> buffe
     return isAll ? Outcome::Done : Outcome::Unfinished;
 }
 
-std::uint64_t ObjectRead::takeHead(web::AnswerHead const& head, std::uint64_t first,
-                                   std::uint64_t last) {
+std::optional<std::uint64_t> ObjectRead::takeHead(web::AnswerHead const& head, std::uint64_t most) {
     if (!head.headers.find("ETag") && !head.headers.find("Last-Modified")) {
         throw wrongAnswer("no object: it has no tag and no time"); // an error, as an object
     }
     std::optional<std::uint64_t> const length = head.contentLength();
     std::optional<std::uint64_t> size = length;
-    std::uint64_t end = 0;
+    std::optional<web::ContentRange> range;
     if (head.status == 206) {
         auto const value = head.headers.find("Content-Range");
-        auto const range = value ? web::parseContentRange(*value) : std::nullopt;
+        range = value ? web::parseContentRange(*value) : std::nullopt;
         if (!range || !range->isSatisfied || head.headers.isRepeated("Content-Range")) {
             throw wrongAnswer("a part that nobody asked for");
         }
+        size = range->size;
+    }
+    if (!size) {
+        throw wrongAnswer("an object has no size");
+    }
+    if (!offset_) {
+        if (head.status == 200 && *size > most) {
+            return std::nullopt;
+        }
+        offset_ = *size - std::min(*size, most);
+    }
+    std::uint64_t const first = *offset_ + done_;
+    std::uint64_t const last = first + most - 1;
+    std::uint64_t end = std::min(*size, last + 1);
+    if (range) {
         if (range->first != first || range->last > last) {
             throw wrongAnswer("another range than was asked for");
         }
         if (length && *length != range->last - first + 1) {
             throw wrongAnswer("another length than the range has");
         }
-        size = range->size;
         end = range->last + 1;
     } else if (first > 0) {
         throw wrongAnswer("the whole object instead of a range");
-    }
-    if (!size) {
-        throw wrongAnswer("an object has no size");
-    }
-    if (head.status == 200) {
-        end = std::min(*size, last + 1);
     }
     ObjectHead found = objectHeadOf(head.headers, *size);
     if ((!tag_.empty() && found.eTag != tag_) || (hasHead_ && found.size != head_.size)) {

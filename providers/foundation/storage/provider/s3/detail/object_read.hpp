@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/s3/detail/store.hpp>
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -31,18 +32,25 @@ class ObjectRead {
 
     /// As Bucket::read. REQUIRES: a buffer with room.
     ObjectHead run(std::uint64_t offset, std::span<char> buffer, web::Deadline const& deadline);
+    /// As Bucket::readEnd. REQUIRES: the same.
+    std::optional<ObjectHead> runFromEnd(std::span<char> buffer, web::Deadline const& deadline);
 
   private:
-    enum class Outcome { Done, Unfinished };
+    enum class Outcome { Done, Unfinished, NoSuchRange };
 
-    Outcome step(std::uint64_t offset, std::span<char> buffer, web::Deadline const& deadline);
-    /// How many bytes of what is wanted the answer holds.
-    std::uint64_t takeHead(web::AnswerHead const& head, std::uint64_t first, std::uint64_t last);
+    Outcome runAll(std::optional<std::uint64_t> offset, std::span<char> buffer,
+                   web::Deadline const& deadline);
+    Outcome step(std::span<char> buffer, web::Deadline const& deadline);
+    /// How many bytes of what is wanted the answer holds; nothing where it is the whole of an
+    /// object of which the end is wanted.
+    std::optional<std::uint64_t> takeHead(web::AnswerHead const& head, std::uint64_t most);
 
     Bucket const& bucket_;
     Store const& store_;
     std::string const key_;
     std::string tag_;
+    std::optional<std::uint64_t>
+        offset_; ///< of the range; none yet where that is counted from the end
     ObjectHead head_;
     bool hasHead_ = false;
     std::uint64_t done_ = 0;

@@ -3,16 +3,21 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 namespace foundation::storage::provider::s3::detail {
 
 namespace {
 
-constexpr std::uint64_t startRange = std::uint64_t{64} * 1024;
+constexpr std::size_t startRange = std::size_t{64} * 1024;
+/// The directory of an archive of a thousand members, or any end of one with the longest comment.
+constexpr std::size_t endRange = std::size_t{128} * 1024;
 constexpr std::uint64_t smallestPart = std::uint64_t{128} * 1024;
 /// A step forward over no more than this is still reading in one direction.
 constexpr std::uint64_t smallStep = std::uint64_t{1024} * 1024;
+/// What is ahead of a reader that nobody reads.
+constexpr std::uint64_t mostAtRest = std::uint64_t{1024} * 1024;
 
 } // namespace
 
@@ -30,21 +35,48 @@ ObjectReader::~ObjectReader() {
 ObjectHead ObjectReader::open(web::Deadline const& deadline) {
     auto buffer = std::make_unique_for_overwrite<char[]>(startRange);
     ObjectHead head = bucket_->read(key_, 0, {buffer.get(), startRange}, {}, deadline);
-    if (head.size > startRange && !head.hasStrongTag()) {
+    pin(head, std::move(buffer), startRange, 0);
+    return head;
+}
+
+ObjectHead ObjectReader::openFromEnd(web::Deadline const& deadline) {
+    auto buffer = std::make_unique_for_overwrite<char[]>(endRange);
+    std::optional<ObjectHead> head = bucket_->readEnd(key_, {buffer.get(), endRange}, deadline);
+    if (!head) {
+        return open(deadline);
+    }
+    pin(*head, std::move(buffer), endRange,
+        head->size - std::min<std::uint64_t>(head->size, endRange));
+    return *std::move(head);
+}
+
+/// To the version that a head is of, with the bytes that came with it.
+void ObjectReader::pin(ObjectHead const& head, std::unique_ptr<char[]> known, std::size_t room,
+                       std::uint64_t from) {
+    if (head.size > room && !head.hasStrongTag()) {
         throw web::Failure(ErrorCode::IOError,
                            "the store does not tell versions of a large object apart");
     }
     size_ = head.size;
     eTag_ = head.eTag;
-    startSize_ = static_cast<std::size_t>(std::min(size_, startRange));
-    if (startSize_ < startRange / 2) { // many small files may be open at once
-        start_ = std::make_unique_for_overwrite<char[]>(startSize_);
-        std::memcpy(start_.get(), buffer.get(), startSize_);
-    } else {
-        start_ = std::move(buffer);
+    knownFrom_ = from;
+    knownSize_ = static_cast<std::size_t>(std::min<std::uint64_t>(size_, room));
+    if (knownSize_ < room / 2) { // many small files may be open at once
+        auto fitting = std::make_unique_for_overwrite<char[]>(knownSize_);
+        std::memcpy(fitting.get(), known.get(), knownSize_);
+        known = std::move(fitting);
     }
-    next_ = startSize_;
-    return head;
+    known_ = std::move(known);
+}
+
+std::unique_ptr<ObjectReader> ObjectReader::another() const {
+    auto reader = std::make_unique<ObjectReader>(bucket_, threads_, key_);
+    reader->size_ = size_;
+    reader->eTag_ = eTag_;
+    reader->knownFrom_ = knownFrom_;
+    reader->knownSize_ = knownSize_;
+    reader->known_ = known_;
+    return reader;
 }
 
 std::size_t ObjectReader::readAt(std::uint64_t position, std::span<char> buffer) {
@@ -55,10 +87,10 @@ std::size_t ObjectReader::readAt(std::uint64_t position, std::span<char> buffer)
         static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), size_ - position));
     for (std::size_t done = 0; done < count;) {
         std::uint64_t const at = position + done;
-        if (at < startSize_) {
-            std::size_t const piece =
-                std::min(count - done, startSize_ - static_cast<std::size_t>(at));
-            std::memcpy(buffer.data() + done, start_.get() + at, piece);
+        if (at >= knownFrom_ && at - knownFrom_ < knownSize_) {
+            auto const offset = static_cast<std::size_t>(at - knownFrom_);
+            std::size_t const piece = std::min(count - done, knownSize_ - offset);
+            std::memcpy(buffer.data() + done, known_.get() + offset, piece);
             done += piece;
             if (expected_ == at) {
                 run_ += piece;
@@ -119,8 +151,8 @@ void ObjectReader::lookAhead(std::uint64_t wanted) {
     // A few parts in flight hide the round trips; where fewer may be, they are the larger.
     std::uint64_t const share = std::min<std::uint64_t>(mostInFlight, 4);
     std::uint64_t const from = parts_.empty() ? next_ : parts_.front()->offset;
-    while (next_ < size_ && next_ - from < ahead && parts_.size() < mostInFlight) {
-        std::uint64_t size = std::max(run_ == 0 ? startRange : smallestPart,
+    while (next_ < endOfParts() && next_ - from < ahead && parts_.size() < mostInFlight) {
+        std::uint64_t size = std::max(run_ == 0 ? std::uint64_t{startRange} : smallestPart,
                                       std::bit_floor(std::max<std::uint64_t>(ahead / share, 1)));
         if (parts_.empty()) {
             size = std::max(size, std::min(wanted, options.partSize));
@@ -133,7 +165,7 @@ void ObjectReader::lookAhead(std::uint64_t wanted) {
 void ObjectReader::add(std::uint64_t size, Start start) {
     auto part = std::make_shared<Part>();
     part->offset = next_;
-    part->size = static_cast<std::size_t>(std::min(size, size_ - next_));
+    part->size = static_cast<std::size_t>(std::min(size, endOfParts() - next_));
     part->bytes = std::make_unique_for_overwrite<char[]>(part->size);
     part->done = part->promise.get_future();
     if (start == Start::Now) {
@@ -164,6 +196,15 @@ void ObjectReader::fetch(Bucket const& bucket, std::string const& key, std::stri
         bucket.read(key, part.offset, {part.bytes.get(), part.size}, eTag, bucket.deadline(stop));
     if (head.size != size || head.eTag != eTag) {
         throw web::Failure(ErrorCode::IOError, "the file has changed since it was opened");
+    }
+}
+
+void ObjectReader::rest() noexcept {
+    run_ = std::min(run_, mostAtRest);
+    while (!parts_.empty() && parts_.back()->end() > expected_ + mostAtRest) {
+        parts_.back()->isTaken = true;
+        next_ = parts_.back()->offset;
+        parts_.pop_back();
     }
 }
 

@@ -18,7 +18,7 @@ namespace foundation::storage::provider::s3::detail {
 /// a failure, and so is one without a tag that does not come with the first answer. While reading
 /// goes on in one direction, ever more is asked for ahead of it, in parts and on several
 /// connections at once; a jump begins again with little. Keeps as many parts in memory as requests
-/// may be in flight, and the start of the object. Whoever lets it go ends what is on its way.
+/// may be in flight, and what it was opened with. Whoever lets it go ends what is on its way.
 ///
 /// For one thread at a time. Throws web::Failure.
 class ObjectReader {
@@ -27,11 +27,18 @@ class ObjectReader {
                  std::string key);
     ~ObjectReader();
 
-    /// Asks for the start. REQUIRES: called once, before anything else.
+    /// Asks for the start. REQUIRES: one of these two is called once, before anything else.
     ObjectHead open(web::Deadline const& deadline);
+    /// Asks for the end; for the start where the store does not know how to be asked for that.
+    ObjectHead openFromEnd(web::Deadline const& deadline);
+    /// Of the same version; has what this one was opened with. Safe on any thread while nobody
+    /// reads this one.
+    std::unique_ptr<ObjectReader> another() const;
     std::uint64_t size() const noexcept { return size_; }
     /// Fills the buffer; fewer bytes only at the end of the object.
     std::size_t readAt(std::uint64_t position, std::span<char> buffer);
+    /// Keeps only a little of what was asked for ahead.
+    void rest() noexcept;
 
   private:
     /// A range that is asked for, by whoever comes first: one of the threads, or the reader that
@@ -50,6 +57,9 @@ class ObjectReader {
     using PartPtr = std::shared_ptr<Part>;
     enum class Start { Now, WhenNeeded };
 
+    void pin(ObjectHead const& head, std::unique_ptr<char[]> known, std::size_t room,
+             std::uint64_t from);
+    std::uint64_t endOfParts() const noexcept { return knownFrom_ > 0 ? knownFrom_ : size_; }
     Part& partAt(std::uint64_t position, std::uint64_t wanted);
     void lookAhead(std::uint64_t wanted);
     void add(std::uint64_t size, Start start);
@@ -63,8 +73,9 @@ class ObjectReader {
     std::string const key_;
     std::uint64_t size_ = 0;
     std::string eTag_;
-    std::size_t startSize_ = 0;
-    std::unique_ptr<char[]> start_;
+    std::uint64_t knownFrom_ = 0; ///< what it was opened with: the start, or all behind a position
+    std::size_t knownSize_ = 0;
+    std::shared_ptr<char const[]> known_;
     std::stop_source stop_;      ///< of what goes ahead
     std::deque<PartPtr> parts_;  ///< one behind the other, without gaps
     std::uint64_t next_ = 0;     ///< where the part behind them begins

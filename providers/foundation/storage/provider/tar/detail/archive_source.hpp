@@ -38,6 +38,8 @@ class ArchiveSource : public std::enable_shared_from_this<ArchiveSource> {
     ArchiveSource(StorageItem const& item, ItemState const& state, TarOptions const& options);
 
     StorageItem const& item() const noexcept { return streams_->item(); }
+    /// As of the streams on the item.
+    bool mayBeOutdated() const { return streams_->mayBeOutdated(); }
     /// Of the item; 0 where that does not tell.
     std::uint64_t size() const noexcept { return state_.size.value_or(0); }
     Compression compression() const noexcept { return compression_; }

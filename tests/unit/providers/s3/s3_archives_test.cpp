@@ -1,0 +1,246 @@
+// What archives in a store cost: the numbers that are told to users.
+
+#include "../zipped.hpp"
+#include "provider_fixture.hpp"
+
+#include <foundation/storage/provider/byte_stream_failure.hpp>
+#include <foundation/storage/provider/tar/tar_factory.hpp>
+#include <foundation/storage/provider/zip/zip_factory.hpp>
+
+#include <atomic>
+#include <thread>
+
+namespace foundation::storage::provider::s3 {
+namespace {
+
+using provider::test::noise;
+using provider::test::zipped;
+using Members = std::vector<std::pair<std::string, std::size_t>>;
+
+class S3Archives : public ProviderOfBucket {
+  protected:
+    static StorageIRI in(ustring const& path) {
+        return StorageIRI(u"zip", at(u"a.zip"), u"/" + path);
+    }
+    /// By a provider of the bucket that knows nothing yet.
+    std::shared_ptr<IProvider> openArchive() {
+        use(options());
+        return zip::buildZipProvider(StorageItem(provider_, at(u"a.zip")));
+    }
+    static std::string bytesOf(IProvider const& archive, ustring const& path) {
+        return readAll(*archive.openReadOnlyStream(in(path)));
+    }
+    /// A large one, with small members at its start, in its midst and at its end.
+    void putLarge() const {
+        put("a.zip", zipped({{"first", 3000},
+                             {"large", 900'000},
+                             {"middle", 3000},
+                             {"larger", 3'000'000},
+                             {"last", 3000}}));
+    }
+    std::shared_ptr<IProvider> archive_;
+};
+
+TEST_F(S3Archives, AListingTakesAQuestionAndTheEnd) {
+    putLarge();
+    EXPECT_EQ(asked([&] {
+                  archive_ = openArchive();
+                  EXPECT_EQ(namesOf(*archive_->listAll(in(u""), u"")).size(), 5U);
+              }),
+              "HEAD GET");
+}
+
+TEST_F(S3Archives, ADirectoryOfAThousandMembersComesWithTheEnd) {
+    Members many;
+    for (int i = 0; i < 1000; ++i) {
+        many.emplace_back("a member with a name of some length " + std::to_string(i), 500);
+    }
+    put("a.zip", zipped(many));
+    EXPECT_EQ(asked([&] {
+                  archive_ = openArchive();
+                  EXPECT_EQ(namesOf(*archive_->listAllRecursive(in(u""), u"")).size(), 1000U);
+              }),
+              "HEAD GET");
+}
+
+TEST_F(S3Archives, ALargerDirectoryTakesOneMore) {
+    Members many;
+    for (int i = 0; i < 5000; ++i) {
+        many.emplace_back("a member with a name of some length " + std::to_string(i), 100);
+    }
+    put("a.zip", zipped(many));
+    EXPECT_EQ(asked([&] {
+                  archive_ = openArchive();
+                  EXPECT_EQ(namesOf(*archive_->listAllRecursive(in(u""), u"")).size(), 5000U);
+              }),
+              "HEAD GET GET");
+}
+
+TEST_F(S3Archives, AMemberTakesOneMore) {
+    putLarge();
+    EXPECT_EQ(asked([&] {
+                  archive_ = openArchive();
+                  EXPECT_EQ(bytesOf(*archive_, u"middle"), noise(3000, 2));
+              }),
+              "HEAD GET GET");
+    EXPECT_EQ(asked([&] { EXPECT_EQ(bytesOf(*archive_, u"first"), noise(3000, 0)); }), "GET");
+    EXPECT_EQ(asked([&] { EXPECT_EQ(bytesOf(*archive_, u"last"), noise(3000, 4)); }), "");
+}
+
+TEST_F(S3Archives, OfASmallOneEverythingComesAtOnce) {
+    put("a.zip", zipped({{"a", 20'000}, {"b", 20'000}, {"c", 20'000}}));
+    EXPECT_EQ(asked([&] {
+                  archive_ = openArchive();
+                  EXPECT_EQ(bytesOf(*archive_, u"a"), noise(20'000, 0));
+                  EXPECT_EQ(bytesOf(*archive_, u"c"), noise(20'000, 2));
+                  EXPECT_EQ(bytesOf(*archive_, u"b"), noise(20'000, 1));
+              }),
+              "HEAD GET");
+}
+
+TEST_F(S3Archives, MembersInTheirOrderTakeFewRequests) {
+    Members many;
+    for (int i = 0; i < 300; ++i) {
+        many.emplace_back("member" + std::to_string(i), 10'000);
+    }
+    put("a.zip", zipped(many));
+    archive_ = openArchive();
+    std::size_t const requests = countAsked("GET", [&] {
+        for (unsigned i = 0; i < 300; ++i) {
+            ustring const name = fl::i18n::to_ustring(many[i].first);
+            ASSERT_EQ(bytesOf(*archive_, name), noise(10'000, i)) << i;
+        }
+    });
+    EXPECT_LE(requests, 40U); // for 3 MB
+}
+
+TEST_F(S3Archives, AnArchiveInAnArchiveTakesOneMoreEach) {
+    std::string const inner = zipped({{"deep", 5000}, {"deeper", 900'000}});
+    StorageItem const outer(provider_, at(u"a.zip"));
+    outer.createFile();
+    auto const writing = zip::buildZipProvider(outer);
+    for (auto const& [name, bytes] : {std::pair{u"i.zip", inner}, {u"rest", noise(900'000, 9)}}) {
+        auto const stream = writing->openStream(in(name), {});
+        stream->write(bytes.data(), static_cast<long>(bytes.size()));
+        stream->close();
+    }
+    StorageItem(writing, in(u"i.zip")).flushFilesystem();
+    std::string text;
+    EXPECT_EQ(asked([&] {
+                  archive_ = openArchive();
+                  auto const within = zip::buildZipProvider(StorageItem(archive_, in(u"i.zip")));
+                  text = readAll(
+                      *within->openReadOnlyStream(StorageIRI(u"zip", in(u"i.zip"), u"/deep")));
+              }),
+              "HEAD GET GET GET");
+    EXPECT_EQ(text, noise(5000, 0));
+}
+
+TEST_F(S3Archives, ATarArchiveIsOpenedOnce) {
+    // Members of 600 and 300,000 bytes, as in POSIX.
+    auto const header = [](std::string const& name, std::size_t size) {
+        std::string block(512, '\0');
+        block.replace(0, name.size(), name);
+        block.replace(100, 7, "0000644");
+        char digits[12];
+        std::snprintf(digits, sizeof digits, "%011zo", size);
+        block.replace(124, 11, digits);
+        block.replace(136, 11, "00000000000");
+        block[156] = '0';
+        block.replace(257, 8, std::string("ustar\00000", 8));
+        block.replace(148, 8, "        ");
+        unsigned sum = 0;
+        for (char const byte : block) {
+            sum += static_cast<unsigned char>(byte);
+        }
+        std::snprintf(digits, sizeof digits, "%06o", sum);
+        block.replace(148, 7, digits, 7);
+        return block;
+    };
+    std::string bytes;
+    for (auto const& [name, size] :
+         {std::pair<std::string, std::size_t>{"small", 600}, {"large", 300'000}}) {
+        bytes += header(name, size) + noise(size, 1) + std::string((512 - size % 512) % 512, '\0');
+    }
+    put("a.tar", bytes + std::string(1024, '\0'));
+    use(options());
+    EXPECT_EQ(asked([&] {
+                  archive_ = tar::buildTarProvider(StorageItem(provider_, at(u"a.tar")));
+                  auto const stream =
+                      archive_->openReadOnlyStream(StorageIRI(u"tar", at(u"a.tar"), u"/small"));
+                  EXPECT_EQ(readAll(*stream), noise(600, 1));
+              }),
+              "HEAD GET GET"); // what ends the archive is behind the second member
+}
+
+TEST_F(S3Archives, AnArchiveThatIsAnotherOneByNowIsReadAgain) {
+    putLarge();
+    S3Options forgetful = options();
+    forgetful.attributeLifetime = std::chrono::milliseconds(0);
+    use(forgetful);
+    archive_ = zip::buildZipProvider(StorageItem(provider_, at(u"a.zip")));
+    put("a.zip", zipped({{"other", 800'000}, {"middle", 4000}, {"more", 800'000}}));
+    EXPECT_EQ(bytesOf(*archive_, u"middle"), noise(4000, 1));
+    EXPECT_EQ(codeOf([&] { bytesOf(*archive_, u"first"); }), refused(ErrorCode::ResourceNotFound));
+}
+
+TEST_F(S3Archives, OneThatChangesUnseenIsAFailureOnce) {
+    // Of the same size, and within the second that times are told in.
+    std::string const before = zipped({{"x", 800'000}, {"middle", 4000}, {"y", 800'000}});
+    std::string const after = zipped({{"middle", 4000}, {"x", 800'000}, {"z", 800'000}});
+    ASSERT_EQ(before.size(), after.size());
+    put("a.zip", before);
+    archive_ = openArchive();
+    EXPECT_EQ(namesOf(*archive_->listAll(in(u""), u"")).size(), 3U);
+    put("a.zip", after);
+    EXPECT_EQ(codeOf([&] { bytesOf(*archive_, u"middle"); }), refused(ErrorCode::IOError));
+    EXPECT_EQ(bytesOf(*archive_, u"middle"), noise(4000, 0));
+    EXPECT_EQ(bytesOf(*archive_, u"z"), noise(800'000, 2));
+}
+
+TEST_F(S3Archives, WhatIsOpenGoesOnAsFarAsItWasRead) {
+    putLarge();
+    archive_ = openArchive();
+    auto const first = archive_->openReadOnlyStream(in(u"first"));
+    auto larger = archive_->openReadOnlyStream(in(u"larger"));
+    put("a.zip", zipped({{"first", 10}}));
+    EXPECT_EQ(readAll(*first), noise(3000, 0)); // came with its header
+    EXPECT_THROW(readAll(*larger), ByteStreamReadFailure);
+    larger.reset();
+    EXPECT_EQ(bytesOf(*archive_, u"first"), noise(10, 0));
+}
+
+TEST_F(S3Archives, AMissingOneIsMissingAndAnEmptyOneIsEmpty) {
+    EXPECT_EQ(codeOf([&] { openArchive(); }), refused(ErrorCode::ResourceNotFound));
+    put("a.zip");
+    EXPECT_EQ(namesOf(*openArchive()->listAll(in(u""), u"")).size(), 0U);
+}
+
+TEST_F(S3Archives, ManyReadMembersAtOnce) {
+    Members many;
+    for (int i = 0; i < 40; ++i) {
+        many.emplace_back("member" + std::to_string(i), 30'000);
+    }
+    put("a.zip", zipped(many));
+    archive_ = openArchive();
+    std::atomic<int> wrong = 0;
+    std::size_t const requests = countAsked("GET", [&] {
+        std::vector<std::thread> readers;
+        for (unsigned reader = 0; reader < 4; ++reader) {
+            readers.emplace_back([&, reader] {
+                for (unsigned i = reader; i < 40; i += 4) {
+                    ustring const name = fl::i18n::to_ustring(many[i].first);
+                    wrong += bytesOf(*archive_, name) != noise(30'000, i);
+                }
+            });
+        }
+        for (std::thread& reader : readers) {
+            reader.join();
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+    EXPECT_LE(requests, 80U);
+}
+
+} // namespace
+} // namespace foundation::storage::provider::s3
