@@ -8,6 +8,8 @@
 #include <foundation/storage/provider/byte_stream.hpp>
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/extensions/i_end_first_streams.hpp>
+#include <foundation/storage/provider/extensions/i_pinned_stream.hpp>
 #include <foundation/storage/provider/http/http_factory.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 
@@ -23,7 +25,7 @@ namespace {
 
 using provider::test::told;
 
-constexpr std::size_t fileSize = 3'000'000;
+constexpr long fileSize = 3'000'000;
 
 class WebServer : public ::testing::Test {
   protected:
@@ -75,6 +77,30 @@ TEST_F(WebServer, IsReadByEveryWayThatItServesAFile) {
         EXPECT_TRUE(read(told("VFS_TEST_WEB_URL") + path + name_, options()) == content_) << path;
         EXPECT_TRUE(read(told("VFS_TEST_WEB_TLS_URL") + path + name_, options()) == content_)
             << path;
+    }
+}
+
+TEST_F(WebServer, IsReadFromTheEndByEveryWay) {
+    for (char const* const path : {"/html/", "/norange/", "/gzip/", "/moved/"}) {
+        StorageIRI const location = at(told("VFS_TEST_WEB_URL") + path + name_);
+        for (std::uint64_t const first : {64'000U, 2'000'000U}) { // and as a whole
+            HttpOptions some = options();
+            some.firstRange = first;
+            auto const provider = buildHttpProvider(location, some);
+            auto const stream =
+                dynamic_cast<extensions::IEndFirstStreams&>(*provider).openEndFirst(location);
+            auto const other = dynamic_cast<extensions::IPinnedStream&>(*stream).openAnother();
+            for (auto const& one : {stream.get(), other.get()}) {
+                EXPECT_EQ(one->seek(-200'000, std::ios_base::end), fileSize - 200'000) << path;
+                std::string bytes(300'000, '\0');
+                ASSERT_EQ(one->read(bytes.data(), 300'000), 200'000) << path;
+                bytes.resize(200'000);
+                EXPECT_TRUE(bytes == content_.substr(fileSize - 200'000)) << path;
+                one->seek(1000, std::ios_base::beg);
+                ASSERT_EQ(one->read(bytes.data(), 100'000), 100'000) << path;
+                EXPECT_TRUE(bytes.substr(0, 100'000) == content_.substr(1000, 100'000)) << path;
+            }
+        }
     }
 }
 

@@ -6,6 +6,7 @@
 #include <foundation/storage/provider/byte_stream.hpp>
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/extensions/i_end_first_streams.hpp>
 #include <foundation/storage/provider/http/http_factory.hpp>
 #include <foundation/storage/provider/i_provider.hpp>
 
@@ -50,6 +51,9 @@ void expectWholeLife(char const* variable) {
     long const got = stream->read(read.data(), static_cast<long>(read.size()));
     read.resize(static_cast<std::size_t>(got));
     EXPECT_TRUE(read == bytes);
+    stream = dynamic_cast<extensions::IEndFirstStreams&>(*provider).openEndFirst(file);
+    EXPECT_EQ(stream->seek(-5, std::ios_base::end), 2'999'995);
+    EXPECT_EQ(stream->read(read.data(), 10), 5);
     auto const entries = provider->listAll(folder, u"");
     ASSERT_TRUE(entries->hasNext());
     entries->advance();

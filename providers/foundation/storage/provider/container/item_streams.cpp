@@ -1,7 +1,5 @@
 #include <foundation/storage/provider/container/item_streams.hpp>
 
-#include <foundation/storage/provider/extensions/i_end_first_streams.hpp>
-
 #include <utility>
 
 namespace foundation::storage::provider::container {
@@ -19,7 +17,9 @@ std::unique_ptr<ItemBytes> another(ItemBytes const& opener) {
 
 ItemStreams::ItemStreams(StorageItem item, First first)
     : item_(std::move(item)),
-      first_(first),
+      endFirst_(first == First::End
+                    ? dynamic_cast<extensions::IEndFirstStreams const*>(item_.getProvider().get())
+                    : nullptr),
       isNested_(item_.getLocation().hasInnerIRI()) {
     idle_.reserve(mostIdle); // so that bringing one back takes no memory
 }
@@ -42,12 +42,8 @@ ItemStreams::Lent ItemStreams::lend() {
 }
 
 std::unique_ptr<ItemBytes> ItemStreams::open() const {
-    auto const* const endFirst =
-        first_ == First::End
-            ? dynamic_cast<extensions::IEndFirstStreams const*>(item_.getProvider().get())
-            : nullptr;
-    return std::make_unique<ItemBytes>(endFirst != nullptr
-                                           ? endFirst->openEndFirst(item_.getLocation())
+    return std::make_unique<ItemBytes>(endFirst_ != nullptr
+                                           ? endFirst_->openEndFirst(item_.getLocation())
                                            : item_.openReadOnlyStream());
 }
 

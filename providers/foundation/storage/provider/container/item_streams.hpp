@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/storage/provider/container/item_bytes.hpp>
+#include <foundation/storage/provider/extensions/i_end_first_streams.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
 
 #include <memory>
@@ -40,7 +41,8 @@ class ItemStreams : public std::enable_shared_from_this<ItemStreams> {
     std::unique_ptr<ItemBytes> pin(std::unique_ptr<ItemBytes> opened);
 
     StorageItem const item_;
-    First const first_;
+    extensions::IEndFirstStreams const* const
+        endFirst_; ///< of the provider; null for who begins at the start
     bool const isNested_;
     mutable std::mutex mutex_;
     // guarded by the mutex:
