@@ -581,9 +581,9 @@ class LyingConnection(Connection):
     def do_refuses_complete(self):
         self.distorted('complete', lambda: self.send(error(403, 'AccessDenied')))
 
-    def do_completes_and_is_gone_for_a_while(self):
+    def gone_for_a_while_behind(self, operation):
         """The answer is lost, and nothing can be asked until somebody lists uploads."""
-        if self.operation == 'complete' and self.count == 1:
+        if self.operation == operation and self.count == 1:
             self.good()
             self.bucket.is_gone = True
             raise Lost
@@ -594,18 +594,11 @@ class LyingConnection(Connection):
         else:
             self.send(self.good())
 
+    def do_completes_and_is_gone_for_a_while(self):
+        self.gone_for_a_while_behind('complete')
+
     def do_puts_and_is_gone_for_a_while(self):
-        """The same of an object that is put at once."""
-        if self.operation == 'put' and self.count == 1:
-            self.good()
-            self.bucket.is_gone = True
-            raise Lost
-        if self.operation == 'uploads':
-            self.bucket.is_gone = False
-        if getattr(self.bucket, 'is_gone', False):
-            self.send(error(403, 'AccessDenied'))
-        else:
-            self.send(self.good())
+        self.gone_for_a_while_behind('put')
 
     def do_loses_removals(self):
         if self.operation in ('remove', 'remove-many'):

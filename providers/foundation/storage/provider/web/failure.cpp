@@ -72,7 +72,7 @@ Failure failureOfStatus(int status) {
 }
 
 Failure failureOf(int status, Headers const& headers) {
-    Failure const failure = failureOfStatus(status);
+    Failure failure = failureOfStatus(status);
     if (status != 401 || offers(headers, "Basic") || offers(headers, "Bearer")) {
         return failure;
     }
