@@ -68,7 +68,7 @@ ZipProvider::ItemState ZipProvider::stateOfItem() const {
 }
 
 ZipProvider::ArchivePtr ZipProvider::read() const {
-    auto const archive = std::make_shared<Archive>();
+    auto archive = std::make_shared<Archive>();
     archive->streams =
         std::make_shared<container::ItemStreams>(item_, container::ItemStreams::First::End);
     archive->index = detail::readCentralDirectory(*archive->streams, options_);
@@ -330,7 +330,8 @@ StorageIRI ZipProvider::getCanonicalLocation(StorageIRI const& location) const {
         std::string text = place.name;
         for (auto entry = place.error ? place.folder : place.entry; entry != tree.rootHandle();
              entry = tree.parentOf(entry)) {
-            text = std::string(tree.nameOf(entry)) + (text.empty() ? "" : "/") + text;
+            text.insert(0, text.empty() ? "" : "/");
+            text.insert(0, tree.nameOf(entry));
         }
         return text;
     });
