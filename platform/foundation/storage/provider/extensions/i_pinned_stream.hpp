@@ -17,8 +17,8 @@ class FOUNDATION_EXPORT IPinnedStream {
     /// read, and not for bytes that came with the opening of this one. Safe on any thread, as long
     /// as nobody does anything else with this one. REQUIRES: it is not closed.
     virtual std::unique_ptr<ByteStream> openAnother() const = 0;
-    /// Of what was asked for ahead, keeps no more than a mebibyte, as nobody may read on for long;
-    /// whoever does goes on as before. REQUIRES: the same.
+    /// Of what was asked for ahead, keeps no more than a mebibyte or so, as nobody may read on for
+    /// long; whoever does goes on as before. REQUIRES: the same.
     virtual void rest() noexcept = 0;
 };
 

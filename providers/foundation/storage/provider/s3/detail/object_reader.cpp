@@ -16,7 +16,7 @@ constexpr std::size_t endRange = std::size_t{128} * 1024;
 constexpr std::uint64_t smallestPart = std::uint64_t{128} * 1024;
 /// A step forward over no more than this is still reading in one direction.
 constexpr std::uint64_t smallStep = std::uint64_t{1024} * 1024;
-/// What is ahead of a reader that nobody reads.
+/// From here on nothing is kept of what is ahead of a reader that nobody reads.
 constexpr std::uint64_t mostAtRest = std::uint64_t{1024} * 1024;
 
 } // namespace
@@ -200,8 +200,9 @@ void ObjectReader::fetch(Bucket const& bucket, std::string const& key, std::stri
 }
 
 void ObjectReader::rest() noexcept {
-    run_ = std::min(run_, mostAtRest);
-    while (!parts_.empty() && parts_.back()->end() > expected_ + mostAtRest) {
+    // So far that reading on a little asks for nothing that the next rest would drop again.
+    run_ = std::min(run_, mostAtRest / 2);
+    while (!parts_.empty() && parts_.back()->offset >= expected_ + mostAtRest) {
         parts_.back()->isTaken = true;
         next_ = parts_.back()->offset;
         parts_.pop_back();
