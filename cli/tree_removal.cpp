@@ -83,7 +83,7 @@ TreeRemoval::TreeRemoval(Invocation& invocation, RemovalWishes const& wishes, Lo
       wishes_(wishes),
       items_(invocation, wishes),
       top_(top),
-      byStorage_(removesTrees(invocation.system(), top)),
+      byStorage_(!wishes.namesAlone() && removesTrees(invocation.system(), top)),
       path_(top) {}
 
 bool TreeRemoval::remove(std::string const& interrupted) {
@@ -115,7 +115,7 @@ std::vector<std::string> TreeRemoval::enter() {
     throwIfInterrupted();
     levels_.emplace_back();
     Location const location = path_.location();
-    std::vector<std::string> inner;
+    std::vector<std::string> entered;
     try {
         // Since it was listed, much may have been removed, and it may have been exchanged for a
         // link, which must not be followed.
@@ -127,13 +127,14 @@ std::vector<std::string> TreeRemoval::enter() {
             throw Refusal("is not a folder any more");
         }
         vfs::Folder const folder(location.iri, invocation_.system());
-        inner = foldersIn(folder);
-        auto const files = folder.listFiles();
+        std::vector<std::string> inner = foldersIn(folder);
+        auto const files = filesIn(folder);
         bool const empty = inner.empty() && files.empty();
         if (!empty && !items_.isWanted("enter", location)) {
             levels_.back().stays = true;
             return {};
         }
+        entered = std::move(inner);
         removeFiles(location, files);
     } catch (Refusal const&) {
         report(location);
@@ -145,7 +146,7 @@ std::vector<std::string> TreeRemoval::enter() {
     } catch (...) {
         noteUnlisted();
     }
-    return inner;
+    return entered;
 }
 
 // The exception that is being handled. An empty folder that cannot be read can be removed all the
@@ -176,6 +177,16 @@ std::vector<std::string> TreeRemoval::foldersIn(Folder const& folder) {
     return names;
 }
 
+// Where not even the first of them can be listed, there are none to be removed one by one.
+vfs::FolderListing<vfs::File> TreeRemoval::filesIn(Folder const& folder) {
+    try {
+        return folder.listFiles();
+    } catch (vfs::Exception const&) {
+        noteUnlisted();
+        return {};
+    }
+}
+
 void TreeRemoval::removeFiles(Location const& location,
                               vfs::FolderListing<vfs::File> const& files) {
     for (vfs::File const& file : files) {
@@ -193,7 +204,11 @@ void TreeRemoval::removeFiles(Location const& location,
 
 void TreeRemoval::leave() {
     Location const location = path_.location();
-    if (!levels_.back().stays && !removeEmptied(location)) {
+    if (levels_.back().stays) {
+        if (wishes_.namesAlone()) {
+            reportUnlisted();
+        }
+    } else if (!removeEmptied(location)) {
         levels_.back().stays = true;
     }
     bool const stays = levels_.back().stays;
@@ -206,21 +221,24 @@ bool TreeRemoval::removeEmptied(Location const& location) {
     Level& level = levels_.back();
     try {
         if (level.unlisted && wishes_.dryRun) {
-            invocation_.fail(level.unlisted->subject, level.unlisted->reason);
+            reportUnlisted();
             return false;
         }
         // What was not told of has no name to be asked by; the storage takes it along.
-        if (level.unlisted && byStorage_ && !wishes_.ask) {
+        if (level.unlisted && byStorage_) {
             EndingNotice const notice(interrupted_);
             return items_.removeTree(location);
         }
-        return items_.removeEmptyFolder(location);
+        if (items_.removeEmptyFolder(location)) {
+            return true;
+        }
+        reportUnlisted();
     } catch (vfs::Exception const& failure) {
         if (failure.getErrorCode() == vfs::ErrorCode::ResourceNotFound) {
             return true;
         }
         if (level.unlisted) {
-            invocation_.fail(level.unlisted->subject, level.unlisted->reason);
+            reportUnlisted();
         } else {
             report(location);
         }
@@ -228,6 +246,12 @@ bool TreeRemoval::removeEmptied(Location const& location) {
         report(location);
     }
     return false;
+}
+
+void TreeRemoval::reportUnlisted() {
+    if (auto const& unlisted = levels_.back().unlisted) {
+        invocation_.fail(unlisted->subject, unlisted->reason);
+    }
 }
 
 // The exception that is being handled; what is gone already is as it should be.

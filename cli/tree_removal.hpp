@@ -22,6 +22,8 @@ struct RemovalWishes {
 
     /// Whether there is nothing to be said of what is inside a folder.
     bool silent() const noexcept { return !ask && !verbose && !dryRun; }
+    /// Whether nothing may go, or be said to go, that has not been named.
+    bool namesAlone() const noexcept { return ask || dryRun; }
 };
 
 /// Removes items, and what there is to be asked and said of each. Links are removed, and not
@@ -53,9 +55,10 @@ class ItemRemoval {
 /// Where nothing is to be said of what is inside, the storage removes the tree by itself, if it
 /// can. That ends at the first failure; what is left then, and every tree of another storage, is
 /// walked, folder by folder, without recursion. What a listing cannot tell of, such a storage takes
-/// along with the folder, unless each item is to be asked for. A storage's own removal is safe from
-/// a folder that is exchanged for a link meanwhile, if the storage says so; the walk, which names
-/// each item by its path, is not.
+/// along with the folder, unless each item is to be asked for; then, and in a rehearsal, each
+/// folder that stays is reported with why it could not be listed. A storage's own removal is safe
+/// from a folder that is exchanged for a link meanwhile, if the storage says so; the walk, which
+/// names each item by its path, is not.
 class TreeRemoval {
   public:
     TreeRemoval(Invocation& invocation, RemovalWishes const& wishes, Location const& top);
@@ -78,18 +81,21 @@ class TreeRemoval {
     std::vector<std::string> enter();
     std::vector<std::string> foldersIn(Folder const& folder);
     void noteUnlisted();
+    foundation::storage::vfs::FolderListing<foundation::storage::vfs::File>
+    filesIn(Folder const& folder);
     void removeFiles(
         Location const& location,
         foundation::storage::vfs::FolderListing<foundation::storage::vfs::File> const& files);
     void leave();
     bool removeEmptied(Location const& location);
+    void reportUnlisted();
     void report(Location const& location);
 
     Invocation& invocation_;
     RemovalWishes const& wishes_;
     ItemRemoval const items_;
     Location const top_;
-    bool const byStorage_; ///< whether the storage can remove trees
+    bool const byStorage_; ///< whether the storage can remove trees, and may remove unnamed items
     std::string interrupted_;
     WalkedPath path_;
     std::vector<Level> levels_;

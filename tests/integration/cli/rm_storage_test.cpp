@@ -9,7 +9,9 @@
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
 #include <memory>
+#include <unistd.h>
 
 namespace cli_test {
 namespace {
@@ -20,6 +22,25 @@ namespace provider = foundation::storage::provider;
 using conformance::Operation;
 using provider::memory::MemoryProvider;
 using ::testing::HasSubstr;
+
+/// Standard input is at its end meanwhile, which answers every question with no.
+class NoAnswers {
+  public:
+    NoAnswers() : before_(::dup(STDIN_FILENO)) {
+        int const nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(::dup2(nothing, STDIN_FILENO), STDIN_FILENO);
+        ::close(nothing);
+    }
+    ~NoAnswers() {
+        ::dup2(before_, STDIN_FILENO);
+        ::close(before_);
+    }
+    NoAnswers(NoAnswers const&) = delete;
+    NoAnswers& operator=(NoAnswers const&) = delete;
+
+  private:
+    int const before_;
+};
 
 class RmOverAStorage : public ::testing::Test {
   protected:
@@ -69,6 +90,23 @@ TEST_F(RmOverAStorage, WalksWhereTheStorageDoesNotRemoveTreesOrItemsAreNamed) {
         EXPECT_EQ(counter->countOf(Operation::RemoveFile), 4u);
         EXPECT_EQ(counter->countOf(Operation::RemoveFolder), 4u);
     }
+}
+
+TEST_F(RmOverAStorage, DoesNotAskAStorageWhatItWillNotBeLeftTo) {
+    auto const asked = [this](cli::Words const& words) {
+        auto const counter = conformance::decorate<conformance::CallCounter>(memory_);
+        EXPECT_EQ(runOver(counter, words).code, 0);
+        return counter->countOf(Operation::HasFeature);
+    };
+    EXPECT_EQ(asked({"rm", "-r", "--dry-run", "odd:/t"}), 0u);
+    EXPECT_EQ(asked({"rm", "-ri", "--dry-run", "odd:/t"}), 0u);
+    {
+        NoAnswers const none;
+        EXPECT_EQ(asked({"rm", "-ri", "odd:/t"}), 0u);
+    }
+    EXPECT_TRUE(isThere("t"));
+    EXPECT_GT(asked({"rm", "-r", "odd:/t"}), 0u);
+    EXPECT_FALSE(isThere("t"));
 }
 
 // What somebody else makes in the folder while it is removed is not lost sight of.

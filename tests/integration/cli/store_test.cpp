@@ -26,9 +26,11 @@ using ::testing::Not;
 
 class CommandOnAStore : public ::testing::Test {
   protected:
-    Outcome run(std::vector<std::string> words, std::string const& secret = "CANARYSECRET/+=") {
+    Outcome run(std::vector<std::string> words,
+                std::string const& secret = "CANARYSECRET/+=", std::string const& answers = {}) {
         Outcome outcome = CommandRun::vfs(std::move(words))
                               .in(folder_.path())
+                              .input(answers)
                               .environment("HOME", folder_.path().string())
                               .environment("no_proxy", "127.0.0.1")
                               .environment("AWS_ENDPOINT_URL", "http://" + store_.authority())
@@ -39,6 +41,11 @@ class CommandOnAStore : public ::testing::Test {
                               .run();
         EXPECT_THAT(outcome.out + outcome.err, Not(HasSubstr("CANARY")));
         return outcome;
+    }
+
+    /// What rm does where it asks for each item, and these are the answers.
+    Outcome removeAsking(std::string const& location, std::string const& answers) {
+        return run({"rm", "-ri", location}, "CANARYSECRET/+=", answers);
     }
 
     /// An object of this name, whatever location has it.
@@ -211,6 +218,54 @@ TEST_F(CommandOnAStore, RemovesWhatHasNoNameAlongWithItsFolder) {
                            "removed s3://good/d/e/\n"
                            "removed s3://good/d/m/\nremoved s3://good/d/\n");
     EXPECT_EQ(run({"find", "s3://good/"}).out, "");
+}
+
+TEST_F(CommandOnAStore, AsksBeforeItEntersAFolderThatCannotBeListedWhole) {
+    put("d/e/1");
+    put("d//hidden");
+    std::string const unlisted =
+        "vfs: rm: s3://good/d: input or output failed (1 key or prefix of keys cannot be listed as "
+        "files and folders, the first: d//)\n";
+    std::string const kept = unlisted + "vfs: rm: 0 of 1 location removed, 1 failed: s3://good/d\n";
+
+    Outcome const notEntered = removeAsking("s3://good/d", "n\n");
+    EXPECT_EQ(notEntered.err, "vfs: rm: enter s3://good/d? " + kept);
+    EXPECT_EQ(notEntered.code, 1);
+    Outcome const innerKept = removeAsking("s3://good/d", "y\nn\n");
+    EXPECT_EQ(innerKept.err, "vfs: rm: enter s3://good/d? vfs: rm: enter s3://good/d/e? " + kept);
+    EXPECT_EQ(innerKept.code, 1);
+    EXPECT_THAT(run({"find", "s3://good/d"}).out, "e\ne/1\n");
+    Outcome const agreed = removeAsking("s3://good/d", "y\ny\ny\ny\ny\n");
+    EXPECT_THAT(agreed.err, AllOf(HasSubstr("remove s3://good/d/e/1? "), HasSubstr(kept)));
+    EXPECT_EQ(agreed.code, 1);
+    EXPECT_EQ(run({"find", "s3://good/d"}).out, "");
+    EXPECT_EQ(run({"exists", "s3://good/d"}).code, 0) << "with what could not be asked for";
+
+    Outcome const left = removeAsking("s3://good/d", "n\n");
+    EXPECT_EQ(left.err, "vfs: rm: remove s3://good/d? " + kept);
+    EXPECT_EQ(left.code, 1);
+}
+
+TEST_F(CommandOnAStore, NamesEachFolderThatStaysForKeysWithoutNames) {
+    for (char const* const key : {"d/x", "d/x/below", "d/e//hidden", "d/e/f/1", "d//hidden"}) {
+        put(key, key);
+    }
+    std::string answers;
+    for (int i = 0; i < 20; ++i) {
+        answers += "y\n";
+    }
+    for (Outcome const& outcome :
+         {run({"rm", "-r", "--dry-run", "s3://good/d"}),
+          run({"rm", "-ri", "--dry-run", "s3://good/d"}), removeAsking("s3://good/d", answers)}) {
+        EXPECT_EQ(outcome.code, 1);
+        for (std::string const folder : {"s3://good/d", "s3://good/d/e"}) {
+            EXPECT_THAT(outcome.err, HasSubstr("vfs: rm: " + folder + ": input or output failed ("))
+                << outcome.err;
+        }
+        EXPECT_THAT(outcome.err, HasSubstr("0 of 1 location "));
+    }
+    EXPECT_EQ(run({"exists", "s3://good/d/e"}).code, 0) << "what could not be asked for";
+    EXPECT_EQ(run({"exists", "s3://good/d/e/f"}).code, 1);
 }
 
 TEST_F(CommandOnAStore, SaysWhatIsWrongWithTheWayToTheStore) {
