@@ -120,6 +120,15 @@ class LyingReads(Connection):
             time.sleep(60)
         self.send(self.good())
 
+    def do_is_down_beyond_a_mebibyte(self):
+        """Until there is an object that is called so."""
+        first = re.match(r'bytes=(\d+)', self.fields.get('range', ''))
+        if self.operation == 'get' and first and int(first[1]) >= 1 << 20 and \
+                'up' not in self.bucket.objects:
+            self.send(error(503, 'SlowDown'))
+        else:
+            self.send(self.good())
+
     def do_tells_odd_metadata(self):
         """That is no ASCII, and so cannot be sent as it is."""
         status, fields, body = self.good()

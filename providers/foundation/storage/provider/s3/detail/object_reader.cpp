@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -16,8 +18,11 @@ constexpr std::size_t endRange = std::size_t{128} * 1024;
 constexpr std::uint64_t smallestPart = std::uint64_t{128} * 1024;
 /// A step forward over no more than this is still reading in one direction.
 constexpr std::uint64_t smallStep = std::uint64_t{1024} * 1024;
-/// From here on nothing is kept of what is ahead of a reader that nobody reads.
+/// What a reader keeps that nobody reads, with the little of it that a step back may want.
 constexpr std::uint64_t mostAtRest = std::uint64_t{1024} * 1024;
+constexpr std::uint64_t keptBehind = std::uint64_t{64} * 1024;
+/// What is no larger comes to its end though nobody wants it, and its connection serves again.
+constexpr std::size_t largestWorthAnEnd = std::size_t{1024} * 1024;
 
 } // namespace
 
@@ -112,7 +117,7 @@ std::size_t ObjectReader::readAt(std::uint64_t position, std::span<char> buffer)
 /// The part with the byte at a position, which it has by then.
 ObjectReader::Part& ObjectReader::partAt(std::uint64_t position, std::uint64_t wanted) {
     while (!parts_.empty() && parts_.front()->end() <= position) {
-        parts_.front()->isTaken = true;
+        drop(*parts_.front());
         parts_.pop_front();
     }
     bool const isThere = !parts_.empty() && parts_.front()->offset <= position;
@@ -128,10 +133,9 @@ ObjectReader::Part& ObjectReader::partAt(std::uint64_t position, std::uint64_t w
     Part& part = *parts_.front();
     if (!part.isReady) {
         try {
-            if (!part.isTaken.exchange(true)) {
+            // What failed ahead may have failed long ago, when nobody needed it.
+            if (!part.isTaken.exchange(true) || !hasCome(part)) {
                 fetch(part);
-            } else {
-                part.done.get();
             }
         } catch (...) {
             forget(); // nobody will ever say that it is there
@@ -141,6 +145,18 @@ ObjectReader::Part& ObjectReader::partAt(std::uint64_t position, std::uint64_t w
         part.isReady = true;
     }
     return part;
+}
+
+/// Whether it came well; waits for who took it. REQUIRES: that was another one, and nobody has
+/// asked before.
+bool ObjectReader::hasCome(Part& part) noexcept {
+    try {
+        part.done.get();
+        part.isReady = true;
+    } catch (...) { // who needs it asks again, and is told
+        return false;
+    }
+    return true;
 }
 
 /// Asks for what is to come, as far as it is worth it by what was read so far.
@@ -168,9 +184,10 @@ void ObjectReader::add(std::uint64_t size, Start start) {
     part->size = static_cast<std::size_t>(std::min(size, endOfParts() - next_));
     part->bytes = std::make_unique_for_overwrite<char[]>(part->size);
     part->done = part->promise.get_future();
+    part->stop = part->size > largestWorthAnEnd ? std::stop_source() : stop_;
     if (start == Start::Now) {
         threads_->run([part, bucket = bucket_, key = key_, eTag = eTag_, whole = size_,
-                       stop = stop_.get_token()] {
+                       stop = part->stop.get_token()] {
             if (part->isTaken.exchange(true)) {
                 return;
             }
@@ -202,16 +219,68 @@ void ObjectReader::fetch(Bucket const& bucket, std::string const& key, std::stri
 void ObjectReader::rest() noexcept {
     // So far that reading on a little asks for nothing that the next rest would drop again.
     run_ = std::min(run_, mostAtRest / 2);
-    while (!parts_.empty() && parts_.back()->offset >= expected_ + mostAtRest) {
-        parts_.back()->isTaken = true;
-        next_ = parts_.back()->offset;
+    std::uint64_t from = expected_ - std::min(expected_, keptBehind);
+    while (!parts_.empty() && parts_.front()->end() <= from) {
+        drop(*parts_.front());
+        parts_.pop_front();
+    }
+    if (parts_.empty()) {
+        return;
+    }
+    from = std::max(from, parts_.front()->offset);
+    std::size_t kept = 0;
+    while (kept < parts_.size() && isKept(parts_[kept], from, from + mostAtRest)) {
+        ++kept;
+    }
+    while (parts_.size() > kept) {
+        drop(*parts_.back());
         parts_.pop_back();
+    }
+    next_ = kept > 0 ? parts_.back()->end() : expected_;
+}
+
+/// Whether there is something to keep of a part: all of it where it lies between these two, and a
+/// copy of what does where it has come.
+bool ObjectReader::isKept(PartPtr& part, std::uint64_t from, std::uint64_t to) noexcept {
+    bool const isOver =
+        !part->isReady && part->done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    if (part->offset >= to || (isOver && !hasCome(*part))) {
+        return false;
+    }
+    if (part->offset >= from && part->end() <= to) {
+        return true;
+    }
+    if (!part->isReady) {
+        return false;
+    }
+    try {
+        auto piece = std::make_shared<Part>();
+        piece->offset = std::max(part->offset, from);
+        piece->size = static_cast<std::size_t>(std::min(part->end(), to) - piece->offset);
+        piece->bytes = std::make_unique_for_overwrite<char[]>(piece->size);
+        piece->isTaken = true;
+        piece->isReady = true;
+        std::memcpy(piece->bytes.get(),
+                    part->bytes.get() + static_cast<std::size_t>(piece->offset - part->offset),
+                    piece->size);
+        part = std::move(piece);
+    } catch (std::bad_alloc const&) {
+        return false;
+    }
+    return true;
+}
+
+/// What nobody has begun is not begun any more.
+void ObjectReader::drop(Part& part) noexcept {
+    part.isTaken = true;
+    if (part.size > largestWorthAnEnd) {
+        part.stop.request_stop();
     }
 }
 
 void ObjectReader::forget() noexcept {
     for (PartPtr const& part : parts_) {
-        part->isTaken = true; // what nobody has begun is not begun any more
+        drop(*part);
     }
     parts_.clear();
 }

@@ -37,7 +37,7 @@ class ObjectReader {
     std::uint64_t size() const noexcept { return size_; }
     /// Fills the buffer; fewer bytes only at the end of the object.
     std::size_t readAt(std::uint64_t position, std::span<char> buffer);
-    /// Keeps only a little of what was asked for ahead.
+    /// Keeps no more than a mebibyte besides what it was opened with.
     void rest() noexcept;
 
   private:
@@ -50,6 +50,7 @@ class ObjectReader {
         std::atomic<bool> isTaken{false};
         std::promise<void> promise;
         std::future<void> done;
+        std::stop_source stop{std::nostopstate}; ///< its own, where it is a large one
         bool isReady = false;
 
         std::uint64_t end() const noexcept { return offset + size; }
@@ -66,6 +67,9 @@ class ObjectReader {
     void fetch(Part& part) const;
     static void fetch(Bucket const& bucket, std::string const& key, std::string const& eTag,
                       std::uint64_t size, std::stop_token const& stop, Part& part);
+    static bool hasCome(Part& part) noexcept;
+    static bool isKept(PartPtr& part, std::uint64_t from, std::uint64_t to) noexcept;
+    static void drop(Part& part) noexcept;
     void forget() noexcept;
 
     std::shared_ptr<Bucket const> const bucket_;
@@ -76,7 +80,7 @@ class ObjectReader {
     std::uint64_t knownFrom_ = 0; ///< what it was opened with: the start, or all behind a position
     std::size_t knownSize_ = 0;
     std::shared_ptr<char const[]> known_;
-    std::stop_source stop_;      ///< of what goes ahead
+    std::stop_source stop_;      ///< of the small ones among what goes ahead
     std::deque<PartPtr> parts_;  ///< one behind the other, without gaps
     std::uint64_t next_ = 0;     ///< where the part behind them begins
     std::uint64_t run_ = 0;      ///< bytes read in one direction since the last jump
