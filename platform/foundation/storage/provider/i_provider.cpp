@@ -7,6 +7,7 @@
 #include <foundation/storage/provider/extensions/i_links.hpp>
 #include <foundation/storage/provider/extensions/i_pinned_stream.hpp>
 #include <foundation/storage/provider/extensions/i_replacing_streams.hpp>
+#include <foundation/storage/provider/extensions/i_resting_stream.hpp>
 #include <foundation/storage/provider/extensions/i_small_file_copies.hpp>
 #include <foundation/storage/provider/factories.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
@@ -29,6 +30,7 @@ extensions::IFolderAttributes::~IFolderAttributes() = default;
 extensions::ILinks::~ILinks() = default;
 extensions::INewFileAttributes::~INewFileAttributes() = default;
 extensions::IPinnedStream::~IPinnedStream() = default;
+extensions::IRestingStream::~IRestingStream() = default;
 extensions::IReplacingStreams::~IReplacingStreams() = default;
 extensions::ISmallFileCopies::~ISmallFileCopies() = default;
 

@@ -4,10 +4,15 @@
 #include "provider_fixture.hpp"
 
 #include <foundation/storage/provider/byte_stream_failure.hpp>
+#include <foundation/storage/provider/extensions/i_flushable_filesystem.hpp>
 #include <foundation/storage/provider/tar/tar_factory.hpp>
 #include <foundation/storage/provider/zip/zip_factory.hpp>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <chrono>
+#include <malloc.h>
 #include <thread>
 
 namespace foundation::storage::provider::s3 {
@@ -47,8 +52,62 @@ class S3Archives : public ProviderOfBucket {
     static StorageIRI inTar(ustring const& path) {
         return StorageIRI(u"tar", at(u"a.tar"), u"/" + path);
     }
+    /// Of the given content, which is stored.
+    void putZipped(std::vector<std::pair<ustring, std::string>> const& members) const {
+        StorageItem const outer(provider_, at(u"a.zip"));
+        outer.createFile();
+        auto const writing = zip::buildZipProvider(outer);
+        for (auto const& [name, bytes] : members) {
+            auto const stream = writing->openStream(in(name), {});
+            stream->write(bytes.data(), static_cast<long>(bytes.size()));
+            stream->close();
+        }
+        dynamic_cast<extensions::IFlushableFilesystem&>(*writing).flushFilesystem();
+    }
     std::shared_ptr<IProvider> archive_;
 };
+
+std::size_t memoryInUse() {
+    struct mallinfo2 const info = ::mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+std::string littleEndian(std::uint32_t number) {
+    std::string bytes;
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+        bytes += static_cast<char>(number >> shift & 0xFF);
+    }
+    return bytes;
+}
+
+/// Of RFC 1952, section 8.
+std::uint32_t checkSumOf(std::string const& bytes) {
+    std::array<std::uint32_t, 256> table{};
+    for (std::uint32_t i = 0; i < table.size(); ++i) {
+        table[i] = i;
+        for (int bit = 0; bit < 8; ++bit) {
+            table[i] = (table[i] & 1) != 0 ? 0xEDB88320U ^ table[i] >> 1 : table[i] >> 1;
+        }
+    }
+    std::uint32_t sum = 0xFFFFFFFFU;
+    for (char const byte : bytes) {
+        sum = table[(sum ^ static_cast<unsigned char>(byte)) & 0xFF] ^ sum >> 8;
+    }
+    return ~sum;
+}
+
+/// In blocks that are stored as they are.
+std::string gzipped(std::string const& bytes) {
+    std::string result("\x1f\x8b\x08\0\0\0\0\0\0\3", 10);
+    constexpr std::size_t most = 65'535;
+    for (std::size_t at = 0; at < bytes.size(); at += most) {
+        auto const size = static_cast<std::uint32_t>(std::min(most, bytes.size() - at));
+        result += '\0' + littleEndian(size | ~size << 16);
+        result.append(bytes, at, size);
+    }
+    return result + std::string("\1\0\0\xff\xff", 5) + littleEndian(checkSumOf(bytes)) +
+           littleEndian(static_cast<std::uint32_t>(bytes.size()));
+}
 
 /// As POSIX has it; the n-th member has noise(size, n).
 std::string tarred(Members const& members) {
@@ -157,15 +216,7 @@ TEST_F(S3Archives, MembersInTheirOrderTakeFewRequests) {
 
 TEST_F(S3Archives, AnArchiveInAnArchiveTakesOneMoreEach) {
     std::string const inner = zipped({{"deep", 5000}, {"deeper", 900'000}});
-    StorageItem const outer(provider_, at(u"a.zip"));
-    outer.createFile();
-    auto const writing = zip::buildZipProvider(outer);
-    for (auto const& [name, bytes] : {std::pair{u"i.zip", inner}, {u"rest", noise(900'000, 9)}}) {
-        auto const stream = writing->openStream(in(name), {});
-        stream->write(bytes.data(), static_cast<long>(bytes.size()));
-        stream->close();
-    }
-    StorageItem(writing, in(u"i.zip")).flushFilesystem();
+    putZipped({{u"i.zip", inner}, {u"rest", noise(900'000, 9)}});
     std::string text;
     EXPECT_EQ(asked([&] {
                   archive_ = openArchive();
@@ -175,6 +226,68 @@ TEST_F(S3Archives, AnArchiveInAnArchiveTakesOneMoreEach) {
               }),
               "HEAD GET GET GET");
     EXPECT_EQ(text, noise(5000, 0));
+}
+
+/// Of a member read up to its midst, and what that leaves.
+class S3ArchivesAtRest : public S3Archives {
+  protected:
+    static constexpr std::size_t mebibyte = std::size_t{1024} * 1024;
+    static constexpr std::size_t large = 40 * mebibyte;
+
+    static void readHalf(IProvider const& archive, StorageIRI const& location) {
+        auto const stream = archive.openReadOnlyStream(location);
+        std::string buffer(100'000, '\0');
+        for (std::size_t done = 0; done < large / 2; done += buffer.size()) {
+            ASSERT_EQ(stream->read(buffer.data(), static_cast<long>(buffer.size())),
+                      static_cast<long>(buffer.size()));
+        }
+    }
+    /// What is on its way yet ends soon.
+    static void expectLittleInUse(std::size_t before, std::size_t most) {
+        auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (memoryInUse() > before + most && std::chrono::steady_clock::now() < limit) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        EXPECT_LE(memoryInUse(), before + most) << "before: " << before;
+    }
+};
+
+TEST_F(S3ArchivesAtRest, AnArchiveInAnArchiveKeepsAMebibyte) {
+    putZipped({{u"i.zip", zipped({{"large", large}})}, {u"rest", noise(900'000, 9)}});
+    archive_ = openArchive();
+    std::size_t const before = memoryInUse();
+    if (before == 0) {
+        GTEST_SKIP() << "this allocator does not tell what is in use";
+    }
+    auto const within = zip::buildZipProvider(StorageItem(archive_, in(u"i.zip")));
+    readHalf(*within, StorageIRI(u"zip", in(u"i.zip"), u"/large"));
+    expectLittleInUse(before, 2 * mebibyte);
+}
+
+TEST_F(S3ArchivesAtRest, ATarArchiveInAnArchiveKeepsAMebibyte) {
+    putZipped({{u"i.tar", tarred({{"large", large}})}});
+    archive_ = openArchive();
+    std::size_t const before = memoryInUse();
+    if (before == 0) {
+        GTEST_SKIP() << "this allocator does not tell what is in use";
+    }
+    auto const within = tar::buildTarProvider(StorageItem(archive_, in(u"i.tar")));
+    readHalf(*within, StorageIRI(u"tar", in(u"i.tar"), u"/large"));
+    expectLittleInUse(before, 2 * mebibyte);
+}
+
+TEST_F(S3ArchivesAtRest, ACompressedTarArchiveKeepsAMebibyteBesidesItsCache) {
+    put("a.tar", gzipped(tarred({{"large", large}})));
+    useNew();
+    tar::TarOptions small;
+    small.cacheSize = mebibyte;
+    archive_ = tar::buildTarProvider(StorageItem(provider_, at(u"a.tar")), small);
+    std::size_t const before = memoryInUse();
+    if (before == 0) {
+        GTEST_SKIP() << "this allocator does not tell what is in use";
+    }
+    readHalf(*archive_, inTar(u"large"));
+    expectLittleInUse(before, 4 * mebibyte);
 }
 
 TEST_F(S3Archives, ATarArchiveIsOpenedOnce) {

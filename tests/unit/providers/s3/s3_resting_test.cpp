@@ -21,8 +21,8 @@ class S3Resting : public TroubledBucket {
         std::string bytes(count, '\0');
         std::size_t done = 0;
         while (done < count) {
-            long const got = stream.read(bytes.data() + done,
-                                         static_cast<long>(std::min(count - done, step)));
+            long const got =
+                stream.read(bytes.data() + done, static_cast<long>(std::min(count - done, step)));
             if (got <= 0) {
                 break;
             }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <foundation/export.hpp>
+#include <foundation/storage/provider/extensions/i_resting_stream.hpp>
 #include <foundation/storage/provider/fwd.hpp>
 
 #include <memory>
@@ -10,16 +11,13 @@ namespace foundation::storage::provider::extensions {
 /// Second base of a stream for reading that is of the version of the file that was there when it
 /// was opened: where there is another one by now, reading fails. It may be kept as long as one
 /// likes; found by a dynamic cast.
-class FOUNDATION_EXPORT IPinnedStream {
+class FOUNDATION_EXPORT IPinnedStream : public IRestingStream {
   public:
-    virtual ~IPinnedStream();
+    ~IPinnedStream() override;
     /// Another stream of the same version, at its start. The storage is not asked before it is
     /// read, and not for bytes that came with the opening of this one. Safe on any thread, as long
     /// as nobody does anything else with this one. REQUIRES: it is not closed.
     virtual std::unique_ptr<ByteStream> openAnother() const = 0;
-    /// Of what was asked for ahead, keeps no more than a mebibyte or so, as nobody may read on for
-    /// long; whoever does goes on as before. REQUIRES: the same.
-    virtual void rest() noexcept = 0;
 };
 
 } // namespace foundation::storage::provider::extensions

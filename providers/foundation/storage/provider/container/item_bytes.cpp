@@ -13,7 +13,14 @@ constexpr std::size_t tailSize = 512;
 
 ItemBytes::ItemBytes(std::unique_ptr<ByteStream> stream)
     : stream_(std::move(stream)),
-      pinned_(dynamic_cast<extensions::IPinnedStream*>(stream_.get())) {}
+      pinned_(dynamic_cast<extensions::IPinnedStream*>(stream_.get())),
+      resting_(dynamic_cast<extensions::IRestingStream*>(stream_.get())) {}
+
+void ItemBytes::rest() noexcept {
+    if (resting_ != nullptr) {
+        resting_->rest();
+    }
+}
 
 std::size_t ItemBytes::readAt(std::uint64_t position, std::span<unsigned char> buffer) {
     isGood_ = false; // until the end

@@ -22,6 +22,9 @@ class ItemBytes {
     /// What the stream is besides; null where it is not pinned.
     extensions::IPinnedStream* pinned() const noexcept { return pinned_; }
 
+    /// As of the stream, where that knows how.
+    void rest() noexcept;
+
     /// Reads up to as many bytes as there is room for; fewer only at the end of the item.
     std::size_t readAt(std::uint64_t position, std::span<unsigned char> buffer);
     /// Asks for the end of the item.
@@ -32,6 +35,7 @@ class ItemBytes {
   private:
     std::unique_ptr<ByteStream> stream_;
     extensions::IPinnedStream* const pinned_;
+    extensions::IRestingStream* const resting_;
     std::uint64_t position_ = 0;
     std::vector<unsigned char> tail_; ///< what was read last, before the position
     bool isGood_ = true;

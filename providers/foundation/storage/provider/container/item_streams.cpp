@@ -75,11 +75,10 @@ void ItemStreams::Return::operator()(ItemBytes* bytes) const noexcept {
         }
         return;
     }
-    if (pinned != nullptr) {
-        pinned->rest();
-    } else if (!owner->isNested_) {
+    if (pinned == nullptr && !owner->isNested_) {
         return;
     }
+    returned->rest();
     std::lock_guard const lock(owner->mutex_); // released before what is too much goes
     if (owner->idle_.size() < mostIdle) {
         owner->idle_.push_back(std::move(returned));

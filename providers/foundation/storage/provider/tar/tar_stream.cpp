@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/extensions/i_resting_stream.hpp>
 
 #include <algorithm>
 #include <limits>
@@ -22,7 +23,7 @@ namespace {
 using Bytes = std::span<unsigned char>;
 
 /// What all members have in common: a position, and failures that stay.
-class MemberStream : public ByteStream {
+class MemberStream : public ByteStream, public extensions::IRestingStream {
   public:
     explicit MemberStream(std::uint64_t size) : size_(size) {}
 
@@ -122,6 +123,8 @@ class DirectMember final : public MemberStream {
           bytes_(std::move(bytes)),
           begin_(member.place) {}
 
+    void rest() noexcept override { bytes_->rest(); }
+
   private:
     void readAt(std::uint64_t position, Bytes buffer) override {
         if (bytes_->readAt(begin_ + position, buffer) != buffer.size()) {
@@ -140,6 +143,12 @@ class ParsedMember final : public MemberStream {
           readers_(std::move(readers)),
           member_(member),
           reader_(readers_->lend(member_)) {}
+
+    void rest() noexcept override {
+        if (reader_) { // else beginning again has failed
+            reader_->rest();
+        }
+    }
 
   private:
     void readAt(std::uint64_t position, Bytes buffer) override {

@@ -2,6 +2,7 @@
 
 #include <foundation/storage/provider/byte_stream_failure.hpp>
 #include <foundation/storage/provider/exception.hpp>
+#include <foundation/storage/provider/extensions/i_resting_stream.hpp>
 #include <foundation/storage/provider/zip/detail/decoder.hpp>
 #include <foundation/storage/provider/zip/detail/member_bytes.hpp>
 
@@ -31,7 +32,7 @@ constexpr char const* wrongSize =
     "the content is damaged: it has not the size that the archive tells";
 
 /// What all members have in common: a position, and failures that stay.
-class MemberStream : public ByteStream {
+class MemberStream : public ByteStream, public extensions::IRestingStream {
   public:
     MemberStream(MemberBytes bytes, Member const& member)
         : bytes_(std::move(bytes)),
@@ -82,6 +83,8 @@ class MemberStream : public ByteStream {
         checkOpen<ByteStreamCloseFailure>();
         isClosed_ = true;
     }
+
+    void rest() noexcept override { bytes_.rest(); }
 
   protected:
     /// Reads all of it. REQUIRES: it lies within the member; empty only where the member is, which

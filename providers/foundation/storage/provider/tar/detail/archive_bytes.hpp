@@ -24,6 +24,8 @@ class ArchiveBytes {
     virtual std::uint64_t reach(std::uint64_t position) = 0;
     /// How many there are, where going back costs no more than going on.
     virtual std::optional<std::uint64_t> size() const { return std::nullopt; }
+    /// As of the item's bytes, since nobody may read on for long.
+    virtual void rest() noexcept = 0;
     /// Whether no call has failed.
     virtual bool isGood() const noexcept = 0;
 };

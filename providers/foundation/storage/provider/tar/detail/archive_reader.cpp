@@ -139,6 +139,12 @@ ArchiveSource::Lent ArchiveReader::takeBytes() noexcept {
     return std::move(bytes_);
 }
 
+void ArchiveReader::rest() noexcept {
+    if (bytes_) {
+        bytes_->rest();
+    }
+}
+
 bool ArchiveReader::next() {
     LocaleScope const scope(charset_);
     block_ = {};

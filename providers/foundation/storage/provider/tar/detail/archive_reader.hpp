@@ -28,6 +28,8 @@ class ArchiveReader {
 
     /// Ends it, for another one over the same bytes.
     ArchiveSource::Lent takeBytes() noexcept;
+    /// As of the bytes, where they were not taken.
+    void rest() noexcept;
     /// Goes to the next header; false at the end.
     bool next();
     /// Whether next() has not come to the end or a failure, nor read() to the latter.

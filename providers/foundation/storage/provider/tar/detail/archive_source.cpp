@@ -88,6 +88,7 @@ void ArchiveSource::Return::operator()(ArchiveBytes* bytes) const noexcept {
     if (!owner->cache_ || !bytes->isGood()) {
         return;
     }
+    returned->rest();
     std::lock_guard const lock(owner->mutex_);
     if (owner->idle_.size() < mostIdle) {
         owner->idle_.emplace_back(static_cast<DecodedBytes*>(returned.release()));

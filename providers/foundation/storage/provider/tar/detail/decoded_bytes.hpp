@@ -21,6 +21,7 @@ class DecodedBytes final : public ArchiveBytes {
     std::span<unsigned char const> see(std::uint64_t position) override;
     std::size_t readAt(std::uint64_t position, std::span<unsigned char> buffer) override;
     std::uint64_t reach(std::uint64_t position) override;
+    void rest() noexcept override { item_->rest(); }
     bool isGood() const noexcept override { return isGood_; }
     /// How far decoding has come.
     std::uint64_t position() const noexcept { return next_ * BlockCache::blockSize; }

@@ -74,6 +74,7 @@ void MemberReaders::Return::operator()(ArchiveReader* reader) const noexcept {
     if (!owner || !returned->isGood()) {
         return;
     }
+    returned->rest();
     std::lock_guard const lock(owner->mutex_);
     if (owner->idle_.size() == mostIdle) { // the older one goes
         owner->idle_.erase(owner->idle_.begin());

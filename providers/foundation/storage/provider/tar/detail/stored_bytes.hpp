@@ -18,6 +18,7 @@ class StoredBytes final : public ArchiveBytes {
     std::size_t readAt(std::uint64_t position, std::span<unsigned char> buffer) override;
     std::uint64_t reach(std::uint64_t position) override;
     std::optional<std::uint64_t> size() const override { return size_; }
+    void rest() noexcept override { item_->rest(); }
     bool isGood() const noexcept override { return item_->isGood(); }
 
   private:

@@ -22,6 +22,8 @@ class MemberBytes {
     /// Reads all of it, `position` counted from the member's first byte. Throws
     /// ByteStreamReadFailure where the item ends before.
     void readExactly(std::uint64_t position, std::span<unsigned char> buffer);
+    /// As of the item's bytes.
+    void rest() noexcept { item_->rest(); }
 
   private:
     container::ItemStreams::Lent item_;
