@@ -7,6 +7,7 @@
 
 #include <foundation/storage/provider/s3/detail/bucket.hpp>
 
+#include <chrono>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <set>
@@ -82,6 +83,22 @@ class CommandOnAStore : public ::testing::Test {
         return sum;
     }
 
+    /// The requests of one call. What a store said is remembered for a second; a call that takes
+    /// longer, as on a busy machine, may ask again, and is not counted but done anew.
+    template<class Call>
+    std::size_t requestsOf(Call const& call) const {
+        using Clock = std::chrono::steady_clock;
+        for (int calls = 1;; ++calls) {
+            std::size_t const before = store_.requests().size();
+            auto const start = Clock::now();
+            call();
+            bool const isQuick = Clock::now() - start < std::chrono::seconds(1);
+            if (isQuick || calls == 20) {
+                return store_.requests().size() - before;
+            }
+        }
+    }
+
     TemporaryFolder folder_;
     LyingServer store_;
 };
@@ -116,22 +133,18 @@ TEST_F(CommandOnAStore, ReadsOfAnArchiveWhatItNeedsAlone) {
                    "cp d/x.csv d/y.csv; zip -q a.zip d d/x.csv d/large d/y.csv");
     EXPECT_EQ(run({"cp", "a.zip", "s3://good/a.zip"}).err, "");
 
-    std::size_t const before = store_.requests().size();
-    std::size_t const listed = bytesAsked([&] {
+    auto const list = [&] {
         EXPECT_EQ(run({"find", "zip:s3://good/a.zip!/"}).out, "d\nd/x.csv\nd/large\nd/y.csv\n");
-    });
-    std::size_t const listing = store_.requests().size() - before;
-    std::size_t const read = bytesAsked([&] {
-        EXPECT_EQ(run({"cat", "zip:s3://good/a.zip!/d/x.csv"}).out,
+    };
+    auto const read = [&](std::string const& name) {
+        EXPECT_EQ(run({"cat", "zip:s3://good/a.zip!/d/" + name}).out,
                   shell(folder_, "cat d/x.csv").out);
-    });
-    EXPECT_THAT(listed, AllOf(Gt(0U), Le(200'000U)));
-    EXPECT_THAT(read, AllOf(Gt(0U), Le(400'000U)));
-    EXPECT_EQ(listing, 2U) << "what it is, and its end with the directory";
-    std::size_t const reading = store_.requests().size() - before - listing;
-    EXPECT_EQ(reading, 3U) << "and the file";
-    EXPECT_EQ(run({"cat", "zip:s3://good/a.zip!/d/y.csv"}).out, shell(folder_, "cat d/x.csv").out);
-    EXPECT_EQ(store_.requests().size() - before - listing - reading, 2U) << "which is at the end";
+    };
+    EXPECT_THAT(bytesAsked(list), AllOf(Gt(0U), Le(200'000U)));
+    EXPECT_THAT(bytesAsked([&] { read("x.csv"); }), AllOf(Gt(0U), Le(400'000U)));
+    EXPECT_EQ(requestsOf(list), 2U) << "what it is, and its end with the directory";
+    EXPECT_EQ(requestsOf([&] { read("x.csv"); }), 3U) << "and the file";
+    EXPECT_EQ(requestsOf([&] { read("y.csv"); }), 2U) << "which is at the end";
 }
 
 TEST_F(CommandOnAStore, RemovesATreeAndNothingBesideIt) {
