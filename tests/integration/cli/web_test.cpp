@@ -2,6 +2,7 @@
 
 #include "unit/providers/http/lying_server.hpp"
 
+#include <chrono>
 #include <filesystem>
 #include <gmock/gmock.h>
 
@@ -74,13 +75,24 @@ TEST_F(CommandOnTheWeb, LooksIntoAnArchiveWithoutReadingAllOfIt) {
               0);
     std::string const inside = "zip:" + onDisk("a.zip") + "!/";
 
-    Outcome const listed = run({"ls", inside + "d"});
-    EXPECT_EQ(listed.err, "");
-    EXPECT_THAT(listed.out, HasSubstr("two\n"));
+    // What the server said is remembered for a second: a slower run, on a busy machine, may ask
+    // again.
+    bool isQuick = false;
+    for (int runs = 0; !isQuick && runs < 20; ++runs) {
+        std::size_t const gets = server_.countOf("\tGET\t");
+        std::size_t const before = server_.requests().size();
+        auto const start = std::chrono::steady_clock::now();
+        Outcome const listed = run({"ls", inside + "d"});
+        isQuick = std::chrono::steady_clock::now() - start < std::chrono::seconds(1);
+        EXPECT_EQ(listed.err, "");
+        EXPECT_THAT(listed.out, HasSubstr("two\n"));
+        EXPECT_EQ(server_.countOf("\tGET\t") - gets, 1U); // the end, with the directory
+        if (isQuick || runs == 19) {
+            EXPECT_EQ(server_.requests().size() - before, 2U);
+        }
+    }
     std::size_t const listing = server_.countOf("\tGET\t");
-    EXPECT_EQ(listing, 1U); // the end, with the directory
     std::size_t const asked = server_.requests().size();
-    EXPECT_EQ(asked, 2U);
 
     Outcome const read = run({"cat", inside + "d/two"});
     EXPECT_EQ(read.err, "");
