@@ -68,13 +68,20 @@ TEST_F(LyingStore, ReadsTheEndOfWhatWasPut) {
 
 TEST_F(LyingStore, SaysThatAStoreDoesNotKnowRangesFromTheEnd) {
     for (std::string const behaviour :
-         {"ignores-ends", "refuses-ends", "takes-ends-for-nonsense", "has-no-ends-yet"}) {
+         {"ignores-ends", "refuses-ends", "takes-ends-for-nonsense", "has-no-ends-yet",
+          "takes-ends-for-starts", "gives-all-for-ends", "gives-all-for-ends-and-no-size"}) {
         Bucket const bucket = this->bucket(behaviour);
         fill(bucket, 5000);
         EXPECT_EQ(readEnd(bucket, 4999).value, "none") << behaviour;
     }
+    for (std::string const behaviour : {"shifted-range", "of-unknown-size", "other-ends"}) {
+        Bucket const bucket = this->bucket(behaviour);
+        fill(bucket, 5000);
+        EXPECT_EQ(readEnd(bucket, 1000).value, "none") << behaviour;
+    }
     // The whole of it is its end, too.
     EXPECT_EQ(readEnd(this->bucket("ignores-ends"), 5000).value, content(5000));
+    EXPECT_EQ(readEnd(this->bucket("takes-ends-for-starts"), 5000).value, content(5000));
     // And what fails for another reason fails when the start is asked for.
     EXPECT_EQ(readEnd(this->bucket("has-no-ends-yet"), 10, "missing").value, "none");
 }
@@ -85,19 +92,31 @@ TEST_F(LyingStore, TakesNoAnswerThatIsNotTheEndAskedFor) {
         std::string text;
     };
     for (Row const& row : {
-             Row{"shifted-range", "another range than was asked for"},
              Row{"longer-than-its-range", "another length than the range has"},
              Row{"range-unsaid", "a part that nobody asked for"},
-             Row{"of-unknown-size", "an object has no size"},
              Row{"extra-bytes", "more bytes than it tells of"},
              Row{"an-error-for-the-object", "no object"},
-             Row{"other-ends", "another range than was asked for"},
          }) {
         Bucket const bucket = this->bucket(row.behaviour);
         fill(bucket, 5000);
         Result const result = readEnd(bucket, 1000);
         EXPECT_EQ(result.code, 9) << row.behaviour << ' ' << result.value;
         EXPECT_THAT(result.failure, HasSubstr(row.text)) << row.behaviour;
+    }
+}
+
+TEST_F(LyingStore, AsksOnTheSameConnectionWhereAnEndIsRefused) {
+    for (std::string const behaviour : {"takes-ends-for-nonsense", "has-no-ends-yet"}) {
+        Bucket const bucket = this->bucket(behaviour);
+        fill(bucket, 5000);
+        EXPECT_EQ(readEnd(bucket, 10).value, "none");
+        EXPECT_EQ(read(bucket, 0, 10).value, content(10));
+        std::vector<std::string> const requests = server_.requests();
+        auto const connectionOf = [](std::string const& request) {
+            return request.substr(request.find("on-connection: "));
+        };
+        EXPECT_EQ(connectionOf(requests.back()), connectionOf(requests[requests.size() - 2]))
+            << behaviour;
     }
 }
 

@@ -69,6 +69,30 @@ class LyingReads(Connection):
     def do_ignores_ends(self):
         self.without_ends(self.do_whole)
 
+    def do_takes_ends_for_starts(self):
+        def make():
+            most = int(self.fields['range'].removeprefix('bytes=-'))
+            self.fields['range'] = f'bytes=0-{most - 1}'
+            self.send(self.good())
+        self.without_ends(make)
+
+    def do_gives_all_for_ends(self):
+        """As if that had been asked for."""
+        def make():
+            self.fields['range'] = 'bytes=0-'
+            self.send(self.good())
+        self.without_ends(make)
+
+    def do_gives_all_for_ends_and_no_size(self):
+        def make():
+            self.fields.pop('range')
+            status, fields, body = self.good()
+            if status == 200:
+                fields = ['Transfer-Encoding: chunked', *fields]
+                body = b'%x\r\n' % len(body) + body + b'\r\n0\r\n\r\n'
+            self.send((status, fields, body))
+        self.without_ends(make)
+
     def do_refuses_ends(self):
         self.without_ends(lambda: self.send(error(416, 'InvalidRange')))
 

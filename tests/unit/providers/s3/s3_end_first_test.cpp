@@ -69,7 +69,8 @@ TEST_F(S3EndFirst, IsReadFromTheStartAsAnyOther) {
 
 TEST_F(S3EndFirst, AnEmptyOneIsEmpty) {
     put("a", "");
-    auto const stream = open(u"a");
+    std::unique_ptr<ByteStream> stream;
+    EXPECT_EQ(asked([&] { stream = open(u"a"); }), "GET HEAD"); // as it has no range at all
     EXPECT_EQ(stream->seek(0, std::ios_base::end), 0);
     EXPECT_EQ(readAll(*stream), "");
     EXPECT_EQ(readAll(*another(*stream)), "");
@@ -84,7 +85,8 @@ TEST_F(S3EndFirst, WhatIsNoFileIsRefusedWhenItIsOpened) {
 
 TEST_F(S3EndFirst, StoresThatDoNotKnowSuchRangesAreAskedForTheStart) {
     for (std::string const behaviour :
-         {"ignores-ends", "refuses-ends", "takes-ends-for-nonsense", "has-no-ends-yet"}) {
+         {"ignores-ends", "refuses-ends", "takes-ends-for-nonsense", "has-no-ends-yet",
+          "takes-ends-for-starts", "gives-all-for-ends", "gives-all-for-ends-and-no-size"}) {
         use(options(), behaviour);
         put("a", content(large));
         StorageIRI const location(fl::i18n::to_ustring("s3://" + behaviour + "/a"));
@@ -100,6 +102,26 @@ TEST_F(S3EndFirst, StoresThatDoNotKnowSuchRangesAreAskedForTheStart) {
                   }),
                   refused(ErrorCode::ResourceNotFound))
             << behaviour;
+    }
+}
+
+TEST_F(S3EndFirst, StoresThatDoNotKnowSuchRangesTakeOneRequestMore) {
+    struct Row {
+        std::string behaviour;
+        std::string asked;
+    };
+    for (Row const& row :
+         {Row{"ignores-ends", "GET GET"}, Row{"takes-ends-for-nonsense", "GET GET"},
+          Row{"takes-ends-for-starts", "GET GET"}, Row{"refuses-ends", "GET HEAD GET"}}) {
+        use(options(), row.behaviour);
+        put("a", content(large));
+        EXPECT_EQ(asked([&] {
+                      dynamic_cast<extensions::IEndFirstStreams&>(*provider_)
+                          .openEndFirst(
+                              StorageIRI(fl::i18n::to_ustring("s3://" + row.behaviour + "/a")));
+                  }),
+                  row.asked)
+            << row.behaviour;
     }
 }
 

@@ -113,6 +113,7 @@ ObjectRead::Outcome ObjectRead::step(std::span<char> buffer, web::Deadline const
     }
     web::AnswerHead const& head = exchange->head(deadline);
     if (isEnd && (head.status == 400 || head.status == 501)) {
+        exchange->finish();
         return Outcome::NoSuchRange; // and another failure comes again
     }
     if (head.status == 416) {
@@ -143,6 +144,7 @@ ObjectRead::Outcome ObjectRead::step(std::span<char> buffer, web::Deadline const
     }
     std::optional<std::uint64_t> left = takeHead(head, most);
     if (!left) {
+        exchange->finish();
         return Outcome::NoSuchRange;
     }
     while (*left > 0) {
@@ -183,13 +185,17 @@ std::optional<std::uint64_t> ObjectRead::takeHead(web::AnswerHead const& head, s
         size = range->size;
     }
     if (!size) {
+        if (!offset_) {
+            return std::nullopt;
+        }
         throw wrongAnswer("an object has no size");
     }
     if (!offset_) {
-        if (head.status == 200 && *size > most) {
+        std::uint64_t const begin = *size - std::min(*size, most);
+        if ((range ? range->first : 0) != begin) {
             return std::nullopt;
         }
-        offset_ = *size - std::min(*size, most);
+        offset_ = begin;
     }
     std::uint64_t const first = *offset_ + done_;
     std::uint64_t const last = first + most - 1;

@@ -41,8 +41,8 @@ class ObjectRead {
     Outcome runAll(std::optional<std::uint64_t> offset, std::span<char> buffer,
                    web::Deadline const& deadline);
     Outcome step(std::span<char> buffer, web::Deadline const& deadline);
-    /// How many bytes of what is wanted the answer holds; nothing where it is the whole of an
-    /// object of which the end is wanted.
+    /// How many bytes of what is wanted the answer holds; nothing where the end of an object is
+    /// wanted, and it begins elsewhere or does not tell the size: the store misreads such ranges.
     std::optional<std::uint64_t> takeHead(web::AnswerHead const& head, std::uint64_t most);
 
     Bucket const& bucket_;
