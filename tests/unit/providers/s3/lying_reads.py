@@ -138,11 +138,17 @@ class LyingReads(Connection):
                 time.sleep(60)
         self.distorted('get', make, 1)
 
-    def do_stalls_beyond_a_mebibyte(self):
+    def stalls_from(self, position):
         first = re.match(r'bytes=(\d+)', self.fields.get('range', ''))
-        if self.operation == 'get' and first and int(first[1]) >= 1 << 20:
+        if self.operation == 'get' and first and int(first[1]) >= position:
             time.sleep(60)
         self.send(self.good())
+
+    def do_stalls_beyond_a_mebibyte(self):
+        self.stalls_from(1 << 20)
+
+    def do_stalls_beyond_24_mebibytes(self):
+        self.stalls_from(24 << 20)
 
     def do_is_down_beyond_a_mebibyte(self):
         """Until there is an object that is called so."""
