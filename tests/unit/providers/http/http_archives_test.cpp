@@ -1,10 +1,12 @@
 // What archives on servers cost: the numbers that are told to users.
 
+#include "../tarred.hpp"
 #include "../zipped.hpp"
 #include "dav_fixture.hpp"
 
 #include <foundation/storage/provider/extensions/i_end_first_streams.hpp>
 #include <foundation/storage/provider/storage_item.hpp>
+#include <foundation/storage/provider/tar/tar_factory.hpp>
 #include <foundation/storage/provider/zip/zip_factory.hpp>
 
 #include <cstdlib>
@@ -15,6 +17,7 @@ namespace foundation::storage::provider::http::test {
 namespace {
 
 using provider::test::noise;
+using provider::test::tarred;
 using provider::test::zipped;
 
 class HttpArchives : public Http {
@@ -137,6 +140,34 @@ TEST_F(HttpArchives, OneThatChangesIsReadAgain) {
     write(zipped({{"other", 800'000}, {"middle", 4000}, {"more", 800'000}}));
     EXPECT_EQ(bytesOf("middle"), noise(4000, 1));
     EXPECT_EQ(codeOf([&] { bytesOf("first"); }), 4);
+}
+
+TEST_F(HttpArchives, WhatPassesThrowsNothingAwayThatWasReadOfOne) {
+    std::vector<std::pair<std::string, std::size_t>> many;
+    for (int i = 0; i < 8; ++i) {
+        many.emplace_back("m" + std::to_string(i), 300'000);
+    }
+    HttpOptions giving = usualOptions();
+    giving.web.attempts = 1;
+    for (ustring const kind : {u"tar", u"zip"}) {
+        write(kind == u"tar" ? tarred(many) : zipped(many));
+        item_ = at("/disk-or-busy" + folder_ + "/a.zip");
+        StorageItem const item(provider(giving), item_);
+        archive_ = kind == u"tar" ? tar::buildTarProvider(item) : zip::buildZipProvider(item);
+        auto const first = [&](ustring const& member) {
+            return readAt(*archive_->openReadOnlyStream(StorageIRI(kind, item_, u"/" + member)), 0,
+                          1000);
+        };
+        EXPECT_EQ(first(u"m1"), noise(1000, 1));
+        asked();
+        std::string const busy = folder_ + "/a.zip.busy";
+        std::ofstream(busy).put('x');
+        EXPECT_ANY_THROW(first(u"m4"));
+        EXPECT_EQ(asked(), "GET");
+        std::filesystem::remove(busy);
+        EXPECT_EQ(first(u"m4"), noise(1000, 4));
+        EXPECT_EQ(asked(), "GET") << "of a " << fl::i18n::to_string(kind);
+    }
 }
 
 class DavArchives : public Dav {};

@@ -24,6 +24,9 @@ class HttpEndFirst : public Http {
     static std::unique_ptr<ByteStream> another(ByteStream const& stream) {
         return dynamic_cast<extensions::IPinnedStream const&>(stream).openAnother();
     }
+    static bool isOutdated(ByteStream const& stream) {
+        return dynamic_cast<extensions::IPinnedStream const&>(stream).isOutdated();
+    }
     static std::string allOf(ByteStream& stream) {
         std::string bytes;
         char buffer[777];
@@ -187,9 +190,17 @@ TEST_F(HttpEndFirst, NeverMixesTwoVersions) {
             if (isAnother) {
                 stream = another(*stream);
             }
+            EXPECT_FALSE(isOutdated(*stream)) << path;
             EXPECT_EQ(outcomeOf(*stream, 0, 10), "code 9") << path;
+            EXPECT_TRUE(isOutdated(*stream)) << path;
         }
     }
+}
+
+TEST_F(HttpEndFirst, AFailureThatMayPassIsNoOtherVersion) {
+    auto const stream = openEndFirst("/vanishes/5000");
+    EXPECT_EQ(outcomeOf(*stream, 0, 10), "code 4");
+    EXPECT_FALSE(isOutdated(*stream));
 }
 
 TEST_F(HttpEndFirst, AStreamThatRestsGoesOn) {

@@ -498,6 +498,13 @@ class Connection(Dav, LoopbackConnection):
             return self.simple(404)
         self.good(len(data), data)
 
+    def do_disk_or_busy(self, size):
+        """The same, but for the time in which there is a file of its name and '.busy'."""
+        self.target = self.target.replace('-or-busy', '', 1)
+        if os.path.exists(unquote(self.target[len('/disk'):]) + '.busy'):
+            return self.simple(503)
+        self.do_disk(size)
+
     def do_disk_whole(self, size):
         """The same, and knows no ranges."""
         self.fields.pop('range', None)

@@ -1,5 +1,6 @@
 // What archives in a store cost: the numbers that are told to users.
 
+#include "../tarred.hpp"
 #include "../zipped.hpp"
 #include "provider_fixture.hpp"
 
@@ -19,6 +20,7 @@ namespace foundation::storage::provider::s3 {
 namespace {
 
 using provider::test::noise;
+using provider::test::tarred;
 using provider::test::zipped;
 using Members = std::vector<std::pair<std::string, std::size_t>>;
 
@@ -107,38 +109,6 @@ std::string gzipped(std::string const& bytes) {
     }
     return result + std::string("\1\0\0\xff\xff", 5) + littleEndian(checkSumOf(bytes)) +
            littleEndian(static_cast<std::uint32_t>(bytes.size()));
-}
-
-/// As POSIX has it; the n-th member has noise(size, n).
-std::string tarred(Members const& members) {
-    std::string bytes;
-    unsigned seed = 0;
-    for (auto const& [name, size] : members) {
-        std::string header(512, '\0');
-        auto const putText = [&](std::size_t at, std::string const& text) {
-            header.replace(at, text.size(), text);
-        };
-        auto const putOctal = [&](std::size_t at, std::size_t width, std::size_t number) {
-            for (std::size_t digit = width; digit-- > 0; number /= 8) {
-                header[at + digit] = static_cast<char>('0' + number % 8);
-            }
-        };
-        putText(0, name);
-        putText(100, "0000644");
-        putOctal(124, 11, size);
-        putOctal(136, 11, 0);
-        putText(148, "        ");
-        putText(156, "0");
-        putText(257, std::string("ustar\0", 6) + "00");
-        std::size_t sum = 0;
-        for (char const byte : header) {
-            sum += static_cast<unsigned char>(byte);
-        }
-        putOctal(148, 6, sum);
-        header[154] = '\0';
-        bytes += header + noise(size, seed++) + std::string((512 - size % 512) % 512, '\0');
-    }
-    return bytes + std::string(1024, '\0');
 }
 
 TEST_F(S3Archives, AListingTakesAQuestionAndTheEnd) {

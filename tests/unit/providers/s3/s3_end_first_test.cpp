@@ -160,6 +160,8 @@ TEST_F(S3EndFirst, AnotherOneIsOfTheSameVersion) {
     } catch (ByteStreamReadFailure const& failure) {
         EXPECT_EQ(failure.getErrorCode(), ErrorCode::IOError);
     }
+    EXPECT_TRUE(dynamic_cast<extensions::IPinnedStream const&>(*second).isOutdated());
+    EXPECT_FALSE(dynamic_cast<extensions::IPinnedStream const&>(*first).isOutdated());
 }
 
 TEST_F(S3EndFirst, ManyReadAtOnce) {

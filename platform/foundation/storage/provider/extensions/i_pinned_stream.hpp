@@ -18,6 +18,9 @@ class FOUNDATION_EXPORT IPinnedStream : public IRestingStream {
     /// read, and not for bytes that came with the opening of this one. Safe on any thread, as long
     /// as nobody does anything else with this one. REQUIRES: it is not closed.
     virtual std::unique_ptr<ByteStream> openAnother() const = 0;
+    /// Whether reading has failed by there being another version of the file, so that what was made
+    /// of this one is outdated; not where it failed by what may pass.
+    virtual bool isOutdated() const noexcept = 0;
 };
 
 } // namespace foundation::storage::provider::extensions

@@ -60,18 +60,18 @@ std::unique_ptr<ItemBytes> ItemStreams::pin(std::unique_ptr<ItemBytes> opened) {
     return opened;
 }
 
-bool ItemStreams::mayBeOutdated() const {
+bool ItemStreams::isOutdated() const {
     std::lock_guard const lock(mutex_);
-    return hasPinnedFailed_;
+    return isOutdated_;
 }
 
 void ItemStreams::Return::operator()(ItemBytes* bytes) const noexcept {
     std::unique_ptr<ItemBytes> returned(bytes);
     auto* const pinned = returned->pinned();
     if (!returned->isGood()) {
-        if (pinned != nullptr) {
+        if (pinned != nullptr && pinned->isOutdated()) {
             std::lock_guard const lock(owner->mutex_);
-            owner->hasPinnedFailed_ = true;
+            owner->isOutdated_ = true;
         }
         return;
     }

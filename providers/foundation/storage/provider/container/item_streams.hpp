@@ -32,9 +32,9 @@ class ItemStreams : public std::enable_shared_from_this<ItemStreams> {
     StorageItem const& item() const noexcept { return item_; }
     /// Throws what opening the item throws.
     Lent lend();
-    /// Whether a pinned stream has failed: the item may be another one by now, which looks the
-    /// same from outside.
-    bool mayBeOutdated() const;
+    /// Whether a pinned stream has found that the item is of another version by now, which may look
+    /// the same from outside.
+    bool isOutdated() const;
 
   private:
     std::unique_ptr<ItemBytes> open() const;
@@ -48,7 +48,7 @@ class ItemStreams : public std::enable_shared_from_this<ItemStreams> {
     // guarded by the mutex:
     std::vector<std::unique_ptr<ItemBytes>> idle_;
     std::unique_ptr<ItemBytes const> opener_; ///< of pinned streams; null where there are none
-    bool hasPinnedFailed_ = false;
+    bool isOutdated_ = false;
 };
 
 } // namespace foundation::storage::provider::container

@@ -31,6 +31,7 @@ class HttpStream final : public ByteStream, public extensions::IPinnedStream {
             position_ += got;
             return got == 0 ? -1 : static_cast<long>(got);
         } catch (web::Failure const& failure) {
+            isOutdated_ = dynamic_cast<web::VersionFailure const*>(&failure) != nullptr;
             failure_ = failure;
             throw ByteStreamReadFailure(std::string("read: ") + failure.what(), failure.code());
         }
@@ -73,6 +74,7 @@ class HttpStream final : public ByteStream, public extensions::IPinnedStream {
     std::unique_ptr<ByteStream> openAnother() const override {
         return std::make_unique<HttpStream>(reader_->another());
     }
+    bool isOutdated() const noexcept override { return isOutdated_; }
     void rest() noexcept override { reader_->rest(); }
 
   private:
@@ -89,6 +91,7 @@ class HttpStream final : public ByteStream, public extensions::IPinnedStream {
     std::unique_ptr<detail::RangeReader> reader_; ///< none when closed
     std::uint64_t position_ = 0;
     std::optional<web::Failure> failure_; ///< what every later call answers
+    bool isOutdated_ = false;
 };
 
 } // namespace

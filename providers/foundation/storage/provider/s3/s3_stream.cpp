@@ -73,6 +73,9 @@ long S3ReadStream::read(char* buffer, long count) {
             reader_->readAt(position_, {buffer, static_cast<std::size_t>(count)});
         position_ += got;
         return got == 0 ? -1 : static_cast<long>(got);
+    } catch (web::VersionFailure const& failure) {
+        isOutdated_ = true;
+        poison<ByteStreamReadFailure>("read", failure);
     } catch (...) {
         poison<ByteStreamReadFailure>("read", detail::currentFailure());
     }

@@ -44,6 +44,7 @@ class S3ReadStream final : public S3Stream, public extensions::IPinnedStream {
     long write(char const* buffer, long count) override;
     void close() override;
     std::unique_ptr<ByteStream> openAnother() const override;
+    bool isOutdated() const noexcept override { return isOutdated_; }
     void rest() noexcept override;
 
   private:
@@ -51,6 +52,7 @@ class S3ReadStream final : public S3Stream, public extensions::IPinnedStream {
 
     std::unique_ptr<detail::ObjectReader> reader_; ///< none when closed
     std::uint64_t const size_;
+    bool isOutdated_ = false;
 };
 
 enum class StreamAccess { Write, ReadWrite };

@@ -55,7 +55,7 @@ TarProvider::ArchivePtr TarProvider::read(detail::ItemState const& state) const 
 TarProvider::ArchivePtr TarProvider::archive() const {
     detail::ItemState now = detail::stateOf(item_);
     std::lock_guard const lock(mutex_);
-    auto const isOutdated = [&] { return now != itemState_ || archive_->source->mayBeOutdated(); };
+    auto const isOutdated = [&] { return now != itemState_ || archive_->source->isOutdated(); };
     if (isOutdated()) {
         now = detail::stateOf(item_); // another thread may have waited, and seen more
         if (isOutdated()) {

@@ -42,6 +42,12 @@ constexpr bool isAbsence(int status) noexcept {
     return status == 404 || status == 410;
 }
 
+/// Of reading one version of a file: by now it has another one.
+class VersionFailure : public Failure {
+  public:
+    explicit VersionFailure(std::string const& text) : Failure(ErrorCode::IOError, text) {}
+};
+
 /// The code for the status of an answer (RFC 9110, section 15) that is no success.
 ErrorCode errorCodeOfStatus(int status) noexcept;
 

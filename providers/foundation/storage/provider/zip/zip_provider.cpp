@@ -80,7 +80,7 @@ ZipProvider::View ZipProvider::view() const {
     std::lock_guard const lock(mutex_);
     if (own_ != Own::Seen) {
         lookAtOwn();
-    } else if (now != itemState_ || archive_->streams->mayBeOutdated()) {
+    } else if (now != itemState_ || archive_->streams->isOutdated()) {
         lookAgain();
     }
     return {archive_, pending_};
@@ -90,7 +90,7 @@ ZipProvider::View ZipProvider::view() const {
 void ZipProvider::lookAgain() const {
     ItemState const now = stateOfItem(); // what was seen before may have been flushed away
     bool const hasChanged = now != itemState_;
-    if (!hasChanged && !archive_->streams->mayBeOutdated()) {
+    if (!hasChanged && !archive_->streams->isOutdated()) {
         return;
     }
     if (pending_ && hasChanges()) {

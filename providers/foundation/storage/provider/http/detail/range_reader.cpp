@@ -18,8 +18,8 @@ constexpr std::uint64_t realProgress = std::uint64_t{64} * 1024;
 /// What a body has to come that nobody reads.
 constexpr std::uint64_t mostAtRest = std::uint64_t{1024} * 1024;
 
-Failure changed() {
-    return {ErrorCode::IOError, "the file has changed since it was opened"};
+web::VersionFailure changed() {
+    return web::VersionFailure("the file has changed since it was opened");
 }
 Failure wrongAnswer(char const* what) {
     return {ErrorCode::IOError, std::string("the server's answer cannot be used: ") + what};

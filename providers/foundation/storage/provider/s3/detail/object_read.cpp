@@ -11,8 +11,8 @@ namespace {
 /// So many bytes without a failure make up for the failures before.
 constexpr std::uint64_t realProgress = std::uint64_t{64} * 1024;
 
-Failure changed() {
-    return {ErrorCode::IOError, "the object has changed since it was opened"};
+web::VersionFailure changed() {
+    return web::VersionFailure("the object has changed since it was opened");
 }
 
 } // namespace

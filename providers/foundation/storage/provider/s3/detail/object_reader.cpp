@@ -212,7 +212,7 @@ void ObjectReader::fetch(Bucket const& bucket, std::string const& key, std::stri
     ObjectHead const head =
         bucket.read(key, part.offset, {part.bytes.get(), part.size}, eTag, bucket.deadline(stop));
     if (head.size != size || head.eTag != eTag) {
-        throw web::Failure(ErrorCode::IOError, "the file has changed since it was opened");
+        throw web::VersionFailure("the file has changed since it was opened");
     }
 }
 

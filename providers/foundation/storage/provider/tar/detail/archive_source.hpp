@@ -39,7 +39,7 @@ class ArchiveSource : public std::enable_shared_from_this<ArchiveSource> {
 
     StorageItem const& item() const noexcept { return streams_->item(); }
     /// As of the streams on the item.
-    bool mayBeOutdated() const { return streams_->mayBeOutdated(); }
+    bool isOutdated() const { return streams_->isOutdated(); }
     /// Of the item; 0 where that does not tell.
     std::uint64_t size() const noexcept { return state_.size.value_or(0); }
     Compression compression() const noexcept { return compression_; }
