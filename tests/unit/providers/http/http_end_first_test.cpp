@@ -131,6 +131,35 @@ TEST_F(HttpEndFirst, OneThatKnowsOtherRangesIsAskedForThese) {
     }
 }
 
+TEST_F(HttpEndFirst, OneThatTakesThisRangeForAnotherIsAskedForTheStart) {
+    for (std::string const behaviour : {"takes-ends-for-starts", "takes-ends-for-everything",
+                                        "ignores-ends-in-chunks", "ignores-ends-until-it-closes"}) {
+        for (std::size_t const size : {1, 1999, 2000, 2001, 90'000}) {
+            std::size_t const before = asked();
+            auto const stream = openEndFirst('/' + behaviour + '/' + std::to_string(size));
+            EXPECT_LE(asked() - before, 2U) << behaviour << ' ' << size;
+            EXPECT_EQ(stream->seek(-1, std::ios_base::end), static_cast<long>(size - 1))
+                << behaviour << ' ' << size;
+            EXPECT_EQ(allOf(*stream), content(size, size - 1)) << behaviour << ' ' << size;
+            EXPECT_EQ(allOf(*another(*stream)), content(size)) << behaviour << ' ' << size;
+        }
+    }
+}
+
+TEST_F(HttpEndFirst, NoMoreIsKeptOfTheEndWhateverIsAskedForFirst) {
+    HttpOptions greedy = quickOptions();
+    for (std::uint64_t const range :
+         {std::uint64_t{1} << 30, std::uint64_t{1} << 63, ~std::uint64_t{0}}) {
+        greedy.firstRange = range;
+        auto const provider = this->provider(greedy);
+        auto const stream =
+            dynamic_cast<extensions::IEndFirstStreams&>(*provider).openEndFirst(at("/good/300000"));
+        EXPECT_EQ(readAt(*stream, 299'000, 1000), content(300'000, 299'000));
+    }
+    EXPECT_EQ(server_.countOf("range: bytes=-131072\t"), 3U);
+    EXPECT_EQ(asked(), 3U);
+}
+
 TEST_F(HttpEndFirst, AnEmptyFileTakesOneRequestToo) {
     for (std::string const behaviour : {"good", "whole", "of-unknown-size"}) {
         std::size_t const before = asked();

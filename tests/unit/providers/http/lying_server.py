@@ -263,6 +263,26 @@ class Connection(Dav, LoopbackConnection):
             return self.good(size, extra=['Accept-Ranges: bytes'])
         self.good(size)
 
+    def do_takes_ends_for_starts(self, size):
+        if self.asks_for_the_end():
+            self.fields['range'] = self.fields['range'].replace('=-', '=0-')
+        self.good(size)
+
+    def do_takes_ends_for_everything(self, size):
+        if self.asks_for_the_end():
+            self.fields['range'] = 'bytes=0-'
+        self.good(size)
+
+    def do_ignores_ends_in_chunks(self, size):
+        """Without a size, and without a word of knowing ranges."""
+        self.do_whole_in_chunks(size) if self.asks_for_the_end() else self.good(size)
+
+    def do_ignores_ends_until_it_closes(self, size):
+        if self.asks_for_the_end():
+            self.body(self.whole(size, 'Accept-Ranges: bytes', 'Connection: close'))
+            raise Lost
+        self.good(size)
+
     def do_refuses_ends(self, size):
         """With the status behind the question mark."""
         if self.asks_for_the_end():

@@ -32,7 +32,8 @@ struct HttpOptions {
     std::chrono::milliseconds attributeLifetime{1'000};
 
     /// Bytes that are asked for where a file is opened, and behind each seek. A reader that goes on
-    /// from there gets four times as much with each further request.
+    /// from there gets four times as much with each further request. Of a file that is opened from
+    /// its end, twice as many are asked for and kept, but no more than 128 KiB.
     std::uint64_t firstRange = std::uint64_t{64} * 1024;
     /// From this size on, a request is for everything to the end of the file.
     std::uint64_t largestRange = std::uint64_t{64} * 1024 * 1024;

@@ -15,6 +15,8 @@ namespace {
 constexpr std::uint64_t smallStep = std::uint64_t{64} * 1024;
 /// So many bytes without a failure make up for the failures before.
 constexpr std::uint64_t realProgress = std::uint64_t{64} * 1024;
+/// The directory of an archive of a thousand members. It is kept, so that no option makes it more.
+constexpr std::uint64_t mostOfEnd = std::uint64_t{128} * 1024;
 /// What a body has to come that nobody reads.
 constexpr std::uint64_t mostAtRest = std::uint64_t{1024} * 1024;
 
@@ -38,9 +40,13 @@ bool isInSeveralParts(web::AnswerHead const& head) {
     return hasType(head, "multipart/byteranges");
 }
 
-std::optional<std::uint64_t> sizeIn(web::AnswerHead const& head) {
+std::optional<web::ContentRange> rangeIn(web::AnswerHead const& head) {
     auto const value = head.headers.find("Content-Range");
-    auto const range = value ? web::parseContentRange(*value) : std::nullopt;
+    return value ? web::parseContentRange(*value) : std::nullopt;
+}
+
+std::optional<std::uint64_t> sizeIn(web::AnswerHead const& head) {
+    auto const range = rangeIn(head);
     return range ? range->size : std::nullopt;
 }
 
@@ -85,6 +91,7 @@ RangeReader::RangeReader(std::shared_ptr<web::Client const> client, web::Url url
       url_(std::move(url)),
       current_(url_),
       sizes_{std::max<std::uint64_t>(sizes.first, 1), sizes.largest},
+      endSize_(2 * std::min(sizes_.first, mostOfEnd / 2)),
       nextRange_(sizes_.first) {}
 
 std::size_t RangeReader::readAt(std::uint64_t position, std::span<char> buffer,
@@ -269,20 +276,24 @@ void RangeReader::openFromEnd() {
 
 /// As request().
 void RangeReader::requestEnd(Deadline const& deadline) {
-    std::uint64_t const most = 2 * sizes_.first;
     web::Headers fields;
     fields.add("Accept-Encoding", "identity");
-    fields.add("Range", "bytes=-" + std::to_string(most));
+    fields.add("Range", "bytes=-" + std::to_string(endSize_));
     web::AnswerHead const& head = ask(fields, deadline);
     switch (head.status) {
     case 206:
-        if (auto const size = sizeIn(head)) {
-            takeRange(head, *size - std::min(*size, most), *size - 1);
+        if (auto const range = rangeIn(head);
+            range && range->isSatisfied && range->size &&
+            range->first == *range->size - std::min(*range->size, endSize_)) {
+            takeRange(head, range->first, *range->size - 1);
             noteOpen(head);
             return;
         }
-        break; // it could be anything
+        break; // it could be anything, or the start for somebody who read `-N` as `0-N`
     case 200:
+        if (!head.contentLength()) {
+            break; // a range tells the size
+        }
         takeWhole(head);
         // That it does not know this range does not mean that it knows none.
         isWholeAlways_ = !knowsRanges(head);
@@ -306,7 +317,7 @@ void RangeReader::requestEnd(Deadline const& deadline) {
 
 /// Where the body that has come is the end, or a small file as a whole.
 void RangeReader::keepEnd(Deadline const& deadline) {
-    if (!body_ || !version_.size || *version_.size - position_ > 2 * sizes_.first) {
+    if (!body_ || !version_.size || *version_.size - position_ > endSize_) {
         return;
     }
     std::uint64_t const from = position_;
@@ -346,8 +357,7 @@ void RangeReader::takeRange(web::AnswerHead const& head, std::uint64_t position,
     if (head.headers.isRepeated("Content-Range")) {
         throw wrongAnswer("two ranges for one part");
     }
-    auto const value = head.headers.find("Content-Range");
-    auto const range = value ? web::parseContentRange(*value) : std::nullopt;
+    auto const range = rangeIn(head);
     if (isWholeAlways_ || !range || !range->isSatisfied) {
         throw wrongAnswer("a part that nobody asked for");
     }

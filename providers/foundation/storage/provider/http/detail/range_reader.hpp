@@ -11,8 +11,8 @@
 
 namespace foundation::storage::provider::http::detail {
 
-/// Bytes of a request: at first and behind a seek, twice as many where it begins with the end of
-/// the file; and the number from which on everything is asked for.
+/// Bytes of a request: at first and behind a seek, twice as many, but 128 KiB at most, where it
+/// begins with the end of the file; and the number from which on everything is asked for.
 struct RangeSizes {
     std::uint64_t first;
     std::uint64_t largest;
@@ -102,6 +102,7 @@ class RangeReader {
     web::Url const url_;
     web::Url current_; ///< where redirects have led
     RangeSizes const sizes_;
+    std::uint64_t const endSize_; ///< bytes that are asked for from the end, and kept
 
     bool isOpen_ = false;
     bool isWholeAlways_ = false; ///< the server knows no ranges
