@@ -104,6 +104,18 @@ TEST_F(HttpArchives, OfASmallOneEverythingComesAtOnce) {
     EXPECT_EQ(asked(), "HEAD GET");
 }
 
+TEST_F(HttpArchives, OneThatRefusesTheEndIsAskedForTheStartAndTheEndOfThat) {
+    openArchive("disk-without-ends");
+    EXPECT_EQ(countNames(), 5U);
+    EXPECT_EQ(asked(), "HEAD GET GET GET");
+    EXPECT_EQ(bytesOf("middle"), noise(3000, 2));
+    EXPECT_EQ(asked(), "GET");
+    write(zipped({{"a", 20'000}, {"b", 20'000}}));
+    openArchive("disk-without-ends");
+    EXPECT_EQ(bytesOf("b"), noise(20'000, 1));
+    EXPECT_EQ(asked(), "HEAD GET GET");
+}
+
 TEST_F(HttpArchives, WithoutRangesItIsReadToTheEndForTheDirectoryAndOnceForMembersInTheirOrder) {
     openArchive("disk-whole");
     EXPECT_EQ(countNames(), 5U);

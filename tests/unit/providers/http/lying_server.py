@@ -518,6 +518,13 @@ class Connection(Dav, LoopbackConnection):
             return self.simple(404)
         self.good(len(data), data)
 
+    def do_disk_without_ends(self, size):
+        """The same, and refuses to be asked for the end."""
+        if self.asks_for_the_end():
+            return self.simple(501)
+        self.target = self.target.replace('-without-ends', '', 1)
+        self.do_disk(size)
+
     def do_disk_or_busy(self, size):
         """The same, but for the time in which there is a file of its name and '.busy'."""
         self.target = self.target.replace('-or-busy', '', 1)

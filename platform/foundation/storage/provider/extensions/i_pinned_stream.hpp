@@ -9,8 +9,9 @@
 namespace foundation::storage::provider::extensions {
 
 /// Second base of a stream for reading that is of the version of the file that was there when it
-/// was opened: where there is another one by now, reading fails. It may be kept as long as one
-/// likes; found by a dynamic cast.
+/// was opened: where there is another one by now, reading fails, as far as the storage tells one
+/// version from another; a server may tell no more than size and time. It may be kept as long as
+/// one likes; found by a dynamic cast.
 class FOUNDATION_EXPORT IPinnedStream : public IRestingStream {
   public:
     ~IPinnedStream() override;
