@@ -89,7 +89,7 @@ bool Version::isStill(Version const& later, bool mayTellLess) const {
 RangeReader::RangeReader(std::shared_ptr<web::Client const> client, web::Url url, RangeSizes sizes)
     : client_(std::move(client)),
       url_(std::move(url)),
-      current_(url_),
+      place_(std::make_shared<Place>(url_)),
       sizes_{std::max<std::uint64_t>(sizes.first, 1), sizes.largest},
       endSize_(2 * std::min(sizes_.first, mostOfEnd / 2)),
       nextRange_(sizes_.first) {}
@@ -194,13 +194,16 @@ bool RangeReader::endBody() noexcept {
 
 std::unique_ptr<web::Exchange> RangeReader::send(web::Headers const& fields,
                                                  Deadline const& deadline) {
-    auto answer = client_->send({"GET", current_, fields}, deadline);
+    web::Url const place = place_->get();
+    auto answer = client_->send({"GET", place, fields}, deadline);
     int const status = answer->head(deadline).status;
-    if (!(current_ == url_) && (status == 401 || status == 403 || status == 404 || status == 410)) {
+    if (!(place == url_) && (status == 401 || status == 403 || status == 404 || status == 410)) {
         // A redirect may lead to what is there for a while only.
         answer = client_->send({"GET", url_, fields}, deadline);
     }
-    current_ = answer->url();
+    if (!(answer->url() == place)) {
+        place_->set(answer->url());
+    }
     return answer;
 }
 
@@ -339,7 +342,7 @@ void RangeReader::rest() noexcept {
 
 std::unique_ptr<RangeReader> RangeReader::another() const {
     auto reader = std::make_unique<RangeReader>(client_, url_, sizes_);
-    reader->current_ = current_;
+    reader->place_ = place_;
     reader->isOpen_ = isOpen_;
     reader->isWholeAlways_ = isWholeAlways_;
     reader->version_ = version_;

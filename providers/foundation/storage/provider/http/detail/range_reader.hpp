@@ -4,9 +4,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace foundation::storage::provider::http::detail {
@@ -63,7 +65,7 @@ class RangeReader {
     /// shows of a folder.
     bool isUnmarkedPage() const noexcept { return isPage_ && version_.validator().empty(); }
     /// Where redirects have led.
-    web::Url const& place() const noexcept { return current_; }
+    web::Url place() const { return place_->get(); }
     /// Fills the buffer; fewer bytes only at the end of the file.
     std::size_t readAt(std::uint64_t position, std::span<char> buffer) {
         return readAt(position, buffer, client_->deadline());
@@ -74,6 +76,25 @@ class RangeReader {
     void rest() noexcept;
 
   private:
+    /// Where redirects have led, of a reader and all others that it has opened: one that learns
+    /// that they lead elsewhere by now learns it for all. Safe on any thread.
+    class Place {
+      public:
+        explicit Place(web::Url url) : url_(std::move(url)) {}
+        web::Url get() const {
+            std::lock_guard const lock(mutex_);
+            return url_;
+        }
+        void set(web::Url const& url) {
+            std::lock_guard const lock(mutex_);
+            url_ = url;
+        }
+
+      private:
+        mutable std::mutex mutex_;
+        web::Url url_; ///< guarded by the mutex
+    };
+
     /// Whether there is something to read.
     bool request(std::uint64_t position, std::uint64_t wanted, web::Deadline const& deadline);
     void requestEnd(web::Deadline const& deadline);
@@ -100,7 +121,7 @@ class RangeReader {
 
     std::shared_ptr<web::Client const> const client_;
     web::Url const url_;
-    web::Url current_; ///< where redirects have led
+    std::shared_ptr<Place> place_; ///< never null
     RangeSizes const sizes_;
     std::uint64_t const endSize_; ///< bytes that are asked for from the end, and kept
 
