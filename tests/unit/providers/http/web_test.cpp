@@ -4,10 +4,14 @@
 #include <foundation/storage/provider/web/client.hpp>
 #include <foundation/storage/provider/web/encoding.hpp>
 #include <foundation/storage/provider/web/headers.hpp>
+#include <foundation/storage/provider/web/short_memory.hpp>
 #include <foundation/storage/provider/web/url.hpp>
 
 #include <fl/i18n/conversion.hpp>
 #include <gmock/gmock.h>
+
+#include <chrono>
+#include <thread>
 
 namespace foundation::storage::provider::web {
 namespace {
@@ -169,6 +173,17 @@ TEST(WebClient, PausesLongerWithEachAttemptAndNeverBeyondTheDeadline) {
     EXPECT_THROW(client.pauseBefore(2, std::chrono::milliseconds(0),
                                     Deadline(std::chrono::milliseconds(0)), failure),
                  Failure);
+}
+
+TEST(ShortMemory, CountsFromTheQuestionAndNotFromItsAnswer) {
+    ShortMemory<int> memory(std::chrono::milliseconds(20));
+    auto const asked = memory.now();
+    std::this_thread::sleep_for(std::chrono::milliseconds(21)); // a slow answer
+    memory.keep("a", 1, asked);
+    EXPECT_EQ(memory.find("a"), std::nullopt);
+    ShortMemory<int> lasting{std::chrono::hours(1)};
+    lasting.keep("a", 1, lasting.now());
+    EXPECT_EQ(lasting.find("a"), 1);
 }
 
 } // namespace

@@ -147,14 +147,14 @@ void HttpProvider::createFile(StorageIRI const& location) try {
 
 /// REQUIRES: there was nothing.
 void HttpProvider::makeFolder(StorageIRI const& location, web::Deadline const& deadline) {
-    std::uint64_t const before = folders_.changes();
+    auto const asked = folders_.now();
     DavOutcome const outcome = change(
         Sending::UntilDone, Changed::Files, deadline,
         [&] { return dav_.makeFolder(folderUrl(location), deadline); },
         [&] { return isFolder(location, deadline); });
     if (outcome.isSuccess()) { // and what it is made for mostly follows
         folders_.keep(folderUrl(location).text(), {.status = outcome.status, .isFolder = true},
-                      before);
+                      asked);
         return;
     }
     if (lookAt(location, deadline).isThere()) { // by now

@@ -197,12 +197,12 @@ void HttpProvider::requireFolderAbove(StorageIRI const& location,
     if (folders_.find(url)) {
         return;
     }
-    std::uint64_t const before = folders_.changes();
+    auto const asked = folders_.now();
     Description const there = lookAt(above, deadline);
     if (!there.isThere() || !there.isFolder) {
         throw Exception(ErrorCode::ResourceNotFound, location);
     }
-    folders_.keep(url, there, before);
+    folders_.keep(url, there, asked);
 }
 
 void HttpProvider::forget(Changed changed) const {

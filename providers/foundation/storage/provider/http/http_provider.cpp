@@ -114,7 +114,7 @@ HttpProvider::Description HttpProvider::describe(StorageIRI const& location, Que
     if (known && (known->isKindKnown || question == Question::OfFile)) {
         return *std::move(known);
     }
-    std::uint64_t const before = known_.changes();
+    auto const asked = known_.now();
     bool const isDav =
         question == Question::OfKind ? speaksDav(location, deadline) : isKnownToSpeakDav(location);
     std::optional<Description> told = isDav ? describeByDav(location, deadline) : std::move(known);
@@ -130,7 +130,7 @@ HttpProvider::Description HttpProvider::describe(StorageIRI const& location, Que
     Description answer = told ? *std::move(told) : ask(url, deadline);
     answer.isKindKnown = isDav || question == Question::OfKind;
     if (answer.isThere()) {
-        known_.keep(url.text(), answer, before);
+        known_.keep(url.text(), answer, asked);
     }
     return answer;
 } catch (web::Failure const& failure) {

@@ -225,10 +225,10 @@ std::optional<detail::ObjectHead> S3Provider::knownHead(std::string const& key,
     if (auto known = heads_.find(key)) {
         return known;
     }
-    std::uint64_t const before = heads_.changes();
+    auto const asked = heads_.now();
     auto head = bucket_->head(key, deadline);
     if (head) { // that something is missing is not remembered
-        heads_.keep(key, *head, before);
+        heads_.keep(key, *head, asked);
     }
     return head;
 }
@@ -318,9 +318,9 @@ S3Provider::openWith(detail::ObjectHead (detail::ObjectReader::*open)(Deadline c
             failWithoutFile(key, location, deadline);
         }
         auto reader = std::make_unique<detail::ObjectReader>(bucket_, threads_, key.file);
-        std::uint64_t const before = heads_.changes();
+        auto const asked = heads_.now();
         try {
-            heads_.keep(key.file, (reader.get()->*open)(deadline), before);
+            heads_.keep(key.file, (reader.get()->*open)(deadline), asked);
         } catch (web::Failure const& failure) {
             if (failure.code() == ErrorCode::ResourceNotFound) {
                 failWithoutFile(key, location, deadline);

@@ -27,15 +27,22 @@ class ShortMemory {
                    ? std::nullopt
                    : std::optional(found->second.value);
     }
+    /// When a question was asked.
+    struct Moment {
+        std::uint64_t changes;
+        Clock::time_point time;
+    };
     /// To be taken before a question is asked.
-    std::uint64_t changes() const {
+    Moment now() const {
         std::lock_guard const lock(mutex_);
-        return changes_;
+        return {changes_, Clock::now()};
     }
-    /// Unless anything was forgotten since the question was asked.
-    void keep(std::string const& name, Value const& value, std::uint64_t changesBefore) {
+    /// For so long since it was asked for, as it may have been looked up then; unless anything was
+    /// forgotten since.
+    void keep(std::string const& name, Value const& value, Moment const& asked) {
         std::lock_guard const lock(mutex_);
-        if (changes_ != changesBefore || lifetime_ <= std::chrono::milliseconds::zero()) {
+        Entry kept{value, asked.time};
+        if (changes_ != asked.changes || isOver(kept)) {
             return;
         }
         if (entries_.size() >= most) {
@@ -44,7 +51,7 @@ class ShortMemory {
         if (entries_.size() >= most) {
             entries_.clear(); // they are asked for again, once each
         }
-        entries_.insert_or_assign(name, Entry{value, Clock::now()});
+        entries_.insert_or_assign(name, std::move(kept));
     }
     void forget(std::string const& name) {
         std::lock_guard const lock(mutex_);
