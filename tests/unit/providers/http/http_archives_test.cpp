@@ -129,6 +129,7 @@ TEST_F(HttpArchives, WithoutRangesItIsReadToTheEndForTheDirectoryAndOnceForMembe
 
 TEST_F(HttpArchives, MembersInTheirOrderTakeFewRequests) {
     std::vector<std::pair<std::string, std::size_t>> many;
+    many.reserve(300);
     for (int i = 0; i < 300; ++i) {
         many.emplace_back("member" + std::to_string(i), 10'000);
     }
@@ -156,6 +157,7 @@ TEST_F(HttpArchives, OneThatChangesIsReadAgain) {
 
 TEST_F(HttpArchives, WhatPassesThrowsNothingAwayThatWasReadOfOne) {
     std::vector<std::pair<std::string, std::size_t>> many;
+    many.reserve(8);
     for (int i = 0; i < 8; ++i) {
         many.emplace_back("m" + std::to_string(i), 300'000);
     }
