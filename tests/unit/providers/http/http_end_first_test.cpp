@@ -218,6 +218,18 @@ TEST_F(HttpEndFirst, WhereRedirectsLeadByNowOneLearnsForAll) {
     EXPECT_EQ(asked(), 7U);
 }
 
+TEST_F(HttpEndFirst, APlaceThatFailsIsNotLearnt) {
+    HttpOptions once = quickOptions();
+    once.web.attempts = 1;
+    auto const provider = this->provider(once);
+    auto const first = dynamic_cast<extensions::IEndFirstStreams&>(*provider).openEndFirst(
+        at("/redirected-to-one-that-fails/5000"));
+    EXPECT_EQ(readAt(*another(*first), 7, 10), content(17, 7));
+    EXPECT_THROW(readAt(*another(*first), 7, 10), ByteStreamReadFailure);
+    EXPECT_EQ(readAt(*another(*first), 7, 10), content(17, 7));
+    EXPECT_EQ(server_.countOf("/status/500"), 1U);
+}
+
 TEST_F(HttpEndFirst, NeverMixesTwoVersions) {
     for (std::string const behaviour :
          {"changes", "changes-and-ignores-conditions", "changes-its-date", "changes-its-size",

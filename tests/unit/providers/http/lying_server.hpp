@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -29,6 +30,21 @@ class LyingServer {
     /// What was asked so far, in order: port, method, target and fields, with a tab between them.
     std::vector<std::string> requests() const;
     std::size_t countOf(std::string const& part) const;
+    /// How many requests a call takes. What a server said is remembered for a second; a call that
+    /// takes longer, as on a busy machine, may ask again, and is not counted but done anew.
+    template<class Call>
+    std::size_t requestsOf(Call const& call) const {
+        using Clock = std::chrono::steady_clock;
+        for (int calls = 1;; ++calls) {
+            std::size_t const before = requests().size();
+            auto const start = Clock::now();
+            call();
+            bool const isQuick = Clock::now() - start < std::chrono::seconds(1);
+            if (isQuick || calls == 20) {
+                return requests().size() - before;
+            }
+        }
+    }
     /// How often somebody came to the secure authority.
     std::size_t tlsConnections() const;
 

@@ -365,6 +365,11 @@ class Connection(Dav, LoopbackConnection):
     def do_redirected_until_it_expires(self, size):
         self.simple(302, f'Location: /expires/{size}?{self.count}')
 
+    def do_redirected_to_one_that_fails(self, size):
+        """The second place answers nothing but 500."""
+        place = '/status/500' if self.count == 2 else f'/expires/{size}?{self.count}'
+        self.simple(302, f'Location: {place}')
+
     def do_expires(self, size):
         """Each address is good for two requests."""
         self.good(size) if self.count <= 2 else self.simple(403)

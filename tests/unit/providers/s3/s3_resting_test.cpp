@@ -37,7 +37,7 @@ class S3Resting : public TroubledBucket {
     }
     /// Soon, as what is on its way ends first.
     static void expectAMebibyteMore(std::size_t before) {
-        constexpr std::size_t ofConnections = mebibyte;
+        constexpr std::size_t ofConnections = mebibyte; // that wait for further requests
         auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(15);
         while (inUse() > before + mebibyte + ofConnections &&
                std::chrono::steady_clock::now() < limit) {
@@ -90,6 +90,21 @@ TEST_F(S3Resting, AnOutageThatLastsIsAFailure) {
     put("a", content(2 * mebibyte));
     auto const stream = provider_->openReadOnlyStream(in(u"a"));
     EXPECT_THROW(readOn(*stream, 2 * mebibyte), ByteStreamReadFailure);
+}
+
+TEST_F(S3Resting, WaitingForWhatWasAskedForAheadCountsForTheTimeThatAReadMayTake) {
+    using Clock = std::chrono::steady_clock;
+    S3Options hasty = options();
+    hasty.web.operationTimeout = std::chrono::seconds(4);
+    useStore("stalls-beyond-24-mebibytes", hasty);
+    put("a", std::string(60 * mebibyte, 'a'));
+    auto const stream = provider_->openReadOnlyStream(in(u"a"));
+    auto start = Clock::now();
+    std::string bytes(step, '\0');
+    EXPECT_THROW(
+        while (stream->read(bytes.data(), static_cast<long>(step)) > 0) { start = Clock::now(); },
+        ByteStreamReadFailure);
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(7)); // not twice
 }
 
 TEST_F(S3Resting, WhatNobodyWantsAnyMoreIsEndedOnItsWay) {

@@ -201,7 +201,8 @@ std::unique_ptr<web::Exchange> RangeReader::send(web::Headers const& fields,
         // A redirect may lead to what is there for a while only.
         answer = client_->send({"GET", url_, fields}, deadline);
     }
-    if (!(answer->url() == place)) {
+    // A place that fails is not the one to go to, even if it was told.
+    if (!(answer->url() == place) && web::isSuccess(answer->head(deadline).status)) {
         place_->set(answer->url());
     }
     return answer;

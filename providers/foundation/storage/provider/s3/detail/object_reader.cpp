@@ -133,9 +133,11 @@ ObjectReader::Part& ObjectReader::partAt(std::uint64_t position, std::uint64_t w
     Part& part = *parts_.front();
     if (!part.isReady) {
         try {
+            // Waiting for who took it counts, too.
+            web::Deadline const deadline = bucket_->deadline();
             // What failed ahead may have failed long ago, when nobody needed it.
             if (!part.isTaken.exchange(true) || !hasCome(part)) {
-                fetch(part);
+                fetch(*bucket_, key_, eTag_, size_, deadline, part);
             }
         } catch (...) {
             forget(); // nobody will ever say that it is there
@@ -192,7 +194,7 @@ void ObjectReader::add(std::uint64_t size, Start start) {
                 return;
             }
             try {
-                fetch(*bucket, key, eTag, whole, stop, *part);
+                fetch(*bucket, key, eTag, whole, bucket->deadline(stop), *part);
                 part->promise.set_value();
             } catch (...) {
                 part->promise.set_exception(std::current_exception());
@@ -203,14 +205,10 @@ void ObjectReader::add(std::uint64_t size, Start start) {
     parts_.push_back(std::move(part));
 }
 
-void ObjectReader::fetch(Part& part) const {
-    fetch(*bucket_, key_, eTag_, size_, {}, part);
-}
-
 void ObjectReader::fetch(Bucket const& bucket, std::string const& key, std::string const& eTag,
-                         std::uint64_t size, std::stop_token const& stop, Part& part) {
+                         std::uint64_t size, web::Deadline const& deadline, Part& part) {
     ObjectHead const head =
-        bucket.read(key, part.offset, {part.bytes.get(), part.size}, eTag, bucket.deadline(stop));
+        bucket.read(key, part.offset, {part.bytes.get(), part.size}, eTag, deadline);
     if (head.size != size || head.eTag != eTag) {
         throw web::VersionFailure("the file has changed since it was opened");
     }

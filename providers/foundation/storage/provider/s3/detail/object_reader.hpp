@@ -64,9 +64,8 @@ class ObjectReader {
     Part& partAt(std::uint64_t position, std::uint64_t wanted);
     void lookAhead(std::uint64_t wanted);
     void add(std::uint64_t size, Start start);
-    void fetch(Part& part) const;
     static void fetch(Bucket const& bucket, std::string const& key, std::string const& eTag,
-                      std::uint64_t size, std::stop_token const& stop, Part& part);
+                      std::uint64_t size, web::Deadline const& deadline, Part& part);
     static bool hasCome(Part& part) noexcept;
     static bool isKept(PartPtr& part, std::uint64_t from, std::uint64_t to) noexcept;
     static void drop(Part& part) noexcept;
